@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QtGlobal>
+#include <QtSql/QSqlDatabase>
+#include <QtSql/QSqlError>
+#include <QtSql/QSqlQuery>
+
+#if defined(KVDATA_LIBRARY)
+#define KVDATA_EXPORT Q_DECL_EXPORT
+#else
+#define KVDATA_EXPORT Q_DECL_IMPORT
+#endif
+
+/// \file
+/// The host application's access to mission database files, its project and its network state.
+
+/// One SQLite connection, used on the thread that constructed it.
+///
+/// A mission database is one file at rest: a rollback journal, synced so that a committed row survives a
+/// loss of power. A connection constructed on a file is meant for a short visit and waits up to 1 s for
+/// a lock that somebody else holds; one constructed without a file name carries the records of a flight
+/// and waits up to 30 s.
+class KVDATA_EXPORT CKvDataBase
+{
+public:
+    /// Makes a closed connection of its own whose database name is `databaseName` (a file path, or empty
+    /// when the name follows later through DBInstance()).
+    explicit CKvDataBase(const QString& databaseName);
+    /// Closes the connection and releases it.
+    ~CKvDataBase();
+
+    CKvDataBase(const CKvDataBase&) = delete;
+    CKvDataBase& operator=(const CKvDataBase&) = delete;
+
+    /// The wrapped connection, never null, owned by this object. Its database name may be set at any
+    /// time and takes effect with the next open().
+    QSqlDatabase* DBInstance();
+
+    /// Opens the file that the connection now names, creating it when it is missing (in an existing
+    /// folder).
+    ///
+    /// Does nothing when that very file is open already, so that prepared statements stay valid; closes
+    /// another file first.
+    /// \return false for an empty name, a file that cannot be opened, is no database or stays locked
+    bool open();
+
+    /// Whether a file is open.
+    bool isOpen() const;
+
+    /// Closes the connection, which stays reusable. Prepared statements on it become invalid.
+    void close();
+
+    /// Runs one statement. The query is forward-only and stands before its first row; errors are in its
+    /// lastError().
+    QSqlQuery exec(const QString& sql) const;
+
+    /// Begins a transaction that may write: the write lock is taken at once, waiting for others.
+    bool transaction();
+
+    /// Commits the transaction. When that fails for good the transaction is rolled back, so that no lock
+    /// stays behind; false and an error in the log say so.
+    bool commit();
+
+    /// Database name that the connection has now, one set through DBInstance() included.
+    QString databaseName() const;
+
+private:
+    void _SetBusyTimeout(int nMilliseconds);
+    void _Report(const char* what, const QSqlError& error) const;
+
+    QSqlDatabase m_database;
+    QString m_strOpenFile; ///< what is really open; the database name may run ahead of it
+    bool m_bInTransaction = false;
+    int m_nLockWait; ///< how long a foreign lock is waited for, milliseconds
+};
+
+/// Creates a table unless it exists, and its index of rows that wait for upload.
+///
+/// \param table     name of the table
+/// \param contents  column definitions as the table-contents functions of KvAlgorthm give them
+/// \param database  an open connection
+/// \return whether the table exists afterwards. A table that was there already keeps its columns and rows.
+KVDATA_EXPORT bool CreateTable(const QString& table, const QString& contents, QSqlDatabase* database);
+
+/// Kinds of aircraft that a host controls.
+enum class EPlaneType : int {
+    Multirotor = 0,
+    FixedWing = 1,
+    Vtol = 2,
+};
+
+/// The host's application control: the current project and the network. Usable from any thread.
+class KVDATA_EXPORT CKvControl
+{
+public:
+    /// The process-wide instance, never null. Both arguments are for hosts that keep one control for each
+    /// kind of aircraft; this implementation keeps one for all.
+    static CKvControl* GetInstance(const bool& bCreate, const EPlaneType& ePlaneType);
+
+    /// Folder of the current project; empty until SetProjectDirPath().
+    QString GetProjectDirPath();
+    /// Sets the folder of the current project. Operators constructed later read it once at their start.
+    void SetProjectDirPath(const QString& path);
+
+    /// Whether the upload server can be expected to answer: the last SetNetWorkConnected(), and without
+    /// one, whether a server address is set and an interface is up that can lead there (the loopback
+    /// interface for a server on this machine, any other for all others).
+    bool IsNetWorkConnected();
+    /// Overrides the answer of IsNetWorkConnected().
+    void SetNetWorkConnected(bool connected);
+
+    CKvControl(const CKvControl&) = delete;
+    CKvControl& operator=(const CKvControl&) = delete;
+
+private:
+    CKvControl();
+    ~CKvControl();
+    struct Private;
+    Private* const d;
+};

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QDebug>
+#include <QtCore/QString>
+#include <QtCore/QtGlobal>
+
+#include <functional>
+
+#if defined(KVLOG_LIBRARY)
+#define KVLOG_EXPORT Q_DECL_EXPORT
+#else
+#define KVLOG_EXPORT Q_DECL_IMPORT
+#endif
+
+/// \file
+/// The host application's log: one process-wide logger, written to through short-lived LogHelper objects.
+
+/// Severity of a log line; lower is more verbose.
+enum class Level : int {
+    Trace = 0,
+    Debug = 1,
+    Info = 2, ///< KvProjectDbOperator writes all its lines with this level.
+    Warn = 3,
+    Error = 4,
+};
+
+/// The process-wide logger. All members may be called from any thread.
+///
+/// Until setLogFile() has been called, lines of level Warn and above go to standard error and all others
+/// are only handed to the listener.
+class KVLOG_EXPORT Logger
+{
+public:
+    /// Receives every line that passes the threshold, without time stamp; called on the writing thread.
+    using Listener = std::function<void(Level level, const QString& line)>;
+
+    /// The logger; usable from the first call on, until the process ends.
+    static Logger& instance();
+
+    /// The current threshold: a line below it is not to be built at all. Level::Warn at the start.
+    Level loggingLevel() const;
+
+    /// Sets the threshold.
+    void setLoggingLevel(Level level);
+
+    /// Sends all further lines to a rotating file.
+    ///
+    /// \param path      file to append to; its folder is created when missing
+    /// \param maxBytes  size at which the file is rotated, at least 1024
+    /// \param files     number of rotated files kept beside the current one, at least 1
+    /// \return false, with a warning on standard error, when the arguments are out of range or the file
+    ///         cannot be opened; the logger then goes on as before
+    bool setLogFile(const QString& path, qint64 maxBytes = 5 * 1024 * 1024, int files = 3);
+
+    /// Sets the listener; an empty one removes it. The listener must not set a listener itself.
+    void setListener(Listener listener);
+
+    /// Sends Qt's own messages (qDebug() to qCritical()) into the log as well, instead of to standard
+    /// error: debug and information messages with level Debug, warnings with Warn, the others with Error.
+    /// A fatal message still ends the process.
+    void captureQtMessages();
+
+    /// Hands one finished line to the log. Control characters in it are written as \\xNN, so that a line
+    /// stays a line whatever a server has answered. A line below the threshold is dropped.
+    void write(Level level, const QString& line);
+
+    Logger(const Logger&) = delete;
+    Logger& operator=(const Logger&) = delete;
+
+private:
+    Logger();
+    ~Logger();
+    struct Private;
+    Private* const d;
+};
+
+/// One log line: stream its items into #stream; the destructor hands the line to the logger.
+///
+/// Items are separated by one blank and not quoted. Test Logger::loggingLevel() before you make one.
+class KVLOG_EXPORT LogHelper
+{
+public:
+    /// Starts a line of the given level.
+    explicit LogHelper(Level level);
+    /// Finishes the line.
+    ~LogHelper();
+
+    LogHelper(const LogHelper&) = delete;
+    LogHelper& operator=(const LogHelper&) = delete;
+
+private:
+    const Level m_eLevel;
+    QString m_strLine;
+
+public:
+    QDebug stream; ///< takes the items of the line
+};

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+#include "KvLog.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QMutex>
+#include <QtCore/QMutexLocker>
+
+#include <spdlog/logger.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+
+namespace
+{
+spdlog::level::level_enum SpdlogLevel(Level level)
+{
+    static_assert(static_cast<int>(Level::Error) == spdlog::level::err, "the levels must match spdlog's");
+    return static_cast<spdlog::level::level_enum>(level);
+}
+
+QString WithoutControlCharacters(const QString& line)
+{
+    QString clean;
+    clean.reserve(line.size());
+    for (const QChar c : line) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f) {
+            clean += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        } else {
+            clean += c;
+        }
+    }
+    return clean;
+}
+
+void LogQtMessage(QtMsgType type, const QMessageLogContext&, const QString& text)
+{
+    switch (type) {
+    case QtDebugMsg:
+    case QtInfoMsg:
+        Logger::instance().write(Level::Debug, text);
+        break;
+    case QtWarningMsg:
+        Logger::instance().write(Level::Warn, text);
+        break;
+    case QtCriticalMsg:
+    case QtFatalMsg:
+        Logger::instance().write(Level::Error, text);
+        break;
+    }
+    if (type == QtFatalMsg) {
+        std::abort();
+    }
+}
+} // namespace
+
+struct Logger::Private {
+    std::atomic<Level> threshold{Level::Warn};
+    QMutex mutex; // guards what follows
+    std::shared_ptr<spdlog::logger> sink;
+    bool bToFile = false;
+    std::shared_ptr<const Listener> listener;
+};
+
+Logger::Logger() : d(new Private)
+{
+    d->sink = std::make_shared<spdlog::logger>("stderr", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+    d->sink->set_level(spdlog::level::trace);
+}
+
+Logger::~Logger()
+{
+    delete d;
+}
+
+Logger& Logger::instance()
+{
+    // Never destroyed: static objects of the host may still write while the process ends.
+    static Logger& logger = *new Logger;
+    return logger;
+}
+
+Level Logger::loggingLevel() const
+{
+    return d->threshold;
+}
+
+void Logger::setLoggingLevel(Level level)
+{
+    d->threshold = level;
+}
+
+bool Logger::setLogFile(const QString& path, qint64 maxBytes, int files)
+{
+    if (path.isEmpty() || maxBytes < 1024 || files < 1) {
+        write(Level::Warn, QStringLiteral("Log file refused: a path, 1024 bytes and one rotated file are the "
+                                          "least, not \"%1\", %2, %3")
+                               .arg(path)
+                               .arg(maxBytes)
+                               .arg(files));
+        return false;
+    }
+    try {
+        auto file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
+            QFile::encodeName(QFileInfo(path).absoluteFilePath()).toStdString(),
+            static_cast<std::size_t>(maxBytes), static_cast<std::size_t>(files));
+        auto sink = std::make_shared<spdlog::logger>("file", std::move(file));
+        sink->set_level(spdlog::level::trace);
+        sink->flush_on(spdlog::level::info);
+        const QMutexLocker lock(&d->mutex);
+        d->sink = std::move(sink);
+        d->bToFile = true;
+    } catch (const spdlog::spdlog_ex& error) {
+        write(Level::Warn,
+              QStringLiteral("Log file \"%1\" refused: %2").arg(path, QString::fromLocal8Bit(error.what())));
+        return false;
+    }
+    return true;
+}
+
+void Logger::setListener(Listener listener)
+{
+    const QMutexLocker lock(&d->mutex);
+    d->listener = listener ? std::make_shared<const Listener>(std::move(listener)) : nullptr;
+}
+
+void Logger::captureQtMessages()
+{
+    qInstallMessageHandler(LogQtMessage);
+}
+
+void Logger::write(Level level, const QString& line)
+{
+    if (level < loggingLevel()) {
+        return;
+    }
+    const QString clean = WithoutControlCharacters(line);
+    std::shared_ptr<spdlog::logger> sink;
+    std::shared_ptr<const Listener> listener;
+    {
+        const QMutexLocker lock(&d->mutex);
+        listener = d->listener;
+        if (d->bToFile || level >= Level::Warn) {
+            sink = d->sink;
+        }
+    }
+    // Both are called without the lock: a listener may write a line itself.
+    if (sink) {
+        sink->log(SpdlogLevel(level), clean.toStdString());
+    }
+    if (listener) {
+        (*listener)(level, clean);
+    }
+}
+
+LogHelper::LogHelper(Level level) : m_eLevel(level), stream(&m_strLine)
+{
+    stream.noquote();
+}
+
+LogHelper::~LogHelper()
+{
+    if (m_strLine.endsWith(QLatin1Char(' '))) {
+        m_strLine.chop(1); // QDebug ends every item with one
+    }
+    Logger::instance().write(m_eLevel, m_strLine);
+}
