@@ -1,0 +1,622 @@
+// SPDX-License-Identifier: MIT
+#include "CKvFlightDataDbOperator.h"
+
+#include "CKvUpLoadObject.h"
+#include "KvAlgorthm.h"
+#include "KvData.h"
+#include "KvTrace.h"
+
+#include <QtCore/QDebug>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QSettings>
+#include <QtCore/QTimer>
+
+#include <limits>
+#include <utility>
+
+namespace
+{
+// Missions of a file with anything waiting. The gaps are tabs.
+const char* const SelectMissionsSql =
+    "select id from flight_mission where id in (SELECT distinct flight_mission_id as id from "
+    "flight_monitor_detail_log WHERE is_uploaded = 0\t\t\tunion all\t\t\tSELECT id from flight_mission WHERE "
+    "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from uas_status WHERE "
+    "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from pos_data WHERE "
+    "is_uploaded = 0)";
+
+constexpr unsigned int CycleInterval = 3000; // milliseconds
+
+QString Quoted(const QString& strID)
+{
+    return QLatin1Char('\'') + strID + QLatin1Char('\'');
+}
+
+QString QuotedList(const QStringList& listID)
+{
+    return QLatin1Char('\'') + listID.join(QStringLiteral("','")) + QLatin1Char('\'');
+}
+
+QString SelectWaitingSql(const QString& strTable, const QString& strColumn, const QString& strID,
+                         const char* tail = "")
+{
+    return QStringLiteral("select * from ") + strTable + QStringLiteral(" WHERE is_uploaded = 0 AND ") +
+           strColumn + QLatin1Char('=') + Quoted(strID) + QLatin1String(tail);
+}
+
+QString MarkListSql(const QString& strTable, const QStringList& listID)
+{
+    return QStringLiteral("UPDATE ") + strTable + QStringLiteral(" SET is_uploaded=1 WHERE id in (") +
+           QuotedList(listID) + QLatin1Char(')');
+}
+
+QString MissionTable(bool bEasyFly)
+{
+    return bEasyFly ? FlightVideoTableName : FlightMissionTableName;
+}
+
+QByteArray CompactJson(const QJsonObject& object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+using JsonBuilder = QJsonObject (*)(QSqlQuery*);
+
+/// The rows that one request carries.
+struct SRows {
+    QByteArray json; ///< a JSON array
+    QStringList listID;
+};
+
+/// Each row becomes text as it is read: one JSON array of all would take several times the memory.
+SRows ReadRows(const CKvDataBase& database, const QString& sql, JsonBuilder comboJsonInfo)
+{
+    SRows rows;
+    rows.json = "[";
+    QSqlQuery query = database.exec(sql);
+    while (query.next()) {
+        if (!rows.listID.isEmpty()) {
+            rows.json += ',';
+        }
+        rows.listID.append(query.value(QStringLiteral("id")).toString());
+        rows.json += CompactJson(comboJsonInfo(&query));
+    }
+    rows.json += ']';
+    return rows;
+}
+
+/// The stored token is read as the server's sign-in expects it; the request carries the header that was
+/// set when the request object was made.
+void ReadStoredToken()
+{
+    QSettings settings(OrganizationName, CloundApplicationName);
+    settings.beginGroup(UserInfoGroupName);
+    const QString strToken = settings.value(UserInfoToken, QVariant()).toString();
+    Q_UNUSED(strToken)
+    settings.endGroup();
+}
+
+void Send(CKvUpLoadObject* pUpLoad, const char* endpoint, const QByteArray& body, const QString& strID,
+          const QStringList& listID = {})
+{
+    if (!pUpLoad) {
+        return;
+    }
+    pUpLoad->SetFilePathArray(body);
+    pUpLoad->SetUrl(GetServerIP() + endpoint);
+    pUpLoad->m_listRecordID = listID;
+    pUpLoad->m_strRecordKey = strID;
+    pUpLoad->PostNetWorkReplyMessage();
+}
+
+QByteArray ObjectBody(const QByteArray& json)
+{
+    return "data=" + json;
+}
+
+QByteArray RowsBody(const QString& strID, const QByteArray& json)
+{
+    return "flight_mission_id=" + strID.toLatin1() + "&data=" + json;
+}
+} // namespace
+
+/// What differs between the kinds that are sent whole, in one request.
+struct CKvFlightDataDbOperator::SBatchKind {
+    QString strTable;
+    JsonBuilder comboJsonInfo;
+    CKvUpLoadObject* CKvFlightDataDbOperator::*pUpLoad;
+    const char* endpoint;
+    const char* postMethod; // the two lines of the log
+    const char* postText;
+    const char* finishedMethod;
+    const char* finishedText;
+    void (CKvFlightDataDbOperator::*next)(const QString& strID);
+};
+
+const CKvFlightDataDbOperator::SBatchKind& CKvFlightDataDbOperator::_PosDataKind()
+{
+    static const SBatchKind kind{PosDataTableName,
+                                 PosDataComboJsonInfo,
+                                 &CKvFlightDataDbOperator::m_pPosDataUpLoad,
+                                 "/flight/posupload",
+                                 "CKvFlightDataDbOperator::_postPosData",
+                                 "Start upload pos data, flightmission id =",
+                                 "CKvFlightDataDbOperator::slotUpLoadPosDataFinshed",
+                                 "Upload pos data success,idList =",
+                                 &CKvFlightDataDbOperator::_uploadUasStatus};
+    return kind;
+}
+
+const CKvFlightDataDbOperator::SBatchKind& CKvFlightDataDbOperator::_UasStatusKind()
+{
+    static const SBatchKind kind{UasStatusTableName,
+                                 UasStatusComboJsonInfo,
+                                 &CKvFlightDataDbOperator::m_pUasStatusUpLoad,
+                                 "/flight/uasstatusupload",
+                                 "CKvFlightDataDbOperator::_postUasStatus",
+                                 "Start upload uasStatus, flightmission id =",
+                                 "CKvFlightDataDbOperator::slotUploadUasStatusFinished",
+                                 "Upload uasStatus success,idList =",
+                                 &CKvFlightDataDbOperator::_upLoadFlightMonitor};
+    return kind;
+}
+
+// Timer
+
+void CKvFlightDataDbOperator::_BlockTimer(bool bBlock)
+{
+    if (m_pCheckTimer) {
+        m_pCheckTimer->blockSignals(bBlock);
+    }
+}
+
+void CKvFlightDataDbOperator::_StartTimer(unsigned int nInterval)
+{
+    if (m_pCheckTimer) {
+        constexpr unsigned int nLongest = std::numeric_limits<int>::max();
+        m_pCheckTimer->start(static_cast<int>(qMin(nInterval, nLongest)));
+    }
+}
+
+void CKvFlightDataDbOperator::_WaitForNextCycle(unsigned int nInterval)
+{
+    _BlockTimer(false);
+    _StartTimer(nInterval);
+}
+
+// Arming, pausing, resetting
+
+void CKvFlightDataDbOperator::slotCheckNewData()
+{
+    if (!m_pCheckTimer) {
+        m_pCheckTimer = new QTimer;
+        connect(m_pCheckTimer, SIGNAL(timeout()), this, SLOT(slotStartUpload()));
+    }
+    const QString strToken = GetCurUserInfo().m_strToken;
+    const auto create = [&](CKvUpLoadObject*& pUpLoad, const char* finished, const char* failed,
+                            const char* noLogin) {
+        if (!pUpLoad) {
+            pUpLoad = _NewUpLoadObject(strToken, finished, failed, noLogin);
+        }
+    };
+    create(m_pFlightMonitorUpLoad, SLOT(slotUpLoadFlightMonitorFinished()),
+           SLOT(slotFlightMonitorUpLoadfailed()), SLOT(slotFlightMonitorUpLoadfailed()));
+    create(m_pFlightMissionUpLoad, SLOT(slotUploadMissionFinished()), SLOT(slotFlightMissionUpLoadfailed()),
+           SLOT(slotFlightMissionUpLoadfailed()));
+    create(m_pPosDataUpLoad, SLOT(slotUpLoadPosDataFinshed()), SLOT(slotPosDataUpLoadfailed()),
+           SLOT(slotPosDataUpLoadfailed()));
+    create(m_pUasStatusUpLoad, SLOT(slotUploadUasStatusFinished()), SLOT(slotUasStatusUpLoadfailed()),
+           SLOT(slotUasStatusUpLoadfailed()));
+    create(m_pVideoMissionUpLoad, SLOT(slotUploadVideoMissionFisished()), SLOT(slotUpLoadfailed()), nullptr);
+    _StartTimer(m_nStartTimeInterval);
+}
+
+CKvUpLoadObject* CKvFlightDataDbOperator::_NewUpLoadObject(const QString& strToken, const char* finishedSlot,
+                                                           const char* failedSlot, const char* noLoginSlot)
+{
+    auto* const pUpLoad = new CKvUpLoadObject;
+    pUpLoad->setRawHeader("token", strToken.toLatin1());
+    connect(pUpLoad, SIGNAL(upLoadFinished(QByteArray)), this, finishedSlot);
+    connect(pUpLoad, SIGNAL(NetWorkError()), this, failedSlot);
+    if (noLoginSlot) {
+        connect(pUpLoad, SIGNAL(NoLogin()), this, noLoginSlot);
+    }
+    return pUpLoad;
+}
+
+void CKvFlightDataDbOperator::slotStartUploadTimer(bool bStart)
+{
+    _BlockTimer(!bStart);
+    if (!bStart) {
+        _CloseDataBase();
+    }
+}
+
+void CKvFlightDataDbOperator::slotResetUploadFlow()
+{
+    m_bResetUploadFlow = true;
+    KV_TRACE << "CKvFlightDataDbOperator::slotResetUploadFlow";
+}
+
+// One cycle: tick, scan of a file, queue of missions
+
+void CKvFlightDataDbOperator::slotStartUpload()
+{
+    if (!CKvControl::GetInstance(false, static_cast<EPlaneType>(0))->IsNetWorkConnected()) {
+        return;
+    }
+    _BlockTimer(true);
+    _GetFlightMissionFileInformation();
+    if (m_bFlightModeEasyFly) {
+        _upLoadVideoMission(m_strFlightMissionID);
+    }
+    _BlockTimer(false);
+}
+
+/// Runs a step of the flow that leads to a next file or mission, and then the steps that it leads to in
+/// turn. They call this function as their last act; running them nested instead would take a stack as deep
+/// as there are finished files in the project or stale ids in the queue.
+void CKvFlightDataDbOperator::_RunFlowStep(std::function<void()> step)
+{
+    m_fnNextFlowStep = std::move(step);
+    if (m_bFlowRunning) {
+        return;
+    }
+    m_bFlowRunning = true;
+    while (m_fnNextFlowStep) {
+        std::exchange(m_fnNextFlowStep, nullptr)();
+    }
+    m_bFlowRunning = false;
+}
+
+void CKvFlightDataDbOperator::_upload(const QString& strFile)
+{
+    _RunFlowStep([this, strFile] { _ScanFile(strFile); });
+}
+
+void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
+{
+    if (m_pDataBase && m_pDataBase->databaseName() != strFile) {
+        _PointDataBaseAt(strFile);
+    }
+    if (!_IsDataBaseOpen()) {
+        qDebug() << "Data base not open ";
+        return;
+    }
+    _QueueMissions();
+    if (!m_listFlightMissionID.isEmpty()) {
+        _upLoadFlightMission();
+    } else if (m_eUploadEnv == EUploadEnv::OncePerRequest) {
+        _FinishPass(QLatin1String(""));
+    } else if (m_listFlightMissionFile.isEmpty()) {
+        _WaitForNextCycle(CycleInterval);
+    } else {
+        _GetFlightMissionFileInformation();
+    }
+}
+
+void CKvFlightDataDbOperator::_QueueMissions()
+{
+    QString sql;
+    switch (m_eUploadEnv) {
+    case EUploadEnv::CurrentMissionLog:
+        sql = QStringLiteral("SELECT flight_mission_id from ") + FlightLogTableName +
+              QStringLiteral(" WHERE is_uploaded = 0 AND flight_mission_id = ") +
+              Quoted(m_strFlightMissionID) + QStringLiteral(" group by flight_mission_id");
+        break;
+    case EUploadEnv::WholeProject:
+    case EUploadEnv::OncePerRequest:
+        sql = QString::fromLatin1(SelectMissionsSql);
+        break;
+    default:
+        return;
+    }
+    QSqlQuery query = m_pDataBase->exec(sql);
+    while (query.next()) {
+        m_listFlightMissionID.append(query.value(0).toString());
+    }
+    if (m_eUploadEnv == EUploadEnv::CurrentMissionLog) {
+        m_listFlightMissionID.removeDuplicates();
+    }
+}
+
+void CKvFlightDataDbOperator::_FinishPass(const QString& strID)
+{
+    emit UploadFinished(QLatin1String(""), strID);
+    _BlockTimer(true);
+    _CloseDataBase();
+}
+
+// The chain of one mission: its row, positions, status, log
+
+void CKvFlightDataDbOperator::_upLoadFlightMission()
+{
+    _RunFlowStep([this] { _UpLoadNextMission(); });
+}
+
+void CKvFlightDataDbOperator::_UpLoadNextMission()
+{
+    if (!_IsDataBaseOpen()) {
+        return;
+    }
+    if (m_listFlightMissionID.isEmpty()) {
+        _StartTimer(CycleInterval);
+        return;
+    }
+    const QString strID = m_listFlightMissionID.takeFirst();
+    QJsonObject object;
+    bool bUploaded = false;
+    {
+        QSqlQuery query =
+            m_pDataBase->exec(QStringLiteral("select * from ") + MissionTable(m_bFlightModeEasyFly) +
+                              QStringLiteral(" where id=") + Quoted(strID));
+        if (!query.next()) {
+            return;
+        }
+        bUploaded = query.value(QStringLiteral("is_uploaded")).toInt() != 0;
+        if (!bUploaded) {
+            object = FlightMissionComboJsonInfo(&query);
+        }
+    }
+    if (m_pCheckTimer) {
+        m_pCheckTimer->stop();
+    }
+    if (bUploaded) {
+        _uploadPosData(strID);
+        return;
+    }
+    const QByteArray json = CompactJson(object);
+    KV_TRACE << "CKvFlightDataDbOperator::_upLoadFlightMission" << !object.isEmpty()
+             << "Post flight_mission:" << json;
+    if (!object.isEmpty()) {
+        _postFlightMission(json, strID);
+    }
+}
+
+void CKvFlightDataDbOperator::_postFlightMission(const QByteArray& json, const QString& strID)
+{
+    KV_TRACE << "CKvFlightDataDbOperator::_postFlightMission"
+             << "Start upload flight mission,id =" << strID;
+    Send(m_pFlightMissionUpLoad, "/flight/upload", ObjectBody(json), strID);
+}
+
+void CKvFlightDataDbOperator::slotUploadMissionFinished()
+{
+    if (!m_pFlightMissionUpLoad) {
+        return;
+    }
+    const QString strID = m_pFlightMissionUpLoad->m_strRecordKey;
+    if (_IsDataBaseOpen()) {
+        // The mission table is named in easy-fly mode too, where the row was read from the video table.
+        _MarkUploaded(QStringLiteral("UPDATE ") + FlightMissionTableName +
+                      QStringLiteral(" SET is_uploaded=1 WHERE id=") + Quoted(strID));
+    }
+    KV_TRACE << "CKvFlightDataDbOperator::slotUploadMissionFinished"
+             << "Upload flight mission success,id =" << strID;
+    _uploadPosData(strID);
+    emit signalUploadFlightMissionFinish();
+}
+
+void CKvFlightDataDbOperator::_uploadPosData(const QString& strID)
+{
+    _UploadBatch(_PosDataKind(), strID);
+}
+
+void CKvFlightDataDbOperator::_postPosData(const QByteArray& json, const QString& strID,
+                                           const QStringList& listID)
+{
+    _PostBatch(_PosDataKind(), json, strID, listID);
+}
+
+void CKvFlightDataDbOperator::slotUpLoadPosDataFinshed()
+{
+    _FinishBatch(_PosDataKind());
+}
+
+void CKvFlightDataDbOperator::_uploadUasStatus(const QString& strID)
+{
+    _UploadBatch(_UasStatusKind(), strID);
+}
+
+void CKvFlightDataDbOperator::_postUasStatus(const QByteArray& json, const QString& strID,
+                                             const QStringList& listID)
+{
+    _PostBatch(_UasStatusKind(), json, strID, listID);
+}
+
+void CKvFlightDataDbOperator::slotUploadUasStatusFinished()
+{
+    _FinishBatch(_UasStatusKind());
+}
+
+void CKvFlightDataDbOperator::_UploadBatch(const SBatchKind& kind, const QString& strID)
+{
+    ReadStoredToken();
+    if (!_IsDataBaseOpen()) {
+        return;
+    }
+    const SRows rows =
+        ReadRows(*m_pDataBase, SelectWaitingSql(kind.strTable, QStringLiteral("flight_mission_id"), strID),
+                 kind.comboJsonInfo);
+    if (rows.listID.isEmpty()) {
+        (this->*kind.next)(strID);
+    } else {
+        _PostBatch(kind, rows.json, strID, rows.listID);
+    }
+}
+
+void CKvFlightDataDbOperator::_PostBatch(const SBatchKind& kind, const QByteArray& json, const QString& strID,
+                                         const QStringList& listID)
+{
+    KV_TRACE << kind.postMethod << kind.postText << strID << ",idList =" << listID;
+    Send(this->*kind.pUpLoad, kind.endpoint, RowsBody(strID, json), strID, listID);
+}
+
+void CKvFlightDataDbOperator::_FinishBatch(const SBatchKind& kind)
+{
+    const CKvUpLoadObject* const pUpLoad = this->*kind.pUpLoad;
+    if (!pUpLoad) {
+        return;
+    }
+    KV_TRACE << kind.finishedMethod << _IsDataBaseOpen() << !pUpLoad->m_listRecordID.isEmpty();
+    if (_IsDataBaseOpen() && !pUpLoad->m_listRecordID.isEmpty()) {
+        _MarkUploaded(MarkListSql(kind.strTable, pUpLoad->m_listRecordID));
+        KV_TRACE << kind.finishedMethod << kind.finishedText << QuotedList(pUpLoad->m_listRecordID);
+    }
+    (this->*kind.next)(pUpLoad->m_strRecordKey);
+}
+
+void CKvFlightDataDbOperator::_upLoadFlightMonitor(const QString& strID)
+{
+    ReadStoredToken();
+    if (!_IsDataBaseOpen()) {
+        return;
+    }
+    const SRows rows = ReadRows(
+        *m_pDataBase,
+        SelectWaitingSql(FlightLogTableName, QStringLiteral("flight_mission_id"), strID, " LIMIT 1000"),
+        FlightLogComboJsonInfo);
+    if (rows.listID.isEmpty()) {
+        _EndMission(strID);
+        return;
+    }
+    _postFlightMonitor(rows.json, strID, rows.listID);
+    QString strProject;
+    {
+        QSqlQuery query =
+            m_pDataBase->exec(QStringLiteral("select project_id from ") + FlightMissionTableName +
+                              QStringLiteral(" WHERE id=") + Quoted(strID));
+        if (!query.next()) {
+            return;
+        }
+        strProject = query.value(0).toString();
+    }
+    emit UpLoading(strProject, strID);
+}
+
+void CKvFlightDataDbOperator::_postFlightMonitor(const QByteArray& json, const QString& strID,
+                                                 const QStringList& listID)
+{
+    Send(m_pFlightMonitorUpLoad, "/flight/detailupload", RowsBody(strID, json), strID, listID);
+}
+
+void CKvFlightDataDbOperator::slotUpLoadFlightMonitorFinished()
+{
+    if (!m_pFlightMonitorUpLoad) {
+        return;
+    }
+    const QString strID = m_pFlightMonitorUpLoad->m_strRecordKey;
+    const QStringList listID = std::exchange(m_pFlightMonitorUpLoad->m_listRecordID, {});
+    if (_IsDataBaseOpen() && !listID.isEmpty()) {
+        _MarkUploaded(MarkListSql(FlightLogTableName, listID));
+    }
+    if (m_bResetUploadFlow) {
+        _WaitForNextCycle(CycleInterval);
+        m_bResetUploadFlow = false;
+        return;
+    }
+    _upLoadFlightMonitor(strID);
+}
+
+/// Everything of the mission is sent: on to the next mission, the next file or the next cycle.
+void CKvFlightDataDbOperator::_EndMission(const QString& strID)
+{
+    if (!m_listFlightMissionID.isEmpty()) {
+        _upLoadFlightMission();
+    } else if (m_eUploadEnv == EUploadEnv::OncePerRequest) {
+        _FinishPass(strID);
+    } else if (m_listFlightMissionFile.isEmpty()) {
+        _WaitForNextCycle(CycleInterval);
+    } else {
+        _upload(m_listFlightMissionFile.takeFirst());
+    }
+}
+
+void CKvFlightDataDbOperator::_MarkUploaded(const QString& sql)
+{
+    m_mutexDB.lock();
+    m_pDataBase->transaction();
+    m_pDataBase->exec(sql).finish();
+    m_pDataBase->commit();
+    m_mutexDB.unlock();
+}
+
+// The video mission, beside the chain
+
+void CKvFlightDataDbOperator::_upLoadVideoMission(const QString& strID)
+{
+    if (strID.isEmpty() || !_IsDataBaseOpen()) {
+        return;
+    }
+    QJsonObject object;
+    {
+        QSqlQuery query = m_pDataBase->exec(
+            SelectWaitingSql(FlightVideoTableName, QStringLiteral("id"), strID, " LIMIT 1"));
+        if (query.next()) {
+            object = FlightVideoMissionComboJsonInfo(&query);
+        }
+    }
+    if (object.isEmpty()) {
+        _uploadUasStatus(strID);
+    } else {
+        _postVideoMission(CompactJson(object), strID);
+    }
+}
+
+void CKvFlightDataDbOperator::_postVideoMission(const QByteArray& json, const QString& strID)
+{
+    Send(m_pVideoMissionUpLoad, "/flight/upload4video", ObjectBody(json), strID);
+}
+
+void CKvFlightDataDbOperator::slotUploadVideoMissionFisished()
+{
+    if (m_pVideoMissionUpLoad && _IsDataBaseOpen()) {
+        _MarkUploaded(QStringLiteral("UPDATE ") + FlightVideoTableName +
+                      QStringLiteral(" SET is_uploaded=1 WHERE id = ") +
+                      Quoted(m_pVideoMissionUpLoad->m_strRecordKey));
+    }
+}
+
+void CKvFlightDataDbOperator::_uploadVideoUasStatus(const QString& strID)
+{
+    if (strID.isEmpty() || !_IsDataBaseOpen()) {
+        return;
+    }
+    const SRows rows = ReadRows(
+        *m_pDataBase, SelectWaitingSql(UasStatusTableName, QStringLiteral("mission_id"), strID, " LIMIT 1"),
+        FlightVideoMissionComboJsonInfo);
+    if (!rows.listID.isEmpty()) {
+        _postUasStatus(rows.json, strID, {}); // no ids: the reply marks nothing
+    }
+}
+
+// Failures
+
+void CKvFlightDataDbOperator::slotUpLoadfailed()
+{
+    qDebug() << "Uplaod Failed";
+    _WaitForNextCycle(m_nStartTimeInterval);
+}
+
+void CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed()
+{
+    KV_TRACE << "CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed" << 690;
+    slotUpLoadfailed();
+}
+
+void CKvFlightDataDbOperator::slotPosDataUpLoadfailed()
+{
+    KV_TRACE << "CKvFlightDataDbOperator::slotPosDataUpLoadfailed" << 695;
+    slotUpLoadfailed();
+}
+
+void CKvFlightDataDbOperator::slotUasStatusUpLoadfailed()
+{
+    KV_TRACE << "CKvFlightDataDbOperator::slotUasStatusUpLoadfailed" << 700;
+    slotUpLoadfailed();
+}
+
+void CKvFlightDataDbOperator::slotFlightMonitorUpLoadfailed()
+{
+    KV_TRACE << "CKvFlightDataDbOperator::slotFlightMonitorUpLoadfailed" << 705;
+    slotUpLoadfailed();
+}

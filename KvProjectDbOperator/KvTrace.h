@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "KvLog.h"
+
+/// The level of every line that the library writes.
+constexpr Level KvTraceLevel = static_cast<Level>(2);
+
+/// Starts a line of the host's log: KV_TRACE << "Class::method" << item ...; Below the threshold none of
+/// the items is evaluated, since reply bodies and statements are not cheap to turn into text.
+#define KV_TRACE                                                                                             \
+    if (Logger::instance().loggingLevel() > KvTraceLevel) {                                                  \
+    } else                                                                                                   \
+        LogHelper(KvTraceLevel).stream
