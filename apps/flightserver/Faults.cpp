@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include "Faults.h"
+
+#include <algorithm>
+#include <limits>
+#include <QStringList>
+#include <stdexcept>
+
+namespace
+{
+
+struct Syntax {
+    const char* name;
+    Fault::What what;
+    int least; // smallest and largest value after "="; none is taken where both are 0
+    int most;
+};
+
+constexpr int kMaxInt = std::numeric_limits<int>::max();
+constexpr Syntax kSyntax[] = {
+    {"http", Fault::What::Http, 200, 599},     {"status", Fault::What::Status, -kMaxInt, kMaxInt},
+    {"delay", Fault::What::Delay, 0, kMaxInt}, {"stall", Fault::What::Stall, 0, 0},
+    {"cut", Fault::What::Cut, 0, 0},           {"garbage", Fault::What::Garbage, 0, 0},
+    {"empty", Fault::What::Empty, 0, 0},       {"drop", Fault::What::Drop, 0, 0},
+};
+
+[[noreturn]] void refuse(const QString& text, const char* why)
+{
+    throw std::runtime_error("fault \"" + text.toStdString() + "\": " + why);
+}
+
+std::uint64_t parseCount(const QString& number, const QString& text)
+{
+    bool ok = false;
+    const std::uint64_t count = number.toULongLong(&ok);
+    if (!ok)
+        refuse(text, "AFTER and COUNT are whole numbers, as in \"http=500:2:1\"");
+    return count;
+}
+
+} // namespace
+
+Fault parseFault(const QString& text)
+{
+    const QStringList parts = text.split(':');
+    if (parts.size() > 3)
+        refuse(text, "expected WHAT[:AFTER[:COUNT]]");
+    const QString name = parts[0].section('=', 0, 0);
+    const auto* const syntax = std::find_if(std::begin(kSyntax), std::end(kSyntax),
+                                            [&name](const Syntax& known) { return name == known.name; });
+    if (syntax == std::end(kSyntax))
+        refuse(text, "expected http=N, status=N, delay=MS, stall, cut, garbage, empty or drop");
+
+    Fault fault;
+    fault.what = syntax->what;
+    const bool takesValue = syntax->least != syntax->most;
+    if (takesValue) {
+        bool ok = false;
+        fault.value = parts[0].section('=', 1).toInt(&ok);
+        if (!ok || fault.value < syntax->least || fault.value > syntax->most)
+            refuse(text, "the number after \"=\" is missing or out of range");
+    } else if (parts[0] != name) {
+        refuse(text, "this fault takes no value");
+    }
+    if (parts.size() > 1)
+        fault.after = parseCount(parts[1], text);
+    if (parts.size() > 2)
+        fault.count = parseCount(parts[2], text);
+    return fault;
+}
+
+const Fault* Faults::next()
+{
+    const std::uint64_t before = m_requests.fetch_add(1);
+    const auto strikes = [before](const Fault& fault) {
+        return before >= fault.after && before - fault.after < fault.count;
+    };
+    const auto fault = std::find_if(m_faults.begin(), m_faults.end(), strikes);
+    return fault == m_faults.end() ? nullptr : &*fault;
+}
