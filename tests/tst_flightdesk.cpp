@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include "Backlog.h"
+#include "Commands.h"
+#include "FlightRecorder.h"
+#include "FlightSimulator.h"
+#include "support/TestProject.h"
+#include "TelemetryLog.h"
+#include "UploadSupervisor.h"
+
+#include <QtTest/QtTest>
+
+#include <random>
+
+namespace
+{
+const QByteArray Stamp = QByteArray::fromHex("00051a2b3c4d5e6f");
+const QByteArray Payload = QByteArray::fromHex("050000000203d10400");
+
+/// Parts of a log, a letter each: a heartbeat of MAVLink 1 (a) and 2 (b: signed, its last zero cut off), a
+/// message that nobody decodes (u), the heartbeat with a wrong checksum (w), u with a wrong length (l).
+QByteArray frame(QChar letter)
+{
+    const QByteArray a = mavlink::encode({mavlink::Heartbeat, 1, 1, Payload}, 7);
+    const QByteArray u = QByteArray::fromHex("fe04010101c801020304aabb");
+    QByteArray b = QByteArray::fromHex("fd080100000101000000") + Payload.left(8);
+    const quint16 crc = mavlink::checksum(b.constData() + 1, b.size() - 1, 50);
+    b += QByteArray(1, char(crc & 0xFF)) + char(crc >> 8) + QByteArray(13, 'S');
+    const QByteArray w = a.left(8) + 'x' + a.mid(9), l = QByteArray("\xFE\x20") + u.mid(2);
+    return QMap<QChar, QByteArray>{{'a', a}, {'b', b}, {'u', u}, {'w', w}, {'l', l}}.value(letter);
+}
+} // namespace
+
+class TestFlightdesk : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { initFlightdeskResources(); }
+
+    void decodesCheckedFramesOnly()
+    {
+        QCOMPARE(mavlink::checksum("12345678", 8, '9'),
+                 quint16(0x6F91)); // the checksum's published check value
+        for (const QChar good : QString("ab")) {
+            QCOMPARE(mavlink::decode(frame(good)).value_or(mavlink::Message()).payload, Payload);
+            QVERIFY(!mavlink::decode(frame(good).chopped(1)));
+        }
+        QVERIFY(!mavlink::decode(frame('w')) && !mavlink::decode(frame('u')));
+    }
+    void readsLog_data()
+    {
+        QTest::addColumn<QString>("log"); // j: 60 bytes of garbage; a digit: so many bytes missing at the end
+        QTest::addColumn<QString>("frames");
+        QTest::addColumn<int>("skipped");
+        QTest::addColumn<int>("truncated");
+        QTest::newRow("empty") << ""
+                               << "" << 0 << 0;
+        QTest::newRow("all kinds") << "abuwa"
+                                   << "abuwa" << 0 << 0;
+        QTest::newRow("garbage behind an unknown frame") << "ujbu"
+                                                         << "ubu" << 60 << 0;
+        QTest::newRow("garbage first and last") << "jabj"
+                                                << "ab" << 120 << 0;
+        QTest::newRow("cut in the payload") << "ab9"
+                                            << "a" << 0 << 32;
+        QTest::newRow("cut in the checksum") << "au1"
+                                             << "a" << 0 << 19;
+        QTest::newRow("wrong length") << "albu"
+                                      << "abu" << 20 << 0;
+        QTest::newRow("no log") << "jjj"
+                                << "" << 180 << 0;
+    }
+    void readsLog()
+    {
+        QFETCH(QString, log);
+        QFETCH(QString, frames);
+        QByteArray bytes;
+        for (const QChar c : log) {
+            const QByteArray junk = QByteArray(60, char(0xEE)).replace(20, 1, "\xFE");
+            bytes =
+                c.isDigit() ? bytes.chopped(c.digitValue()) : bytes + (c == 'j' ? junk : Stamp + frame(c));
+        }
+        const TestProject project;
+        TelemetryLog reader(project.file("a.tlog", bytes));
+        QVERIFY(reader.open());
+        TelemetryFrame next;
+        for (const QChar c : frames) {
+            QVERIFY(reader.next(&next));
+            QCOMPARE(next.bytes, frame(c));
+            QCOMPARE(next.usec, qint64(0x00051a2b3c4d5e6f));
+        }
+        QVERIFY(!reader.next(&next));
+        QTEST(int(reader.skippedBytes()), "skipped");
+        QTEST(reader.truncatedBytes(), "truncated");
+    }
+    void accountsForEveryByteOfADamagedLog()
+    {
+        std::mt19937 random(20150705);
+        const TestProject project;
+        for (int round = 0; round < 300; ++round) {
+            QByteArray log;
+            for (int i = 0; i < 100; ++i) {
+                log += Stamp + frame("abu"[random() % 3]);
+            }
+            for (auto i = random() % 400; i > 0; --i) {
+                log[int(random() % uint(log.size()))] = char(random() % 4 ? random() : 0xFE - random() % 2);
+            }
+            log.truncate(int(random() % uint(log.size())));
+            TelemetryLog reader(project.file("a.tlog", log));
+            QVERIFY(reader.open());
+            qint64 bytes = 0;
+            for (TelemetryFrame next; reader.next(&next);) {
+                bytes += Stamp.size() + next.bytes.size();
+            }
+            QCOMPARE(bytes + reader.skippedBytes() + reader.truncatedBytes(), qint64(log.size()));
+        }
+    }
+    void recordsWhatWasFlown()
+    {
+        const TestProject folder;
+        QString error;
+        FlightSimulator flight(5, 2, 1), again(5, 2, 1);
+        const auto recorded =
+            FlightRecorder(*Project::make(folder.path("p"), &error)).record(flight, "n", "a");
+        QCOMPARE(recorded.error, QString());
+        QVariantList flown;
+        for (TelemetryFrame next; again.next(&next);) {
+            flown.append(next.bytes);
+        }
+        const auto values = [&](const char* sql) { return TestProject::values(recorded.file, sql); };
+        QCOMPARE(values("SELECT message FROM flight_monitor_detail_log ORDER BY rowid"), flown);
+        // The first heartbeat comes before any attitude: unknown must not become a neighbour's value.
+        QCOMPARE(values("SELECT time IS min(time) FROM uas_status WHERE roll IS NULL"), QVariantList{1});
+        QVERIFY(values("SELECT 1 FROM pos_data WHERE relative_alt > 39 AND typeof(lng) = 'real'").size() >
+                50);
+        QVERIFY(!values("SELECT 1 FROM uas_status WHERE armed = 1 AND flight_mode = 'LAND'").isEmpty());
+    }
+    void countsWhatWaits_data()
+    {
+        QTest::addColumn<QString>("change");
+        QTest::addColumn<int>("waiting");
+        QTest::addColumn<int>("sendable");
+        QTest::newRow("nothing") << "SELECT 1" << 9 << 9;
+        QTest::newRow("positions marked") << "UPDATE pos_data SET is_uploaded = 1" << 7 << 7;
+        QTest::newRow("mission row lost") << "DELETE FROM flight_mission" << 8 << 0;
+        QTest::newRow("no mission named") << "UPDATE pos_data SET flight_mission_id = NULL" << 9 << 7;
+    }
+    void countsWhatWaits()
+    {
+        const TestProject folder;
+        TestProject::addMission(folder.missionFile("m/flight.kv"), "m", 2, 2, 4);
+        QString error;
+        const QString broken = folder.file("broken/flight.kv", QByteArray(5000, 'x'));
+        Backlog backlog(*Project::open(folder.path(""), &error));
+        backlog.countAll();
+        QFETCH(QString, change);
+        QVERIFY(TestProject::run(folder.path("m/flight.kv"), {change}));
+        backlog.recount();
+        QTEST(int(backlog.waiting()), "waiting");
+        QTEST(int(backlog.sendable()), "sendable");
+        QCOMPARE(backlog.unreadable(), QStringList(broken));
+    }
+    void supervises_data()
+    {
+        QTest::addColumn<QString>("seen"); // a second each: a: sign of life, b: batch, n: no network
+        QTest::addColumn<QString>("done"); // and when: r: rearmed, u: unmarkable
+        QTest::newRow("signs of life") << QString("a.........").repeated(6) << "";
+        QTest::newRow("silence") << "....a" + QString(60, '.') << "r32 r60";
+        QTest::newRow("network away") << QString(40, 'n') + QString(40, '.') << "r67";
+        QTest::newRow("accepted, never marked") << "bb.b....."
+                                                << "u3";
+        QTest::newRow("accepted and marked, or refused") << "bbabbabba"
+                                                         << "";
+    }
+    void supervises()
+    {
+        QFETCH(QString, seen);
+        UploadSupervisor supervisor(3000);
+        QStringList done;
+        int second = 0;
+        connect(&supervisor, &UploadSupervisor::checkNewData, [&] { done << QString("r%1").arg(second); });
+        connect(&supervisor, &UploadSupervisor::unmarkable, [&] { done << QString("u%1").arg(second); });
+        for (; second < seen.size(); ++second) {
+            if (seen[second] == 'a') {
+                supervisor.noteSignOfLife(second * 1000);
+            } else if (seen[second] == 'b') {
+                supervisor.noteBatch("m");
+            }
+            supervisor.look(second * 1000, "f.kv", seen[second] != 'n');
+        }
+        QTEST(done.join(' '), "done");
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFlightdesk)
+#include "tst_flightdesk.moc"
