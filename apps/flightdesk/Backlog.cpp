@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+#include "Backlog.h"
+
+#include "MissionFile.h"
+
+#include <KvAlgorthm.h>
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QVariant>
+
+#include <utility>
+
+namespace
+{
+const char* const WaitingSql = "SELECT %1, count(*), %3 FROM %2 WHERE is_uploaded = 0 GROUP BY 1";
+const char* const HasMissionRowSql = "flight_mission_id IN (SELECT id FROM flight_mission)";
+
+// A file's time stamp may stand still for that long while the file changes.
+constexpr int StampSeconds = 2;
+
+bool isMarkable(const QString& path)
+{
+    const QFileInfo file(path);
+    return file.isWritable() && QFileInfo(file.absolutePath()).isWritable();
+}
+
+Obstacle obstacleOf(bool hasMissionRow, bool markable)
+{
+    if (!hasMissionRow) {
+        return Obstacle::NoMissionRow;
+    }
+    return markable ? Obstacle::None : Obstacle::NotMarkable;
+}
+
+qint64 sum(const QVector<WaitingRows>& rows)
+{
+    qint64 all = 0;
+    for (const WaitingRows& some : rows) {
+        all += some.rows;
+    }
+    return all;
+}
+} // namespace
+
+Backlog::Backlog(Project project) : m_project(std::move(project)) {}
+
+void Backlog::countAll()
+{
+    const QStringList files = m_project.missionFiles({QStringLiteral("*.kv")});
+    for (const QString& known : m_files.keys()) {
+        if (!files.contains(known)) {
+            m_files.remove(known);
+        }
+    }
+    for (const QString& file : files) {
+        settle(file, count(file));
+    }
+}
+
+void Backlog::recount()
+{
+    for (const QString& path : m_files.keys()) {
+        const QDateTime changed = QFileInfo(path).lastModified();
+        if (changed.addSecs(StampSeconds) >= m_files.value(path).countedAt) {
+            settle(path, count(path));
+        }
+    }
+}
+
+Backlog::File Backlog::count(const QString& path)
+{
+    File result;
+    result.countedAt = QDateTime::currentDateTime();
+    const bool markable = isMarkable(path);
+    MissionFile file(path);
+    const bool hasMissions = file.hasTable(FlightMissionTableName);
+    for (const QString& kind : MissionFile::uploadKinds()) {
+        if (!file.hasTable(kind)) {
+            continue;
+        }
+        const QString hasRow = kind == FlightMissionTableName ? QStringLiteral("1")
+                               : hasMissions                  ? QString::fromLatin1(HasMissionRowSql)
+                                                              : QStringLiteral("0");
+        const QString sql =
+            QString::fromLatin1(WaitingSql).arg(MissionFile::missionColumn(kind), kind, hasRow);
+        file.read(sql, [&](const QSqlQuery& row) {
+            result.rows.append({path, row.value(0).toString(), kind, row.value(1).toLongLong(),
+                                obstacleOf(row.value(2).toBool(), markable)});
+        });
+    }
+    result.readable = file.isReadable();
+    return result;
+}
+
+void Backlog::settle(const QString& path, const File& now)
+{
+    const File before = m_files.value(path);
+    if (!now.readable) {
+        // Perhaps locked for a moment: what waited there still counts.
+        m_files.insert(path, {now.countedAt, false, before.rows});
+        return;
+    }
+    m_settled += qMax(qint64(0), sum(before.rows) - sum(now.rows));
+    if (now.rows.isEmpty()) {
+        m_files.remove(path);
+    } else {
+        m_files.insert(path, now);
+    }
+}
+
+qint64 Backlog::waiting() const
+{
+    return sum(rows());
+}
+
+qint64 Backlog::sendable() const
+{
+    qint64 all = 0;
+    for (const WaitingRows& some : rows()) {
+        all += some.obstacle == Obstacle::None ? some.rows : 0;
+    }
+    return all;
+}
+
+QVector<WaitingRows> Backlog::rows() const
+{
+    QVector<WaitingRows> all;
+    for (const File& file : m_files) {
+        all += file.rows;
+    }
+    return all;
+}
+
+QStringList Backlog::unreadable() const
+{
+    QStringList paths;
+    for (auto file = m_files.cbegin(); file != m_files.cend(); ++file) {
+        if (!file->readable) {
+            paths.append(file.key());
+        }
+    }
+    return paths;
+}
+
+QString Backlog::sendableFile() const
+{
+    for (const WaitingRows& some : rows()) {
+        if (some.obstacle == Obstacle::None) {
+            return some.file;
+        }
+    }
+    return {};
+}
+
+QString Backlog::fileOf(const QString& mission) const
+{
+    for (const WaitingRows& some : rows()) {
+        if (some.mission == mission) {
+            return some.file;
+        }
+    }
+    return {};
+}

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Console.h"
+#include "LogFeed.h"
+
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <optional>
+
+/// The command line of one command: its own options and those that all commands share.
+class CommandLine
+{
+public:
+    CommandLine(const QString& description, const QList<QCommandLineOption>& options);
+
+    /// What stands behind the options, as in "LOG...".
+    void takesFiles(const QString& name, const QString& description, const QString& syntax);
+
+    /// Reads the arguments and sets up the log.
+    /// \return the exit code when the command ends here, after its help or an error
+    std::optional<int> read(const QStringList& arguments);
+
+    QString project() const { return value(QStringLiteral("project")); }
+    bool json() const { return m_parser.isSet(QStringLiteral("json")); }
+    bool isSet(const QString& option) const { return m_parser.isSet(option); }
+    QString value(const QString& option) const { return m_parser.value(option); }
+    /// A number in the range; otherwise an error is printed and nothing returned.
+    std::optional<qint64> number(const QString& option, qint64 least, qint64 most) const;
+    QStringList files() const { return m_parser.positionalArguments(); }
+    const LogFeed& log() const { return m_log; }
+
+private:
+    std::optional<int> setUpLog();
+
+    QCommandLineParser m_parser;
+    LogFeed m_log;
+    bool m_takesFiles = false;
+};
+
+/// Prints an error in the program's name.
+void printUsageError(const QString& text);

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+#include "CommandLine.h"
+#include "Commands.h"
+#include "FlightRecorder.h"
+#include "FlightSimulator.h"
+#include "TelemetryLog.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonArray>
+
+#include <limits>
+
+namespace
+{
+/// Records flights one after another and keeps the account.
+class Recording
+{
+public:
+    Recording(const CommandLine& arguments, const Project& project)
+        : m_console(arguments.json()), m_recorder(project)
+    {
+        QObject::connect(&m_recorder, &FlightRecorder::progress,
+                         [this](qint64 done, qint64 size) { m_console.progress(m_label, done, size); });
+    }
+
+    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft)
+    {
+        m_label = name;
+        return m_recorder.record(source, name, aircraft);
+    }
+
+    /// Reports one flight. `details` goes into the JSON document as well, `remark` behind the result line.
+    void report(const RecordedFlight& flight, QJsonObject details = {}, const QString& remark = {})
+    {
+        details.insert("name", flight.name);
+        details.insert("id", flight.missionId);
+        details.insert("file", flight.file);
+        details.insert("frames", flight.messages);
+        details.insert("positions", flight.positions);
+        details.insert("statuses", flight.statuses);
+        if (flight.error.isEmpty()) {
+            m_console.line(QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6")
+                               .arg(flight.name, flight.missionId)
+                               .arg(flight.messages)
+                               .arg(flight.positions)
+                               .arg(flight.statuses)
+                               .arg(remark));
+        } else {
+            m_console.error(QStringLiteral("%1: %2").arg(flight.name, flight.error));
+            details.insert("error", flight.error);
+            m_allDone = false;
+        }
+        m_missions.append(details);
+    }
+
+    int finish()
+    {
+        m_console.document({{"ok", m_allDone}, {"missions", m_missions}});
+        return m_allDone ? Done : NotDone;
+    }
+
+private:
+    Console m_console;
+    FlightRecorder m_recorder;
+    QString m_label;
+    QJsonArray m_missions;
+    bool m_allDone = true;
+};
+
+std::optional<Project> makeProject(const CommandLine& arguments)
+{
+    QString error;
+    auto project = Project::make(arguments.project(), &error);
+    if (!project) {
+        Console(arguments.json()).error(error);
+    }
+    return project;
+}
+
+void recordLog(Recording& recording, const QString& path)
+{
+    TelemetryLog log(path);
+    RecordedFlight flight;
+    if (log.open()) {
+        flight = recording.record(log, QFileInfo(path).completeBaseName(), QStringLiteral("unknown"));
+    }
+    flight.name = path;
+    if (!log.error().isEmpty()) {
+        flight.error = QStringLiteral("cannot be read: %1").arg(log.error());
+    }
+    QString remark;
+    if (log.skippedBytes() > 0) {
+        remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
+    }
+    if (log.truncatedBytes() > 0) {
+        remark += QStringLiteral(", last record cut off after %1 bytes").arg(log.truncatedBytes());
+    }
+    recording.report(
+        flight,
+        {{"log", path}, {"skipped_bytes", log.skippedBytes()}, {"truncated_bytes", log.truncatedBytes()}},
+        remark);
+}
+} // namespace
+
+int runRecord(const QStringList& arguments)
+{
+    CommandLine line(QStringLiteral("Records telemetry logs, one flight mission each."), {});
+    line.takesFiles(QStringLiteral("LOG"), QStringLiteral("Telemetry log (.tlog)."),
+                    QStringLiteral("LOG..."));
+    if (const auto exitCode = line.read(arguments)) {
+        return *exitCode;
+    }
+    const auto project = makeProject(line);
+    if (!project) {
+        return NotDone;
+    }
+    Recording recording(line, *project);
+    for (const QString& path : line.files()) {
+        recordLog(recording, path);
+    }
+    return recording.finish();
+}
+
+int runSimulate(const QStringList& arguments)
+{
+    CommandLine line(QStringLiteral("Records simulated flights; the same seed gives the same flights."),
+                     {{"missions", "Number of flights (default 1).", "N", "1"},
+                      {"minutes", "Length of each flight (default 3).", "M", "3"},
+                      {"seed", "Seed of the simulation (default 1).", "S", "1"}});
+    if (const auto exitCode = line.read(arguments)) {
+        return *exitCode;
+    }
+    const auto missions = line.number(QStringLiteral("missions"), 1, 100000);
+    const auto minutes = line.number(QStringLiteral("minutes"), 1, 1440);
+    const auto seed = line.number(QStringLiteral("seed"), 0, std::numeric_limits<quint32>::max());
+    if (!missions || !minutes || !seed) {
+        return BadUsage;
+    }
+    const auto project = makeProject(line);
+    if (!project) {
+        return NotDone;
+    }
+    Recording recording(line, *project);
+    for (int number = 0; number < *missions; ++number) {
+        FlightSimulator flight(quint32(*seed), number, int(*minutes));
+        const QString name = QStringLiteral("simulated-%1-%2").arg(*seed).arg(number + 1);
+        recording.report(recording.record(flight, name, QStringLiteral("simulated quadrotor")));
+    }
+    return recording.finish();
+}

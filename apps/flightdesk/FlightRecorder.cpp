@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: MIT
+#include "FlightRecorder.h"
+
+#include "MissionFile.h"
+
+#include <KvAlgorthm.h>
+#include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QJsonDocument>
+
+namespace
+{
+constexpr int PositionBatch = 200;
+constexpr int StatusBatch = 100;
+constexpr int FramesBetweenEvents = 500;
+constexpr unsigned int TextRecords = 1; // operator type: comes back with WriteDBFinished, nothing else
+
+const QString MissionColumns = QStringLiteral(":/flight_mission.txt");
+const QString PositionColumns = QStringLiteral(":/pos_data.txt");
+const QString StatusColumns = QStringLiteral(":/uas_status.txt");
+const QString CompleteColumns = QStringLiteral(":/flight_complete.txt");
+
+QString newId()
+{
+    return UidToString(QUuid::createUuid());
+}
+} // namespace
+
+FlightRecorder::FlightRecorder(const Project& project, QObject* parent)
+    : QObject(parent), m_project(project), m_projectId(project.id())
+{
+    makeOperator();
+}
+
+FlightRecorder::~FlightRecorder() = default;
+
+void FlightRecorder::makeOperator()
+{
+    m_operator = std::make_unique<CKvFlightDataDbOperator>(nullptr, EUploadEnv::None);
+    m_link.connectTo(m_operator.get());
+    connect(m_operator.get(), SIGNAL(WriteDBFinished(QString, uint, QString)), this, SLOT(noteWritten()));
+}
+
+/// An operator that could not open its file keeps its lock; even its destructor would wait for that lock.
+void FlightRecorder::abandonOperator()
+{
+    m_operator->disconnect(this);
+    m_link.disconnect(m_operator.get());
+    m_operator.release(); // NOLINT(bugprone-unused-return-value): left behind on purpose
+    makeOperator();
+}
+
+RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, const QString& aircraft)
+{
+    m_flight = RecordedFlight();
+    m_flight.name = name;
+    m_tracker = VehicleTracker();
+    m_positions = QJsonArray();
+    m_statuses = QJsonArray();
+    TelemetryFrame frame;
+    while (!failed() && source.next(&frame)) {
+        if (m_flight.messages == 0) {
+            beginMission(frame.usec, aircraft);
+        }
+        if (!failed()) {
+            take(frame);
+        }
+        if (m_flight.messages % FramesBetweenEvents == 0) {
+            emit progress(source.position(), source.size());
+            QCoreApplication::processEvents();
+        }
+    }
+    if (m_flight.messages == 0 && !failed()) {
+        m_flight.error = QStringLiteral("holds no telemetry frame");
+    }
+    if (!failed()) {
+        endMission(frame.usec);
+        verify();
+        emit progress(source.size(), source.size());
+    }
+    return m_flight;
+}
+
+void FlightRecorder::beginMission(qint64 startUsec, const QString& aircraft)
+{
+    if (m_projectId.isEmpty()) {
+        m_flight.error = QStringLiteral("cannot write %1/project.ini").arg(m_project.path());
+        return;
+    }
+    m_flight.missionId = newId();
+    m_flight.file = m_project.createMissionFile(m_flight.missionId, startUsec, &m_flight.error);
+    if (failed()) {
+        return;
+    }
+    // Flights of one name in one project fly the same plan.
+    m_planId = UidToString(QUuid::createUuidV5(QUuid(m_projectId), m_flight.name));
+    const QString startedAt = VehicleTracker::timeText(startUsec);
+    const QJsonObject data{
+        {"name", m_flight.name}, {"aircraft", aircraft}, {"started_at", startedAt}, {"plan_id", m_planId}};
+    emit m_link.missionFile(m_flight.file);
+    emit m_link.missionId(m_flight.missionId);
+    writeText(
+        {QJsonObject{
+            {"id", m_flight.missionId},
+            {"project_id", m_projectId},
+            {"mission_id", m_planId},
+            {"name", m_flight.name},
+            {"aircraft", aircraft},
+            {"started_at", startedAt},
+            {"flight_mission_data", QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
+        }},
+        MissionColumns);
+}
+
+void FlightRecorder::take(const TelemetryFrame& frame)
+{
+    emit m_link.message(frame.bytes);
+    ++m_flight.messages;
+    VehicleTracker::Records records = m_tracker.take(frame);
+    if (records.position) {
+        records.position->insert(QStringLiteral("id"), newId());
+        records.position->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);
+        m_positions.append(*records.position);
+        ++m_flight.positions;
+    }
+    if (records.status) {
+        records.status->insert(QStringLiteral("id"), newId());
+        records.status->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);
+        records.status->insert(QStringLiteral("mission_id"), m_planId);
+        m_statuses.append(*records.status);
+        ++m_flight.statuses;
+    }
+    if (m_positions.size() >= PositionBatch) {
+        writePositions();
+    }
+    if (m_statuses.size() >= StatusBatch) {
+        writeStatuses();
+    }
+}
+
+void FlightRecorder::writePositions()
+{
+    emit m_link.positions(m_positions, PositionColumns, m_flight.missionId);
+    m_positions = QJsonArray();
+}
+
+void FlightRecorder::writeStatuses()
+{
+    if (!m_statuses.isEmpty()) {
+        writeText(m_statuses, StatusColumns);
+        m_statuses = QJsonArray();
+    }
+}
+
+void FlightRecorder::endMission(qint64 endUsec)
+{
+    writePositions();
+    writeStatuses();
+    if (!failed()) {
+        // Closes the file behind it, so that the messages that still wait are written.
+        writeText({QJsonObject{{"id", newId()},
+                               {"flight_mission_id", m_flight.missionId},
+                               {"completed_at", VehicleTracker::timeText(endUsec)},
+                               {"result", "completed"}}},
+                  CompleteColumns);
+    }
+}
+
+/// Writes records whose values are text; the operator closes the file afterwards.
+void FlightRecorder::writeText(const QJsonArray& records, const QString& description)
+{
+    m_written = false;
+    emit m_link.records(records, description, m_flight.missionId, TextRecords, m_flight.file);
+    if (!m_written) {
+        m_flight.error = QStringLiteral("cannot write %1").arg(m_flight.file);
+        abandonOperator();
+    }
+}
+
+/// No writer reports an error, so the rows are counted.
+void FlightRecorder::verify()
+{
+    if (failed()) {
+        return;
+    }
+    const QString mine = QStringLiteral("SELECT count(*) FROM %1 WHERE %2 = '%3'");
+    const std::pair<QString, qint64> expected[] = {
+        {FlightMissionTableName, 1},
+        {PosDataTableName, m_flight.positions},
+        {UasStatusTableName, m_flight.statuses},
+        {FlightLogTableName, m_flight.messages},
+        {FlightCompleteTableName, 1},
+    };
+    MissionFile file(m_flight.file);
+    for (const auto& [kind, rows] : expected) {
+        qint64 found = 0;
+        file.read(mine.arg(kind, MissionFile::missionColumn(kind), m_flight.missionId),
+                  [&found](const QSqlQuery& row) { found = row.value(0).toLongLong(); });
+        if (found != rows) {
+            m_flight.error =
+                QStringLiteral("%1 of %2 %3 rows are in %4").arg(found).arg(rows).arg(kind, m_flight.file);
+            return;
+        }
+    }
+}

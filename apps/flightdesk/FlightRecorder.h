@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "FrameSource.h"
+#include "OperatorLink.h"
+#include "Project.h"
+#include "VehicleTracker.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+#include <memory>
+
+class CKvFlightDataDbOperator;
+
+/// What became of one flight.
+struct RecordedFlight {
+    QString missionId;
+    QString name;
+    QString file;
+    qint64 messages = 0; ///< handed over; with an empty error also found in the file
+    qint64 positions = 0;
+    qint64 statuses = 0;
+    QString error; ///< empty when the flight was recorded whole
+};
+
+/// Records flights into mission files of a project, one after another, with one operator.
+class FlightRecorder : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit FlightRecorder(const Project& project, QObject* parent = nullptr);
+    ~FlightRecorder() override;
+
+    /// Records all frames of the source as one flight mission. Events are processed on the way.
+    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft);
+
+signals:
+    void progress(qint64 done, qint64 size);
+
+private slots:
+    void noteWritten() { m_written = true; }
+
+private:
+    void makeOperator();
+    void abandonOperator();
+    void beginMission(qint64 startUsec, const QString& aircraft);
+    void take(const TelemetryFrame& frame);
+    void writePositions();
+    void writeStatuses();
+    void endMission(qint64 endUsec);
+    void writeText(const QJsonArray& records, const QString& description);
+    void verify();
+    bool failed() const { return !m_flight.error.isEmpty(); }
+
+    Project m_project;
+    QString m_projectId;
+    OperatorLink m_link;
+    std::unique_ptr<CKvFlightDataDbOperator> m_operator;
+    RecordedFlight m_flight;
+    QString m_planId;
+    VehicleTracker m_tracker;
+    QJsonArray m_positions;
+    QJsonArray m_statuses;
+    bool m_written = false;
+};

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KvData.h>
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+#include <functional>
+
+/// Rows of one kind that one mission has in one file.
+struct KindCount {
+    QString kind; ///< table name
+    qint64 recorded = 0;
+    qint64 accepted = 0; ///< in the server's ledger; 0 without one
+    qint64 marked = 0;   ///< as uploaded
+    qint64 waiting = 0;
+};
+
+struct MissionCount {
+    QString id;
+    QString name;
+    bool hasRow = false; ///< rows of a mission without a flight_mission row are never sent
+    QVector<KindCount> kinds;
+};
+
+/// A short visit to a mission file that exists. Nothing is written.
+class MissionFile
+{
+public:
+    explicit MissionFile(const QString& path);
+
+    /// Whether the file could be opened and every read so far went well.
+    bool isReadable() const { return m_readable; }
+    bool hasTable(const QString& table) const { return m_tables.contains(table); }
+    /// Makes the tables of another database readable under the name "ledger".
+    void attachLedger(const QString& path);
+
+    using RowReader = std::function<void(const QSqlQuery&)>;
+    void read(const QString& sql, const RowReader& row);
+
+    /// Every mission's rows, kind by kind.
+    /// \param withLedger  count accepted rows; attachLedger() has been called
+    QVector<MissionCount> count(bool withLedger);
+
+    /// Tables whose rows are uploaded, in the order in which they are sent.
+    static const QStringList& uploadKinds();
+    /// Column of such a table that names the mission.
+    static QString missionColumn(const QString& kind);
+
+private:
+    void countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions);
+
+    CKvDataBase m_database;
+    bool m_readable = false;
+    QStringList m_tables;
+};

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: MIT
+#include "UploadSession.h"
+
+#include <KvData.h>
+#include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
+
+namespace
+{
+constexpr int LookInterval = 500; // milliseconds
+constexpr int RejectionsToEnd = 2;
+
+bool isNetworkThere()
+{
+    return CKvControl::GetInstance(false, EPlaneType::Multirotor)->IsNetWorkConnected();
+}
+} // namespace
+
+UploadSession::UploadSession(const Project& project, const Options& options, const LogFeed& log,
+                             QObject* parent)
+    : QObject(parent), m_options(options), m_backlog(project), m_supervisor(options.interval)
+{
+    connect(&log, &LogFeed::line, this, &UploadSession::readLogLine);
+    connect(&m_supervisor, &UploadSupervisor::setFile, &m_link, &OperatorLink::missionFile);
+    connect(&m_supervisor, &UploadSupervisor::startUploadTimer, &m_link, &OperatorLink::startUploadTimer);
+    connect(&m_supervisor, &UploadSupervisor::checkNewData, &m_link, &OperatorLink::checkNewData);
+    connect(&m_supervisor, &UploadSupervisor::resetUploadFlow, &m_link, &OperatorLink::resetUploadFlow);
+    connect(&m_supervisor, &UploadSupervisor::rearmed, this, &UploadSession::noteRearmed);
+    connect(&m_supervisor, &UploadSupervisor::unmarkable, this, &UploadSession::noteUnmarkable);
+    connect(&m_lookTimer, &QTimer::timeout, this, &UploadSession::look);
+}
+
+UploadSession::~UploadSession()
+{
+    stop();
+}
+
+void UploadSession::start()
+{
+    m_clock.start();
+    m_backlog.countAll();
+    emit progress(0, m_backlog.waiting());
+    if (m_backlog.sendable() == 0) {
+        QTimer::singleShot(0, this, &UploadSession::finish);
+        return;
+    }
+    m_worker = new QObject;
+    m_worker->moveToThread(&m_thread);
+    connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater);
+    m_thread.start();
+    QMetaObject::invokeMethod(m_worker, [this] { makeOperator(); });
+}
+
+/// On the worker's thread: the operator uses its connection and its timers where it was constructed.
+void UploadSession::makeOperator()
+{
+    auto* const pOperator = new CKvFlightDataDbOperator(m_worker, EUploadEnv::WholeProject);
+    pOperator->SetStartTimeInterval(static_cast<unsigned int>(m_options.interval));
+    m_link.connectTo(pOperator);
+    connect(pOperator, &CKvFlightDataDbOperator::UpLoading, this, &UploadSession::noteBatch);
+    QMetaObject::invokeMethod(this, &UploadSession::begin, Qt::QueuedConnection);
+}
+
+/// The operator has looked through the project's files, which may have taken a while.
+void UploadSession::begin()
+{
+    m_lastAccepted = m_clock.elapsed();
+    m_supervisor.noteSignOfLife(m_lastAccepted);
+    emit m_link.checkNewData();
+    m_lookTimer.start(LookInterval);
+}
+
+void UploadSession::stop()
+{
+    m_lookTimer.stop();
+    if (m_thread.isRunning()) {
+        emit m_link.startUploadTimer(false);
+        // Queued behind the pause, which a quit() from here would overtake.
+        QMetaObject::invokeMethod(m_worker, [this] { m_thread.quit(); });
+        m_thread.wait();
+    }
+}
+
+void UploadSession::readLogLine(const QString& line)
+{
+    const auto trouble = UploadTrouble::in(line);
+    if (!trouble) {
+        return;
+    }
+    if (!m_trouble || m_trouble->words != trouble->words) {
+        emit note(trouble->words);
+    }
+    m_trouble = trouble;
+    m_rejections += trouble->tokenRejected ? 1 : 0;
+    m_supervisor.noteSignOfLife(m_clock.elapsed());
+}
+
+void UploadSession::noteBatch(const QString&, const QString& mission)
+{
+    m_supervisor.noteBatch(mission);
+}
+
+void UploadSession::look()
+{
+    m_backlog.recount();
+    noteSettled();
+    if (m_backlog.sendable() == 0 || isLost()) {
+        // Only a full count knows what has been recorded meanwhile.
+        m_backlog.countAll();
+        noteSettled();
+        if (m_backlog.sendable() == 0 || isLost()) {
+            finish();
+            return;
+        }
+    }
+    m_supervisor.look(m_clock.elapsed(), m_backlog.sendableFile(), isNetworkThere());
+}
+
+void UploadSession::noteSettled()
+{
+    if (m_backlog.settled() == m_settled) {
+        return;
+    }
+    m_settled = m_backlog.settled();
+    m_lastAccepted = m_clock.elapsed();
+    m_rejections = 0;
+    m_trouble.reset();
+    m_supervisor.noteSignOfLife(m_lastAccepted);
+    emit progress(m_settled, m_settled + m_backlog.waiting());
+}
+
+bool UploadSession::isLost()
+{
+    return m_rejections >= RejectionsToEnd || m_clock.elapsed() - m_lastAccepted >= m_options.patience;
+}
+
+void UploadSession::finish()
+{
+    stop();
+    m_backlog.countAll();
+    m_result.accepted = m_backlog.settled();
+    m_result.waiting = m_backlog.rows();
+    m_result.unreadable = m_backlog.unreadable();
+    m_result.done = m_result.waiting.isEmpty() && m_result.unreadable.isEmpty();
+    m_result.reason = m_result.done ? QString() : reason();
+    emit finished();
+}
+
+void UploadSession::noteRearmed(const QString& file)
+{
+    const QString text = QStringLiteral("nothing was accepted for %1 s: upload started again with %2")
+                             .arg(m_supervisor.quietTime() / 1000)
+                             .arg(file);
+    Logger::instance().write(Level::Info, text);
+    emit note(text);
+}
+
+void UploadSession::noteUnmarkable(const QString& mission)
+{
+    const QString file = m_backlog.fileOf(mission);
+    const QString text = QStringLiteral("accepted rows cannot be marked in %1").arg(file);
+    Logger::instance().write(Level::Info, text);
+    if (!file.isEmpty() && !m_unmarkable.contains(text)) {
+        m_unmarkable.append(text);
+        emit note(text);
+    }
+}
+
+QString UploadSession::reason() const
+{
+    QStringList reasons = m_unmarkable;
+    if (m_trouble) {
+        reasons.append(m_trouble->words);
+    }
+    if (!isNetworkThere()) {
+        reasons.append(QStringLiteral("there is no network connection"));
+    }
+    if (reasons.isEmpty() && m_backlog.sendable() > 0) {
+        reasons.append(QStringLiteral("nothing was accepted for %1 s").arg(m_options.patience / 1000));
+    }
+    if (m_backlog.waiting() > m_backlog.sendable()) {
+        reasons.append(QStringLiteral("some rows cannot be sent"));
+    }
+    if (!m_result.unreadable.isEmpty()) {
+        reasons.append(QStringLiteral("%1 files cannot be read").arg(m_result.unreadable.size()));
+    }
+    return reasons.join(QStringLiteral("; "));
+}

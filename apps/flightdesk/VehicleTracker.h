@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "FrameSource.h"
+#include "MavlinkCodec.h"
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+
+#include <optional>
+
+/// Turns the telemetry of one vehicle into position and status records.
+class VehicleTracker
+{
+public:
+    /// What one frame gives; neither record has ids yet.
+    struct Records {
+        std::optional<QJsonObject> position; ///< numbers as numbers
+        std::optional<QJsonObject> status;   ///< every value as text; null is unknown
+    };
+
+    Records take(const TelemetryFrame& frame);
+
+    /// ISO 8601 in UTC with milliseconds.
+    static QString timeText(qint64 usec);
+
+private:
+    bool isOurs(const mavlink::Message& message);
+    QJsonObject status(qint64 usec, const QByteArray& heartbeat) const;
+    static QJsonObject position(qint64 usec, const QByteArray& payload);
+
+    std::optional<quint8> m_vehicle; ///< system id, known from its first heartbeat on
+    QByteArray m_sysStatus;          ///< latest payloads, empty until the first
+    QByteArray m_gps;
+    QByteArray m_attitude;
+};
