@@ -57,8 +57,9 @@ public:
     void setListener(Listener listener);
 
     /// Sends Qt's own messages (qDebug() to qCritical()) into the log as well, instead of to standard
-    /// error: debug and information messages with level Debug, warnings with Warn, the others with Error.
-    /// A fatal message still ends the process.
+    /// error: debug and information messages with level Debug, warnings with Warn, the others with Error;
+    /// its remark at every upload that no content type was set, with Debug. A fatal message still ends the
+    /// process.
     void captureQtMessages();
 
     /// Hands one finished line to the log. Control characters in it are written as \\xNN, so that a line

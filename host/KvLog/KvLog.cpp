@@ -36,21 +36,28 @@ QString WithoutControlCharacters(const QString& line)
     return clean;
 }
 
-void LogQtMessage(QtMsgType type, const QMessageLogContext&, const QString& text)
+/// Qt remarks at every post without a content type that it takes the one of forms, which is what is meant.
+bool IsPostRemark(const QString& text)
+{
+    return text.startsWith(QLatin1String("content-type missing in HTTP POST, defaulting to"));
+}
+
+Level LevelOf(QtMsgType type, const QString& text)
 {
     switch (type) {
-    case QtDebugMsg:
-    case QtInfoMsg:
-        Logger::instance().write(Level::Debug, text);
-        break;
     case QtWarningMsg:
-        Logger::instance().write(Level::Warn, text);
-        break;
+        return IsPostRemark(text) ? Level::Debug : Level::Warn;
     case QtCriticalMsg:
     case QtFatalMsg:
-        Logger::instance().write(Level::Error, text);
-        break;
+        return Level::Error;
+    default:
+        return Level::Debug;
     }
+}
+
+void LogQtMessage(QtMsgType type, const QMessageLogContext&, const QString& text)
+{
+    Logger::instance().write(LevelOf(type, text), text);
     if (type == QtFatalMsg) {
         std::abort();
     }
