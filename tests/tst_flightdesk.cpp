@@ -47,51 +47,36 @@ private slots:
         }
         QVERIFY(!mavlink::decode(frame('w')) && !mavlink::decode(frame('u')));
     }
-    void readsLog_data()
+    void readsLogs()
     {
-        QTest::addColumn<QString>("log"); // j: 60 bytes of garbage; a digit: so many bytes missing at the end
-        QTest::addColumn<QString>("frames");
-        QTest::addColumn<int>("skipped");
-        QTest::addColumn<int>("truncated");
-        QTest::newRow("empty") << ""
-                               << "" << 0 << 0;
-        QTest::newRow("all kinds") << "abuwa"
-                                   << "abuwa" << 0 << 0;
-        QTest::newRow("garbage behind an unknown frame") << "ujbu"
-                                                         << "ubu" << 60 << 0;
-        QTest::newRow("garbage first and last") << "jabj"
-                                                << "ab" << 120 << 0;
-        QTest::newRow("cut in the payload") << "ab9"
-                                            << "a" << 0 << 32;
-        QTest::newRow("cut in the checksum") << "au1"
-                                             << "a" << 0 << 19;
-        QTest::newRow("wrong length") << "albu"
-                                      << "abu" << 20 << 0;
-        QTest::newRow("no log") << "jjj"
-                                << "" << 180 << 0;
-    }
-    void readsLog()
-    {
-        QFETCH(QString, log);
-        QFETCH(QString, frames);
-        QByteArray bytes;
-        for (const QChar c : log) {
-            const QByteArray junk = QByteArray(60, char(0xEE)).replace(20, 1, "\xFE");
-            bytes =
-                c.isDigit() ? bytes.chopped(c.digitValue()) : bytes + (c == 'j' ? junk : Stamp + frame(c));
+        // In the logs, j: 60 bytes of garbage; a digit: so many bytes are missing at the end.
+        const char* const cases[][2] = {
+            {"", " skipped 0 truncated 0"},         {"abuwa", "abuwa skipped 0 truncated 0"},
+            {"ujbu", "ubu skipped 60 truncated 0"}, {"jabj", "ab skipped 120 truncated 0"},
+            {"ab9", "a skipped 0 truncated 32"},    {"au1", "a skipped 0 truncated 19"},
+            {"albu", "abu skipped 20 truncated 0"}, {"jjj", " skipped 180 truncated 0"},
+        };
+        for (const auto& [log, expected] : cases) {
+            QByteArray bytes;
+            for (const QChar c : QString(log)) {
+                const QByteArray junk = QByteArray(60, char(0xEE)).replace(20, 1, "\xFE");
+                bytes = c.isDigit() ? bytes.chopped(c.digitValue())
+                                    : bytes + (c == 'j' ? junk : Stamp + frame(c));
+            }
+            const TestProject project;
+            TelemetryLog reader(project.file("a.tlog", bytes));
+            QVERIFY(reader.open());
+            QString read;
+            for (TelemetryFrame next; reader.next(&next);) {
+                QCOMPARE(next.usec, qint64(0x00051a2b3c4d5e6f));
+                for (const QChar c : QString("abuwl")) {
+                    read += next.bytes == frame(c) ? QString(c) : QString();
+                }
+            }
+            read +=
+                QString(" skipped %1 truncated %2").arg(reader.skippedBytes()).arg(reader.truncatedBytes());
+            QCOMPARE(read, QString(expected));
         }
-        const TestProject project;
-        TelemetryLog reader(project.file("a.tlog", bytes));
-        QVERIFY(reader.open());
-        TelemetryFrame next;
-        for (const QChar c : frames) {
-            QVERIFY(reader.next(&next));
-            QCOMPARE(next.bytes, frame(c));
-            QCOMPARE(next.usec, qint64(0x00051a2b3c4d5e6f));
-        }
-        QVERIFY(!reader.next(&next));
-        QTEST(int(reader.skippedBytes()), "skipped");
-        QTEST(reader.truncatedBytes(), "truncated");
     }
     void accountsForEveryByteOfADamagedLog()
     {
@@ -135,60 +120,56 @@ private slots:
                 50);
         QVERIFY(!values("SELECT 1 FROM uas_status WHERE armed = 1 AND flight_mode = 'LAND'").isEmpty());
     }
-    void countsWhatWaits_data()
-    {
-        QTest::addColumn<QString>("change");
-        QTest::addColumn<int>("waiting");
-        QTest::addColumn<int>("sendable");
-        QTest::newRow("nothing") << "SELECT 1" << 9 << 9;
-        QTest::newRow("positions marked") << "UPDATE pos_data SET is_uploaded = 1" << 7 << 7;
-        QTest::newRow("mission row lost") << "DELETE FROM flight_mission" << 8 << 0;
-        QTest::newRow("no mission named") << "UPDATE pos_data SET flight_mission_id = NULL" << 9 << 7;
-    }
     void countsWhatWaits()
     {
-        const TestProject folder;
-        TestProject::addMission(folder.missionFile("m/flight.kv"), "m", 2, 2, 4);
-        QString error;
-        const QString broken = folder.file("broken/flight.kv", QByteArray(5000, 'x'));
-        Backlog backlog(*Project::open(folder.path(""), &error));
-        backlog.countAll();
-        QFETCH(QString, change);
-        QVERIFY(TestProject::run(folder.path("m/flight.kv"), {change}));
-        backlog.recount();
-        QTEST(int(backlog.waiting()), "waiting");
-        QTEST(int(backlog.sendable()), "sendable");
-        QCOMPARE(backlog.unreadable(), QStringList(broken));
-    }
-    void supervises_data()
-    {
-        QTest::addColumn<QString>("seen"); // a second each: a: sign of life, b: batch, n: no network
-        QTest::addColumn<QString>("done"); // and when: r: rearmed, u: unmarkable
-        QTest::newRow("signs of life") << QString("a.........").repeated(6) << "";
-        QTest::newRow("silence") << "....a" + QString(60, '.') << "r32 r60";
-        QTest::newRow("network away") << QString(40, 'n') + QString(40, '.') << "r67";
-        QTest::newRow("accepted, never marked") << "bb.b....."
-                                                << "u3";
-        QTest::newRow("accepted and marked, or refused") << "bbabbabba"
-                                                         << "";
+        const std::tuple<const char*, int, int> cases[] = {
+            {"SELECT 1", 9, 9}, // waiting, and of those sendable
+            {"UPDATE pos_data SET is_uploaded = 1", 7, 7},
+            {"DELETE FROM flight_mission", 8, 0},
+            {"UPDATE pos_data SET flight_mission_id = NULL", 9, 7},
+        };
+        for (const auto& [change, waiting, sendable] : cases) {
+            const TestProject folder;
+            TestProject::addMission(folder.missionFile("m/flight.kv"), "m", 2, 2, 4);
+            QString error;
+            const QString broken = folder.file("broken/flight.kv", QByteArray(5000, 'x'));
+            Backlog backlog(*Project::open(folder.path(""), &error));
+            backlog.countAll();
+            QVERIFY(TestProject::run(folder.path("m/flight.kv"), {change}));
+            backlog.recount();
+            QCOMPARE(int(backlog.waiting()), waiting);
+            QCOMPARE(int(backlog.sendable()), sendable);
+            QCOMPARE(backlog.unreadable(), QStringList(broken));
+        }
     }
     void supervises()
     {
-        QFETCH(QString, seen);
-        UploadSupervisor supervisor(3000);
-        QStringList done;
-        int second = 0;
-        connect(&supervisor, &UploadSupervisor::checkNewData, [&] { done << QString("r%1").arg(second); });
-        connect(&supervisor, &UploadSupervisor::unmarkable, [&] { done << QString("u%1").arg(second); });
-        for (; second < seen.size(); ++second) {
-            if (seen[second] == 'a') {
-                supervisor.noteSignOfLife(second * 1000);
-            } else if (seen[second] == 'b') {
-                supervisor.noteBatch("m");
+        // Seen, a second each (a: sign of life, b: batch, n: no network), and done (r: rearmed, u:
+        // unmarkable).
+        const std::pair<QString, QString> cases[] = {
+            {QString("a.........").repeated(6), ""},
+            {"....a" + QString(60, '.'), "r32 r60"},
+            {QString(40, 'n') + QString(40, '.'), "r67"},
+            {"bb.b.....", "u3"},
+            {"bbabbabba", ""},
+        };
+        for (const auto& [seen, expected] : cases) {
+            UploadSupervisor supervisor(3000);
+            QStringList done;
+            int second = 0;
+            connect(&supervisor, &UploadSupervisor::checkNewData,
+                    [&] { done << QString("r%1").arg(second); });
+            connect(&supervisor, &UploadSupervisor::unmarkable, [&] { done << QString("u%1").arg(second); });
+            for (; second < seen.size(); ++second) {
+                if (seen[second] == 'a') {
+                    supervisor.noteSignOfLife(second * 1000);
+                } else if (seen[second] == 'b') {
+                    supervisor.noteBatch("m");
+                }
+                supervisor.look(second * 1000, "f.kv", seen[second] != 'n');
             }
-            supervisor.look(second * 1000, "f.kv", seen[second] != 'n');
+            QCOMPARE(done.join(' '), expected);
         }
-        QTEST(done.join(' '), "done");
     }
 };
 
