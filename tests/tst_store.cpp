@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "KvAlgorthm.h"
 #include "KvData.h"
+#include "KvLog.h"
 #include "KvProjectDbOperator/CKvFlightDataDbOperator.h"
 #include "support/TestProject.h"
 
@@ -75,6 +76,9 @@ private slots:
     void damagedDescriptions();
     void oneValue_data();
     void oneValue();
+    void breakpoints_data();
+    void breakpoints();
+    void breakpointLines();
     void videoTables();
 };
 
@@ -449,6 +453,84 @@ void tst_store::oneValue()
     QCOMPARE(TestProject::value(file, "SELECT is_uploaded FROM flight_mission").toInt(), expected);
     QTest::ignoreMessage(QtDebugMsg, "----------------sql ====fail  ");
     recorder.op->slotUpdateGeneralOneValue(1, "is_uploaded", 1, "it's");
+}
+
+void tst_store::breakpoints_data()
+{
+    QTest::addColumn<QVariant>("document"); // as stored before
+    QTest::addColumn<QString>("after");     // null: the row stays as it was
+    QTest::addColumn<QVariantList>("answers");
+    const QVariantList yes{true};
+    const QString degree = "    \"circula_task_completion_degree\": 62.5";
+    QTest::newRow("added") << QVariant("{\"a\":1}") << "{\n    \"a\": 1,\n" + degree + "\n}\n" << yes;
+    QTest::newRow("replaced") << QVariant("{\"circula_task_completion_degree\":\"x\"}")
+                              << "{\n" + degree + "\n}\n"
+                              << yes;
+    QTest::newRow("array") << QVariant("[1]") << "{\n" + degree + "\n}\n" << yes;
+    QTest::newRow("no JSON") << QVariant("{\"a\"") << "" << yes;
+    QTest::newRow("nothing") << QVariant(QVariant::String) << "" << yes;
+    const QString megabyte(1000000, 'm');
+    QTest::newRow("1 MB") << QVariant("{\"a\":\"" + megabyte + "\"}")
+                          << "{\n    \"a\": \"" + megabyte + "\",\n" + degree + "\n}\n"
+                          << yes;
+    QTest::newRow("marker of the id")
+        << QVariant("{\"a\":\"%5\"}") << "{\n    \"a\": \"m1\",\n" + degree + "\n}\n"
+        << yes;
+    QTest::newRow("earlier marker takes the id") << QVariant("{\"a\":\"%1\"}") << QString() << yes;
+    QTest::newRow("single quote") << QVariant("{\"a\":\"it's\"}") << QString() << QVariantList();
+}
+
+void tst_store::breakpoints()
+{
+    QFETCH(QVariant, document);
+    QFETCH(QString, after);
+    QFETCH(QVariantList, answers);
+    const TestProject project;
+    const QString file = project.missionFile("m1/flight.kv");
+    CKvDataBase database(file);
+    QVERIFY(database.open());
+    QSqlQuery insert(*database.DBInstance());
+    insert.prepare("INSERT INTO flight_mission(id, flight_mission_data, is_uploaded) VALUES('m1', ?, 1)");
+    insert.addBindValue(document);
+    QVERIFY(insert.exec());
+    insert.finish();
+    Recorder recorder(file);
+    QSignalSpy answered(recorder.op.get(), SIGNAL(RecBreakPointRet(bool)));
+    emit recorder.host.breakpoint(12, 116.4, -0.5, Mission, 62.5);
+    QCOMPARE(answered, (answers.isEmpty() ? QList<QVariantList>() : QList<QVariantList>{answers}));
+    const QString point =
+        "SELECT is_uploaded || ' ' || last_waypoint_index || ' ' || break_point_lng || ' ' || "
+        "break_point_lat FROM flight_mission";
+    QCOMPARE(TestProject::value(file, point).toString(),
+             after.isNull() ? QString() : "0 12 116.400000 -0.500000");
+    QCOMPARE(TestProject::value(file, "SELECT flight_mission_data FROM flight_mission").toString(),
+             after.isNull() ? document.toString() : after);
+    recorder.op->slotParseJson({}, {}, {}, 0, {}); // the lock is free again
+}
+
+void tst_store::breakpointLines()
+{
+    const TestProject project;
+    Recorder recorder(project.missionFile("m1/flight.kv"));
+    QStringList lines;
+    Logger::instance().setListener([&lines](Level, const QString& line) { lines.append(line); });
+    Logger::instance().setLoggingLevel(Level::Info);
+    emit recorder.host.breakpoint(1, 2, 3, "none", 4.5);
+    emit recorder.host.breakpoint(1, 2, 3, "it's", 4.5);
+    Logger::instance().setLoggingLevel(Level::Warn);
+    Logger::instance().setListener({});
+    const QString method = "CKvFlightDataDbOperator::slotUpdateBreakpoint ";
+    const QString sql =
+        "UPDATE flight_mission SET is_uploaded = 0,last_waypoint_index = '1', break_point_lng = "
+        "'2.000000', break_point_lat = '3.000000', flight_mission_data = '' WHERE id = '";
+    QCOMPARE(lines.mid(0, 4),
+             (QStringList{method + "403 ------record break point slot in none 4.5",
+                          method + "405 ------record break point slot start",
+                          method + "447 ------record break point slot sql== " + sql + "none'",
+                          method + "451 record break point is ok"}));
+    QCOMPARE(lines.size(), 8);
+    QVERIFY(lines[7].startsWith(method + "454 record break point fail sql string== " + sql +
+                                "it's' sql error=="));
 }
 
 void tst_store::videoTables()

@@ -89,6 +89,10 @@ private slots:
     void faults();
     void rowsWithoutIdOrMark();
     void rowsAddedInFlightWait();
+    void marksRefused();
+    void emptyToken();
+    void video_data();
+    void video();
     void networkDown();
     void pauseAndResume();
     void resetFlow();
@@ -328,6 +332,101 @@ void tst_upload::rowsAddedInFlightWait()
                  (QVariantList{"late"}));
     QTRY_COMPARE_WITH_TIMEOUT(waitingRows(file), 0, 6000); // the cycle after 3000 ms
     QCOMPARE(m_server->requests.constLast().ids(), (QStringList{"late"}));
+}
+
+/// A file that takes no marks, as a read-only one: everything is sent, nothing is lost.
+void tst_upload::marksRefused()
+{
+    const TestProject project;
+    const QString file = project.missionFile("m1/flight.kv");
+    TestProject::addMission(file, "m1", 2, 2, 0);
+    QStringList triggers;
+    for (const QString& table : Tables) {
+        triggers.append("CREATE TRIGGER no_" + table + " BEFORE UPDATE ON " + table +
+                        " BEGIN SELECT RAISE(FAIL, 'read-only'); END");
+    }
+    QVERIFY(TestProject::run(file, triggers));
+    Uploader uploader(EUploadEnv::WholeProject);
+    emit uploader.host.tick();
+    QTRY_COMPARE(m_server->requests.size(), 3);
+    QCOMPARE(waitingRows(file), 5);
+    QVERIFY(TestProject::run(
+        file, {"DROP TRIGGER no_flight_mission", "DROP TRIGGER no_pos_data", "DROP TRIGGER no_uas_status"}));
+    QTRY_COMPARE_WITH_TIMEOUT(waitingRows(file), 0, 6000);
+}
+
+void tst_upload::emptyToken()
+{
+    const TestProject project;
+    const QString file = project.missionFile("m1/flight.kv");
+    TestProject::addMission(file, "m1", 0, 0, 0);
+    m_server->script = [](const SRequest& request) {
+        return request.headers.value("token").isEmpty() ? ScriptedServer::json(R"({"status":401})")
+                                                        : ScriptedServer::accepted();
+    };
+    {
+        Uploader uploader(EUploadEnv::WholeProject, {}, "");
+        emit uploader.host.tick();
+        QTRY_COMPARE(m_server->requests.size(), 2); // tries again after the interval
+        QCOMPARE(waitingRows(file), 1);
+    }
+    Uploader uploader(EUploadEnv::WholeProject); // a new token takes a new operator
+    emit uploader.host.tick();
+    QTRY_COMPARE(waitingRows(file), 0);
+}
+
+void tst_upload::video_data()
+{
+    QTest::addColumn<bool>("easyFly");
+    QTest::addColumn<QString>("current");
+    QTest::addColumn<QStringList>("first"); // requests of the first tick
+    QTest::addColumn<QStringList>("second");
+    QTest::newRow("easy-fly") << true << "v1"
+                              << QStringList{"/flight/upload4video", "/flight/upload",
+                                             "/flight/uasstatusupload", "/flight/detailupload"}
+                              << QStringList{"/flight/uasstatusupload"};
+    QTest::newRow("other mode") << false << "v1"
+                                << QStringList{"/flight/upload", "/flight/uasstatusupload",
+                                               "/flight/detailupload"}
+                                << QStringList();
+    QTest::newRow("no current mission") << true << "" << QStringList() << QStringList();
+}
+
+/// Beside the chain, which reads the mission from the video table in easy-fly mode but marks the mission
+/// table.
+void tst_upload::video()
+{
+    QFETCH(bool, easyFly);
+    QFETCH(QString, current);
+    QFETCH(QStringList, first);
+    QFETCH(QStringList, second);
+    const TestProject project;
+    const QString file = project.missionFile("m1/flight.kv");
+    TestProject::addMission(file, "v1", 0, 1, 1);
+    QVERIFY(TestProject::run(file, {"INSERT INTO flight_video_mission(id, name) VALUES('v1', 'a+b')"}));
+    Uploader uploader(EUploadEnv::CurrentMissionLog, file);
+    uploader.op->SetFlightModeEasyFly(easyFly);
+    uploader.op->SetFilghtMissionID(current);
+    const auto paths = [this] {
+        QStringList list;
+        for (const SRequest& request : qAsConst(m_server->requests)) {
+            list.append(request.path);
+        }
+        list.sort();
+        return list;
+    };
+    first.sort();
+    emit uploader.host.tick();
+    QTRY_COMPARE(paths(), first);
+    QTRY_COMPARE(TestProject::waiting(file, "flight_video_mission"), easyFly && !current.isEmpty() ? 0 : 1);
+    QTRY_COMPARE(TestProject::waiting(file, "flight_mission"), current.isEmpty() ? 1 : 0);
+    QTRY_COMPARE(TestProject::waiting(file, Log), current.isEmpty() ? 1 : 0);
+    QVERIFY(TestProject::run(file, {"INSERT INTO uas_status(id, flight_mission_id) VALUES('late', 'v1')"}));
+    m_server->requests.clear();
+    emit uploader.host.tick();
+    QTRY_COMPARE(paths(), second);
+    QTRY_COMPARE(TestProject::waiting(file, "uas_status"),
+                 second.isEmpty() ? (current.isEmpty() ? 2 : 1) : 0);
 }
 
 void tst_upload::networkDown()

@@ -44,6 +44,7 @@ private slots:
     void replies();
     void wireContent();
     void timeouts();
+    void noAddress();
     void destroyedInFlight();
     void memoryKeptByFinishedRequests();
     void debuggingProxy();
@@ -153,6 +154,18 @@ void tst_uploadobject::timeouts()
     QVERIFY(time.elapsed() >= 24000);
     server.sendMore("/late", "tus\":0}");
     QTRY_COMPARE(lateOutcomes.list, (QList<QByteArray>{"error", "finished {\"status\":0}"}));
+}
+
+void tst_uploadobject::noAddress()
+{
+    for (const char* url : {"", "/flight/upload", "nonsense://x", "http://127.0.0.1:1/x"}) {
+        CKvUpLoadObject object;
+        Outcomes outcomes(object);
+        object.SetUrl(url);
+        object.SetFilePathArray("data=1");
+        object.PostNetWorkReplyMessage();
+        QTRY_COMPARE_WITH_TIMEOUT(outcomes.list, QList<QByteArray>{"error"}, 6000);
+    }
 }
 
 void tst_uploadobject::destroyedInFlight()

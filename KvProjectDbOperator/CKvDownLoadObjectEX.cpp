@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: MIT
+#include "CKvDownLoadObjectEX.h"
+
+#include "KvAlgorthm.h"
+#include "KvTrace.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QUrl>
+
+namespace
+{
+constexpr int StartTimeout = 30000; // milliseconds
+constexpr int LastTry = 5;
+constexpr int StartsThatResume = 3;
+constexpr int ProgressPrefix = 3; // characters
+
+QByteArray FileContents(const QString& strFile)
+{
+    QFile file(strFile);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+} // namespace
+
+CKvDownLoadObjectEX::CKvDownLoadObjectEX() = default;
+
+CKvDownLoadObjectEX::~CKvDownLoadObjectEX()
+{
+    m_byteData.clear();
+    if (m_pProcess) {
+        m_pProcess->kill();
+        m_pProcess = nullptr; // a child, which waits for the program's end when it is destroyed
+    }
+}
+
+void CKvDownLoadObjectEX::SetUrl(const QByteArray& byteUrl)
+{
+    m_byteUrl = byteUrl;
+}
+
+QString CKvDownLoadObjectEX::GetFileUrl()
+{
+    return QString::fromUtf8(m_byteUrl);
+}
+
+void CKvDownLoadObjectEX::SetUserData(int nKey, const QVariant& value)
+{
+    m_mapUserData.insert(nKey, value);
+}
+
+QVariant CKvDownLoadObjectEX::GetUserData(int nKey)
+{
+    return m_mapUserData.value(nKey);
+}
+
+const QByteArray& CKvDownLoadObjectEX::GetByteData() const
+{
+    return m_byteData;
+}
+
+void CKvDownLoadObjectEX::StopDownload()
+{
+    if (m_pProcess) {
+        m_pProcess->kill();
+    }
+}
+
+QString CKvDownLoadObjectEX::_GetAppUpDirPath()
+{
+    return QDir(QCoreApplication::applicationDirPath() + QStringLiteral("/..")).absolutePath();
+}
+
+QString CKvDownLoadObjectEX::_GetDownloadFilePath(const QUrl& url)
+{
+    const QString strName =
+        url.toString(QUrl::RemoveQuery | QUrl::RemoveFragment).split(QLatin1Char('/')).constLast();
+    return GetHomeDir() + QStringLiteral("TmpData/") +
+           (strName.contains(QLatin1Char('.')) ? strName : QStringLiteral("data"));
+}
+
+void CKvDownLoadObjectEX::slotRequestData()
+{
+    if (m_pProcess) {
+        m_pProcess->kill();
+    } else {
+        m_pProcess = new QProcess(this);
+        connect(m_pProcess, SIGNAL(readyReadStandardOutput()), this, SLOT(slotPreviewProcessHasStdOut()));
+        connect(m_pProcess, SIGNAL(finished(int)), this, SLOT(slotPreviewProcessFinished()));
+    }
+    const QUrl url(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode);
+    const QString strTmpFile = _GetDownloadFilePath(url);
+    if (m_nRequestCount++ >= StartsThatResume) {
+        QFile::remove(strTmpFile);
+    }
+    const QStringList listArgument{url.toString(), strTmpFile};
+    const QString strProgram = _GetAppUpDirPath() + QStringLiteral("/Talverinde/grabdownloader.exe");
+    KV_TRACE << "CKvDownLoadObjectEX::slotRequestData" << listArgument[0] << " " << listArgument[1] << " "
+             << strProgram;
+    m_pProcess->start(strProgram, listArgument, QIODevice::ReadWrite);
+    if (!m_pProcess->waitForStarted(StartTimeout)) {
+        KV_TRACE << "CKvDownLoadObjectEX::slotRequestData" << 148
+                 << "DownLoad File Fail: Failed to open process";
+        emit NetWorkError();
+    }
+}
+
+void CKvDownLoadObjectEX::slotPreviewProcessHasStdOut()
+{
+    if (!m_pProcess) {
+        return;
+    }
+    const QStringList listPart =
+        QString::fromUtf8(m_pProcess->readAllStandardOutput()).split(QLatin1Char(','));
+    const qint64 nReceived = listPart[0].mid(ProgressPrefix).toLongLong();
+    const qint64 nTotal = listPart.value(1).toLongLong();
+    if (nReceived <= nTotal) {
+        emit downloadProgress(nReceived, nTotal);
+    }
+}
+
+void CKvDownLoadObjectEX::slotPreviewProcessFinished()
+{
+    const char* const strMethod = "CKvDownLoadObjectEX::slotPreviewProcessFinished";
+    const QString strTmpFile = _GetDownloadFilePath(QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode));
+    m_byteData = FileContents(strTmpFile);
+    const QString strResult = m_pProcess ? QString::fromUtf8(m_pProcess->readAllStandardError()) : QString();
+    if (strResult.contains(QLatin1String("SUCCESS"))) {
+        KV_TRACE << 83 << strMethod;
+        m_pProcess->kill();
+        QFile::remove(strTmpFile);
+        emit downLoadFinished();
+        return;
+    }
+    KV_TRACE << strMethod << strResult;
+    _RetryOrFail(strTmpFile, strResult.contains(QLatin1String("bad content length")) ||
+                                 strResult.contains(QLatin1String("read tcp")));
+}
+
+void CKvDownLoadObjectEX::_RetryOrFail(const QString& strTmpFile, bool bRetryable)
+{
+    if (bRetryable) {
+        QFile::remove(strTmpFile);
+        if (++m_nRetryCount < LastTry) {
+            slotRequestData();
+            return;
+        }
+    }
+    m_nRetryCount = 0;
+    emit NetWorkError();
+}

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "KvProjectDbOperatorGlobal.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QMap>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+#include <QtCore/QVariant>
+
+class QProcess;
+class QUrl;
+
+/// Downloads one file at a time through the program grabdownloader.exe, into memory.
+///
+/// The program is "Talverinde/grabdownloader.exe" beside the folder of the application. It writes to
+/// GetHomeDir() + "TmpData/" + the last segment of the URL's path ("data" when that holds no "."); the
+/// folder must exist. The file is removed after success. Two objects must not load the same name at once.
+///
+/// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it, also
+/// while the program runs, which is then killed.
+class KVPROJECTDBOPERATOR_EXPORT CKvDownLoadObjectEX : public QObject
+{
+    Q_OBJECT
+
+public:
+    CKvDownLoadObjectEX();
+    ~CKvDownLoadObjectEX() override;
+
+    /// Sets the URL, UTF-8.
+    void SetUrl(const QByteArray& byteUrl);
+    /// The URL as it was set.
+    QString GetFileUrl();
+    /// Keeps a value for the caller under a key, replacing the previous one.
+    void SetUserData(int nKey, const QVariant& value);
+    /// The value under the key; invalid when there is none.
+    QVariant GetUserData(int nKey);
+    /// Kills the program; NetWorkError() follows once it has ended.
+    void StopDownload();
+    /// The bytes of the file, valid from downLoadFinished() until the next request.
+    const QByteArray& GetByteData() const;
+
+signals:
+    /// Bytes received so far, and in all.
+    void downloadProgress(qint64 received, qint64 total);
+    /// The file is whole; see GetByteData().
+    void downLoadFinished();
+    /// The program could not be started, failed for good, or failed five times for a reason that may pass (a
+    /// broken connection or a short body).
+    void NetWorkError();
+
+public slots:
+    /// Starts the download. A program that still runs is killed, and its end gives NetWorkError(); call again
+    /// after that. From the fourth start on, a partial file of an earlier try is removed first, until then it
+    /// is resumed.
+    virtual void slotRequestData();
+    /// Reads a progress report of the program.
+    void slotPreviewProcessHasStdOut();
+    /// Judges the end of the program.
+    void slotPreviewProcessFinished();
+
+private:
+    QString _GetAppUpDirPath();
+    static QString _GetDownloadFilePath(const QUrl& url);
+    void _RetryOrFail(const QString& strTmpFile, bool bRetryable);
+
+    QString m_strReserved1;
+    QString m_strReserved2;
+    QByteArray m_byteData;
+    QByteArray m_byteUrl;
+    QProcess* m_pProcess = nullptr;
+    QMap<int, QVariant> m_mapUserData;
+    qint32 m_nRequestCount = 0;
+    qint32 m_nRetryCount = 0;
+};
