@@ -55,8 +55,14 @@ QByteArray ScriptedServer::url() const
 ScriptedServer::SReply ScriptedServer::json(const QByteArray& body, const QByteArray& status)
 {
     return {"HTTP/1.1 " + status + "\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" +
-                body,
-            false};
+            body};
+}
+
+ScriptedServer::SReply ScriptedServer::file(const QByteArray& body, qint64 length)
+{
+    const qint64 told = length < 0 ? body.size() : length;
+    return {"HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(told) + "\r\n\r\n" + body,
+            told > body.size()};
 }
 
 int ScriptedServer::count(const QByteArray& path) const
@@ -95,7 +101,10 @@ void ScriptedServer::read(QTcpSocket* socket)
     m_asked[request.path] = socket;
     const SReply reply = script(request);
     socket->write(reply.wire);
-    if (reply.close) {
+    if (reply.reset) {
+        socket->flush();
+        socket->abort();
+    } else if (reply.close) {
         socket->disconnectFromHost();
     }
     emit received();

@@ -34,6 +34,7 @@ public:
     struct SReply {
         QByteArray wire;
         bool close = false; ///< close the connection after the bytes
+        bool reset = false; ///< break it instead
     };
     using Script = std::function<SReply(const SRequest&)>;
 
@@ -43,6 +44,8 @@ public:
     static SReply json(const QByteArray& body, const QByteArray& status = "200 OK");
     static SReply accepted() { return json(R"({"status":0,"message":""})"); }
     static SReply silence() { return {}; }
+    /// A body with its right length, or another one.
+    static SReply file(const QByteArray& body, qint64 length = -1);
     static SReply cut() { return {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"sta", true}; }
     static SReply slam() { return {"", true}; }
 
