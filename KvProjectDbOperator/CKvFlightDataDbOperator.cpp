@@ -187,7 +187,7 @@ void CKvFlightDataDbOperator::_GetFlightMissionFileInformation()
 QSqlError CKvFlightDataDbOperator::_write2DB(const QString& sql, const QString&, unsigned int)
 {
     m_mutexDB.lock();
-    const QSqlError error = m_pDataBase->exec(sql).lastError();
+    QSqlError error = m_pDataBase->exec(sql).lastError();
     m_mutexDB.unlock();
     return error;
 }
@@ -308,7 +308,7 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
     if (!m_pDataBase->isOpen()) {
         m_pDataBase->open();
     }
-    for (const QJsonValue& element : jsonArray) {
+    for (const QJsonValue element : jsonArray) {
         QSqlQuery query(*m_pDataBase->DBInstance());
         if (description.PrepareInsert(query, PosDataTableName)) {
             description.BindRecord(query, element.toObject());

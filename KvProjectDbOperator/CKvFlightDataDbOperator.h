@@ -149,7 +149,12 @@ private slots:
     /// \param nLastWPIndex  index of the last waypoint reached
     /// \param dLng, dLat  position in degrees, stored with 6 decimals
     /// \param strFlightMissionID  id of the mission row
-    /// \param dCirculaTaskCompletionDegree  how far a circular task had got
+    /// \param dCirculaTaskCompletionDegree  how far a circular task had got, written into the mission's
+    ///        JSON document as "circula_task_completion_degree"
+    ///
+    /// The document must hold no single quote and no "%" with a digit behind it, not even as a \\u escape:
+    /// with a quote there is no answer, as the statement cannot be prepared; with a marker another row than
+    /// this one may be meant, or none. Without a connection the lock stays held.
     void slotUpdateBreakpoint(int nLastWPIndex, double dLng, double dLat, QString strFlightMissionID,
                               double dCirculaTaskCompletionDegree);
     /// Pauses (false: ticks are silenced, the file is closed) or resumes the upload.

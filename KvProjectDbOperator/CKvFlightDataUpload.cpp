@@ -275,7 +275,7 @@ void CKvFlightDataDbOperator::_upload(const QString& strFile)
 
 void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
 {
-    if (m_pDataBase && m_pDataBase->databaseName() != strFile) {
+    if (m_pDataBase->databaseName() != strFile) {
         _PointDataBaseAt(strFile);
     }
     if (!_IsDataBaseOpen()) {

@@ -40,16 +40,9 @@ QNetworkReply* Post(QNetworkAccessManager* pManager, const QNetworkRequest& requ
 }
 } // namespace
 
-CKvUpLoadObject::CKvUpLoadObject()
-    : m_pNetManager(nullptr)
-    , m_pReply(nullptr)
-    , m_pRequest(nullptr)
-    , m_pRequestTimer(nullptr)
-    , m_pErrorTimer(nullptr)
+CKvUpLoadObject::CKvUpLoadObject() : m_pNetManager(new QNetworkAccessManager), m_pRequest(new QNetworkRequest)
 {
     InstallDebugProxy();
-    m_pRequest = new QNetworkRequest;
-    m_pNetManager = new QNetworkAccessManager;
 }
 
 CKvUpLoadObject::~CKvUpLoadObject()

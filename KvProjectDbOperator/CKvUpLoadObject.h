@@ -72,12 +72,12 @@ private slots:
 private:
     QByteArray m_byteUrl;
     QNetworkAccessManager* m_pNetManager;
-    QNetworkReply* m_pReply;
+    QNetworkReply* m_pReply = nullptr;
     QByteArray m_bytePostData;
     QByteArray m_byteHeaderKey;
     QByteArray m_byteHeaderValue;
     QString m_strFilePath;
     QNetworkRequest* m_pRequest;
-    QTimer* m_pRequestTimer;
-    QTimer* m_pErrorTimer;
+    QTimer* m_pRequestTimer = nullptr;
+    QTimer* m_pErrorTimer = nullptr;
 };

@@ -51,7 +51,7 @@ public:
     /// \param files     number of rotated files kept beside the current one, at least 1
     /// \return false, with a warning on standard error, when the arguments are out of range or the file
     ///         cannot be opened; the logger then goes on as before
-    bool setLogFile(const QString& path, qint64 maxBytes = 5 * 1024 * 1024, int files = 3);
+    bool setLogFile(const QString& path, qint64 maxBytes = 5LL * 1024 * 1024, int files = 3);
 
     /// Sets the listener; an empty one removes it. The listener must not set a listener itself.
     void setListener(Listener listener);
