@@ -27,7 +27,8 @@ function(kv_add_library target)
   target_compile_definitions(${target} PRIVATE ${upper}_LIBRARY)
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    INSTALL_RPATH "$ORIGIN")
   install(TARGETS ${target} EXPORT KvProjectDbOperatorTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
