@@ -120,6 +120,64 @@ private slots:
                 50);
         QVERIFY(!values("SELECT 1 FROM uas_status WHERE armed = 1 AND flight_mode = 'LAND'").isEmpty());
     }
+    void tellsHowAFlightEnded()
+    {
+        // A letter a second. H, h: heartbeat, armed and disarmed; p, o: position, known and not; c: waypoint
+        // 3; n, m: 10 waypoints, told by the vehicle and by the ground station; .: other traffic.
+        const QByteArray fix = QByteArray(4, 0) + QByteArray::fromHex("c0a5f5eac0dade58") + QByteArray(16, 0);
+        const QMap<QChar, mavlink::Message> messages{
+            {'H', {mavlink::Heartbeat, 1, 1, Payload}},
+            {'h', {mavlink::Heartbeat, 1, 1, QByteArray(Payload).replace(6, 1, "Q")}},
+            {'p', {mavlink::GlobalPositionInt, 1, 1, fix}},
+            {'o', {mavlink::GlobalPositionInt, 1, 1, QByteArray(28, 0)}},
+            {'c', {mavlink::MissionCurrent, 1, 1, QByteArray::fromHex("0300")}},
+            {'n', {mavlink::MissionCount, 1, 1, QByteArray::fromHex("0a00ff00")}},
+            {'m', {mavlink::MissionCount, 255, 190, QByteArray::fromHex("0a000101")}},
+            {'.', {mavlink::Heartbeat, 255, 190, QByteArray::fromHex("000000000608c00003")}},
+        };
+        const std::pair<QString, QString> cases[] = {
+            {"hHpcnh.......", ""},
+            {"hHpcn", "still armed: waypoint 3 at 149.100000, -35.300000, 30 %"},
+            {"HpocHm....", "still armed: waypoint 3 at 149.100000, -35.300000, 30 %"},
+            {"HpcmH......", "link lost: waypoint 3 at 149.100000, -35.300000, 30 %"},
+            {"Hocn", "still armed: waypoint 0 at 0.000000, 0.000000, 0 %"},
+            {"pcn.......", ""},
+        };
+        for (const auto& [seen, expected] : cases) {
+            VehicleTracker tracker;
+            qint64 usec = 0;
+            for (const QChar letter : seen) {
+                tracker.take({usec += 1000000, mavlink::encode(messages[letter], 0)});
+            }
+            QString told;
+            if (const auto end = tracker.interruption(usec)) {
+                const Breakpoint at = end->breakpoint.value_or(Breakpoint());
+                told = QString("%1: %2, %3 %").arg(end->reason, at.text()).arg(at.completion);
+            }
+            QCOMPARE(told, expected);
+        }
+    }
+    void recordsInterruptedAndVideoFlights()
+    {
+        const TestProject folder;
+        QString error;
+        const Project project = *Project::make(folder.path("p"), &error);
+        // Characters that would break the statement that stores a breakpoint.
+        const QString name = "it's %5, 100 % \"%1\"";
+        FlightSimulator interrupted(5, 2, 1, true), video(5, 2, 1);
+        const auto flight = FlightRecorder(project).record(interrupted, name, "a");
+        QCOMPARE(flight.error, QString());
+        QCOMPARE(MissionFile(flight.file).breakpoint(flight.missionId)->text(),
+                 flight.interruption->breakpoint->text());
+        QCOMPARE(
+            TestProject::value(flight.file, "SELECT name || result FROM flight_mission, flight_complete"),
+            QVariant(name + "interrupted"));
+        const auto easy = FlightRecorder(project, MissionFormat::video()).record(video, name, "a", "v.tlog");
+        QCOMPARE(easy.error, QString());
+        QCOMPARE(TestProject::value(easy.file, "SELECT name || video_file FROM flight_video_mission"),
+                 QVariant(name + "v.tlog"));
+        QCOMPARE(TestProject::waiting(easy.file, "flight_monitor_detail_log"), int(easy.messages));
+    }
     void countsWhatWaits()
     {
         const std::tuple<const char*, int, int> cases[] = {
@@ -162,11 +220,11 @@ private slots:
             connect(&supervisor, &UploadSupervisor::unmarkable, [&] { done << QString("u%1").arg(second); });
             for (; second < seen.size(); ++second) {
                 if (seen[second] == 'a') {
-                    supervisor.noteSignOfLife(second * 1000);
+                    supervisor.noteSignOfLife(second * 1000LL);
                 } else if (seen[second] == 'b') {
                     supervisor.noteBatch("m");
                 }
-                supervisor.look(second * 1000, "f.kv", seen[second] != 'n');
+                supervisor.look(second * 1000LL, "f.kv", seen[second] != 'n');
             }
             QCOMPARE(done.join(' '), expected);
         }

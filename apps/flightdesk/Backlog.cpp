@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Backlog.h"
 
-#include "MissionFile.h"
-
-#include <KvAlgorthm.h>
-
 #include <QtCore/QFileInfo>
 #include <QtCore/QVariant>
 
@@ -13,7 +9,7 @@
 namespace
 {
 const char* const WaitingSql = "SELECT %1, count(*), %3 FROM %2 WHERE is_uploaded = 0 GROUP BY 1";
-const char* const HasMissionRowSql = "flight_mission_id IN (SELECT id FROM flight_mission)";
+const char* const HasMissionRowSql = "flight_mission_id IN (SELECT id FROM %1)";
 
 // A file's time stamp may stand still for that long while the file changes.
 constexpr int StampSeconds = 2;
@@ -42,11 +38,14 @@ qint64 sum(const QVector<WaitingRows>& rows)
 }
 } // namespace
 
-Backlog::Backlog(Project project) : m_project(std::move(project)) {}
+Backlog::Backlog(Project project, const MissionFormat& format)
+    : m_project(std::move(project)), m_format(format)
+{
+}
 
 void Backlog::countAll()
 {
-    const QStringList files = m_project.missionFiles({QStringLiteral("*.kv")});
+    const QStringList files = m_project.missionFiles({QLatin1Char('*') + m_format.suffix});
     for (const QString& known : m_files.keys()) {
         if (!files.contains(known)) {
             m_files.remove(known);
@@ -67,20 +66,21 @@ void Backlog::recount()
     }
 }
 
-Backlog::File Backlog::count(const QString& path)
+Backlog::File Backlog::count(const QString& path) const
 {
     File result;
     result.countedAt = QDateTime::currentDateTime();
     const bool markable = isMarkable(path);
     MissionFile file(path);
-    const bool hasMissions = file.hasTable(FlightMissionTableName);
-    for (const QString& kind : MissionFile::uploadKinds()) {
+    const bool hasMissions = file.hasTable(m_format.missionTable);
+    for (const QString& kind : m_format.uploadKinds) {
         if (!file.hasTable(kind)) {
             continue;
         }
-        const QString hasRow = kind == FlightMissionTableName ? QStringLiteral("1")
-                               : hasMissions                  ? QString::fromLatin1(HasMissionRowSql)
-                                                              : QStringLiteral("0");
+        const QString hasRow = kind == m_format.missionTable ? QStringLiteral("1")
+                               : hasMissions
+                                   ? QString::fromLatin1(HasMissionRowSql).arg(m_format.missionTable)
+                                   : QStringLiteral("0");
         const QString sql =
             QString::fromLatin1(WaitingSql).arg(MissionFile::missionColumn(kind), kind, hasRow);
         file.read(sql, [&](const QSqlQuery& row) {
@@ -142,11 +142,11 @@ QStringList Backlog::unreadable() const
     return paths;
 }
 
-QString Backlog::sendableFile() const
+WaitingRows Backlog::firstSendable() const
 {
     for (const WaitingRows& some : rows()) {
         if (some.obstacle == Obstacle::None) {
-            return some.file;
+            return some;
         }
     }
     return {};

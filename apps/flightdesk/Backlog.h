@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "MissionFile.h"
 #include "Project.h"
 
 #include <QtCore/QDateTime>
@@ -12,7 +13,7 @@
 /// Why rows wait that no upload can help.
 enum class Obstacle {
     None,
-    NoMissionRow, ///< only rows of a mission with a flight_mission row are ever sent
+    NoMissionRow, ///< only rows of a mission with a row of its own are ever sent
     NotMarkable,  ///< the file or its folder is read-only, so that accepted rows cannot be marked
 };
 
@@ -30,9 +31,9 @@ struct WaitingRows {
 class Backlog
 {
 public:
-    explicit Backlog(Project project);
+    explicit Backlog(Project project, const MissionFormat& format = MissionFormat::flight());
 
-    /// Counts every mission file of the project.
+    /// Counts every mission file of the project that has the format.
     void countAll();
     /// Counts those files again that waited and have changed since.
     void recount();
@@ -44,8 +45,9 @@ public:
     qint64 settled() const { return m_settled; }
     QVector<WaitingRows> rows() const;
     QStringList unreadable() const;
-    /// A file with sendable rows; empty when there is none.
-    QString sendableFile() const;
+    /// Some rows that can be sent, always the same ones until they no longer wait; without a file when there
+    /// are none.
+    WaitingRows firstSendable() const;
     /// The file in which rows of the mission wait; empty when there is none.
     QString fileOf(const QString& mission) const;
 
@@ -55,10 +57,11 @@ private:
         bool readable = true;
         QVector<WaitingRows> rows;
     };
-    static File count(const QString& path);
+    File count(const QString& path) const;
     void settle(const QString& path, const File& now);
 
     Project m_project;
+    const MissionFormat& m_format;
     QMap<QString, File> m_files;
     qint64 m_settled = 0;
 };

@@ -12,21 +12,24 @@ void printUsageError(const QString& text)
     Console::printError(QStringLiteral("flightdesk: %1 (see flightdesk --help)").arg(text));
 }
 
-CommandLine::CommandLine(const QString& description, const QList<QCommandLineOption>& options)
+CommandLine::CommandLine(const QString& description, const QList<QCommandLineOption>& options, Scope scope)
+    : m_scope(scope)
 {
     m_parser.setApplicationDescription(description);
     m_parser.addOption({{"h", "help"}, "Show this help."});
-    m_parser.addOption({"project", "Folder of the project.", "DIR"});
+    if (m_scope == Scope::Project) {
+        m_parser.addOption({"project", "Folder of the project.", "DIR"});
+    }
     m_parser.addOptions(options);
     m_parser.addOption({"json", "Print one JSON document, for scripts."});
     m_parser.addOption({"log", "Write the log to FILE.", "FILE"});
     m_parser.addOption({"verbose", "Print the log's lines on standard error."});
 }
 
-void CommandLine::takesFiles(const QString& name, const QString& description, const QString& syntax)
+void CommandLine::takes(const QString& name, const QString& description, const QString& syntax)
 {
     m_parser.addPositionalArgument(name, description, syntax);
-    m_takesFiles = true;
+    m_positional = name;
 }
 
 std::optional<int> CommandLine::read(const QStringList& arguments)
@@ -40,13 +43,14 @@ std::optional<int> CommandLine::read(const QStringList& arguments)
         std::fputs(qPrintable(m_parser.helpText().replace(program, arguments.first())), stdout);
         return Done;
     }
-    if (project().isEmpty()) {
+    if (m_scope == Scope::Project && project().isEmpty()) {
         printUsageError(QStringLiteral("--project is missing"));
         return BadUsage;
     }
-    if (m_takesFiles == files().isEmpty()) {
-        printUsageError(m_takesFiles ? QStringLiteral("no file is named")
-                                     : QStringLiteral("unexpected argument: %1").arg(files().first()));
+    if (m_positional.isEmpty() != positionals().isEmpty()) {
+        printUsageError(m_positional.isEmpty()
+                            ? QStringLiteral("unexpected argument: %1").arg(positionals().first())
+                            : QStringLiteral("%1 is missing").arg(m_positional));
         return BadUsage;
     }
     return setUpLog();

@@ -14,10 +14,13 @@
 class CommandLine
 {
 public:
-    CommandLine(const QString& description, const QList<QCommandLineOption>& options);
+    enum class Scope { Project, NoProject };
+
+    CommandLine(const QString& description, const QList<QCommandLineOption>& options,
+                Scope scope = Scope::Project);
 
     /// What stands behind the options, as in "LOG...".
-    void takesFiles(const QString& name, const QString& description, const QString& syntax);
+    void takes(const QString& name, const QString& description, const QString& syntax);
 
     /// Reads the arguments and sets up the log.
     /// \return the exit code when the command ends here, after its help or an error
@@ -29,15 +32,16 @@ public:
     QString value(const QString& option) const { return m_parser.value(option); }
     /// A number in the range; otherwise an error is printed and nothing returned.
     std::optional<qint64> number(const QString& option, qint64 least, qint64 most) const;
-    QStringList files() const { return m_parser.positionalArguments(); }
+    QStringList positionals() const { return m_parser.positionalArguments(); }
     const LogFeed& log() const { return m_log; }
 
 private:
     std::optional<int> setUpLog();
 
+    const Scope m_scope;
     QCommandLineParser m_parser;
     LogFeed m_log;
-    bool m_takesFiles = false;
+    QString m_positional; ///< name of what stands behind the options, empty when nothing does
 };
 
 /// Prints an error in the program's name.

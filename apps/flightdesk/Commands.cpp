@@ -23,10 +23,11 @@ struct Command {
 };
 
 constexpr Command Commands[] = {
-    {"record", "Record telemetry logs, one flight mission each.", runRecord},
+    {"record", "Record telemetry logs, one mission each.", runRecord},
     {"simulate", "Record simulated flights.", runSimulate},
     {"upload", "Upload all that waits.", runUpload},
     {"status", "Show what is recorded, uploaded and waiting.", runStatus},
+    {"fetch", "Download a file.", runFetch},
 };
 
 void printHelp()

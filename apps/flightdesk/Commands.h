@@ -20,3 +20,4 @@ int runRecord(const QStringList& arguments);
 int runSimulate(const QStringList& arguments);
 int runUpload(const QStringList& arguments);
 int runStatus(const QStringList& arguments);
+int runFetch(const QStringList& arguments);

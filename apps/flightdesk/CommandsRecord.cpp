@@ -12,26 +12,48 @@
 
 namespace
 {
+const QCommandLineOption EasyFly(QStringLiteral("easy-fly"),
+                                 QStringLiteral("Record video missions instead of flight missions."));
+
+/// The end of a result line.
+QString words(const Interruption& interruption)
+{
+    return QStringLiteral(", interrupted (%1): %2")
+        .arg(interruption.reason, interruption.breakpoint
+                                      ? interruption.breakpoint->text()
+                                      : QStringLiteral("no breakpoint, as no position is known"));
+}
+
 /// Records flights one after another and keeps the account.
 class Recording
 {
 public:
     Recording(const CommandLine& arguments, const Project& project)
-        : m_console(arguments.json()), m_recorder(project)
+        : m_console(arguments.json())
+        , m_recorder(project, arguments.isSet(QStringLiteral("easy-fly")) ? MissionFormat::video()
+                                                                          : MissionFormat::flight())
     {
         QObject::connect(&m_recorder, &FlightRecorder::progress,
                          [this](qint64 done, qint64 size) { m_console.progress(m_label, done, size); });
     }
 
-    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft)
+    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
+                          const QString& log = {})
     {
         m_label = name;
-        return m_recorder.record(source, name, aircraft);
+        return m_recorder.record(source, name, aircraft, log);
     }
 
     /// Reports one flight. `details` goes into the JSON document as well, `remark` behind the result line.
-    void report(const RecordedFlight& flight, QJsonObject details = {}, const QString& remark = {})
+    void report(const RecordedFlight& flight, QJsonObject details = {}, QString remark = {})
     {
+        if (flight.interruption) {
+            remark += words(*flight.interruption);
+            details.insert("interrupted", flight.interruption->reason);
+            if (flight.interruption->breakpoint) {
+                details.insert("breakpoint", flight.interruption->breakpoint->json());
+            }
+        }
         details.insert("name", flight.name);
         details.insert("id", flight.missionId);
         details.insert("file", flight.file);
@@ -40,11 +62,9 @@ public:
         details.insert("statuses", flight.statuses);
         if (flight.error.isEmpty()) {
             m_console.line(QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6")
-                               .arg(flight.name, flight.missionId)
-                               .arg(flight.messages)
-                               .arg(flight.positions)
-                               .arg(flight.statuses)
-                               .arg(remark));
+                               .arg(flight.name, flight.missionId, QString::number(flight.messages),
+                                    QString::number(flight.positions), QString::number(flight.statuses),
+                                    remark));
         } else {
             m_console.error(QStringLiteral("%1: %2").arg(flight.name, flight.error));
             details.insert("error", flight.error);
@@ -82,7 +102,8 @@ void recordLog(Recording& recording, const QString& path)
     TelemetryLog log(path);
     RecordedFlight flight;
     if (log.open()) {
-        flight = recording.record(log, QFileInfo(path).completeBaseName(), QStringLiteral("unknown"));
+        const QFileInfo file(path);
+        flight = recording.record(log, file.completeBaseName(), QStringLiteral("unknown"), file.fileName());
     }
     flight.name = path;
     if (!log.error().isEmpty()) {
@@ -104,9 +125,8 @@ void recordLog(Recording& recording, const QString& path)
 
 int runRecord(const QStringList& arguments)
 {
-    CommandLine line(QStringLiteral("Records telemetry logs, one flight mission each."), {});
-    line.takesFiles(QStringLiteral("LOG"), QStringLiteral("Telemetry log (.tlog)."),
-                    QStringLiteral("LOG..."));
+    CommandLine line(QStringLiteral("Records telemetry logs, one mission each."), {EasyFly});
+    line.takes(QStringLiteral("LOG"), QStringLiteral("Telemetry log (.tlog)."), QStringLiteral("LOG..."));
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
@@ -115,7 +135,7 @@ int runRecord(const QStringList& arguments)
         return NotDone;
     }
     Recording recording(line, *project);
-    for (const QString& path : line.files()) {
+    for (const QString& path : line.positionals()) {
         recordLog(recording, path);
     }
     return recording.finish();
@@ -126,7 +146,9 @@ int runSimulate(const QStringList& arguments)
     CommandLine line(QStringLiteral("Records simulated flights; the same seed gives the same flights."),
                      {{"missions", "Number of flights (default 1).", "N", "1"},
                       {"minutes", "Length of each flight (default 3).", "M", "3"},
-                      {"seed", "Seed of the simulation (default 1).", "S", "1"}});
+                      {"seed", "Seed of the simulation (default 1).", "S", "1"},
+                      {"interrupted", "The telemetry breaks off in mid-air."},
+                      EasyFly});
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
@@ -142,7 +164,8 @@ int runSimulate(const QStringList& arguments)
     }
     Recording recording(line, *project);
     for (int number = 0; number < *missions; ++number) {
-        FlightSimulator flight(quint32(*seed), number, int(*minutes));
+        FlightSimulator flight(quint32(*seed), number, int(*minutes),
+                               line.isSet(QStringLiteral("interrupted")));
         const QString name = QStringLiteral("simulated-%1-%2").arg(*seed).arg(number + 1);
         recording.report(recording.record(flight, name, QStringLiteral("simulated quadrotor")));
     }

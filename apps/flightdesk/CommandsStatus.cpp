@@ -55,10 +55,12 @@ private:
 
     void add(const QString& path, const MissionCount& mission)
     {
-        m_console.line(QStringLiteral("%1  %2  %3")
-                           .arg(mission.id,
-                                mission.hasRow ? mission.name : QStringLiteral("(no flight_mission row)"),
-                                path));
+        m_console.line(
+            QStringLiteral("%1  %2  %3")
+                .arg(mission.id, mission.hasRow ? mission.name : QStringLiteral("(no mission row)"), path));
+        if (mission.breakpoint) {
+            m_console.line(QStringLiteral("  breakpoint: ") + mission.breakpoint->text());
+        }
         printRow({}, "recorded", "accepted", "marked", "waiting");
         QJsonArray kinds;
         for (const KindCount& count : mission.kinds) {
@@ -76,11 +78,15 @@ private:
             kind.insert("kind", count.kind);
             kinds.append(kind);
         }
-        m_missions.append(QJsonObject{{"id", mission.id},
-                                      {"name", mission.name},
-                                      {"has_row", mission.hasRow},
-                                      {"file", path},
-                                      {"kinds", kinds}});
+        QJsonObject details{{"id", mission.id},
+                            {"name", mission.name},
+                            {"has_row", mission.hasRow},
+                            {"file", path},
+                            {"kinds", kinds}};
+        if (mission.breakpoint) {
+            details.insert("breakpoint", mission.breakpoint->json());
+        }
+        m_missions.append(details);
     }
 
     [[nodiscard]] QJsonObject describe(const KindCount& count) const

@@ -32,11 +32,12 @@ bool signIn(const CommandLine& line)
     return true;
 }
 
-QString words(Obstacle obstacle)
+QString words(Obstacle obstacle, bool easyFly)
 {
     switch (obstacle) {
     case Obstacle::NoMissionRow:
-        return QStringLiteral("the mission has no flight_mission row, so its rows are never sent");
+        return QStringLiteral("the mission has no %1 row, so its rows are never sent")
+            .arg(easyFly ? FlightVideoTableName : FlightMissionTableName);
     case Obstacle::NotMarkable:
         return QStringLiteral("the file is read-only, so accepted rows cannot be marked");
     case Obstacle::None:
@@ -45,27 +46,26 @@ QString words(Obstacle obstacle)
     return {};
 }
 
-QJsonObject describe(const WaitingRows& waiting)
+QJsonObject describe(const WaitingRows& waiting, const QString& obstacle)
 {
     return {{"mission", waiting.mission},
             {"kind", waiting.kind},
             {"rows", waiting.rows},
             {"file", waiting.file},
-            {"obstacle", words(waiting.obstacle)}};
+            {"obstacle", obstacle}};
 }
 
-void printResult(const UploadResult& result, Console& console)
+void printResult(const UploadResult& result, bool easyFly, qint64 videoRows, Console& console)
 {
     QJsonArray waiting;
     qint64 rows = 0;
     for (const WaitingRows& some : result.waiting) {
-        waiting.append(describe(some));
+        const QString obstacle = words(some.obstacle, easyFly);
+        waiting.append(describe(some, obstacle));
         rows += some.rows;
-        const QString obstacle = words(some.obstacle);
         console.line(QStringLiteral("mission %1: %2 %3 rows wait in %4%5")
-                         .arg(some.mission)
-                         .arg(some.rows)
-                         .arg(some.kind, some.file, obstacle.isEmpty() ? obstacle : ": " + obstacle));
+                         .arg(some.mission, QString::number(some.rows), some.kind, some.file,
+                              obstacle.isEmpty() ? obstacle : ": " + obstacle));
     }
     for (const QString& file : result.unreadable) {
         console.line(QStringLiteral("%1 cannot be read: locked, or no mission file").arg(file));
@@ -75,7 +75,8 @@ void printResult(const UploadResult& result, Console& console)
                       {"waiting", rows},
                       {"remaining", waiting},
                       {"unreadable", QJsonArray::fromStringList(result.unreadable)},
-                      {"reason", result.reason}});
+                      {"reason", result.reason},
+                      {"video_rows_waiting", videoRows}});
     if (result.done) {
         console.line(QStringLiteral("%1 rows accepted and marked, nothing waits").arg(result.accepted));
     } else {
@@ -84,6 +85,16 @@ void printResult(const UploadResult& result, Console& console)
                           .arg(rows)
                           .arg(result.reason));
     }
+    if (!easyFly && videoRows > 0) {
+        console.line(QStringLiteral("%1 rows of video missions wait: upload --easy-fly").arg(videoRows));
+    }
+}
+
+qint64 waitingVideoRows(const Project& project)
+{
+    Backlog videos(project, MissionFormat::video());
+    videos.countAll();
+    return videos.waiting();
 }
 
 int upload(const CommandLine& line, const Project& project, const UploadSession::Options& options)
@@ -97,7 +108,7 @@ int upload(const CommandLine& line, const Project& project, const UploadSession:
     QObject::connect(&session, &UploadSession::finished, &QCoreApplication::quit);
     session.start();
     QCoreApplication::exec();
-    printResult(session.result(), console);
+    printResult(session.result(), options.easyFly, waitingVideoRows(project), console);
     return session.result().done ? Done : NotDone;
 }
 } // namespace
@@ -109,7 +120,8 @@ int runUpload(const QStringList& arguments)
         {{"server", "Address of the server, http or https.", "URL"},
          {"token", "Token of the user; better given in the environment variable KV_TOKEN.", "T"},
          {"interval", "Time between a failure and the next try (default 3000).", "MS", "3000"},
-         {"patience", "Give up after that long without an accepted row (default 60).", "S", "60"}});
+         {"patience", "Give up after that long without an accepted row (default 60).", "S", "60"},
+         {"easy-fly", "Upload the video missions instead of the flight missions."}});
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
@@ -125,5 +137,6 @@ int runUpload(const QStringList& arguments)
         return NotDone;
     }
     Logger::instance().setLoggingLevel(Level::Info); // the reasons of failures are told at this level
-    return upload(line, *project, {int(*interval), int(*patience) * 1000});
+    return upload(line, *project,
+                  {int(*interval), int(*patience) * 1000, line.isSet(QStringLiteral("easy-fly"))});
 }

@@ -101,7 +101,7 @@ void Console::progress(const QString& label, qint64 done, qint64 all)
     m_label = label;
     m_step = step;
     if (!m_terminal) {
-        printError(QStringLiteral("%1: %2 %").arg(label).arg(percent));
+        printError(QStringLiteral("%1: %2 %").arg(label, QString::number(percent)));
         return;
     }
     const int filled = BarWidth * percent / 100;

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "FlightRecorder.h"
 
-#include "MissionFile.h"
-
 #include <KvAlgorthm.h>
 #include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
 
@@ -16,10 +14,16 @@ constexpr int StatusBatch = 100;
 constexpr int FramesBetweenEvents = 500;
 constexpr unsigned int TextRecords = 1; // operator type: comes back with WriteDBFinished, nothing else
 
-const QString MissionColumns = QStringLiteral(":/flight_mission.txt");
 const QString PositionColumns = QStringLiteral(":/pos_data.txt");
 const QString StatusColumns = QStringLiteral(":/uas_status.txt");
 const QString CompleteColumns = QStringLiteral(":/flight_complete.txt");
+
+/// The operator reads a mission's document and puts it into a statement as it then stands: a quote would end
+/// the text there, also one that came as an escape, and "%5" would be replaced.
+QString harmless(QString text)
+{
+    return text.replace(QLatin1Char('\''), QChar(0x2019)).replace(QLatin1Char('%'), QChar(0xFF05));
+}
 
 QString newId()
 {
@@ -27,8 +31,8 @@ QString newId()
 }
 } // namespace
 
-FlightRecorder::FlightRecorder(const Project& project, QObject* parent)
-    : QObject(parent), m_project(project), m_projectId(project.id())
+FlightRecorder::FlightRecorder(const Project& project, const MissionFormat& format)
+    : m_project(project), m_format(format), m_projectId(project.id())
 {
     makeOperator();
 }
@@ -40,6 +44,7 @@ void FlightRecorder::makeOperator()
     m_operator = std::make_unique<CKvFlightDataDbOperator>(nullptr, EUploadEnv::None);
     m_link.connectTo(m_operator.get());
     connect(m_operator.get(), SIGNAL(WriteDBFinished(QString, uint, QString)), this, SLOT(noteWritten()));
+    connect(m_operator.get(), SIGNAL(RecBreakPointRet(bool)), this, SLOT(noteBreakpoint(bool)));
 }
 
 /// An operator that could not open its file keeps its lock; even its destructor would wait for that lock.
@@ -51,7 +56,8 @@ void FlightRecorder::abandonOperator()
     makeOperator();
 }
 
-RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, const QString& aircraft)
+RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, const QString& aircraft,
+                                      const QString& log)
 {
     m_flight = RecordedFlight();
     m_flight.name = name;
@@ -61,7 +67,7 @@ RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, 
     TelemetryFrame frame;
     while (!failed() && source.next(&frame)) {
         if (m_flight.messages == 0) {
-            beginMission(frame.usec, aircraft);
+            beginMission(frame.usec, aircraft, log);
         }
         if (!failed()) {
             take(frame);
@@ -77,40 +83,49 @@ RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, 
     if (!failed()) {
         endMission(frame.usec);
         verify();
+        writeBreakpoint();
         emit progress(source.size(), source.size());
     }
     return m_flight;
 }
 
-void FlightRecorder::beginMission(qint64 startUsec, const QString& aircraft)
+void FlightRecorder::beginMission(qint64 startUsec, const QString& aircraft, const QString& log)
 {
     if (m_projectId.isEmpty()) {
         m_flight.error = QStringLiteral("cannot write %1/project.ini").arg(m_project.path());
         return;
     }
     m_flight.missionId = newId();
-    m_flight.file = m_project.createMissionFile(m_flight.missionId, startUsec, &m_flight.error);
+    m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec, &m_flight.error);
     if (failed()) {
         return;
     }
     // Flights of one name in one project fly the same plan.
     m_planId = UidToString(QUuid::createUuidV5(QUuid(m_projectId), m_flight.name));
-    const QString startedAt = VehicleTracker::timeText(startUsec);
-    const QJsonObject data{
-        {"name", m_flight.name}, {"aircraft", aircraft}, {"started_at", startedAt}, {"plan_id", m_planId}};
     emit m_link.missionFile(m_flight.file);
     emit m_link.missionId(m_flight.missionId);
-    writeText(
-        {QJsonObject{
-            {"id", m_flight.missionId},
-            {"project_id", m_projectId},
-            {"mission_id", m_planId},
-            {"name", m_flight.name},
-            {"aircraft", aircraft},
-            {"started_at", startedAt},
-            {"flight_mission_data", QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
-        }},
-        MissionColumns);
+    writeMission(VehicleTracker::timeText(startUsec), aircraft, log);
+}
+
+void FlightRecorder::writeMission(const QString& startedAt, const QString& aircraft, const QString& log)
+{
+    const QJsonObject data{{"name", harmless(m_flight.name)},
+                           {"aircraft", harmless(aircraft)},
+                           {"started_at", startedAt},
+                           {"plan_id", m_planId}};
+    QJsonObject row{
+        {"id", m_flight.missionId},
+        {"project_id", m_projectId},
+        {"mission_id", m_planId},
+        {"name", m_flight.name},
+        {"aircraft", aircraft},
+        {"started_at", startedAt},
+        {"flight_mission_data", QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
+    };
+    if (!log.isEmpty()) {
+        row.insert("video_file", log);
+    }
+    writeText({row}, QStringLiteral(":/%1.txt").arg(m_format.missionTable));
 }
 
 void FlightRecorder::take(const TelemetryFrame& frame)
@@ -118,7 +133,7 @@ void FlightRecorder::take(const TelemetryFrame& frame)
     emit m_link.message(frame.bytes);
     ++m_flight.messages;
     VehicleTracker::Records records = m_tracker.take(frame);
-    if (records.position) {
+    if (records.position && m_format.uploadKinds.contains(PosDataTableName)) {
         records.position->insert(QStringLiteral("id"), newId());
         records.position->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);
         m_positions.append(*records.position);
@@ -157,13 +172,39 @@ void FlightRecorder::endMission(qint64 endUsec)
 {
     writePositions();
     writeStatuses();
+    if (!failed() && !m_format.easyFly) {
+        m_flight.interruption = m_tracker.interruption(endUsec);
+        writeComplete(endUsec);
+    }
     if (!failed()) {
-        // Closes the file behind it, so that the messages that still wait are written.
-        writeText({QJsonObject{{"id", newId()},
-                               {"flight_mission_id", m_flight.missionId},
-                               {"completed_at", VehicleTracker::timeText(endUsec)},
-                               {"result", "completed"}}},
-                  CompleteColumns);
+        // Closes the file, so that the messages that still wait are written.
+        emit m_link.startUploadTimer(false);
+    }
+}
+
+void FlightRecorder::writeComplete(qint64 endUsec)
+{
+    writeText({QJsonObject{{"id", newId()},
+                           {"flight_mission_id", m_flight.missionId},
+                           {"completed_at", VehicleTracker::timeText(endUsec)},
+                           {"result", m_flight.interruption ? "interrupted" : "completed"}}},
+              CompleteColumns);
+}
+
+/// Last of all, in a file that is whole without it.
+void FlightRecorder::writeBreakpoint()
+{
+    if (failed() || !m_flight.interruption || !m_flight.interruption->breakpoint) {
+        return;
+    }
+    const Breakpoint& here = *m_flight.interruption->breakpoint;
+    m_breakpointStored = false;
+    emit m_link.breakpoint(here.waypoint, here.lng, here.lat, m_flight.missionId, here.completion);
+    const auto stored = MissionFile(m_flight.file).breakpoint(m_flight.missionId);
+    if (!m_breakpointStored || !stored || stored->text() != here.text() ||
+        stored->completion != here.completion) {
+        m_flight.error = QStringLiteral("the breakpoint (%1) was not stored; all other records are in %2")
+                             .arg(here.text(), m_flight.file);
     }
 }
 
@@ -185,13 +226,14 @@ void FlightRecorder::verify()
         return;
     }
     const QString mine = QStringLiteral("SELECT count(*) FROM %1 WHERE %2 = '%3'");
-    const std::pair<QString, qint64> expected[] = {
-        {FlightMissionTableName, 1},
-        {PosDataTableName, m_flight.positions},
+    QVector<std::pair<QString, qint64>> expected{
+        {m_format.missionTable, 1},
         {UasStatusTableName, m_flight.statuses},
         {FlightLogTableName, m_flight.messages},
-        {FlightCompleteTableName, 1},
     };
+    if (!m_format.easyFly) {
+        expected += {{PosDataTableName, m_flight.positions}, {FlightCompleteTableName, 1}};
+    }
     MissionFile file(m_flight.file);
     for (const auto& [kind, rows] : expected) {
         qint64 found = 0;

@@ -22,6 +22,7 @@ struct RecordedFlight {
     qint64 messages = 0; ///< handed over; with an empty error also found in the file
     qint64 positions = 0;
     qint64 statuses = 0;
+    std::optional<Interruption> interruption;
     QString error; ///< empty when the flight was recorded whole
 };
 
@@ -31,31 +32,38 @@ class FlightRecorder : public QObject
     Q_OBJECT
 
 public:
-    explicit FlightRecorder(const Project& project, QObject* parent = nullptr);
+    explicit FlightRecorder(const Project& project, const MissionFormat& format = MissionFormat::flight());
     ~FlightRecorder() override;
 
-    /// Records all frames of the source as one flight mission. Events are processed on the way.
-    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft);
+    /// Records all frames of the source as one mission. Events are processed on the way.
+    /// \param log  file name of the source; empty when it is no file
+    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
+                          const QString& log = {});
 
 signals:
     void progress(qint64 done, qint64 size);
 
 private slots:
     void noteWritten() { m_written = true; }
+    void noteBreakpoint(bool stored) { m_breakpointStored = stored; }
 
 private:
     void makeOperator();
     void abandonOperator();
-    void beginMission(qint64 startUsec, const QString& aircraft);
+    void beginMission(qint64 startUsec, const QString& aircraft, const QString& log);
+    void writeMission(const QString& startedAt, const QString& aircraft, const QString& log);
     void take(const TelemetryFrame& frame);
     void writePositions();
     void writeStatuses();
     void endMission(qint64 endUsec);
+    void writeComplete(qint64 endUsec);
+    void writeBreakpoint();
     void writeText(const QJsonArray& records, const QString& description);
     void verify();
     bool failed() const { return !m_flight.error.isEmpty(); }
 
     Project m_project;
+    const MissionFormat& m_format;
     QString m_projectId;
     OperatorLink m_link;
     std::unique_ptr<CKvFlightDataDbOperator> m_operator;
@@ -65,4 +73,5 @@ private:
     QJsonArray m_positions;
     QJsonArray m_statuses;
     bool m_written = false;
+    bool m_breakpointStored = false;
 };

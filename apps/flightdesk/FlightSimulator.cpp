@@ -20,6 +20,7 @@ constexpr double ClimbRate = 4;
 constexpr double ClimbSeconds = SurveyHeight / ClimbRate;
 constexpr double SurveySpeed = 8;
 constexpr double LapLength = 500; // about
+constexpr int WaypointsPerLap = 4;
 constexpr double HomeAltitude = 120;
 constexpr double MetresPerDegree = 111319.5;
 
@@ -52,7 +53,7 @@ qint64 startOf(quint32 seed, int number, int minutes)
 }
 } // namespace
 
-FlightSimulator::FlightSimulator(quint32 seed, int number, int minutes)
+FlightSimulator::FlightSimulator(quint32 seed, int number, int minutes, bool interrupted)
     : m_random(seed + 7919U * quint32(number))
     , m_startUsec(startOf(seed, number, minutes))
     , m_ticks(qint64(minutes) * 60 * TicksPerSecond)
@@ -64,6 +65,10 @@ FlightSimulator::FlightSimulator(quint32 seed, int number, int minutes)
     const double distance = SurveySpeed * surveySeconds();
     m_laps = std::max(1, qRound(distance / LapLength));
     m_radius = distance / m_laps / (2 * M_PI);
+    if (interrupted) {
+        const double end = GroundSeconds + ClimbSeconds + (0.5 + noise(0.4)) * surveySeconds();
+        m_ticks = qint64(end * TicksPerSecond);
+    }
 }
 
 bool FlightSimulator::next(TelemetryFrame* frame)
@@ -122,9 +127,21 @@ double FlightSimulator::surveySeconds() const
     return m_duration - 2 * (GroundSeconds + ClimbSeconds);
 }
 
+/// Below 0 before the survey, above 1 after it.
+double FlightSimulator::surveyDone() const
+{
+    return (seconds() - GroundSeconds - ClimbSeconds) / surveySeconds();
+}
+
+/// The home position is the first.
+int FlightSimulator::waypoints() const
+{
+    return 1 + m_laps * WaypointsPerLap;
+}
+
 FlightSimulator::State FlightSimulator::stateNow() const
 {
-    const double done = (seconds() - GroundSeconds - ClimbSeconds) / surveySeconds();
+    const double done = surveyDone();
     const double angle = std::clamp(done, 0.0, 1.0) * m_laps * 2 * M_PI;
     State state;
     state.east = m_radius * std::sin(angle);
@@ -142,6 +159,10 @@ void FlightSimulator::makeTick()
         emitFrame(mavlink::SysStatus, sysStatus());
         emitFrame(mavlink::GpsRawInt, gps(state));
         emitFrame(mavlink::Heartbeat, heartbeat());
+        emitFrame(mavlink::MissionCurrent, missionCurrent());
+    }
+    if (m_tick == 0) {
+        emitFrame(mavlink::MissionCount, missionCount());
     }
     if (m_tick % AttitudeTicks == 0) {
         emitFrame(mavlink::Attitude, attitude(state));
@@ -213,6 +234,24 @@ QByteArray FlightSimulator::globalPosition(const State& state)
             << qint16(state.speed * std::cos(state.course) * 100 + noise(10))
             << qint16(state.speed * std::sin(state.course) * 100 + noise(10)) << qint16(noise(5))
             << quint16(heading * 100);
+    return payload.bytes();
+}
+
+QByteArray FlightSimulator::missionCount() const
+{
+    constexpr quint8 GroundStation = 255;
+    constexpr quint8 MissionPlanner = 190;
+    Payload payload;
+    payload << quint16(waypoints()) << GroundStation << MissionPlanner;
+    return payload.bytes();
+}
+
+/// The waypoint that the aircraft flies to.
+QByteArray FlightSimulator::missionCurrent() const
+{
+    const int last = waypoints() - 1;
+    Payload payload;
+    payload << quint16(std::clamp(1 + int(surveyDone() * last), 1, last));
     return payload.bytes();
 }
 

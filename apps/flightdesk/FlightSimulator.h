@@ -14,7 +14,8 @@ class FlightSimulator : public FrameSource
 {
 public:
     /// \param number  which flight of the project's simulated day, from 0
-    FlightSimulator(quint32 seed, int number, int minutes);
+    /// \param interrupted  the telemetry breaks off somewhere in mid-air
+    FlightSimulator(quint32 seed, int number, int minutes, bool interrupted = false);
 
     bool next(TelemetryFrame* frame) override;
     qint64 position() const override { return m_tick; }
@@ -35,6 +36,8 @@ private:
     quint32 mode() const;
     double heightAt(double t) const;
     double surveySeconds() const;
+    double surveyDone() const;
+    int waypoints() const;
     State stateNow() const;
     void makeTick();
     void emitFrame(mavlink::MessageId id, const QByteArray& payload);
@@ -43,6 +46,8 @@ private:
     QByteArray gps(const State& state);
     QByteArray attitude(const State& state);
     QByteArray globalPosition(const State& state);
+    QByteArray missionCount() const;
+    QByteArray missionCurrent() const;
     double latitude(const State& state) const;
     double longitude(const State& state) const;
 

@@ -20,8 +20,8 @@ struct Layout {
 };
 
 constexpr Layout Layouts[] = {
-    {Heartbeat, 50, 9}, {SysStatus, 124, 31},         {GpsRawInt, 24, 30},
-    {Attitude, 39, 28}, {GlobalPositionInt, 104, 28},
+    {Heartbeat, 50, 9},           {SysStatus, 124, 31},    {GpsRawInt, 24, 30},    {Attitude, 39, 28},
+    {GlobalPositionInt, 104, 28}, {MissionCurrent, 28, 2}, {MissionCount, 221, 4},
 };
 
 const Layout* layoutOf(quint32 id)

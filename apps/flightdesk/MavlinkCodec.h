@@ -22,6 +22,8 @@ enum MessageId : quint32 {
     GpsRawInt = 24,
     Attitude = 30,
     GlobalPositionInt = 33,
+    MissionCurrent = 42,
+    MissionCount = 44,
 };
 
 /// A received frame whose checksum is right.

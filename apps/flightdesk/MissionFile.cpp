@@ -4,6 +4,7 @@
 #include <KvAlgorthm.h>
 
 #include <QtCore/QFileInfo>
+#include <QtCore/QJsonDocument>
 #include <QtCore/QVariant>
 #include <QtSql/QSqlError>
 #include <QtSql/QSqlRecord>
@@ -14,11 +15,30 @@ namespace
 {
 const char* const TablesSql = "SELECT name FROM sqlite_master WHERE type = 'table'";
 const char* const AttachSql = "ATTACH '%1' AS ledger";
-const char* const MissionsSql = "SELECT * FROM flight_mission";
+const char* const MissionsSql = "SELECT * FROM %1";
 const char* const CountSql = "SELECT %1, count(*), total(is_uploaded = 1), total(is_uploaded = 0), %3 "
                              "FROM %2 t GROUP BY 1";
 const char* const AcceptedSql = "total(EXISTS (SELECT 1 FROM ledger.\"row\" r "
                                 "WHERE r.kind = '%1' AND r.id = t.id))";
+
+/// Text of a column, empty when the table lacks it.
+QString text(const QSqlQuery& row, const char* column)
+{
+    const int index = row.record().indexOf(QLatin1String(column));
+    return index < 0 ? QString() : row.value(index).toString();
+}
+
+std::optional<Breakpoint> breakpointIn(const QSqlQuery& mission)
+{
+    const QString lng = text(mission, "break_point_lng");
+    if (lng.isEmpty()) {
+        return std::nullopt;
+    }
+    const auto document = QJsonDocument::fromJson(text(mission, "flight_mission_data").toUtf8());
+    return Breakpoint{text(mission, "last_waypoint_index").toInt(), lng.toDouble(),
+                      text(mission, "break_point_lat").toDouble(),
+                      document[QLatin1String("circula_task_completion_degree")].toDouble()};
+}
 
 MissionCount& missionIn(QVector<MissionCount>* missions, const QString& id)
 {
@@ -64,20 +84,35 @@ void MissionFile::read(const QString& sql, const RowReader& row)
 QVector<MissionCount> MissionFile::count(bool withLedger)
 {
     QVector<MissionCount> missions;
-    if (hasTable(FlightMissionTableName)) {
-        read(QLatin1String(MissionsSql), [&missions](const QSqlQuery& row) {
-            MissionCount& mission = missionIn(&missions, row.value(QStringLiteral("id")).toString());
-            mission.hasRow = true;
-            const int name = row.record().indexOf(QStringLiteral("name"));
-            mission.name = name < 0 ? QString() : row.value(name).toString();
-        });
+    for (const QString& table : {FlightMissionTableName, FlightVideoTableName}) {
+        readMissions(table, &missions);
     }
-    for (const QString& kind : uploadKinds() + QStringList(FlightVideoTableName)) {
+    for (const QString& kind : QStringList(FlightVideoTableName) + MissionFormat::flight().uploadKinds) {
         if (hasTable(kind)) {
             countKind(kind, withLedger, &missions);
         }
     }
     return missions;
+}
+
+void MissionFile::readMissions(const QString& table, QVector<MissionCount>* missions)
+{
+    if (!hasTable(table)) {
+        return;
+    }
+    read(QString::fromLatin1(MissionsSql).arg(table), [missions](const QSqlQuery& row) {
+        MissionCount& mission = missionIn(missions, text(row, "id"));
+        mission.hasRow = true;
+        mission.name = text(row, "name");
+        mission.breakpoint = breakpointIn(row);
+    });
+}
+
+std::optional<Breakpoint> MissionFile::breakpoint(const QString& missionId)
+{
+    QVector<MissionCount> missions;
+    readMissions(FlightMissionTableName, &missions);
+    return missionIn(&missions, missionId).breakpoint;
 }
 
 void MissionFile::countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions)
@@ -94,11 +129,23 @@ void MissionFile::countKind(const QString& kind, bool withLedger, QVector<Missio
     });
 }
 
-const QStringList& MissionFile::uploadKinds()
+const MissionFormat& MissionFormat::flight()
 {
-    static const QStringList kinds{FlightMissionTableName, PosDataTableName, UasStatusTableName,
-                                   FlightLogTableName};
-    return kinds;
+    static const MissionFormat format{
+        false,
+        QStringLiteral(".kv"),
+        FlightMissionTableName,
+        {FlightMissionTableName, PosDataTableName, UasStatusTableName, FlightLogTableName}};
+    return format;
+}
+
+const MissionFormat& MissionFormat::video()
+{
+    static const MissionFormat format{true,
+                                      QStringLiteral(".db"),
+                                      FlightVideoTableName,
+                                      {FlightVideoTableName, UasStatusTableName, FlightLogTableName}};
+    return format;
 }
 
 QString MissionFile::missionColumn(const QString& kind)

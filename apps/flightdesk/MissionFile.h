@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Breakpoint.h"
+
 #include <KvData.h>
 
 #include <QtCore/QString>
@@ -8,6 +10,17 @@
 #include <QtCore/QVector>
 
 #include <functional>
+
+/// What a mission file holds: a flight mission, or a video mission, which easy-fly makes.
+struct MissionFormat {
+    bool easyFly;
+    QString suffix;
+    QString missionTable;
+    QStringList uploadKinds; ///< tables whose rows are uploaded, the mission's own first
+
+    static const MissionFormat& flight();
+    static const MissionFormat& video();
+};
 
 /// Rows of one kind that one mission has in one file.
 struct KindCount {
@@ -21,7 +34,8 @@ struct KindCount {
 struct MissionCount {
     QString id;
     QString name;
-    bool hasRow = false; ///< rows of a mission without a flight_mission row are never sent
+    bool hasRow = false; ///< rows of a mission without a row of its own are never sent
+    std::optional<Breakpoint> breakpoint;
     QVector<KindCount> kinds;
 };
 
@@ -44,12 +58,14 @@ public:
     /// \param withLedger  count accepted rows; attachLedger() has been called
     QVector<MissionCount> count(bool withLedger);
 
-    /// Tables whose rows are uploaded, in the order in which they are sent.
-    static const QStringList& uploadKinds();
-    /// Column of such a table that names the mission.
+    /// The breakpoint of a flight mission, if it has one.
+    std::optional<Breakpoint> breakpoint(const QString& missionId);
+
+    /// Column of a table with uploaded rows that names the mission.
     static QString missionColumn(const QString& kind);
 
 private:
+    void readMissions(const QString& table, QVector<MissionCount>* missions);
     void countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions);
 
     CKvDataBase m_database;

@@ -27,6 +27,7 @@ signals:
     void positions(QJsonArray records, QString description, QString missionId) const;
     void records(QJsonArray records, QString description, QString missionId, unsigned int type,
                  QString file) const;
+    void breakpoint(int waypoint, double lng, double lat, QString missionId, double completion) const;
 
     void checkNewData() const;
     void startUploadTimer(bool start) const;

@@ -2,7 +2,6 @@
 #include "Project.h"
 
 #include <KvAlgorthm.h>
-#include <KvData.h>
 
 #include <QtCore/QDateTime>
 #include <QtCore/QDir>
@@ -65,13 +64,17 @@ QString Project::id() const
     return settings.status() == QSettings::NoError ? UidToString(id) : QString();
 }
 
-QString Project::createMissionFile(const QString& missionId, qint64 startUsec, QString* error) const
+QString Project::createMissionFile(const MissionFormat& format, const QString& missionId, qint64 startUsec,
+                                   QString* error) const
 {
     const QString start =
         QDateTime::fromMSecsSinceEpoch(startUsec / 1000, Qt::UTC).toString(QStringLiteral("yyyyMMdd-hhmmss"));
     const QString folder = QStringLiteral("%1/%2_%3").arg(m_path, start, missionId.left(8));
-    QString file = folder + QStringLiteral("/flight.kv");
+    QString file = folder + QStringLiteral("/flight") + format.suffix;
     if (QDir().mkpath(folder)) {
+        if (format.easyFly) {
+            return file;
+        }
         CKvDataBase database(file);
         if (database.open() && createTables(database)) {
             return file;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "MissionFile.h"
+
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
@@ -19,9 +21,11 @@ public:
     /// Stable id, kept in project.ini and made on first use; empty when it cannot be stored.
     QString id() const;
 
-    /// Makes the mission file of a flight, with its tables.
-    /// \return its path; empty, with words in `error`, when that fails
-    QString createMissionFile(const QString& missionId, qint64 startUsec, QString* error) const;
+    /// Makes the mission file of a flight, with its tables; only the folder for a video mission, whose file
+    /// the operator makes.
+    /// \return the file's path; empty, with words in `error`, when that fails
+    QString createMissionFile(const MissionFormat& format, const QString& missionId, qint64 startUsec,
+                              QString* error) const;
 
     /// Files in the folders of the project folder, sorted.
     QStringList missionFiles(const QStringList& patterns) const;

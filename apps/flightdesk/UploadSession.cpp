@@ -17,7 +17,10 @@ bool isNetworkThere()
 
 UploadSession::UploadSession(const Project& project, const Options& options, const LogFeed& log,
                              QObject* parent)
-    : QObject(parent), m_options(options), m_backlog(project), m_supervisor(options.interval)
+    : QObject(parent)
+    , m_options(options)
+    , m_backlog(project, options.easyFly ? MissionFormat::video() : MissionFormat::flight())
+    , m_supervisor(options.interval)
 {
     connect(&log, &LogFeed::line, this, &UploadSession::readLogLine);
     connect(&m_supervisor, &UploadSupervisor::setFile, &m_link, &OperatorLink::missionFile);
@@ -53,7 +56,9 @@ void UploadSession::start()
 /// On the worker's thread: the operator uses its connection and its timers where it was constructed.
 void UploadSession::makeOperator()
 {
-    auto* const pOperator = new CKvFlightDataDbOperator(m_worker, EUploadEnv::WholeProject);
+    auto* const pOperator = new CKvFlightDataDbOperator(
+        m_worker, m_options.easyFly ? EUploadEnv::CurrentMissionLog : EUploadEnv::WholeProject);
+    pOperator->SetFlightModeEasyFly(m_options.easyFly);
     pOperator->SetStartTimeInterval(static_cast<unsigned int>(m_options.interval));
     m_link.connectTo(pOperator);
     connect(pOperator, &CKvFlightDataDbOperator::UpLoading, this, &UploadSession::noteBatch);
@@ -65,8 +70,22 @@ void UploadSession::begin()
 {
     m_lastAccepted = m_clock.elapsed();
     m_supervisor.noteSignOfLife(m_lastAccepted);
+    pointAtMission();
     emit m_link.checkNewData();
     m_lookTimer.start(LookInterval);
+}
+
+/// A flight mission's operator goes through the project itself; a video mission's knows the mission that it
+/// is told, and is told the next one when nothing of that waits any more.
+void UploadSession::pointAtMission()
+{
+    const WaitingRows next = m_backlog.firstSendable();
+    if (!m_options.easyFly || (next.file == m_current.file && next.mission == m_current.mission)) {
+        return;
+    }
+    m_current = next;
+    emit m_link.missionFile(next.file);
+    emit m_link.missionId(next.mission);
 }
 
 void UploadSession::stop()
@@ -112,7 +131,8 @@ void UploadSession::look()
             return;
         }
     }
-    m_supervisor.look(m_clock.elapsed(), m_backlog.sendableFile(), isNetworkThere());
+    pointAtMission();
+    m_supervisor.look(m_clock.elapsed(), m_backlog.firstSendable().file, isNetworkThere());
 }
 
 void UploadSession::noteSettled()

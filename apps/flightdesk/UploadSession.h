@@ -24,8 +24,9 @@ struct UploadResult {
     QString reason; ///< why rows wait, as far as known
 };
 
-/// Uploads what waits in a project, with an operator on a thread of its own. It always ends: when nothing
-/// waits, when the server rejects the token, or when nothing has been accepted for a while.
+/// Uploads the flight missions or the video missions that wait in a project, with an operator on a thread of
+/// its own. It always ends: when nothing waits, when the server rejects the token, or when nothing has been
+/// accepted for a while.
 ///
 /// Server address and user are set before; the log's threshold must let the library's lines through.
 class UploadSession : public QObject
@@ -36,6 +37,7 @@ public:
     struct Options {
         int interval = 3000;  ///< milliseconds between a failure and the next try
         int patience = 60000; ///< milliseconds without an accepted row
+        bool easyFly = false; ///< the video missions instead of the flight missions
     };
 
     UploadSession(const Project& project, const Options& options, const LogFeed& log,
@@ -59,6 +61,7 @@ private slots:
 
 private:
     void makeOperator();
+    void pointAtMission();
     void stop();
     void noteSettled();
     bool isLost();
@@ -80,5 +83,6 @@ private:
     int m_rejections = 0; ///< of the token, since a row was accepted
     std::optional<UploadTrouble> m_trouble;
     QStringList m_unmarkable;
+    WaitingRows m_current; ///< in easy-fly mode: of the mission that the operator was told
     UploadResult m_result;
 };

@@ -12,6 +12,8 @@ namespace
 constexpr quint8 AutopilotArduPilot = 3;
 constexpr quint8 AutopilotInvalid = 8; // ground stations, gimbals, cameras
 constexpr uchar ArmedFlag = 0x80;
+constexpr uchar FlightPlan = 0;         // the type of mission; fences and rally points are others
+constexpr qint64 LinkTimeout = 5000000; // microseconds
 
 template<typename T>
 T field(const QByteArray& payload, int offset)
@@ -70,6 +72,17 @@ double degrees(float radians)
     return qRadiansToDegrees(double(radians));
 }
 
+bool isArmed(const QByteArray& heartbeat)
+{
+    return (uchar(heartbeat[6]) & ArmedFlag) != 0;
+}
+
+bool isFlightPlan(const QByteArray& missionCount)
+{
+    constexpr int TypeOffset = 4; // an extension field, which may be missing
+    return missionCount.size() <= TypeOffset || uchar(missionCount[TypeOffset]) == FlightPlan;
+}
+
 double fullCircle(double angle)
 {
     return angle < 0 ? angle + 360 : angle;
@@ -90,6 +103,8 @@ VehicleTracker::Records VehicleTracker::take(const TelemetryFrame& frame)
     }
     switch (message->id) {
     case mavlink::Heartbeat:
+        m_heardUsec = frame.usec;
+        m_armed = isArmed(message->payload);
         records.status = status(frame.usec, message->payload);
         break;
     case mavlink::SysStatus:
@@ -104,10 +119,35 @@ VehicleTracker::Records VehicleTracker::take(const TelemetryFrame& frame)
     case mavlink::GlobalPositionInt:
         records.position = position(frame.usec, message->payload);
         break;
+    case mavlink::MissionCurrent:
+        m_place.waypoint = field<quint16>(message->payload, 0);
+        break;
+    case mavlink::MissionCount:
+        if (isFlightPlan(message->payload)) {
+            m_waypoints = field<quint16>(message->payload, 0);
+        }
+        break;
     default:
         break;
     }
     return records;
+}
+
+std::optional<Interruption> VehicleTracker::interruption(qint64 endUsec) const
+{
+    if (!m_armed) {
+        return std::nullopt;
+    }
+    const bool linkLost = endUsec - m_heardUsec > LinkTimeout;
+    Interruption interruption{linkLost ? QStringLiteral("link lost") : QStringLiteral("still armed"), {}};
+    if (m_located) {
+        interruption.breakpoint = m_place;
+        if (m_waypoints > 0) {
+            interruption.breakpoint->completion =
+                rounded(100.0 * qMin(m_place.waypoint, m_waypoints) / m_waypoints);
+        }
+    }
+    return interruption;
 }
 
 /// The first autopilot heard is the vehicle. Ground stations and payloads send heartbeats too.
@@ -121,7 +161,10 @@ bool VehicleTracker::isOurs(const mavlink::Message& message)
             m_vehicle = message.system;
         }
     }
-    return !m_vehicle || *m_vehicle == message.system;
+    // The count of waypoints also comes from the ground station, while it sends the vehicle a new mission.
+    const bool forVehicle =
+        m_vehicle && message.id == mavlink::MissionCount && uchar(message.payload[2]) == *m_vehicle;
+    return !m_vehicle || *m_vehicle == message.system || forVehicle;
 }
 
 QJsonObject VehicleTracker::position(qint64 usec, const QByteArray& payload)
@@ -132,6 +175,11 @@ QJsonObject VehicleTracker::position(qint64 usec, const QByteArray& payload)
     const auto lat = field<qint32>(payload, 4);
     const auto lng = field<qint32>(payload, 8);
     const bool known = lat != 0 || lng != 0; // both are 0 until the first fix
+    if (known) {
+        m_located = true;
+        m_place.lng = lng / 1e7;
+        m_place.lat = lat / 1e7;
+    }
     return {
         {"time", timeText(usec)},
         {"lat", known ? QJsonValue(lat / 1e7) : QJsonValue()},
@@ -149,7 +197,7 @@ QJsonObject VehicleTracker::status(qint64 usec, const QByteArray& heartbeat) con
     QJsonObject record{
         {"time", timeText(usec)},
         {"flight_mode", modeName(heartbeat)},
-        {"armed", uchar(heartbeat[6]) & ArmedFlag ? "1" : "0"},
+        {"armed", isArmed(heartbeat) ? "1" : "0"},
     };
     for (const char* key :
          {"battery_voltage", "battery_remaining", "satellites", "fix_type", "roll", "pitch", "yaw"}) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Breakpoint.h"
 #include "FrameSource.h"
 #include "MavlinkCodec.h"
 
@@ -21,16 +22,25 @@ public:
 
     Records take(const TelemetryFrame& frame);
 
+    /// What kept the flight from its regular end; nothing when the aircraft was disarmed when last heard.
+    /// \param endUsec  time of the telemetry's last frame
+    std::optional<Interruption> interruption(qint64 endUsec) const;
+
     /// ISO 8601 in UTC with milliseconds.
     static QString timeText(qint64 usec);
 
 private:
     bool isOurs(const mavlink::Message& message);
     QJsonObject status(qint64 usec, const QByteArray& heartbeat) const;
-    static QJsonObject position(qint64 usec, const QByteArray& payload);
+    QJsonObject position(qint64 usec, const QByteArray& payload);
 
     std::optional<quint8> m_vehicle; ///< system id, known from its first heartbeat on
     QByteArray m_sysStatus;          ///< latest payloads, empty until the first
     QByteArray m_gps;
     QByteArray m_attitude;
+    qint64 m_heardUsec = 0; ///< latest heartbeat
+    bool m_armed = false;
+    int m_waypoints = 0; ///< of the mission, 0 until told
+    Breakpoint m_place;  ///< where the vehicle is now
+    bool m_located = false;
 };
