@@ -25,14 +25,8 @@ CKvTableDescription::CKvTableDescription(const QString& strFile)
 
 bool CKvTableDescription::PrepareInsert(QSqlQuery& query, const QString& strTable) const
 {
-    if (!query.prepare(QStringLiteral("INSERT INTO ") + strTable + QLatin1Char('(') + m_strColumns +
-                       QStringLiteral(")VALUES(") + m_strPlaceholders + QLatin1Char(')'))) {
-        return false;
-    }
-    for (const QString& strColumn : m_listColumn) {
-        query.bindValue(Placeholder(strColumn), QVariant(QVariant::String));
-    }
-    return true;
+    return query.prepare(QStringLiteral("INSERT INTO ") + strTable + QLatin1Char('(') + m_strColumns +
+                         QStringLiteral(")VALUES(") + m_strPlaceholders + QLatin1Char(')'));
 }
 
 void CKvTableDescription::BindRecord(QSqlQuery& query, const QJsonObject& record) const

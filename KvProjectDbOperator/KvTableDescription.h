@@ -19,9 +19,8 @@ public:
     /// Column names in file order.
     const QStringList& Columns() const { return m_listColumn; }
 
-    /// Prepares the insert of one row with every column bound to NULL, as QSQLITE refuses to execute a
-    /// statement whose last placeholders were never bound. False for a statement that does not prepare,
-    /// as one with an odd number of tokens does not.
+    /// Prepares the insert of one row; columns that get nothing bound become NULL. False for a statement
+    /// that does not prepare, as one with an odd number of tokens does not.
     bool PrepareInsert(QSqlQuery& query, const QString& strTable) const;
 
     /// Binds the record's members that are columns, each with its JSON type.
