@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "support/Program.h"
+#include "support/Rows.h"
+#include "support/ScriptedServer.h"
 #include "support/TestProject.h"
-
-#include <QtCore/QDir>
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
-#include <QtCore/QtEndian>
-#include <QtTest/QTest>
 
 #include <algorithm>
 #include <memory>
@@ -46,23 +40,70 @@ QByteArray asLog(const QList<QByteArray>& frames)
     return log;
 }
 
-QStringList missionFiles(const QString& project)
-{
-    QStringList files;
-    for (const QFileInfo& folder : QDir(project).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        for (const QFileInfo& file : QDir(folder.filePath()).entryInfoList({"*.kv"})) {
-            files.append(file.filePath());
-        }
+/// One of the project's programs as a child process, ended with the object.
+struct Program : QProcess {
+    Program(const QString& name, const QStringList& arguments)
+    {
+        start(QCoreApplication::applicationDirPath() + '/' + name, arguments);
     }
-    return files;
+    ~Program() override
+    {
+        terminate();
+        waitForFinished(10000); // killed if it still runs then
+    }
+};
+
+/// A flightserver that has told its address.
+struct IngestServer : Program {
+    explicit IngestServer(const QStringList& arguments) : Program("flightserver", arguments)
+    {
+        while (!url.endsWith('\n') && waitForReadyRead()) {
+            url += readAllStandardOutput();
+        }
+        url = url.section(' ', 3).trimmed();
+    }
+    QString url;
+};
+
+struct SResult {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+SResult runProgram(const QString& name, const QStringList& arguments)
+{
+    Program program(name, arguments);
+    const bool ended = program.waitForFinished(-1) && program.exitStatus() == QProcess::NormalExit;
+    return {ended ? program.exitCode() : -1, program.readAllStandardOutput(), program.readAllStandardError()};
 }
 
-Program::SResult upload(const QString& project, const QString& url, const QStringList& more = {})
-{
-    return Program::run("flightdesk", QStringList({"upload", "--project", project, "--server", url, "--token",
-                                                   Token, "--interval", "100"}) +
-                                          more);
-}
+/// A project folder, flown and uploaded with the real programs.
+struct Project : TestProject {
+    QString ledger = path("ledger.db");
+    SResult desk(const QString& command, const QStringList& more) const
+    {
+        return runProgram("flightdesk", QStringList{command, "--project", path("project")} + more);
+    }
+    bool simulate(int missions) const
+    {
+        return desk("simulate", {"--missions", QString::number(missions), "--minutes", "1", "--seed", "3"})
+                   .exitCode == 0;
+    }
+    SResult upload(const QString& url, const QStringList& more = {}) const
+    {
+        return desk("upload", QStringList{"--server", url, "--token", Token, "--interval", "100"} + more);
+    }
+    /// Uploads everything and compares it with the server's ledger.
+    void uploadAll(const QString& url) const
+    {
+        const SResult uploaded = upload(url);
+        QVERIFY2(uploaded.exitCode == 0, uploaded.err);
+        const SResult status = desk("status", {"--ledger", ledger});
+        QVERIFY2(status.exitCode == 0, status.out + status.err);
+        QVERIFY(status.out.trimmed().endsWith("rows accepted and marked"));
+    }
+};
 } // namespace
 
 class tst_programs : public QObject
@@ -70,143 +111,126 @@ class tst_programs : public QObject
     Q_OBJECT
 
 private slots:
-    void everyFrameOnce();
-    void faultyServer_data();
-    void faultyServer();
-    void hopelessUploads_data();
-    void hopelessUploads();
-    void wrongUsage_data();
-    void wrongUsage();
+    /// A telemetry log, recorded and uploaded: the ledger holds each frame once, byte for byte.
+    void everyFrameOnce()
+    {
+        const Project project;
+        QList<QByteArray> frames = makeFrames(2100);
+        const QString log = project.file("flight.tlog", asLog(frames) + "cut off");
+        auto server =
+            std::make_unique<IngestServer>(QStringList{"--token", Token, "--ledger", project.ledger});
+        for (int round = 1; round <= 2; ++round) {
+            QCOMPARE(project.desk("record", {log}).exitCode, 0);
+            project.uploadAll(server->url);
+        }
+        server.reset(); // it holds the ledger
+        QList<QByteArray> received;
+        for (const QVariant& row : TestProject::values(
+                 project.ledger, "SELECT json FROM \"row\" WHERE kind = 'flight_monitor_detail_log'")) {
+            const QByteArray message =
+                QJsonDocument::fromJson(row.toByteArray())["message"].toString().toLatin1();
+            received.append(QByteArray::fromBase64(message, QByteArray::Base64UrlEncoding));
+        }
+        frames += frames;
+        std::sort(frames.begin(), frames.end());
+        std::sort(received.begin(), received.end());
+        QCOMPARE(received.size(), frames.size());
+        QVERIFY(received == frames);
+        QCOMPARE(TestProject::value(project.ledger, "SELECT max(times) FROM \"row\""), QVariant(1));
+        QCOMPARE(
+            TestProject::text(project.ledger,
+                              "SELECT rows FROM request WHERE path = '/flight/detailupload' ORDER BY seq"),
+            QString("1000 1000 100 1000 1000 100"));
+    }
+
+    void faultyServer_data() { addRows(); }
+    void faultyServer()
+    {
+        const Project project;
+        QStringList arguments{"--token", Token, "--ledger", project.ledger};
+        for (const QString& fault : cell("options").split(' ')) {
+            arguments += {"--fault", fault};
+        }
+        const IngestServer server(arguments);
+        QVERIFY(project.simulate(2));
+        project.uploadAll(server.url);
+    }
+
+    void hopelessUploads_data() { addRows(); }
+    void hopelessUploads()
+    {
+        const Project project;
+        const QString trouble = cell("trouble");
+        const IngestServer server({"--token", trouble == "token" ? "other" : Token});
+        QVERIFY(project.simulate(1));
+        if (trouble == "no mission row") {
+            QDirIterator file(project.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+            QVERIFY(TestProject::run(file.next(), {"DELETE FROM flight_mission"}));
+        } else if (trouble == "corrupt file") {
+            project.file("project/broken/flight.kv", QByteArray(5000, 'x'));
+        }
+        const QString url = trouble == "unreachable" ? "http://127.0.0.1:1" : server.url;
+        const SResult uploaded = project.upload(url, {"--patience", "5"});
+        QCOMPARE(uploaded.exitCode, 1);
+        const QByteArray said = uploaded.out + uploaded.err;
+        QVERIFY2(said.contains(cell("said").toUtf8()), said);
+        QVERIFY(!said.contains(Token.toUtf8()));
+    }
+
+    /// Interrupted flights and video missions beside one another: each kind of upload takes its own.
+    void interruptedAndEasyFly()
+    {
+        const Project project;
+        auto server =
+            std::make_unique<IngestServer>(QStringList{"--token", Token, "--ledger", project.ledger});
+        const QStringList flight{"--missions", "1", "--minutes", "1", "--seed", "3"};
+        QCOMPARE(project.desk("simulate", flight + QStringList{"--interrupted"}).exitCode, 0);
+        QCOMPARE(project.desk("simulate", flight + QStringList{"--easy-fly"}).exitCode, 0);
+        const SResult flown = project.upload(server->url);
+        QVERIFY2(flown.exitCode == 0 && (flown.out + flown.err).contains("--easy-fly"), flown.err);
+        QVERIFY(project.desk("status", {}).out.contains("breakpoint: waypoint"));
+        const SResult video = project.upload(server->url, {"--easy-fly"});
+        QVERIFY2(video.exitCode == 0, video.err);
+        QCOMPARE(project.desk("status", {"--ledger", project.ledger}).exitCode, 0);
+        server.reset();
+        QCOMPARE(TestProject::text(project.ledger,
+                                   "SELECT times FROM \"row\" WHERE kind = 'flight_video_mission'"),
+                 QString("1"));
+    }
+
+    void fetches()
+    {
+        ScriptedServer server;
+        const TestProject folder;
+        const QByteArray bytes(3000000, 'f');
+        server.script = [&](const SRequest& request) {
+            return request.path == "/gone.bin" ? ScriptedServer::reply("404 gone")
+                                               : ScriptedServer::file(bytes);
+        };
+        const QString to = folder.file("fetched.bin", "old");
+        for (const QStringList& how : {QStringList(), QStringList{"--external"}}) {
+            for (const char* name : {"gone.bin", "file.bin"}) {
+                Program desk("flightdesk", QStringList{"fetch", server.url() + '/' + name, "--to", to} + how);
+                QTRY_COMPARE_WITH_TIMEOUT(desk.state(), QProcess::NotRunning, 20000);
+                const bool gone = QByteArray(name) == "gone.bin";
+                QCOMPARE(desk.exitCode(), gone ? 1 : 0);
+                QFile file(to);
+                QVERIFY(file.open(QIODevice::ReadOnly));
+                QCOMPARE(file.size(), qint64(gone && how.isEmpty() ? 3 : bytes.size()));
+            }
+        }
+    }
+
+    void wrongUsage_data() { addRows(); }
+    void wrongUsage()
+    {
+        const QStringList command = cell("command").split(' ');
+        const SResult result = runProgram(command[0], command.mid(1));
+        QCOMPARE(result.exitCode, 2);
+        QVERIFY(result.out.isEmpty());
+        QVERIFY(result.err.size() > 10);
+    }
 };
-
-/// A telemetry log, recorded and uploaded: the ledger holds each frame once, byte for byte.
-void tst_programs::everyFrameOnce()
-{
-    const TestProject folder;
-    const QString project = folder.path("project");
-    const QString ledger = folder.path("ledger.db");
-    QList<QByteArray> frames = makeFrames(2100);
-    const QString log = folder.file("flight.tlog", asLog(frames) + "cut off");
-    auto server = std::make_unique<IngestServer>(QStringList{"--token", Token, "--ledger", ledger});
-    for (int round = 1; round <= 2; ++round) {
-        QCOMPARE(Program::run("flightdesk", {"record", "--project", project, log}).exitCode, 0);
-        const Program::SResult uploaded = upload(project, server->url());
-        QVERIFY2(uploaded.exitCode == 0, uploaded.err);
-        const Program::SResult status =
-            Program::run("flightdesk", {"status", "--project", project, "--ledger", ledger});
-        QVERIFY2(status.exitCode == 0, status.out + status.err);
-        QVERIFY(status.out.trimmed().endsWith("rows accepted and marked"));
-    }
-    server.reset(); // it holds the ledger
-    const QString kind = " WHERE kind = 'flight_monitor_detail_log'";
-    QList<QByteArray> received;
-    for (const QVariant& row : TestProject::values(ledger, "SELECT json FROM \"row\"" + kind)) {
-        const QJsonObject record = QJsonDocument::fromJson(row.toByteArray()).object();
-        received.append(
-            QByteArray::fromBase64(record["message"].toString().toLatin1(), QByteArray::Base64UrlEncoding));
-    }
-    frames += frames;
-    std::sort(frames.begin(), frames.end());
-    std::sort(received.begin(), received.end());
-    QCOMPARE(received.size(), frames.size());
-    QVERIFY(received == frames);
-    QCOMPARE(TestProject::value(ledger, "SELECT max(times) FROM \"row\"").toInt(), 1);
-    QCOMPARE(TestProject::values(ledger,
-                                 "SELECT rows FROM request WHERE path = '/flight/detailupload' ORDER BY seq"),
-             (QVariantList{1000, 1000, 100, 1000, 1000, 100}));
-}
-
-void tst_programs::faultyServer_data()
-{
-    QTest::addColumn<QStringList>("faults");
-    QTest::newRow("errors, then well")
-        << QStringList{"http=500:0:1", "garbage:2:1", "status=403:4:1", "cut:6:1"};
-    QTest::newRow("reply lost after the commit") << QStringList{"drop:1:1", "drop:5:1"};
-    QTest::newRow("no answer for 20 s") << QStringList{"stall:3:1"};
-}
-
-void tst_programs::faultyServer()
-{
-    QFETCH(QStringList, faults);
-    const TestProject folder;
-    const QString project = folder.path("project");
-    const QString ledger = folder.path("ledger.db");
-    QStringList arguments{"--token", Token, "--ledger", ledger};
-    for (const QString& fault : faults) {
-        arguments += {"--fault", fault};
-    }
-    const IngestServer server(arguments);
-    QCOMPARE(Program::run("flightdesk", {"simulate", "--project", project, "--missions", "2", "--minutes",
-                                         "1", "--seed", "3"})
-                 .exitCode,
-             0);
-    const Program::SResult uploaded = upload(project, server.url());
-    QVERIFY2(uploaded.exitCode == 0, uploaded.err);
-    const Program::SResult status =
-        Program::run("flightdesk", {"status", "--project", project, "--ledger", ledger});
-    QVERIFY2(status.exitCode == 0, status.out + status.err);
-}
-
-void tst_programs::hopelessUploads_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<QByteArray>("words");
-    QTest::newRow("token") << "token" << QByteArray("token");
-    QTest::newRow("unreachable") << "unreachable" << QByteArray("no usable answer");
-    QTest::newRow("no mission row") << "orphan" << QByteArray("no flight_mission row");
-    QTest::newRow("corrupt file") << "corrupt" << QByteArray("cannot be read");
-}
-
-void tst_programs::hopelessUploads()
-{
-    QFETCH(QString, kind);
-    QFETCH(QByteArray, words);
-    const TestProject folder;
-    const QString project = folder.path("project");
-    const IngestServer server({"--token", kind == "token" ? "other" : Token});
-    QCOMPARE(Program::run("flightdesk", {"simulate", "--project", project, "--missions", "1", "--minutes",
-                                         "1", "--seed", "4"})
-                 .exitCode,
-             0);
-    QString url = server.url();
-    if (kind == "unreachable") {
-        url = "http://127.0.0.1:1";
-    } else if (kind == "orphan") {
-        QVERIFY(TestProject::run(missionFiles(project).value(0), {"DELETE FROM flight_mission"}));
-    } else if (kind == "corrupt") {
-        folder.file("project/broken/flight.kv", QByteArray(5000, 'x'));
-    }
-    const Program::SResult uploaded = upload(project, url, {"--patience", "5"});
-    QCOMPARE(uploaded.exitCode, 1);
-    const QByteArray said = uploaded.out + uploaded.err;
-    QVERIFY2(said.contains(words), said);
-    QVERIFY(!said.contains(Token.toUtf8()));
-}
-
-void tst_programs::wrongUsage_data()
-{
-    QTest::addColumn<QString>("program");
-    QTest::addColumn<QStringList>("arguments");
-    const QStringList upload{"upload", "--project", "/tmp", "--token", "t", "--server"};
-    QTest::newRow("no such command") << "flightdesk" << QStringList{"fly"};
-    QTest::newRow("no project") << "flightdesk" << QStringList{"status"};
-    QTest::newRow("no log") << "flightdesk" << QStringList{"record", "--project", "/tmp"};
-    QTest::newRow("bad address") << "flightdesk" << upload + QStringList{"ftp://x"};
-    QTest::newRow("bad number") << "flightdesk" << upload + QStringList{"http://x", "--patience", "-1"};
-    QTest::newRow("bad port") << "flightserver" << QStringList{"--port", "99999"};
-    QTest::newRow("bad fault") << "flightserver" << QStringList{"--fault", "rain"};
-    QTest::newRow("bad ledger") << "flightserver" << QStringList{"--ledger", "/proc/no/ledger"};
-}
-
-void tst_programs::wrongUsage()
-{
-    QFETCH(QString, program);
-    QFETCH(QStringList, arguments);
-    const Program::SResult result = Program::run(program, arguments);
-    QCOMPARE(result.exitCode, 2);
-    QVERIFY(result.out.isEmpty());
-    QVERIFY(result.err.size() > 10);
-}
 
 QTEST_GUILESS_MAIN(tst_programs)
 #include "tst_programs.moc"

@@ -1,31 +1,29 @@
 // SPDX-License-Identifier: MIT
 #include "KvAlgorthm.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
+#include "support/Rows.h"
 #include "support/ScriptedServer.h"
 
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QTimer>
 #include <QtNetwork/QNetworkProxy>
 #include <QtNetwork/QNetworkRequest>
-#include <QtTest/QSignalSpy>
-#include <QtTest/QTest>
+#include <QtTest/QtTest>
 
 #include <malloc.h>
 
-Q_DECLARE_METATYPE(ScriptedServer::SReply)
-
 namespace
 {
-/// Outcomes of one object, in order.
-struct Outcomes {
-    explicit Outcomes(CKvUpLoadObject& object)
+/// An upload whose outcomes are kept, in order.
+struct Upload : CKvUpLoadObject {
+    explicit Upload(const QByteArray& url, const QByteArray& body = "data=1")
     {
-        QObject::connect(&object, &CKvUpLoadObject::upLoadFinished, &object,
-                         [this](const QByteArray& body) { list.append("finished " + body); });
-        QObject::connect(&object, &CKvUpLoadObject::NetWorkError, &object, [this] { list.append("error"); });
-        QObject::connect(&object, &CKvUpLoadObject::NoLogin, &object, [this] { list.append("login"); });
+        SetUrl(url);
+        SetFilePathArray(body);
+        connect(this, &CKvUpLoadObject::upLoadFinished, this,
+                [this](const QByteArray& reply) { outcomes.append("finished " + reply); });
+        connect(this, &CKvUpLoadObject::NetWorkError, this, [this] { outcomes.append("error"); });
+        connect(this, &CKvUpLoadObject::NoLogin, this, [this] { outcomes.append("login"); });
     }
-    QList<QByteArray> list;
+    QStringList outcomes;
 };
 
 qint64 allocatedBytes()
@@ -40,187 +38,127 @@ class tst_uploadobject : public QObject
     Q_OBJECT
 
 private slots:
-    void replies_data();
-    void replies();
-    void wireContent();
-    void timeouts();
-    void noAddress();
-    void destroyedInFlight();
-    void memoryKeptByFinishedRequests();
-    void debuggingProxy();
-};
-
-void tst_uploadobject::replies_data()
-{
-    QTest::addColumn<ScriptedServer::SReply>("reply");
-    QTest::addColumn<QByteArray>("outcome");
-    QTest::addColumn<bool>("delayed"); // by 3 s
-    const auto row = [](const char* body, const char* outcome, bool delayed = false,
-                        const char* http = "200 OK") {
-        const QByteArray finished = outcome == QByteArray("finished")
-                                        ? QByteArray(QByteArray("finished ") + body)
-                                        : QByteArray(outcome);
-        QTest::addRow("%s %s", http, body) << ScriptedServer::json(body, http) << finished << delayed;
-    };
-    row(R"({"status":0,"message":""})", "finished");
-    row(R"({"status":1, "rows":[1]})", "finished");
-    row(R"({"message":"no status"})", "finished");
-    row(R"({"status":"7"})", "finished"); // not a number counts as 0
-    row(R"({"status":0})", "finished", false, "500 Internal Server Error");
-    row(R"({"status":-1})", "error");
-    row(R"({"status":2,"message":"full"})", "error");
-    row(R"({"status":401})", "login");
-    row(R"({"status":403,"message":"who"})", "login", false, "403 Forbidden");
-    row("{}", "error", true);
-    row("[]", "error", true);
-    row("[{\"status\":0}]", "error", true);
-    row("", "error", true, "500 Internal Server Error");
-    row("<html>", "error", true);
-    QTest::newRow("cut") << ScriptedServer::cut() << QByteArray("error") << true;
-    QTest::newRow("slam") << ScriptedServer::slam() << QByteArray("error") << true;
-}
-
-void tst_uploadobject::replies()
-{
-    QFETCH(ScriptedServer::SReply, reply);
-    QFETCH(QByteArray, outcome);
-    QFETCH(bool, delayed);
-    ScriptedServer server;
-    server.script = [&reply](const SRequest&) { return reply; };
-    CKvUpLoadObject object;
-    Outcomes outcomes(object);
-    object.SetUrl(server.url() + "/x");
-    object.SetFilePathArray("data=1");
-    QElapsedTimer time;
-    time.start();
-    object.PostNetWorkReplyMessage();
-    QTRY_COMPARE_WITH_TIMEOUT(outcomes.list, QList<QByteArray>{outcome}, 6000);
-    QCOMPARE(time.elapsed() >= 2900, delayed);
-}
-
-void tst_uploadobject::wireContent()
-{
-    ScriptedServer server;
-    CKvUpLoadObject object;
-    Outcomes outcomes(object);
-    QSignalSpy progress(&object, SIGNAL(uploadProgress(qint64, qint64)));
-    object.setRawHeader("other", "replaced");
-    object.setRawHeader("token", "t0k3n");
-    object.GetNetWorkRequset()->setRawHeader("x-extra", "yes");
-    object.SetUrl(server.url() + "/flight/upload?a=1");
-    const QByteArray body = "data={\"a\":\"\xE9\xA3\x9E %2B\"}&more";
-    object.SetFilePathArray(body);
-    for (int post = 1; post <= 2; ++post) {
-        object.PostNetWorkReplyMessage();
-        QTRY_COMPARE(outcomes.list.size(), post);
-        const SRequest& request = server.requests.constLast();
-        QCOMPARE(request.path, QByteArray("/flight/upload?a=1"));
-        QCOMPARE(request.body, body);
-        QCOMPARE(request.headers.value("token"), QByteArray("t0k3n"));
-        QCOMPARE(request.headers.value("x-extra"), QByteArray("yes"));
-        QCOMPARE(request.headers.value("user-agent"), GetSysinfo().toLatin1());
-        QCOMPARE(request.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
-        QVERIFY(!request.headers.contains("other"));
+    void replies_data() { addRows(); }
+    void replies()
+    {
+        const QString reply = cell("reply");
+        ScriptedServer server(ScriptedServer::reply(reply));
+        Upload upload(server.url() + "/x");
+        QElapsedTimer time;
+        time.start();
+        upload.PostNetWorkReplyMessage();
+        const QString body = cell("outcome") == "finished" ? reply.mid(3) : QString();
+        QTRY_COMPARE_WITH_TIMEOUT(upload.outcomes, QStringList{cell("outcome") + body}, 6000);
+        QCOMPARE(time.elapsed() > 2800, !cell("after").isEmpty()); // a coarse timer: 5 % early at most
     }
-    QVERIFY(progress.contains({qint64(body.size()), qint64(body.size())}));
-}
 
-/// One server says nothing; the other goes on after the 20 s, which are over for it 5 s later as it sent
-/// something in between. The late reply is judged as well.
-void tst_uploadobject::timeouts()
-{
-    ScriptedServer server;
-    server.script = [](const SRequest& request) {
-        return request.path == "/late"
-                   ? ScriptedServer::SReply{"HTTP/1.1 200 OK\r\nContent-Length: 12\r\n\r\n", false}
-                   : ScriptedServer::silence();
-    };
-    CKvUpLoadObject silent;
-    CKvUpLoadObject late;
-    Outcomes silentOutcomes(silent);
-    Outcomes lateOutcomes(late);
-    silent.SetUrl(server.url() + "/silent");
-    late.SetUrl(server.url() + "/late");
-    silent.PostNetWorkReplyMessage();
-    late.PostNetWorkReplyMessage();
-    QTRY_COMPARE(server.requests.size(), 2);
-    QTimer::singleShot(5000, &server, [&server] { server.sendMore("/late", "{\"sta"); });
-    QElapsedTimer time;
-    time.start();
-    QTRY_COMPARE_WITH_TIMEOUT(silentOutcomes.list, QList<QByteArray>{"error"}, 25000);
-    QVERIFY(time.elapsed() >= 19000);
-    QCOMPARE(lateOutcomes.list, QList<QByteArray>{});
-    QTRY_COMPARE_WITH_TIMEOUT(lateOutcomes.list, QList<QByteArray>{"error"}, 10000);
-    QVERIFY(time.elapsed() >= 24000);
-    server.sendMore("/late", "tus\":0}");
-    QTRY_COMPARE(lateOutcomes.list, (QList<QByteArray>{"error", "finished {\"status\":0}"}));
-}
-
-void tst_uploadobject::noAddress()
-{
-    for (const char* url : {"", "/flight/upload", "nonsense://x", "http://127.0.0.1:1/x"}) {
-        CKvUpLoadObject object;
-        Outcomes outcomes(object);
-        object.SetUrl(url);
-        object.SetFilePathArray("data=1");
-        object.PostNetWorkReplyMessage();
-        QTRY_COMPARE_WITH_TIMEOUT(outcomes.list, QList<QByteArray>{"error"}, 6000);
-    }
-}
-
-void tst_uploadobject::destroyedInFlight()
-{
-    ScriptedServer server;
-    server.script = [](const SRequest&) { return ScriptedServer::silence(); };
-    QSignalSpy received(&server, SIGNAL(received()));
-    auto* const object = new CKvUpLoadObject;
-    object->SetUrl(server.url() + "/x");
-    object->SetFilePathArray(QByteArray(2000000, 'x'));
-    object->PostNetWorkReplyMessage();
-    QVERIFY(received.wait());
-    delete object;
-    CKvUpLoadObject second; // before the body is out
-    second.SetUrl(server.url() + "/x");
-    second.SetFilePathArray(QByteArray(50000000, 'x'));
-    second.PostNetWorkReplyMessage();
-    QTest::qWait(20);
-}
-
-void tst_uploadobject::memoryKeptByFinishedRequests()
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    QSKIP("a sanitizer keeps freed memory");
-#endif
-    ScriptedServer server;
-    CKvUpLoadObject object;
-    QSignalSpy finished(&object, SIGNAL(upLoadFinished(QByteArray)));
-    object.SetUrl(server.url() + "/x");
-    const auto post = [&](int times) {
-        for (int i = 0; i < times; ++i) {
-            object.SetFilePathArray(QByteArray(300000, 'x'));
-            object.PostNetWorkReplyMessage();
-            QVERIFY(finished.wait());
-            server.requests.clear();
-            finished.clear(); // the reply bodies
+    void wireContent()
+    {
+        ScriptedServer server;
+        const QByteArray body = "data={\"a\":\"\xE9\xA3\x9E %2B\"}&more";
+        Upload upload(server.url() + "/flight/upload?a=1", body);
+        QSignalSpy progress(&upload, SIGNAL(uploadProgress(qint64, qint64)));
+        upload.setRawHeader("other", "replaced");
+        upload.setRawHeader("token", "t0k3n");
+        upload.GetNetWorkRequset()->setRawHeader("x-extra", "yes");
+        for (int post = 1; post <= 2; ++post) {
+            upload.PostNetWorkReplyMessage();
+            QTRY_COMPARE(upload.outcomes.size(), post);
+            const SRequest& request = server.requests.constLast();
+            QCOMPARE(request.path, QByteArray("/flight/upload?a=1"));
+            QCOMPARE(request.body, body);
+            QCOMPARE(request.headers.value("token"), QByteArray("t0k3n"));
+            QCOMPARE(request.headers.value("x-extra"), QByteArray("yes"));
+            QCOMPARE(request.headers.value("user-agent"), GetSysinfo().toLatin1());
+            QCOMPARE(request.headers.value("content-type"), QByteArray("application/x-www-form-urlencoded"));
+            QVERIFY(!request.headers.contains("other"));
         }
-    };
-    post(20);
-    const qint64 before = allocatedBytes();
-    post(500);
-    const qint64 kept = (allocatedBytes() - before) / 500;
-    qInfo() << "bytes kept by a finished request:" << kept;
-    QVERIFY2(kept < 16 * 1024, qPrintable(QString::number(kept)));
-}
+        QVERIFY(progress.contains({qint64(body.size()), qint64(body.size())}));
+    }
 
-void tst_uploadobject::debuggingProxy()
-{
-    SetEnabledFiddler(true);
-    const CKvUpLoadObject object;
-    SetEnabledFiddler(false);
-    const QNetworkProxy proxy = QNetworkProxy::applicationProxy();
-    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
-    QCOMPARE(proxy, QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1", 8888));
-}
+    /// One server says nothing; the other goes on after the 20 s, which are over for it 5 s later as it sent
+    /// something in between. The late reply is judged as well.
+    void timeouts()
+    {
+        ScriptedServer server;
+        server.script = [](const SRequest& request) {
+            return request.path == "/late" ? ScriptedServer::file("", 12) : ScriptedServer::reply("silence");
+        };
+        Upload silent(server.url() + "/silent");
+        Upload late(server.url() + "/late");
+        silent.PostNetWorkReplyMessage();
+        late.PostNetWorkReplyMessage();
+        QTRY_COMPARE(server.requests.size(), 2);
+        QTimer::singleShot(5000, &server, [&server] { server.sendMore("/late", "{\"sta"); });
+        QElapsedTimer time;
+        time.start();
+        QTRY_COMPARE_WITH_TIMEOUT(silent.outcomes, QStringList{"error"}, 25000);
+        QVERIFY(time.elapsed() >= 19000);
+        QCOMPARE(late.outcomes, QStringList());
+        QTRY_COMPARE_WITH_TIMEOUT(late.outcomes, QStringList{"error"}, 10000);
+        QVERIFY(time.elapsed() >= 24000);
+        server.sendMore("/late", "tus\":0}");
+        QTRY_COMPARE(late.outcomes, (QStringList{"error", "finished {\"status\":0}"}));
+    }
+
+    void noAddress()
+    {
+        for (const char* url : {"", "/flight/upload", "nonsense://x", "http://127.0.0.1:1/x"}) {
+            Upload upload(url);
+            upload.PostNetWorkReplyMessage();
+            QTRY_COMPARE_WITH_TIMEOUT(upload.outcomes, QStringList{"error"}, 6000);
+        }
+    }
+
+    void destroyedInFlight()
+    {
+        ScriptedServer server(ScriptedServer::reply("silence"));
+        {
+            Upload upload(server.url() + "/x", QByteArray(2000000, 'x'));
+            upload.PostNetWorkReplyMessage();
+            QTRY_COMPARE(server.requests.size(), 1);
+        }
+        Upload second(server.url() + "/x", QByteArray(50000000, 'x')); // goes before the body is out
+        second.PostNetWorkReplyMessage();
+        QTest::qWait(20);
+    }
+
+    void memoryKeptByFinishedRequests()
+    {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        QSKIP("a sanitizer keeps freed memory");
+#endif
+        ScriptedServer server;
+        CKvUpLoadObject object;
+        QSignalSpy finished(&object, SIGNAL(upLoadFinished(QByteArray)));
+        object.SetUrl(server.url() + "/x");
+        const auto post = [&](int times) {
+            for (int i = 0; i < times; ++i) {
+                object.SetFilePathArray(QByteArray(300000, 'x'));
+                object.PostNetWorkReplyMessage();
+                QVERIFY(finished.wait());
+                server.requests.clear();
+                finished.clear(); // the reply bodies
+            }
+        };
+        post(20);
+        const qint64 before = allocatedBytes();
+        post(500);
+        const qint64 kept = (allocatedBytes() - before) / 500;
+        qInfo() << "bytes kept by a finished request:" << kept;
+        QVERIFY2(kept < 16 * 1024, qPrintable(QString::number(kept)));
+    }
+
+    void debuggingProxy()
+    {
+        SetEnabledFiddler(true);
+        const CKvUpLoadObject object;
+        SetEnabledFiddler(false);
+        const QNetworkProxy proxy = QNetworkProxy::applicationProxy();
+        QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+        QCOMPARE(proxy, QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1", 8888));
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_uploadobject)
 #include "tst_uploadobject.moc"

@@ -3,9 +3,8 @@
 
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+#include <QtCore/QMap>
 #include <QtNetwork/QTcpSocket>
-
-#include <algorithm>
 
 QByteArray SRequest::field(const QByteArray& name) const
 {
@@ -33,17 +32,13 @@ QStringList SRequest::ids() const
     return ids;
 }
 
-ScriptedServer::ScriptedServer()
+ScriptedServer::ScriptedServer(const SReply& always) : script([always](const SRequest&) { return always; })
 {
     listen(QHostAddress::LocalHost);
     connect(this, &QTcpServer::newConnection, this, [this] {
-        while (QTcpSocket* const socket = nextPendingConnection()) {
-            connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(socket); });
-            connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
-                m_pending.remove(socket);
-                socket->deleteLater();
-            });
-        }
+        QTcpSocket* const socket = nextPendingConnection();
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(socket); });
+        connect(socket, &QTcpSocket::disconnected, socket, &QTcpSocket::deleteLater);
     });
 }
 
@@ -52,23 +47,31 @@ QByteArray ScriptedServer::url() const
     return "http://127.0.0.1:" + QByteArray::number(serverPort());
 }
 
-ScriptedServer::SReply ScriptedServer::json(const QByteArray& body, const QByteArray& status)
+ScriptedServer::SReply ScriptedServer::file(const QByteArray& body, int length)
 {
-    return {"HTTP/1.1 " + status + "\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" +
-            body};
+    return {"HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(length < 0 ? body.size() : length) +
+            "\r\n\r\n" + body};
 }
 
-ScriptedServer::SReply ScriptedServer::file(const QByteArray& body, qint64 length)
+ScriptedServer::SReply ScriptedServer::reply(const QString& words)
 {
-    const qint64 told = length < 0 ? body.size() : length;
-    return {"HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(told) + "\r\n\r\n" + body,
-            told > body.size()};
+    const QByteArray half = file("{\"sta", 9).wire;
+    const QByteArray status = words.section(' ', 0, 0).toLatin1();
+    const QByteArray body = words.section(' ', 1).toUtf8();
+    SReply whole = file(body);
+    whole.wire.replace("200 OK", status + (status == "302" ? " there\r\nLocation: " + body : " so"));
+    const QMap<QString, SReply> broken = {
+        {"silence", {}}, {"slam", {"", true}}, {"cut", {half, true}}, {"reset", {half, false, true}}};
+    return broken.value(words, whole);
 }
 
-int ScriptedServer::count(const QByteArray& path) const
+QStringList ScriptedServer::paths() const
 {
-    return static_cast<int>(std::count_if(requests.cbegin(), requests.cend(),
-                                          [&path](const SRequest& r) { return r.path == path; }));
+    QStringList paths;
+    for (const SRequest& request : requests) {
+        paths.append(request.path);
+    }
+    return paths;
 }
 
 void ScriptedServer::sendMore(const QByteArray& path, const QByteArray& bytes)
@@ -78,12 +81,8 @@ void ScriptedServer::sendMore(const QByteArray& path, const QByteArray& bytes)
 
 void ScriptedServer::read(QTcpSocket* socket)
 {
-    QByteArray& data = m_pending[socket];
-    data += socket->readAll();
+    const QByteArray data = socket->peek(socket->bytesAvailable());
     const int headerEnd = data.indexOf("\r\n\r\n");
-    if (headerEnd < 0) {
-        return;
-    }
     SRequest request;
     QList<QByteArray> lines = data.left(headerEnd).split('\n');
     request.path = lines.takeFirst().split(' ').value(1);
@@ -92,11 +91,11 @@ void ScriptedServer::read(QTcpSocket* socket)
         request.headers.insert(line.left(colon).toLower(), line.mid(colon + 1).trimmed());
     }
     const int length = request.headers.value("content-length").toInt();
-    if (data.size() < headerEnd + 4 + length) {
+    if (headerEnd < 0 || data.size() < headerEnd + 4 + length) {
         return;
     }
     request.body = data.mid(headerEnd + 4, length);
-    data.remove(0, headerEnd + 4 + length);
+    socket->read(headerEnd + 4 + length);
     requests.append(request);
     m_asked[request.path] = socket;
     const SReply reply = script(request);
@@ -107,5 +106,4 @@ void ScriptedServer::read(QTcpSocket* socket)
     } else if (reply.close) {
         socket->disconnectFromHost();
     }
-    emit received();
 }

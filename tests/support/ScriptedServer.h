@@ -5,6 +5,7 @@
 #include <QtCore/QHash>
 #include <QtCore/QJsonArray>
 #include <QtCore/QList>
+#include <QtCore/QStringList>
 #include <QtNetwork/QTcpServer>
 
 #include <functional>
@@ -27,8 +28,6 @@ struct SRequest {
 /// An HTTP server on the loopback interface whose replies are scripted by the test.
 class ScriptedServer : public QTcpServer
 {
-    Q_OBJECT
-
 public:
     /// What to send back: bytes as they are. Empty: never answer.
     struct SReply {
@@ -38,28 +37,23 @@ public:
     };
     using Script = std::function<SReply(const SRequest&)>;
 
-    ScriptedServer();
+    explicit ScriptedServer(const SReply& always = accepted());
     QByteArray url() const;
 
-    static SReply json(const QByteArray& body, const QByteArray& status = "200 OK");
-    static SReply accepted() { return json(R"({"status":0,"message":""})"); }
-    static SReply silence() { return {}; }
     /// A body with its right length, or another one.
-    static SReply file(const QByteArray& body, qint64 length = -1);
-    static SReply cut() { return {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"sta", true}; }
-    static SReply slam() { return {"", true}; }
+    static SReply file(const QByteArray& body, int length = -1);
+    /// An HTTP status and a body, which is the Location too where the status is 302; or "silence", "slam"
+    /// (closed without a byte), "cut" or "reset" (closed or broken within the body).
+    static SReply reply(const QString& words);
+    static SReply accepted() { return reply(R"(200 {"status":0,"message":""})"); }
 
-    Script script = [](const SRequest&) { return accepted(); };
+    Script script;
     QList<SRequest> requests; ///< every request so far
-    int count(const QByteArray& path) const;
+    QStringList paths() const;
     /// Sends further bytes on the connection over which the path was asked for last.
     void sendMore(const QByteArray& path, const QByteArray& bytes);
 
-signals:
-    void received();
-
 private:
     void read(QTcpSocket* socket);
-    QHash<QTcpSocket*, QByteArray> m_pending;
     QHash<QByteArray, QTcpSocket*> m_asked;
 };

@@ -1,31 +1,36 @@
 // SPDX-License-Identifier: MIT
 #include "TestProject.h"
 
-#include "KvAlgorthm.h"
-#include "KvData.h"
-
-#include <QtCore/QDir>
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
 #include <QtSql/QSqlError>
 
-HostSignals::HostSignals(QObject* pOperator)
+Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
 {
-    connect(this, SIGNAL(message(QByteArray)), pOperator, SLOT(slotWriteFlightMonitor(QByteArray)));
-    connect(this, SIGNAL(positions(QJsonArray, QString, QString)), pOperator,
-            SLOT(slotParseJson(QJsonArray, QString, QString)));
-    connect(this, SIGNAL(record(QJsonObject, QString, QString)), pOperator,
-            SLOT(slotParseSingleJson(QJsonObject, QString, QString)));
-    connect(this, SIGNAL(breakpoint(int, double, double, QString, double)), pOperator,
-            SLOT(slotUpdateBreakpoint(int, double, double, QString, double)));
-    connect(this, SIGNAL(arm()), pOperator, SLOT(slotCheckNewData()));
-    connect(this, SIGNAL(tick()), pOperator, SLOT(slotStartUpload()));
-    connect(this, SIGNAL(startUploadTimer(bool)), pOperator, SLOT(slotStartUploadTimer(bool)));
+    for (int i = metaObject()->methodOffset(); i < metaObject()->methodCount(); ++i) {
+        const QByteArray signature = metaObject()->method(i).methodSignature();
+        connect(this, '2' + signature, &op, '1' + signature); // as SIGNAL() and SLOT() write them
+    }
+    if (!file.isEmpty()) {
+        op.SetFlightMissionFilePath(file);
+    }
 }
 
-TestProject::TestProject()
+CKvControl* control()
 {
-    CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetProjectDirPath(m_dir.path());
+    return CKvControl::GetInstance(false, EPlaneType::Multirotor);
+}
+
+QStringList loggedBy(Level threshold, const std::function<void()>& function)
+{
+    QStringList lines;
+    Logger& logger = Logger::instance();
+    logger.setListener([&lines](Level level, const QString& line) {
+        lines.append(QString::number(static_cast<int>(level)) + ' ' + line);
+    });
+    logger.setLoggingLevel(threshold);
+    function();
+    logger.setLoggingLevel(Level::Warn);
+    logger.setListener({});
+    return lines;
 }
 
 QString TestProject::file(const QString& name, const QByteArray& bytes) const
@@ -39,17 +44,24 @@ QString TestProject::file(const QString& name, const QByteArray& bytes) const
     return full;
 }
 
+QByteArray TestProject::contents(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+}
+
 QString TestProject::missionFile(const QString& name) const
 {
     const QString full = file(name);
     CKvDataBase database(full);
     database.open();
     database.transaction();
-    CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), database.DBInstance());
-    CreateTable(FlightLogTableName, GetFlightLogTableContents(), database.DBInstance());
-    CreateTable(UasStatusTableName, GetUasStatusTableContents(), database.DBInstance());
-    CreateTable(PosDataTableName, GetPosDataTableContents(), database.DBInstance());
-    CreateTable(FlightVideoTableName, GetFlightVideoTableContents(), database.DBInstance());
+    QSqlDatabase* const db = database.DBInstance();
+    CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), db);
+    CreateTable(FlightLogTableName, GetFlightLogTableContents(), db);
+    CreateTable(UasStatusTableName, GetUasStatusTableContents(), db);
+    CreateTable(PosDataTableName, GetPosDataTableContents(), db);
+    CreateTable(FlightVideoTableName, GetFlightVideoTableContents(), db);
     if (!database.commit()) {
         qFatal("cannot make %s", qPrintable(full));
     }
@@ -77,6 +89,11 @@ QVariantList TestProject::values(const QString& file, const QString& sql)
         }
     }
     return values;
+}
+
+QString TestProject::text(const QString& file, const QString& sql)
+{
+    return QVariant(values(file, sql)).toStringList().join(' ');
 }
 
 int TestProject::waiting(const QString& file, const QString& table)

@@ -1,47 +1,60 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonObject>
-#include <QtCore/QObject>
-#include <QtCore/QTemporaryDir>
-#include <QtCore/QVariant>
+#include "KvAlgorthm.h"
+#include "KvData.h"
+#include "KvLog.h"
+#include "KvProjectDbOperator/CKvFlightDataDbOperator.h"
 
-/// A host's signals, as it reaches the operator's private slots.
-class HostSignals : public QObject
+#include <QtTest/QtTest>
+
+#include <functional>
+
+/// A host: an operator on a file, and signals by which its private slots of the same names are reached.
+class Host : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit HostSignals(QObject* pOperator);
+    explicit Host(EUploadEnv env, const QString& file = {});
+    CKvFlightDataDbOperator op;
 
 signals:
-    void message(QByteArray);
-    void positions(QJsonArray, QString, QString);
-    void record(QJsonObject, QString, QString);
-    void breakpoint(int, double, double, QString, double);
-    void arm();
-    void tick();
-    void startUploadTimer(bool);
+    void slotWriteFlightMonitor(QByteArray);
+    void slotParseJson(QJsonArray, QString, QString);
+    void slotParseSingleJson(QJsonObject, QString, QString);
+    void slotUpdateBreakpoint(int, double, double, QString, double);
+    void slotCheckNewData();
+    void slotStartUpload();
+    void slotStartUploadTimer(bool);
 };
+
+CKvControl* control();
+
+/// What is logged with a level of the threshold and above while a function runs: the level's number, a blank
+/// and the line.
+QStringList loggedBy(Level threshold, const std::function<void()>& function);
 
 /// A project folder of its own that goes with the object; it is the current project.
 class TestProject
 {
 public:
-    TestProject();
+    TestProject() { control()->SetProjectDirPath(m_dir.path()); }
 
     QString path(const QString& name) const { return m_dir.filePath(name); }
     /// Makes an empty file or one with the given bytes, and its folder.
     QString file(const QString& name, const QByteArray& bytes = {}) const;
+    /// The bytes of a file.
+    static QByteArray contents(const QString& path);
     /// Makes a mission file with all tables.
     QString missionFile(const QString& name) const;
 
     /// Runs statements on a mission file, in one transaction, beside any operator; false when one failed.
     static bool run(const QString& file, const QStringList& statements);
-    /// First column of all rows.
+    /// First column of all rows, of the first one, and in one text with blanks between.
     static QVariantList values(const QString& file, const QString& sql);
     static QVariant value(const QString& file, const QString& sql) { return values(file, sql).value(0); }
+    static QString text(const QString& file, const QString& sql);
     /// Rows of a table that wait for upload.
     static int waiting(const QString& file, const QString& table);
 
@@ -50,4 +63,18 @@ public:
 
 private:
     QTemporaryDir m_dir;
+};
+
+/// A project with one mission file, which holds the mission "m1" and so many waiting rows if they are given.
+struct FlightProject : TestProject {
+    FlightProject() = default;
+    FlightProject(int positions, int status, int log) { addMission(db, "m1", positions, status, log); }
+    template<class... Texts>
+    bool run(const Texts&... sql) const
+    {
+        return TestProject::run(db, {QString(sql)...});
+    }
+    QString text(const QString& sql) const { return TestProject::text(db, sql); }
+    int waiting(const QString& table) const { return TestProject::waiting(db, table); }
+    const QString db = missionFile("m1/flight.kv");
 };
