@@ -218,6 +218,8 @@ private slots:
         download.SetUserData(7, "new");
         QCOMPARE(download.GetUserData(7), QVariant("new"));
         QVERIFY(!download.GetUserData(8).isValid());
+        download.SetFilePath("/some/file");
+        QCOMPARE(download.GetFilePath(), QString("/some/file"));
         QCOMPARE(download.GetFileUrl(), QString::fromUtf8("http://127.0.0.1:1/\xC3\xA4"));
         download.ConnecttedError(QNetworkReply::NoError);
         QCOMPARE(download.ends(), QString());

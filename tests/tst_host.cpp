@@ -13,7 +13,7 @@ private slots:
     void serverAddress()
     {
         const bool good = cell("result") != "refused";
-        QVERIFY(SetServerIP("http://before.example") && !SetServerIP("") && !SetServerIP("\xff\xfe"));
+        QVERIFY(SetServerIP("http://before.example"));
         QCOMPARE(SetServerIP(cell("address").toLatin1()), good);
         QCOMPARE(QString(GetServerIP()), good ? cell("result") : "http://before.example");
     }
@@ -26,6 +26,7 @@ private slots:
             QVERIFY(SetCurUserInfo(user));
             user.m_strToken = "secret\r\nx: y";
             QVERIFY(!SetCurUserInfo(user));
+            QVERIFY(!SetServerIP("") && !SetServerIP("\xff\xfe"));
             QVERIFY(SetHomeDir("/some/home"));
             QVERIFY(!SetHomeDir("relative"));
             QVERIFY(!Logger::instance().setLogFile("", 1024, 1));
@@ -33,7 +34,7 @@ private slots:
         });
         QCOMPARE(GetCurUserInfo().m_strToken, QString("good"));
         QCOMPARE(GetHomeDir(), QString("/some/home/"));
-        QCOMPARE(lines.size(), 4);
+        QCOMPARE(lines.size(), 6);
         QVERIFY(!lines.join(' ').contains("secret"));
     }
 
@@ -56,9 +57,9 @@ private slots:
         const auto compact = [](const QJsonObject& o) {
             return QJsonDocument(o).toJson(QJsonDocument::Compact);
         };
-        const QByteArray value = "\",\"v\":" + cell("json").toUtf8() + '}';
-        QCOMPARE(compact(PosDataComboJsonInfo(&query)), "{\"message\":\"text" + value);
-        QCOMPARE(compact(FlightLogComboJsonInfo(&query)), "{\"message\":\"dGV4dA" + value);
+        const QByteArray json = cell("json").toUtf8();
+        QCOMPARE(compact(PosDataComboJsonInfo(&query)), R"({"message":"text","v":)" + json + '}');
+        QCOMPARE(compact(FlightLogComboJsonInfo(&query)), R"({"message":"dGV4dA","v":)" + json + '}');
         QVERIFY(!query.next());
     }
 

@@ -111,6 +111,8 @@ class tst_programs : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase() { qunsetenv("QT_LOGGING_RULES"); } // what the programs say is tested here
+
     /// A telemetry log, recorded and uploaded: the ledger holds each frame once, byte for byte.
     void everyFrameOnce()
     {

@@ -26,7 +26,7 @@ QJsonArray SRequest::records() const
 QStringList SRequest::ids() const
 {
     QStringList ids;
-    for (const QJsonValue& record : records()) {
+    for (const QJsonValue record : records()) {
         ids.append(record.toObject().value("id").toString());
     }
     return ids;

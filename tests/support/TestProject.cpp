@@ -5,8 +5,8 @@
 
 Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
 {
-    for (int i = metaObject()->methodOffset(); i < metaObject()->methodCount(); ++i) {
-        const QByteArray signature = metaObject()->method(i).methodSignature();
+    for (int i = staticMetaObject.methodOffset(); i < staticMetaObject.methodCount(); ++i) {
+        const QByteArray signature = staticMetaObject.method(i).methodSignature();
         connect(this, '2' + signature, &op, '1' + signature); // as SIGNAL() and SLOT() write them
     }
     if (!file.isEmpty()) {
@@ -35,7 +35,7 @@ QStringList loggedBy(Level threshold, const std::function<void()>& function)
 
 QString TestProject::file(const QString& name, const QByteArray& bytes) const
 {
-    const QString full = path(name);
+    QString full = path(name);
     QDir().mkpath(QFileInfo(full).path());
     QFile file(full);
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
@@ -52,7 +52,7 @@ QByteArray TestProject::contents(const QString& path)
 
 QString TestProject::missionFile(const QString& name) const
 {
-    const QString full = file(name);
+    QString full = file(name);
     CKvDataBase database(full);
     database.open();
     database.transaction();
