@@ -74,7 +74,7 @@ KVALGORTHM_EXPORT bool SetServerIP(const QByteArray& address);
 /// The signed-in user; an empty record until SetCurUserInfo() has been called.
 KVALGORTHM_EXPORT SKvUserInfo GetCurUserInfo();
 
-/// Sets the signed-in user.
+/// Sets the signed-in user, whose token is kept out of the log from now on (Logger::addSecret()).
 ///
 /// \return false, with a warning in the log that does not repeat the token, when the token holds a
 ///         character that cannot stand in a request header (anything but printable Latin-1); the old

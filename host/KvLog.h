@@ -62,6 +62,11 @@ public:
     /// process.
     void captureQtMessages();
 
+    /// Keeps a text out of the log from now on, such as the token of a user who has signed in: lines hold
+    /// "***" in its place, whoever writes them. One of fewer than 8 characters is not taken: it would be
+    /// found within many a word.
+    void addSecret(const QString& text);
+
     /// Hands one finished line to the log. Control characters in it are written as \\xNN, so that a line
     /// stays a line whatever a server has answered. A line below the threshold is dropped.
     void write(Level level, const QString& line);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include "support/Programs.h"
 #include "support/Rows.h"
 #include "support/ScriptedServer.h"
-#include "support/TestProject.h"
 
 #include <algorithm>
 #include <memory>
@@ -9,8 +9,6 @@
 
 namespace
 {
-const QString Token = QStringLiteral("t0k3n");
-
 /// MAVLink frames of unknown messages with bytes of all kinds; the first is a heartbeat of a vehicle.
 QList<QByteArray> makeFrames(int count)
 {
@@ -27,83 +25,6 @@ QList<QByteArray> makeFrames(int count)
     }
     return frames;
 }
-
-QByteArray asLog(const QList<QByteArray>& frames)
-{
-    QByteArray log;
-    quint64 usec = 1436056003484000;
-    for (const QByteArray& frame : frames) {
-        QByteArray stamp(8, '\0');
-        qToBigEndian(usec += 100000, stamp.data());
-        log += stamp + frame;
-    }
-    return log;
-}
-
-/// One of the project's programs as a child process, ended with the object.
-struct Program : QProcess {
-    Program(const QString& name, const QStringList& arguments)
-    {
-        start(QCoreApplication::applicationDirPath() + '/' + name, arguments);
-    }
-    ~Program() override
-    {
-        terminate();
-        waitForFinished(10000); // killed if it still runs then
-    }
-};
-
-/// A flightserver that has told its address.
-struct IngestServer : Program {
-    explicit IngestServer(const QStringList& arguments) : Program("flightserver", arguments)
-    {
-        while (!url.endsWith('\n') && waitForReadyRead()) {
-            url += readAllStandardOutput();
-        }
-        url = url.section(' ', 3).trimmed();
-    }
-    QString url;
-};
-
-struct SResult {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-SResult runProgram(const QString& name, const QStringList& arguments)
-{
-    Program program(name, arguments);
-    const bool ended = program.waitForFinished(-1) && program.exitStatus() == QProcess::NormalExit;
-    return {ended ? program.exitCode() : -1, program.readAllStandardOutput(), program.readAllStandardError()};
-}
-
-/// A project folder, flown and uploaded with the real programs.
-struct Project : TestProject {
-    QString ledger = path("ledger.db");
-    SResult desk(const QString& command, const QStringList& more) const
-    {
-        return runProgram("flightdesk", QStringList{command, "--project", path("project")} + more);
-    }
-    bool simulate(int missions) const
-    {
-        return desk("simulate", {"--missions", QString::number(missions), "--minutes", "1", "--seed", "3"})
-                   .exitCode == 0;
-    }
-    SResult upload(const QString& url, const QStringList& more = {}) const
-    {
-        return desk("upload", QStringList{"--server", url, "--token", Token, "--interval", "100"} + more);
-    }
-    /// Uploads everything and compares it with the server's ledger.
-    void uploadAll(const QString& url) const
-    {
-        const SResult uploaded = upload(url);
-        QVERIFY2(uploaded.exitCode == 0, uploaded.err);
-        const SResult status = desk("status", {"--ledger", ledger});
-        QVERIFY2(status.exitCode == 0, status.out + status.err);
-        QVERIFY(status.out.trimmed().endsWith("rows accepted and marked"));
-    }
-};
 } // namespace
 
 class tst_programs : public QObject
@@ -163,7 +84,12 @@ private slots:
     {
         const Project project;
         const QString trouble = cell("trouble");
-        const IngestServer server({"--token", trouble == "token" ? "other" : Token});
+        QStringList options{"--token", trouble == "token" ? "other" : Token, "--ledger", project.ledger};
+        if (trouble == "untrusted") { // for a certificate that nobody vouches for
+            const QString pem = project.file("untrusted.pem", TestProject::contents(":/untrusted.pem"));
+            options += {"--tls-cert", pem, "--tls-key", pem};
+        }
+        auto server = std::make_unique<IngestServer>(options);
         QVERIFY(project.simulate(1));
         if (trouble == "no mission row") {
             QDirIterator file(project.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
@@ -171,12 +97,17 @@ private slots:
         } else if (trouble == "corrupt file") {
             project.file("project/broken/flight.kv", QByteArray(5000, 'x'));
         }
-        const QString url = trouble == "unreachable" ? "http://127.0.0.1:1" : server.url;
+        const QString url = trouble == "unreachable" ? "http://127.0.0.1:1" : server->url;
+        QCOMPARE(url.startsWith("https"), trouble == "untrusted");
         const SResult uploaded = project.upload(url, {"--patience", "5"});
         QCOMPARE(uploaded.exitCode, 1);
         const QByteArray said = uploaded.out + uploaded.err;
         QVERIFY2(said.contains(cell("said").toUtf8()), said);
         QVERIFY(!said.contains(Token.toUtf8()));
+        server.reset();
+        if (trouble == "untrusted") {
+            QCOMPARE(TestProject::value(project.ledger, "SELECT count(*) FROM request"), QVariant(0));
+        }
     }
 
     /// Interrupted flights and video missions beside one another: each kind of upload takes its own.

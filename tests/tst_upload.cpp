@@ -4,42 +4,11 @@
 #include "support/TestProject.h"
 
 #include <functional>
-#include <map>
 #include <memory>
 
 namespace
 {
 const QString Log = QStringLiteral("flight_monitor_detail_log");
-const QStringList Tables = {"flight_mission", "pos_data", "uas_status", Log};
-const QStringList Chain = {"/flight/upload", "/flight/posupload", "/flight/uasstatusupload",
-                           "/flight/detailupload"};
-
-/// An uploader that is armed with a token; ticks are given by hand or by its timer.
-struct Uploader : Host {
-    explicit Uploader(EUploadEnv env, const QString& file = {}, const char* token = "token")
-        : Host(env, file)
-        , uploading(&op, SIGNAL(UpLoading(QString, QString)))
-        , finished(&op, SIGNAL(UploadFinished(QString, QString)))
-        , missions(&op, SIGNAL(signalUploadFlightMissionFinish()))
-    {
-        SKvUserInfo user;
-        user.m_strToken = token;
-        SetCurUserInfo(user);
-        op.SetStartTimeInterval(1000000); // no tick of its own before a cycle has run
-        emit slotCheckNewData();
-        op.SetStartTimeInterval(10);
-    }
-    /// The way out after a pause or the end of a pass, where the file is closed.
-    void rearm(const QString& file)
-    {
-        op.SetFlightMissionFilePath(file);
-        emit slotStartUploadTimer(true);
-        emit slotCheckNewData();
-    }
-    QSignalSpy uploading;
-    QSignalSpy finished;
-    QSignalSpy missions;
-};
 
 /// Runs a function on a thread whose stack holds no ten thousand nested calls.
 void onSmallStack(const std::function<void()>& function)
@@ -48,15 +17,6 @@ void onSmallStack(const std::function<void()>& function)
     thread->setStackSize(512 * 1024);
     thread->start();
     QTRY_VERIFY_WITH_TIMEOUT(thread->isFinished(), 60000);
-}
-
-int waitingRows(const QString& file)
-{
-    int rows = 0;
-    for (const QString& table : Tables) {
-        rows += TestProject::waiting(file, table);
-    }
-    return rows;
 }
 } // namespace
 
@@ -82,7 +42,7 @@ private slots:
         TestProject::addMission(second, "m2", 0, 0, 1);
         Uploader uploader(EUploadEnv::WholeProject);
         emit uploader.slotStartUpload();
-        QTRY_COMPARE_WITH_TIMEOUT(waitingRows(project.db) + waitingRows(second), 0, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(TestProject::waiting(project.db) + TestProject::waiting(second), 0, 20000);
         QCOMPARE(uploader.missions.count(), 2);
         QCOMPARE(uploader.uploading.count(), 4);
         QVERIFY(uploader.uploading.contains({"project-m1", "m1"}));
@@ -171,49 +131,6 @@ private slots:
         }
     }
 
-    /// Every fault at every step of the chain, each on a file and operator of its own, at the same time: what
-    /// was not accepted is not marked, and everything arrives once the server is well.
-    void faults()
-    {
-        const TestProject project;
-        struct Case {
-            QString file;
-            std::unique_ptr<Uploader> uploader;
-            bool failed = false;
-            QSet<QString> accepted;
-        };
-        std::map<QByteArray, Case> cases;
-        for (const char* reply : {"500 ", "500 {\"status\":500}", "200 <html>", "200 {}",
-                                  "200 {\"status\":401}", "403 {\"status\":403}", "cut", "slam", "silence"}) {
-            for (const QString& path : Chain) {
-                const QByteArray name = reply + path.toLatin1();
-                const QString file = project.missionFile(name.toHex() + "/flight.kv");
-                TestProject::addMission(file, name.toHex(), 3, 2, 1100);
-                cases[name].file = file;
-            }
-        }
-        m_server->script = [&](const SRequest& request) {
-            const QByteArray name = request.headers.value("token");
-            Case& c = cases.at(name);
-            if (name.endsWith(request.path) && !c.failed) {
-                c.failed = true;
-                return ScriptedServer::reply(name.left(name.indexOf('/')));
-            }
-            for (const QString& id : request.ids()) {
-                c.accepted.insert(id);
-            }
-            return ScriptedServer::accepted();
-        };
-        for (auto& [name, c] : cases) {
-            c.uploader = std::make_unique<Uploader>(EUploadEnv::OncePerRequest, c.file, name.constData());
-            emit c.uploader->slotStartUpload();
-        }
-        for (auto& [name, c] : cases) {
-            QTRY_VERIFY2_WITH_TIMEOUT(waitingRows(c.file) == 0, name.constData(), 60000);
-            QVERIFY2(c.failed && c.accepted.size() == 1 + 3 + 2 + 1100, name);
-        }
-    }
-
     void rowsWithoutIdOrMark()
     {
         const FlightProject project(0, 0, 0);
@@ -226,7 +143,7 @@ private slots:
         Uploader uploader(EUploadEnv::OncePerRequest, project.db);
         emit uploader.slotStartUpload();
         QTRY_COMPARE(uploader.finished.count(), 1);
-        QCOMPARE(waitingRows(project.db), 0);
+        QCOMPARE(TestProject::waiting(project.db), 0);
         QCOMPARE(m_server->requests.size(), 4);
         QStringList ids = m_server->requests[3].ids();
         QCOMPARE(ids.size(), 5);
@@ -247,7 +164,7 @@ private slots:
         emit uploader.slotStartUpload();
         QTRY_COMPARE(m_server->paths().count("/flight/posupload"), 1);
         QTRY_COMPARE(project.text("SELECT id FROM pos_data WHERE is_uploaded = 0"), QString("late"));
-        QTRY_COMPARE_WITH_TIMEOUT(waitingRows(project.db), 0, 6000); // the cycle after 3000 ms
+        QTRY_COMPARE_WITH_TIMEOUT(TestProject::waiting(project.db), 0, 6000); // the cycle after 3000 ms
         QCOMPARE(m_server->requests.constLast().ids(), QStringList{"late"});
     }
 
@@ -262,11 +179,11 @@ private slots:
         Uploader uploader(EUploadEnv::WholeProject);
         emit uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), 3);
-        QCOMPARE(waitingRows(project.db), 5);
+        QCOMPARE(TestProject::waiting(project.db), 5);
         for (const QString& table : Tables.mid(0, 3)) {
             QVERIFY(project.run("DROP TRIGGER no_" + table));
         }
-        QTRY_COMPARE_WITH_TIMEOUT(waitingRows(project.db), 0, 6000);
+        QTRY_COMPARE_WITH_TIMEOUT(TestProject::waiting(project.db), 0, 6000);
     }
 
     void emptyToken()
@@ -280,11 +197,11 @@ private slots:
             Uploader uploader(EUploadEnv::WholeProject, {}, "");
             emit uploader.slotStartUpload();
             QTRY_COMPARE(m_server->requests.size(), 2); // tries again after the interval
-            QCOMPARE(waitingRows(project.db), 1);
+            QCOMPARE(TestProject::waiting(project.db), 1);
         }
         Uploader uploader(EUploadEnv::WholeProject); // a new token takes a new operator
         emit uploader.slotStartUpload();
-        QTRY_COMPARE(waitingRows(project.db), 0);
+        QTRY_COMPARE(TestProject::waiting(project.db), 0);
     }
 
     /// The last words of the paths asked for at the first tick and, with one more status row, at a second.
@@ -327,7 +244,7 @@ private slots:
         QTest::qWait(200);
         QCOMPARE(m_server->requests.size(), 0);
         control()->SetNetWorkConnected(true);
-        QTRY_COMPARE(waitingRows(project.db), 0);
+        QTRY_COMPARE(TestProject::waiting(project.db), 0);
     }
 
     void pauseAndResume()
@@ -347,7 +264,7 @@ private slots:
         QCOMPARE(project.waiting(Log),
                  1500); // accepted, but the file was closed: sent again
         uploader.rearm(project.db);
-        QTRY_COMPARE(waitingRows(project.db), 0);
+        QTRY_COMPARE(TestProject::waiting(project.db), 0);
     }
 
     void resetFlow()
@@ -363,7 +280,7 @@ private slots:
         QTRY_COMPARE(project.waiting(Log), 1500);
         QTest::qWait(1000);
         QCOMPARE(m_server->requests.size(), 2);
-        QTRY_COMPARE_WITH_TIMEOUT(waitingRows(project.db), 0, 4000); // in one cycle
+        QTRY_COMPARE_WITH_TIMEOUT(TestProject::waiting(project.db), 0, 4000); // in one cycle
         QCOMPARE(m_server->requests.size(), 4);
     }
 
@@ -375,10 +292,10 @@ private slots:
         emit uploader.slotStartUploadTimer(false);
         QTest::ignoreMessage(QtDebugMsg, "Data base not open ");
         emit uploader.slotStartUpload();
-        QCOMPARE(waitingRows(project.db), 2);
+        QCOMPARE(TestProject::waiting(project.db), 2);
         uploader.op.SetFlightMissionFilePath(project.db);
         emit uploader.slotStartUpload();
-        QTRY_COMPARE(waitingRows(project.db), 0);
+        QTRY_COMPARE(TestProject::waiting(project.db), 0);
     }
 
     /// Ten thousand files without anything to send.
@@ -426,7 +343,7 @@ private slots:
             loop.exec();
         });
         QCOMPARE(m_server->requests.size(), 2);
-        QCOMPARE(waitingRows(project.db), 0);
+        QCOMPARE(TestProject::waiting(project.db), 0);
     }
 
     /// The cost of a scan must not grow with the rows that are uploaded already.

@@ -111,6 +111,7 @@ bool SetCurUserInfo(const SKvUserInfo& user)
         Refuse(QStringLiteral("User refused: the token holds a character that no request header can carry"));
         return false;
     }
+    Logger::instance().addSecret(user.m_strToken);
     Set(&SSettings::user, user);
     return true;
 }

@@ -5,6 +5,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QMutex>
 #include <QtCore/QMutexLocker>
+#include <QtCore/QStringList>
 
 #include <spdlog/logger.h>
 #include <spdlog/sinks/rotating_file_sink.h>
@@ -16,6 +17,8 @@
 
 namespace
 {
+constexpr int ShortestSecret = 8;
+
 spdlog::level::level_enum SpdlogLevel(Level level)
 {
     static_assert(static_cast<int>(Level::Error) == spdlog::level::err, "the levels must match spdlog's");
@@ -70,6 +73,7 @@ struct Logger::Private {
     std::shared_ptr<spdlog::logger> sink;
     bool bToFile = false;
     std::shared_ptr<const Listener> listener;
+    QStringList secrets;
 };
 
 Logger::Logger() : d(new Private)
@@ -139,16 +143,27 @@ void Logger::captureQtMessages()
     qInstallMessageHandler(LogQtMessage);
 }
 
+void Logger::addSecret(const QString& text)
+{
+    const QMutexLocker lock(&d->mutex);
+    if (text.size() >= ShortestSecret && !d->secrets.contains(text)) {
+        d->secrets.append(text);
+    }
+}
+
 void Logger::write(Level level, const QString& line)
 {
     if (level < loggingLevel()) {
         return;
     }
-    const QString clean = WithoutControlCharacters(line);
+    QString clean = WithoutControlCharacters(line);
     std::shared_ptr<spdlog::logger> sink;
     std::shared_ptr<const Listener> listener;
     {
         const QMutexLocker lock(&d->mutex);
+        for (const QString& secret : qAsConst(d->secrets)) {
+            clean.replace(secret, QLatin1String("***")); // a server may send back what it was sent
+        }
         listener = d->listener;
         if (d->bToFile || level >= Level::Warn) {
             sink = d->sink;

@@ -4,6 +4,7 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QMap>
+#include <QtCore/QTimer>
 #include <QtNetwork/QTcpSocket>
 
 QByteArray SRequest::field(const QByteArray& name) const
@@ -55,6 +56,11 @@ ScriptedServer::SReply ScriptedServer::file(const QByteArray& body, int length)
 
 ScriptedServer::SReply ScriptedServer::reply(const QString& words)
 {
+    if (words.startsWith("slowly ")) {
+        SReply slow = reply(words.section(' ', 1));
+        slow.slow = true;
+        return slow;
+    }
     const QByteArray half = file("{\"sta", 9).wire;
     const QByteArray status = words.section(' ', 0, 0).toLatin1();
     const QByteArray body = words.section(' ', 1).toUtf8();
@@ -90,6 +96,10 @@ void ScriptedServer::read(QTcpSocket* socket)
         const int colon = line.indexOf(':');
         request.headers.insert(line.left(colon).toLower(), line.mid(colon + 1).trimmed());
     }
+    if (headerEnd > 0 && hangUp && hangUp(request, data.size() - headerEnd - 4)) {
+        socket->abort();
+        return;
+    }
     const int length = request.headers.value("content-length").toInt();
     if (headerEnd < 0 || data.size() < headerEnd + 4 + length) {
         return;
@@ -99,6 +109,12 @@ void ScriptedServer::read(QTcpSocket* socket)
     requests.append(request);
     m_asked[request.path] = socket;
     const SReply reply = script(request);
+    if (reply.slow) {
+        for (int i = 0; i < reply.wire.size(); ++i) {
+            QTimer::singleShot(10 * i, socket, [socket, byte = reply.wire[i]] { socket->putChar(byte); });
+        }
+        return;
+    }
     socket->write(reply.wire);
     if (reply.reset) {
         socket->flush();

@@ -34,6 +34,7 @@ public:
         QByteArray wire;
         bool close = false; ///< close the connection after the bytes
         bool reset = false; ///< break it instead
+        bool slow = false;  ///< a byte every few milliseconds
     };
     using Script = std::function<SReply(const SRequest&)>;
 
@@ -43,11 +44,14 @@ public:
     /// A body with its right length, or another one.
     static SReply file(const QByteArray& body, int length = -1);
     /// An HTTP status and a body, which is the Location too where the status is 302; or "silence", "slam"
-    /// (closed without a byte), "cut" or "reset" (closed or broken within the body).
+    /// (closed without a byte), "cut" or "reset" (closed or broken within the body); or "slowly" and a
+    /// status and a body.
     static SReply reply(const QString& words);
     static SReply accepted() { return reply(R"(200 {"status":0,"message":""})"); }
 
     Script script;
+    /// Asked while a request comes in, of whose body so much is there: true breaks the connection.
+    std::function<bool(const SRequest& request, int received)> hangUp;
     QList<SRequest> requests; ///< every request so far
     QStringList paths() const;
     /// Sends further bytes on the connection over which the path was asked for last.

@@ -14,6 +14,27 @@ Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
     }
 }
 
+Uploader::Uploader(EUploadEnv env, const QString& file, const QByteArray& token)
+    : Host(env, file)
+    , uploading(&op, SIGNAL(UpLoading(QString, QString)))
+    , finished(&op, SIGNAL(UploadFinished(QString, QString)))
+    , missions(&op, SIGNAL(signalUploadFlightMissionFinish()))
+{
+    SKvUserInfo user;
+    user.m_strToken = token;
+    SetCurUserInfo(user);
+    op.SetStartTimeInterval(1000000); // no tick of its own before a cycle has run
+    emit slotCheckNewData();
+    op.SetStartTimeInterval(10);
+}
+
+void Uploader::rearm(const QString& file)
+{
+    op.SetFlightMissionFilePath(file);
+    emit slotStartUploadTimer(true);
+    emit slotCheckNewData();
+}
+
 CKvControl* control()
 {
     return CKvControl::GetInstance(false, EPlaneType::Multirotor);
@@ -100,6 +121,15 @@ int TestProject::waiting(const QString& file, const QString& table)
 {
     const QVariant count = value(file, "SELECT count(*) FROM " + table + " WHERE is_uploaded = 0");
     return count.isValid() ? count.toInt() : -1;
+}
+
+int TestProject::waiting(const QString& file)
+{
+    int rows = 0;
+    for (const QString& table : Tables) {
+        rows += waiting(file, table);
+    }
+    return rows;
 }
 
 void TestProject::addMission(const QString& file, const QString& id, int positions, int status, int log)

@@ -29,6 +29,20 @@ signals:
     void slotStartUploadTimer(bool);
 };
 
+/// An uploader that is armed with a token; ticks are given by hand or by its timer.
+struct Uploader : Host {
+    explicit Uploader(EUploadEnv env, const QString& file = {}, const QByteArray& token = "token");
+    /// The way out after a pause or the end of a pass, where the file is closed.
+    void rearm(const QString& file);
+
+    QSignalSpy uploading;
+    QSignalSpy finished;
+    QSignalSpy missions;
+};
+
+/// The tables of the upload chain, in its order.
+const QStringList Tables = {"flight_mission", "pos_data", "uas_status", "flight_monitor_detail_log"};
+
 CKvControl* control();
 
 /// What is logged with a level of the threshold and above while a function runs: the level's number, a blank
@@ -55,8 +69,9 @@ public:
     static QVariantList values(const QString& file, const QString& sql);
     static QVariant value(const QString& file, const QString& sql) { return values(file, sql).value(0); }
     static QString text(const QString& file, const QString& sql);
-    /// Rows of a table that wait for upload.
+    /// Rows of a table that wait for upload, and of all four.
     static int waiting(const QString& file, const QString& table);
+    static int waiting(const QString& file);
 
     /// Inserts a mission row and waiting rows of each kind.
     static void addMission(const QString& file, const QString& id, int positions, int status, int log);

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "TestProject.h"
+
+const QString Token = QStringLiteral("t0k3n-of-the-operator");
+
+/// A telemetry log with ten frames a second.
+inline QByteArray asLog(const QList<QByteArray>& frames)
+{
+    QByteArray log;
+    quint64 usec = 1436056003484000;
+    for (const QByteArray& frame : frames) {
+        QByteArray stamp(8, '\0');
+        qToBigEndian(usec += 100000, stamp.data());
+        log += stamp + frame;
+    }
+    return log;
+}
+
+/// One of the project's programs as a child process, ended with the object.
+struct Program : QProcess {
+    Program(const QString& name, const QStringList& arguments)
+    {
+        start(QCoreApplication::applicationDirPath() + '/' + name, arguments);
+    }
+    ~Program() override
+    {
+        terminate();
+        waitForFinished(10000); // killed if it still runs then
+    }
+};
+
+/// A flightserver that has told its address.
+struct IngestServer : Program {
+    explicit IngestServer(const QStringList& arguments) : Program("flightserver", arguments)
+    {
+        while (!url.endsWith('\n') && waitForReadyRead()) {
+            url += readAllStandardOutput();
+        }
+        url = url.section(' ', 3).trimmed();
+    }
+    QString url;
+};
+
+/// How a program ended, and what it said.
+struct SResult {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+inline SResult runProgram(const QString& name, const QStringList& arguments)
+{
+    Program program(name, arguments);
+    const bool ended = program.waitForFinished(-1) && program.exitStatus() == QProcess::NormalExit;
+    return {ended ? program.exitCode() : -1, program.readAllStandardOutput(), program.readAllStandardError()};
+}
+
+/// A project folder, flown and uploaded with the real programs.
+struct Project : TestProject {
+    QString ledger = path("ledger.db");
+    QStringList command(const QString& name, const QStringList& more) const
+    {
+        return QStringList{name, "--project", path("project")} + more;
+    }
+    QStringList uploadCommand(const QString& url) const
+    {
+        return command("upload", {"--server", url, "--token", Token, "--interval", "100"});
+    }
+    SResult desk(const QString& name, const QStringList& more) const
+    {
+        return runProgram("flightdesk", command(name, more));
+    }
+    bool simulate(int missions) const
+    {
+        return desk("simulate", {"--missions", QString::number(missions), "--minutes", "1", "--seed", "3"})
+                   .exitCode == 0;
+    }
+    SResult upload(const QString& url, const QStringList& more = {}) const
+    {
+        return runProgram("flightdesk", uploadCommand(url) + more);
+    }
+    /// Uploads everything and compares it with the server's ledger.
+    void uploadAll(const QString& url) const
+    {
+        const SResult uploaded = upload(url);
+        QVERIFY2(uploaded.exitCode == 0, uploaded.err);
+        const SResult status = desk("status", {"--ledger", ledger});
+        QVERIFY2(status.exitCode == 0, status.out + status.err);
+        QVERIFY(status.out.trimmed().endsWith("rows accepted and marked"));
+    }
+};

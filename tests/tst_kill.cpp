@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+#include "FlightSimulator.h"
+#include "support/Programs.h"
+
+#include <random>
+
+namespace
+{
+constexpr int KillsInRound = 8;
+
+int environmentNumber(const char* name, int otherwise)
+{
+    bool ok = false;
+    const int number = qEnvironmentVariableIntValue(name, &ok);
+    return ok ? number : otherwise;
+}
+
+QByteArray flightLog(quint32 seed)
+{
+    QList<QByteArray> frames;
+    FlightSimulator flight(seed, 0, 10);
+    for (TelemetryFrame frame; flight.next(&frame);) {
+        frames.append(frame.bytes);
+    }
+    return asLog(frames);
+}
+
+/// A project, the server that it is uploaded to, and what both hold.
+struct SRound : Project {
+    IngestServer server{{"--token", Token, "--ledger", ledger}};
+
+    /// Rows of all files, as "table/id", of which the condition holds; a row of the ledger is "received".
+    QSet<QString> rows(const QString& condition = "1") const
+    {
+        QSet<QString> found;
+        QDirIterator files(path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            CKvDataBase database(files.next());
+            if (!database.open()) {
+                continue; // it is just being made
+            }
+            database.exec("ATTACH '" + ledger + "' AS ledger");
+            for (const QString& table : Tables) {
+                const QString sql = "SELECT '%1/' || id FROM %1 LEFT JOIN (SELECT id AS received FROM "
+                                    "ledger.row WHERE kind = '%1') ON received = id WHERE %2";
+                QSqlQuery query = database.exec(sql.arg(table, condition));
+                while (query.next()) {
+                    found.insert(query.value(0).toString());
+                }
+            }
+        }
+        return found;
+    }
+    QVariant inLedger(const QString& sql) const
+    {
+        CKvDataBase database(path("none.db"));
+        database.open();
+        database.exec("ATTACH '" + ledger + "' AS ledger");
+        QSqlQuery query = database.exec(sql);
+        return query.next() ? query.value(0) : QVariant();
+    }
+    /// Rows of the last request, once the server has dealt with all it was sent.
+    int lastRequest(qint64* seq) const
+    {
+        const qint64 before = *seq;
+        do {
+            QThread::msleep(20);
+            *seq = inLedger("SELECT max(seq) FROM ledger.request").toLongLong();
+        } while (*seq != inLedger("SELECT max(seq) FROM ledger.request").toLongLong());
+        return *seq == before ? 0 : inLedger("SELECT rows FROM ledger.request ORDER BY seq DESC").toInt();
+    }
+};
+} // namespace
+
+/// flightdesk is killed while it records and uploads, and started again. KV_KILLS sets how often, KV_SEED
+/// where the seeds begin; each seed is a round of its own.
+class tst_kill : public QObject
+{
+    Q_OBJECT
+
+private:
+    int m_kills = 0;
+    int m_rows = 0;
+    int m_again = 0;
+    int m_mayComeAgain = 0;
+
+    /// Kills a program, if it still runs.
+    bool kill(Program& program)
+    {
+        program.kill();
+        program.waitForFinished(-1);
+        const bool killed = program.exitStatus() == QProcess::CrashExit;
+        m_kills += killed ? 1 : 0;
+        return killed;
+    }
+
+private slots:
+    void rounds_data()
+    {
+        QTest::addColumn<int>("seed");
+        const int first = environmentNumber("KV_SEED", 1);
+        for (int i = 0; i * KillsInRound < environmentNumber("KV_KILLS", 3 * KillsInRound); ++i) {
+            QTest::addRow("seed %d", first + i) << first + i;
+        }
+    }
+    void rounds()
+    {
+        QFETCH(int, seed);
+        const SRound round;
+        std::mt19937 random(static_cast<unsigned int>(seed));
+        const QString log = round.file("flight.tlog", flightLog(random()));
+        QSet<QString> committed;
+        qint64 seq = 0;
+        const int kills = m_kills + KillsInRound;
+        while (m_kills < kills) {
+            Program recorder("flightdesk", round.command("record", {log}));
+            QThread::msleep(random() % 500);
+            Program uploader("flightdesk", round.uploadCommand(round.server.url));
+            QThread::msleep(random() % 150);
+            committed += round.rows();
+            kill(recorder);
+            QThread::msleep(random() % 250);
+            if (kill(uploader)) {
+                m_mayComeAgain += round.lastRequest(&seq);
+            }
+            const QSet<QString> left = round.rows();
+            QVERIFY(left.contains(committed));
+            QCOMPARE(round.rows("is_uploaded = 1 AND received IS NULL"), QSet<QString>());
+            committed = left;
+        }
+        round.uploadAll(round.server.url);
+        QCOMPARE(round.rows("received IS NULL OR is_uploaded = 0"), QSet<QString>());
+        QVERIFY(round.rows().contains(committed));
+        m_rows += round.rows().size();
+        m_again += round.inLedger("SELECT sum(times - 1) FROM ledger.row").toInt();
+        QVERIFY2(m_again <= m_mayComeAgain, qPrintable(QString("%1 > %2").arg(m_again).arg(m_mayComeAgain)));
+    }
+    void cleanupTestCase()
+    {
+        qInfo("%d kills: %d rows, all accepted and marked; %d came again, of %d at most", m_kills, m_rows,
+              m_again, m_mayComeAgain);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_kill)
+#include "tst_kill.moc"

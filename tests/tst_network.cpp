@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include "support/Rows.h"
+#include "support/ScriptedServer.h"
+#include "support/TestProject.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+
+namespace
+{
+const QString Video = QStringLiteral("flight_video_mission");
+const QStringList MarkedTables = Tables + QStringList{Video};
+
+/// The requests of an upload: the path, how often it has been asked for then, and the table that it marks.
+struct SRequestKind {
+    QByteArray path;
+    int number;
+    QString table;
+};
+const QList<SRequestKind> Kinds = {
+    {"/flight/upload", 1, Tables[0]},          {"/flight/posupload", 1, Tables[1]},
+    {"/flight/uasstatusupload", 1, Tables[2]}, {"/flight/detailupload", 1, Tables[3]},
+    {"/flight/detailupload", 2, Tables[3]},    {"/flight/upload4video", 1, Video},
+};
+
+/// A mission of its own, in whose upload one request meets the fault.
+struct SCase {
+    int kind = 0;
+    QString file;
+    std::unique_ptr<Uploader> uploader;
+    bool failed = false;
+    bool wrong = false; ///< something else was marked than what had been accepted
+    QHash<QByteArray, int> asked;
+    QSet<QString> accepted;
+
+    bool isVideo() const { return Kinds[kind].table == Video; }
+    bool reaches(int request, const QByteArray& path) const
+    {
+        return path == Kinds[request].path && asked.value(path) + 1 == Kinds[request].number;
+    }
+    QSet<QString> rows(int uploaded) const
+    {
+        QSet<QString> rows;
+        for (const QString& table : MarkedTables) {
+            const QString sql =
+                QString("SELECT '%1/' || id FROM %1 WHERE is_uploaded = %2").arg(table).arg(uploaded);
+            for (const QVariant& row : TestProject::values(file, sql)) {
+                rows.insert(row.toString());
+            }
+        }
+        return rows;
+    }
+    void accept(const SRequest& request)
+    {
+        const auto sent = std::find_if(Kinds.begin(), Kinds.end(),
+                                       [&](const SRequestKind& k) { return k.path == request.path; });
+        for (const QString& id : request.ids()) {
+            accepted.insert(sent->table + '/' + id);
+        }
+    }
+};
+} // namespace
+
+class tst_network : public QObject
+{
+    Q_OBJECT
+
+private:
+    ScriptedServer m_server;
+    std::map<QByteArray, SCase> m_cases; ///< by token
+
+    void reachServer(bool can) { SetServerIP(can ? m_server.url() : "http://127.0.0.1:1"); }
+    void refuseForAWhile()
+    {
+        reachServer(false);
+        QTimer::singleShot(1000, this, [this] { reachServer(true); });
+    }
+    void start(const TestProject& project, int kind)
+    {
+        const QByteArray token = "secret-t0ken-" + QByteArray::number(kind);
+        SCase& c = m_cases[token];
+        c.kind = kind;
+        c.file = project.missionFile(QString("%1/flight.kv").arg(kind));
+        TestProject::addMission(c.file, "m1", 3, 2, 1100);
+        const EUploadEnv env = c.isVideo() ? EUploadEnv::CurrentMissionLog : EUploadEnv::OncePerRequest;
+        c.uploader = std::make_unique<Uploader>(env, c.file, token);
+        if (c.isVideo()) {
+            TestProject::run(c.file, {"INSERT INTO flight_video_mission(id) VALUES('m1')"});
+            c.uploader->op.SetFilghtMissionID("m1");
+            c.uploader->op.SetFlightModeEasyFly(true);
+        }
+        emit c.uploader->slotStartUpload();
+    }
+    ScriptedServer::SReply answer(const SRequest& request, const QString& behaviour, bool accepts)
+    {
+        SCase& c = m_cases.at(request.headers.value("token"));
+        // The video mission is sent beside the chain, so a reply may be under way to one of the two.
+        const QSet<QString> marked = c.rows(1);
+        c.wrong = c.wrong || (c.isVideo() ? !c.accepted.contains(marked) : c.accepted != marked);
+        const bool faulty = !c.failed && c.reaches(c.kind, request.path);
+        const bool before = !c.isVideo() && c.kind > 0 && c.reaches(c.kind - 1, request.path);
+        ++c.asked[request.path];
+        if (behaviour == "refuse" && before && !c.failed) {
+            c.failed = true;
+            refuseForAWhile();
+        } else if (faulty) {
+            c.failed = true;
+            if (accepts) {
+                c.accept(request);
+            }
+            QString reply = behaviour;
+            reply.replace("@T", request.headers.value("token")).replace("@H", QString(20000000, 'h'));
+            return ScriptedServer::reply(reply);
+        }
+        c.accept(request);
+        return ScriptedServer::accepted();
+    }
+
+private slots:
+    void cleanup() { m_cases.clear(); }
+
+    /// The fault at every request of an upload, each of a mission of its own at the same time: exactly what
+    /// was accepted is marked, and everything arrives once the fault is over.
+    void networkFaults_data() { addRows(); }
+    void networkFaults()
+    {
+        const QString behaviour = cell("behaviour");
+        m_server.script = [&](const SRequest& request) {
+            return answer(request, behaviour, cell("accepted") == "yes");
+        };
+        m_server.hangUp = [&](const SRequest& request, int received) {
+            SCase& c = m_cases.at(request.headers.value("token"));
+            const bool now = behaviour == "hang up before" || (behaviour == "hang up within" && received > 0);
+            const bool breaks = now && !c.failed && c.reaches(c.kind, request.path);
+            c.failed = c.failed || breaks;
+            return breaks;
+        };
+        control()->SetNetWorkConnected(true);
+        reachServer(true);
+        const TestProject project;
+        const QStringList log = loggedBy(Level::Trace, [&] {
+            for (int kind = 0; kind < Kinds.size(); ++kind) {
+                if (behaviour == "refuse" && (kind == 0 || Kinds[kind].table == Video)) {
+                    refuseForAWhile();
+                }
+                start(project, kind);
+            }
+            for (auto& [token, c] : m_cases) {
+                QTRY_VERIFY2_WITH_TIMEOUT(c.rows(0).isEmpty(), token, 60000);
+                QVERIFY2(!c.wrong, token);
+                QCOMPARE(c.rows(1), c.accepted);
+                QVERIFY2(c.failed || (behaviour == "refuse" && !c.asked.isEmpty()), token);
+            }
+        });
+        QVERIFY(!log.isEmpty());
+        for (const QString& line : log) {
+            QVERIFY2(!line.contains("t0ken"), qPrintable(line.left(300)));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_network)
+#include "tst_network.moc"

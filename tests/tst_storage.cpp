@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: MIT
+#include "support/FaultVfs.h"
+#include "support/Rows.h"
+#include "support/ScriptedServer.h"
+#include "support/TestProject.h"
+
+#include <memory>
+#include <vector>
+
+namespace
+{
+FaultVfs& disk = FaultVfs::install();
+const QString Mission = QStringLiteral("flight_mission/m1");
+
+/// The rows of all tables, as "table/id".
+QSet<QString> rowsOf(const QString& file, const char* where = "")
+{
+    QSet<QString> rows;
+    for (const QString& table : Tables) {
+        const QString sql = QString("SELECT '%1/' || id FROM %1 %2").arg(table, where);
+        for (const QVariant& row : TestProject::values(file, sql)) {
+            rows.insert(row.toString());
+        }
+    }
+    return rows;
+}
+
+/// A flight that is recorded step by step, by one operator as long as that will do.
+class Flight
+{
+public:
+    explicit Flight(const TestProject& project) : file(project.file("m1/flight.kv")), m_project(project) {}
+
+    struct SStep {
+        void (*run)(Flight&);
+        int rows; ///< written by one transaction
+    };
+    static const QList<SStep> Steps;
+
+    void run(const SStep& step)
+    {
+        step.run(*this);
+        emit m_host->slotStartUploadTimer(false); // writes the messages that wait
+    }
+    void end() { m_host.reset(); }
+    const QString file;
+
+private:
+    void start()
+    {
+        m_host = std::make_unique<Host>(EUploadEnv::None, file);
+        m_host->op.SetFilghtMissionID("m1");
+    }
+    void messages(int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            emit m_host->slotWriteFlightMonitor("message");
+        }
+    }
+    static QJsonArray records(const QString& id, int count)
+    {
+        QJsonArray array;
+        while (array.size() < count) {
+            array.append(QJsonObject{{"id", id + QString::number(array.size() + 1)},
+                                     {"flight_mission_id", "m1"},
+                                     {"flight_mission_data", "{\"waypoints\":4}"}});
+        }
+        return array;
+    }
+    QString columns(const QString& table)
+    {
+        const QByteArray column = table == Tables[0] ? "flight_mission_data" : "flight_mission_id";
+        return m_project.file(table + ".txt", "id TEXT " + column + " TEXT");
+    }
+    void write(const QString& table, const QJsonArray& array)
+    {
+        const QSignalSpy written(&m_host->op, SIGNAL(WriteDBFinished(QString, uint, QString)));
+        m_host->op.slotParseJson(array, columns(table), "m1", 1, file);
+        if (written.isEmpty()) { // the file did not open, which locks the operator for good
+            static auto& locked = *new std::vector<std::unique_ptr<Host>>; // whose destructors would wait
+            locked.push_back(std::move(m_host));
+            start();
+        }
+    }
+
+    const TestProject& m_project;
+    std::unique_ptr<Host> m_host;
+};
+
+const QList<Flight::SStep> Flight::Steps = {
+    {[](Flight& f) { f.start(); }, 0},
+    {[](Flight& f) { f.write("flight_mission", records("m", 1)); }, 1},
+    {[](Flight& f) { f.messages(50); }, 50},
+    {[](Flight& f) { f.messages(3); }, 3},
+    {[](Flight& f) { emit f.m_host->slotParseJson(records("p", 3), f.columns("pos_data"), "m1"); }, 3},
+    {[](Flight& f) {
+         const QJsonObject status = records("s", 1).at(0).toObject();
+         emit f.m_host->slotParseSingleJson(status, f.columns("uas_status"), "uas_status");
+     },
+     1},
+    {[](Flight& f) { f.write("uas_status", records("t", 3)); }, 3},
+    {[](Flight& f) { emit f.m_host->slotUpdateBreakpoint(3, 8.5, 47.25, "m1", 0.5); }, 0},
+};
+} // namespace
+
+class tst_storage : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<ScriptedServer> m_server;
+    QSet<QString> m_accepted;
+
+    /// A server that knows nothing of what the operators before have still under way.
+    void startServer()
+    {
+        m_accepted.clear();
+        m_server = std::make_unique<ScriptedServer>();
+        SetServerIP(m_server->url());
+        control()->SetNetWorkConnected(true);
+        m_server->script = [this](const SRequest& request) {
+            if (m_server->paths().count("/flight/posupload") == 1 && request.path == "/flight/posupload") {
+                ScriptedServer::SReply refused = ScriptedServer::reply("200 {\"status\":2}");
+                refused.close = true; // a second request on the connection would wait for a late ACK
+                return refused;
+            }
+            const QHash<QByteArray, int> tables = {
+                {"/flight/upload", 0}, {"/flight/posupload", 1}, {"/flight/uasstatusupload", 2}};
+            for (const QString& id : request.ids()) {
+                m_accepted.insert(Tables[tables.value(request.path, 3)] + '/' + id);
+            }
+            return ScriptedServer::accepted();
+        };
+    }
+    /// A pass until its end, or until nothing has happened for so long.
+    void pass(Uploader& uploader, int patience)
+    {
+        QEventLoop loop;
+        QTimer quiet;
+        connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, &loop, &QEventLoop::quit);
+        connect(&quiet, &QTimer::timeout, &loop, &QEventLoop::quit);
+        connect(m_server.get(), &QTcpServer::newConnection, &quiet, [&quiet] { quiet.start(); });
+        emit uploader.slotStartUpload();
+        quiet.start(patience);
+        loop.exec();
+    }
+    /// Uploads; all is sent within two passes once the disk is well again.
+    void upload(const QString& file)
+    {
+        Uploader uploader(EUploadEnv::OncePerRequest, file);
+        pass(uploader, 50);
+        {
+            const FaultVfs::Pause pause;
+            QVERIFY(m_accepted.contains(rowsOf(file, "WHERE is_uploaded = 1")));
+        }
+        disk.clear();
+        for (int cycle = 0; cycle < 2 && TestProject::waiting(file) != 0; ++cycle) {
+            uploader.rearm(file);
+            pass(uploader, 10000);
+        }
+        QCOMPARE(TestProject::waiting(file), 0);
+        QCOMPARE(m_accepted, rowsOf(file));
+        QCOMPARE(TestProject::text(file, "PRAGMA integrity_check"), QString("ok"));
+    }
+
+private slots:
+    /// Every single step fails once, and everything from a step on: what was stored stays, what was not
+    /// accepted is not marked.
+    void faults_data() { addRows(); }
+    void faults()
+    {
+        const auto step = static_cast<FaultVfs::Step>(FaultVfs::stepNames().indexOf(cell("step")));
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const TestProject project;
+            Flight flight(project);
+            startServer();
+            QSet<QString> stored;
+            disk.failAt(step, n, cell("code").toInt(), cell("then") == "so on");
+            for (const Flight::SStep& part : Flight::Steps) {
+                const int before = disk.failures();
+                flight.run(part);
+                const FaultVfs::Pause pause;
+                const bool failed = disk.failures() > before;
+                const QSet<QString> now = rowsOf(flight.file);
+                QVERIFY2(now.contains(stored), qPrintable(QString("lost, %1").arg(n)));
+                QVERIFY2(failed || now.size() == stored.size() + part.rows,
+                         qPrintable(QString("not written, %1").arg(n)));
+                stored = now;
+                if (failed && part.rows == 0) {
+                    flight.run(Flight::Steps[0]);
+                }
+            }
+            failures = disk.failures();
+            if (!stored.contains(Mission)) { // nothing of it is ever sent
+                disk.clear();
+                flight.run(Flight::Steps[1]);
+            }
+            upload(flight.file);
+            QVERIFY2(!QTest::currentTestFailed(), qPrintable(QString::number(n)));
+            QVERIFY(m_accepted.contains(stored));
+        }
+    }
+
+    /// The power goes at every single step that changes the disk: what was written before is there, and of
+    /// what was being written all or nothing.
+    void powerCut_data()
+    {
+        QTest::addColumn<int>("seed");
+        QTest::newRow("only what was synced stays") << 0;
+        QTest::newRow("of the rest anything may stay") << 1;
+    }
+    void powerCut()
+    {
+        QFETCH(int, seed);
+        std::mt19937 coin(static_cast<unsigned int>(seed));
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const TestProject project;
+            Flight flight(project);
+            disk.mount(QFileInfo(flight.file).path());
+            startServer();
+            QSet<QString> stored;
+            int written = 0;
+            disk.failAt(FaultVfs::Any, n, 10, true);
+            for (const Flight::SStep& part : Flight::Steps) {
+                flight.run(part);
+                if (disk.failures() == 0) {
+                    const FaultVfs::Pause pause;
+                    stored = rowsOf(flight.file);
+                    ++written;
+                }
+            }
+            flight.end();
+            {
+                Uploader uploader(EUploadEnv::OncePerRequest, flight.file);
+                pass(uploader, 50);
+            }
+            failures = disk.failures();
+            disk.clear();
+            disk.losePower(seed > 0 ? &coin : nullptr);
+
+            const QSet<QString> left = rowsOf(flight.file);
+            QVERIFY2(left.contains(stored), qPrintable(QString("lost, %1").arg(n)));
+            const int more = left.size() - stored.size();
+            QVERIFY2(more == 0 || more == Flight::Steps.value(written).rows, qPrintable(QString::number(n)));
+            if (written == Flight::Steps.size()) {
+                QCOMPARE(TestProject::value(flight.file, "SELECT last_waypoint_index FROM flight_mission"),
+                         QVariant("3"));
+            }
+            QVERIFY(m_accepted.contains(rowsOf(flight.file, "WHERE is_uploaded = 1")));
+            if (left.contains(Mission)) {
+                upload(flight.file);
+            }
+            QVERIFY2(!QTest::currentTestFailed(), qPrintable(QString::number(n)));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_storage)
+#include "tst_storage.moc"
