@@ -112,7 +112,7 @@ private slots:
         QSet<QString> committed;
         qint64 seq = 0;
         const int kills = m_kills + KillsInRound;
-        while (m_kills < kills) {
+        while (m_kills < kills || committed.isEmpty()) {
             Program recorder("flightdesk", round.command("record", {log}));
             QThread::msleep(random() % 500);
             Program uploader("flightdesk", round.uploadCommand(round.server.url));

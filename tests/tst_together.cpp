@@ -36,8 +36,10 @@ int record(const QString& file)
     Host recorder(EUploadEnv::None, file);
     recorder.op.SetFilghtMissionID("m1");
     const QString columns = folder.filePath("pos_data.txt");
+    QElapsedTimer time;
+    time.start();
     int rows = 0;
-    for (int tick = 0; tick * TickMs < seconds() * 1000; ++tick) {
+    for (int tick = 0; time.elapsed() < seconds() * 1000; ++tick) {
         for (int i = 0; i < MessagesInTick; ++i, ++rows) {
             emit recorder.slotWriteFlightMonitor("message");
         }
@@ -45,7 +47,7 @@ int record(const QString& file)
             const QJsonObject position{{"id", QString::number(++rows)}, {"flight_mission_id", "m1"}};
             emit recorder.slotParseJson({position}, columns, "m1");
         }
-        QThread::msleep(TickMs);
+        QThread::msleep(static_cast<unsigned long>(qMax(0LL, (tick + 1) * TickMs - time.elapsed())));
     }
     return rows;
 }
