@@ -1,0 +1,56 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Builds the example outside the tree against an installed copy, with CMake and with pkg-config, and lets it upload
+# to the installed server: install.sh SOURCES BUILD CXX_FLAGS
+set -eu
+
+sources=$1 build=$2 flags=$3
+folder=$(mktemp -d)
+server=""
+clean_up() {
+    [ -z "$server" ] || kill "$server"
+    rm -rf "$folder"
+}
+trap clean_up EXIT
+
+# Moved after it was installed: nothing in it may remember a place.
+DESTDIR=$folder/root cmake --install "$build" --prefix /opt/kv >/dev/null
+prefix=$folder/elsewhere
+mv "$folder/root/opt/kv" "$prefix"
+[ -z "$(find "$folder/root" -type f)" ]
+test -x "$prefix/Talverinde/grabdownloader.exe"
+if grep -rF -e "$folder" -e "$sources" -e /opt/kv "$prefix/include" "$prefix"/lib*/cmake "$prefix"/lib*/pkgconfig; then
+    echo "install.sh: the installed files name a place" >&2
+    exit 1
+fi
+
+cp -R "$sources/examples/minimal-host" "$folder/source"
+cmake -S "$folder/source" -B "$folder/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+cmake --build "$folder/cmake" >/dev/null
+
+cd "$folder/source"
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name KvData.pc)")
+export PKG_CONFIG_PATH
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir KvData)
+qt=$(pkg-config --variable=host_bins Qt5Core)
+"$qt/moc" main.cpp -o main.moc
+"$qt/rcc" host.qrc -o host.cpp
+# shellcheck disable=SC2046,SC2086 # flags are words
+c++ -std=c++17 $flags -I. main.cpp host.cpp -o "$folder/by-pkg-config" \
+    $(pkg-config --cflags --libs KvProjectDbOperator KvAlgorthm KvData)
+
+"$prefix/bin/flightserver" --token secret --ledger "$folder/ledger.db" >"$folder/server.out" &
+server=$!
+for _ in $(seq 100); do
+    url=$(sed -n 's/^flightserver listening on //p' "$folder/server.out")
+    [ -z "$url" ] || break
+    sleep 0.1
+done
+
+"$folder/cmake/minimal-host" "$folder/project" "$url" secret
+LD_LIBRARY_PATH=$LD_LIBRARY_PATH "$folder/by-pkg-config" "$folder/project" "$url" secret
+kill "$server"
+wait "$server" || true
+server=""
+"$prefix/bin/flightdesk" status --project "$folder/project" --ledger "$folder/ledger.db" | tee "$folder/status"
+grep -q '^all 6 rows accepted and marked$' "$folder/status"
