@@ -1,0 +1,63 @@
+# The Debian packages: runtime libraries, development files, programs. See scripts/package.
+
+set(KV_APPS_DIR ${CMAKE_INSTALL_LIBDIR}/kvprojectdboperator CACHE STRING "")
+set(CMAKE_SKIP_INSTALL_RPATH ON) # the system's own folders need none
+
+set(runtime_package libkvprojectdboperator${PROJECT_VERSION_MAJOR})
+set(development_package libkvprojectdboperator-dev)
+set(apps_package kvprojectdboperator-apps)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_COMPONENTS_ALL runtime development apps)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_PACKAGE_NAME kvprojectdboperator)
+set(CPACK_PACKAGE_CONTACT "KvProjectDbOperator maintainers <maintainers@kvprojectdboperator.example>")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The library and the three libraries of its host.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+# Qt loads the driver at run time, which no scan of the libraries finds.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS libqt5sql5-sqlite)
+file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
+
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, and the files with which CMake and pkg-config find the libraries.")
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "qtbase5-dev (>= 5.15)")
+
+set(CPACK_COMPONENT_APPS_DESCRIPTION "The host flightdesk, the reference server flightserver, and the
+ downloader that hosts start.")
+set(CPACK_COMPONENT_APPS_DEPENDS runtime)
+set(CPACK_DEBIAN_APPS_PACKAGE_NAME ${apps_package})
+set(CPACK_DEBIAN_APPS_PACKAGE_SECTION misc)
+
+string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(WRITE ${PROJECT_BINARY_DIR}/changelog.Debian
+"kvprojectdboperator (${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) bookworm; urgency=medium
+
+  * Release ${PROJECT_VERSION}.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${now}
+")
+execute_process(COMMAND gzip -9nf ${PROJECT_BINARY_DIR}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  set(folder ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package})
+  install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz DESTINATION ${folder} COMPONENT ${component})
+  install(FILES LICENSE DESTINATION ${folder} RENAME copyright COMPONENT ${component})
+endforeach()
+
+include(CPack)
