@@ -23,6 +23,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The library and the three libraries of its host.")
@@ -30,8 +31,11 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 # Qt loads the driver at run time, which no scan of the libraries finds.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS libqt5sql5-sqlite)
+# A trigger runs ldconfig. The two scripts are named and do not exist, or CPack would add its own, which do so again
+# and stay behind when the package is removed.
 file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/triggers ${PROJECT_BINARY_DIR}/postinst ${PROJECT_BINARY_DIR}/postrm)
 
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, and the files with which CMake and pkg-config find the libraries.")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
