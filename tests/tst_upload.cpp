@@ -379,7 +379,8 @@ private slots:
         };
         QCOMPARE(loggedBy(Level::Warn, upload), QStringList());
         QString lines = loggedBy(Level::Info, upload).join('\n') + '\n';
-        lines.replace(QRegularExpression(R"(\{.*\})"), "{}");
+        static const QRegularExpression body(R"(\{.*\})");
+        lines.replace(body, "{}");
         QCOMPARE(lines.split('\n'), QString(TestProject::contents(":/rows/logThreshold.txt")).split('\n'));
     }
 };

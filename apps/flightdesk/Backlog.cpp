@@ -46,9 +46,10 @@ Backlog::Backlog(Project project, const MissionFormat& format)
 void Backlog::countAll()
 {
     const QStringList files = m_project.missionFiles({QLatin1Char('*') + m_format.suffix});
-    for (const QString& known : m_files.keys()) {
-        if (!files.contains(known)) {
-            m_files.remove(known);
+    const QStringList known = m_files.keys();
+    for (const QString& file : known) {
+        if (!files.contains(file)) {
+            m_files.remove(file);
         }
     }
     for (const QString& file : files) {
@@ -58,7 +59,8 @@ void Backlog::countAll()
 
 void Backlog::recount()
 {
-    for (const QString& path : m_files.keys()) {
+    const QStringList known = m_files.keys();
+    for (const QString& path : known) {
         const QDateTime changed = QFileInfo(path).lastModified();
         if (changed.addSecs(StampSeconds) >= m_files.value(path).countedAt) {
             settle(path, count(path));

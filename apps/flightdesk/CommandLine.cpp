@@ -39,7 +39,7 @@ std::optional<int> CommandLine::read(const QStringList& arguments)
         return BadUsage;
     }
     if (m_parser.isSet(QStringLiteral("help"))) {
-        const QString program = QCoreApplication::arguments().first();
+        const QString program = QCoreApplication::arguments().constFirst();
         std::fputs(qPrintable(m_parser.helpText().replace(program, arguments.first())), stdout);
         return Done;
     }
@@ -49,7 +49,7 @@ std::optional<int> CommandLine::read(const QStringList& arguments)
     }
     if (m_positional.isEmpty() != positionals().isEmpty()) {
         printUsageError(m_positional.isEmpty()
-                            ? QStringLiteral("unexpected argument: %1").arg(positionals().first())
+                            ? QStringLiteral("unexpected argument: %1").arg(positionals().constFirst())
                             : QStringLiteral("%1 is missing").arg(m_positional));
         return BadUsage;
     }

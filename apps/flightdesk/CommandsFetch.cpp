@@ -199,7 +199,7 @@ int runFetch(const QStringList& arguments)
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
-    const QString url = line.positionals().first();
+    const QString url = line.positionals().constFirst();
     const QString path = line.value(QStringLiteral("to"));
     if (path.isEmpty() || line.positionals().size() > 1 || !isAddress(url)) {
         printUsageError(QStringLiteral("fetch takes one absolute http or https address, and --to FILE"));

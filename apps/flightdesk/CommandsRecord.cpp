@@ -33,7 +33,7 @@ public:
         , m_recorder(project, arguments.isSet(QStringLiteral("easy-fly")) ? MissionFormat::video()
                                                                           : MissionFormat::flight())
     {
-        QObject::connect(&m_recorder, &FlightRecorder::progress,
+        QObject::connect(&m_recorder, &FlightRecorder::progress, &m_recorder,
                          [this](qint64 done, qint64 size) { m_console.progress(m_label, done, size); });
     }
 

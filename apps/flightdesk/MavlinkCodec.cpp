@@ -64,7 +64,8 @@ int frameLength(const char* data)
     case Magic1:
         return Header1 + at(data, 1) + ChecksumLength;
     case Magic2:
-        return Header2 + at(data, 1) + ChecksumLength + (at(data, 2) & SignedFlag ? SignatureLength : 0);
+        return Header2 + at(data, 1) + ChecksumLength +
+               ((at(data, 2) & SignedFlag) != 0 ? SignatureLength : 0);
     default:
         return 0;
     }

@@ -9,7 +9,7 @@ void addRows()
     if (!table.open(QIODevice::ReadOnly)) {
         qFatal("no %s", qPrintable(table.fileName()));
     }
-    const QRegularExpression bar(R"(\s*(?<=\s)\|(?=\s|$)\s*)");
+    static const QRegularExpression bar(R"(\s*(?<=\s)\|(?=\s|$)\s*)");
     QStringList lines = QString::fromUtf8(table.readAll()).trimmed().split('\n');
     const QStringList columns = lines.takeFirst().split(bar);
     static QList<QByteArray> names; // Qt Test keeps pointers to them

@@ -27,7 +27,8 @@ QJsonArray SRequest::records() const
 QStringList SRequest::ids() const
 {
     QStringList ids;
-    for (const QJsonValue record : records()) {
+    const QJsonArray all = records();
+    for (const QJsonValue& record : all) {
         ids.append(record.toObject().value("id").toString());
     }
     return ids;
