@@ -79,7 +79,9 @@ protected slots:
     void ConnecttedError(QNetworkReply::NetworkError errorCode);
     /// Bytes can be read from the current reply.
     virtual void slotRecviedData();
+    /// Bytes have come: hands the report on and starts the timeout anew.
     void slotDownloadProgress(qint64 nReceived, qint64 nTotal);
+    /// Nothing has come for the timeout.
     void slotReqTimeOut();
 
 protected:

@@ -50,7 +50,8 @@ enum class EUploadEnv : int {
 ///
 /// The writers take a plain, non-recursive lock and some of their early returns keep it, which is said
 /// where it happens: from then on every operation that takes the lock blocks. A receiver that is connected
-/// directly to WriteDBFinished() must not call a writer, as the lock is held while it runs.
+/// directly to WriteDBFinished() or RecBreakPointRet() must not call a writer, as the lock is held while it
+/// runs.
 class KVPROJECTDBOPERATOR_EXPORT CKvFlightDataDbOperator : public QObject
 {
     Q_OBJECT
@@ -82,7 +83,7 @@ signals:
     /// A slotParseJson() call has ended. It does not say that every record was written. Emitted under the
     /// lock by the five-argument slot.
     void WriteDBFinished(QString strMissionID, unsigned int iOperatorType, QString strFlightMissionFilePath);
-    /// Answer of slotUpdateBreakpoint(): whether the breakpoint was stored.
+    /// Answer of slotUpdateBreakpoint(): whether the breakpoint was stored. Emitted under the lock.
     void RecBreakPointRet(bool);
     /// The server accepted a flight mission row and it has been marked.
     void signalUploadFlightMissionFinish();
@@ -125,18 +126,24 @@ public slots:
     void slotResetUploadFlow();
 
 private slots:
+    /// A tick of the upload timer: scans the next file while the network is there.
     void slotStartUpload();
     /// Arms the pipeline: creates timer and request objects on the first call, with the token of the user
     /// who is signed in then (it is never renewed), and starts the timer.
     void slotCheckNewData();
+    /// The server accepted a mission row: marks it and sends the mission's positions.
     void slotUploadMissionFinished();
+    /// The server accepted positions: marks them and sends the status rows.
     void slotUpLoadPosDataFinshed();
+    /// The server accepted status rows: marks them and sends the log.
     void slotUploadUasStatusFinished();
+    /// The server accepted log rows: marks them and sends the next ones.
     void slotUpLoadFlightMonitorFinished();
     /// Queues one raw flight monitor message for the current mission; rows are written in batches of 50,
     /// and at the latest when the connection leaves the file or the operator is destroyed. Without a
     /// current mission the message is dropped. The columns are those of ":/flight_monitor_detail_log.txt".
     void slotWriteFlightMonitor(QByteArray byte);
+    /// The server accepted a video mission row: marks it.
     void slotUploadVideoMissionFisished();
     /// Writes position records into the file that the connection names, in one transaction; values keep
     /// their JSON type. Emits WriteDBFinished(strFlightMissionID, 2, current file).
@@ -159,10 +166,15 @@ private slots:
                               double dCirculaTaskCompletionDegree);
     /// Pauses (false: ticks are silenced, the file is closed) or resumes the upload.
     void slotStartUploadTimer(bool bStart);
+    /// A request failed: the timer starts the next cycle after the interval.
     void slotUpLoadfailed();
+    /// A mission row was not accepted; ends in slotUpLoadfailed().
     void slotFlightMissionUpLoadfailed();
+    /// Positions were not accepted; ends in slotUpLoadfailed().
     void slotPosDataUpLoadfailed();
+    /// Status rows were not accepted; ends in slotUpLoadfailed().
     void slotUasStatusUpLoadfailed();
+    /// Log rows were not accepted; ends in slotUpLoadfailed().
     void slotFlightMonitorUpLoadfailed();
 
 private:

@@ -29,10 +29,10 @@ struct KVALGORTHM_EXPORT SKvUserInfo {
     QString m_strUserName; ///< name under which the user signed in
 
     SKvUserInfo();
-    SKvUserInfo(const SKvUserInfo&);
-    SKvUserInfo(SKvUserInfo&&) noexcept;
-    SKvUserInfo& operator=(const SKvUserInfo&);
-    SKvUserInfo& operator=(SKvUserInfo&&) noexcept;
+    SKvUserInfo(const SKvUserInfo&);                ///< copies all fields
+    SKvUserInfo(SKvUserInfo&&) noexcept;            ///< takes the fields over
+    SKvUserInfo& operator=(const SKvUserInfo&);     ///< copies all fields
+    SKvUserInfo& operator=(SKvUserInfo&&) noexcept; ///< takes the fields over
     ~SKvUserInfo();
 };
 
@@ -52,9 +52,9 @@ KVALGORTHM_EXPORT extern const QString FlightCompleteTableName; ///< "flight_com
 /// group UserInfoGroupName, key UserInfoToken. These libraries only ever read it.
 /// @{
 KVALGORTHM_EXPORT extern QString OrganizationName; ///< may be changed by the host before the first use
-KVALGORTHM_EXPORT extern const QString CloundApplicationName;
-KVALGORTHM_EXPORT extern const QString UserInfoGroupName;
-KVALGORTHM_EXPORT extern const QString UserInfoToken;
+KVALGORTHM_EXPORT extern const QString CloundApplicationName; ///< application name of the settings
+KVALGORTHM_EXPORT extern const QString UserInfoGroupName;     ///< group of the signed-in user
+KVALGORTHM_EXPORT extern const QString UserInfoToken;         ///< key of the token
 /// @}
 
 /// QDateTime format of "created_at": "yyyy-MM-dd hh:mm:ss.zzz", local time.
@@ -117,22 +117,22 @@ KVALGORTHM_EXPORT QList<QVariant> ReadJsonArray(const QJsonValue& value);
 /// - NULL as null;
 /// - a BLOB, and the flight log's "message" whatever its type, as base64url without padding.
 /// @{
-KVALGORTHM_EXPORT QJsonObject FlightMissionComboJsonInfo(QSqlQuery* query);
-KVALGORTHM_EXPORT QJsonObject PosDataComboJsonInfo(QSqlQuery* query);
-KVALGORTHM_EXPORT QJsonObject UasStatusComboJsonInfo(QSqlQuery* query);
-KVALGORTHM_EXPORT QJsonObject FlightLogComboJsonInfo(QSqlQuery* query);
-KVALGORTHM_EXPORT QJsonObject FlightVideoMissionComboJsonInfo(QSqlQuery* query);
+KVALGORTHM_EXPORT QJsonObject FlightMissionComboJsonInfo(QSqlQuery* query); ///< a flight or video mission
+KVALGORTHM_EXPORT QJsonObject PosDataComboJsonInfo(QSqlQuery* query);       ///< a position
+KVALGORTHM_EXPORT QJsonObject UasStatusComboJsonInfo(QSqlQuery* query);     ///< an aircraft status
+KVALGORTHM_EXPORT QJsonObject FlightLogComboJsonInfo(QSqlQuery* query);     ///< a flight monitor message
+KVALGORTHM_EXPORT QJsonObject FlightVideoMissionComboJsonInfo(QSqlQuery* query); ///< a video mission
 /// @}
 
 /// \name Table contents
 /// Column definitions (SQLite) in the form that CreateTable() of KvData takes.
 /// @{
-KVALGORTHM_EXPORT QString GetFlightMissionTableContents();
-KVALGORTHM_EXPORT QString GetFlightLogTableContents();
-KVALGORTHM_EXPORT QString GetUasStatusTableContents();
-KVALGORTHM_EXPORT QString GetPosDataTableContents();
-KVALGORTHM_EXPORT QString GetFlightVideoTableContents();
-KVALGORTHM_EXPORT QString GetFlightCompleteTableContents();
+KVALGORTHM_EXPORT QString GetFlightMissionTableContents();  ///< of FlightMissionTableName
+KVALGORTHM_EXPORT QString GetFlightLogTableContents();      ///< of FlightLogTableName
+KVALGORTHM_EXPORT QString GetUasStatusTableContents();      ///< of UasStatusTableName
+KVALGORTHM_EXPORT QString GetPosDataTableContents();        ///< of PosDataTableName
+KVALGORTHM_EXPORT QString GetFlightVideoTableContents();    ///< of FlightVideoTableName
+KVALGORTHM_EXPORT QString GetFlightCompleteTableContents(); ///< of FlightCompleteTableName
 /// @}
 
 /// Text of a UUID as used for row ids: lower case, with hyphens, without braces.
