@@ -39,6 +39,7 @@ qt=$(pkg-config --variable=host_bins Qt5Core)
 c++ -std=c++17 -fPIC $flags -I. main.cpp host.cpp -o "$folder/by-pkg-config" \
     $(pkg-config --cflags --libs KvProjectDbOperator KvAlgorthm KvData)
 
+: >"$folder/server.out" # there before anyone reads it
 "$prefix/bin/flightserver" --token secret --ledger "$folder/ledger.db" >"$folder/server.out" &
 server=$!
 for _ in $(seq 100); do
