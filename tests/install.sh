@@ -37,7 +37,7 @@ qt=$(pkg-config --variable=host_bins Qt5Core)
 "$qt/rcc" host.qrc -o host.cpp
 # shellcheck disable=SC2046,SC2086 # flags are words
 c++ -std=c++17 -fPIC $flags -I. main.cpp host.cpp -o "$folder/by-pkg-config" \
-    $(pkg-config --cflags --libs KvProjectDbOperator KvAlgorthm KvData)
+    $(pkg-config --cflags --libs KvProjectDbOperator KvAlgorthm KvData KvLog)
 
 : >"$folder/server.out" # there before anyone reads it
 "$prefix/bin/flightserver" --token secret --ledger "$folder/ledger.db" >"$folder/server.out" &

@@ -2,6 +2,7 @@
 // Records one flight mission and uploads it: minimal-host PROJECT SERVER TOKEN
 #include <KvAlgorthm.h>
 #include <KvData.h>
+#include <KvLog.h>
 #include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
 
 #include <QtCore/QCoreApplication>
@@ -65,6 +66,7 @@ void upload(CKvFlightDataDbOperator* uploader, const QString& file)
 int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
+    Logger::instance().captureQtMessages(); // Qt has a remark at every post
     const QStringList arguments = QCoreApplication::arguments();
     SKvUserInfo user;
     user.m_strToken = arguments.value(3);
