@@ -148,7 +148,7 @@ private:
     void upload(const QString& file)
     {
         Uploader uploader(EUploadEnv::OncePerRequest, file);
-        pass(uploader, 50);
+        pass(uploader, 30);
         {
             const FaultVfs::Pause pause;
             QVERIFY(m_accepted.contains(rowsOf(file, "WHERE is_uploaded = 1")));
@@ -164,6 +164,12 @@ private:
     }
 
 private slots:
+    void initTestCase()
+    {
+        Logger::instance().setLoggingLevel(static_cast<Level>(5)); // there will be thousands of errors
+        QLoggingCategory::setFilterRules("default.debug=false\ndefault.warning=false");
+    }
+
     /// Every single step fails once, and everything from a step on: what was stored stays, what was not
     /// accepted is not marked.
     void faults_data() { addRows(); }
@@ -232,7 +238,7 @@ private slots:
             flight.end();
             {
                 Uploader uploader(EUploadEnv::OncePerRequest, flight.file);
-                pass(uploader, 50);
+                pass(uploader, 30);
             }
             failures = disk.failures();
             disk.clear();
