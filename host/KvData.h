@@ -110,6 +110,8 @@ public:
     bool IsNetWorkConnected();
     /// Overrides the answer of IsNetWorkConnected().
     void SetNetWorkConnected(bool connected);
+    /// Takes the override back.
+    void ResetNetWorkConnected();
 
     CKvControl(const CKvControl&) = delete;
     CKvControl& operator=(const CKvControl&) = delete;

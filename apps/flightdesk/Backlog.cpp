@@ -14,12 +14,6 @@ const char* const HasMissionRowSql = "flight_mission_id IN (SELECT id FROM %1)";
 // A file's time stamp may stand still for that long while the file changes.
 constexpr int StampSeconds = 2;
 
-bool isMarkable(const QString& path)
-{
-    const QFileInfo file(path);
-    return file.isWritable() && QFileInfo(file.absolutePath()).isWritable();
-}
-
 Obstacle obstacleOf(bool hasMissionRow, bool markable)
 {
     if (!hasMissionRow) {
@@ -72,7 +66,7 @@ Backlog::File Backlog::count(const QString& path) const
 {
     File result;
     result.countedAt = QDateTime::currentDateTime();
-    const bool markable = isMarkable(path);
+    const bool markable = MissionFile::isMarkable(path);
     MissionFile file(path);
     const bool hasMissions = file.hasTable(m_format.missionTable);
     for (const QString& kind : m_format.uploadKinds) {

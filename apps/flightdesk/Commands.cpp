@@ -32,12 +32,15 @@ constexpr Command Commands[] = {
 
 void printHelp()
 {
-    std::puts("Usage: flightdesk COMMAND [OPTION...]\n"
-              "Records flights of unmanned aircraft and uploads the records.\n\nCommands:");
+    std::puts("Usage: flightdesk [COMMAND [OPTION...]]\n"
+              "Records flights of unmanned aircraft and uploads the records; without a command in a window."
+              "\n\nCommands:\n"
+              "  window     Open the window, on a project if one is named.");
     for (const Command& command : Commands) {
         std::printf("  %-10s %s\n", command.name, command.summary);
     }
-    std::puts("\nflightdesk COMMAND --help tells the options of a command.");
+    std::puts("\nflightdesk --screenshot DIR saves pictures of the window.\n"
+              "flightdesk COMMAND --help tells the options of a command.");
 }
 } // namespace
 
@@ -55,8 +58,7 @@ int runFlightdesk(const QStringList& arguments)
     const auto* const command = std::find_if(std::begin(Commands), std::end(Commands),
                                              [&](const Command& c) { return name == QLatin1String(c.name); });
     if (command == std::end(Commands)) {
-        printUsageError(name.isEmpty() ? QStringLiteral("no command")
-                                       : QStringLiteral("unknown command \"%1\"").arg(name));
+        printUsageError(QStringLiteral("unknown command \"%1\"").arg(name));
         return BadUsage;
     }
     QStringList rest = arguments.mid(2);

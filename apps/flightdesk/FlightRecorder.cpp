@@ -12,6 +12,7 @@ namespace
 constexpr int PositionBatch = 200;
 constexpr int StatusBatch = 100;
 constexpr int FramesBetweenEvents = 500;
+constexpr int LongestWait = 1000; // milliseconds; a flight recorded as it is flown fills a batch in a minute
 constexpr unsigned int TextRecords = 1; // operator type: comes back with WriteDBFinished, nothing else
 
 const QString PositionColumns = QStringLiteral(":/pos_data.txt");
@@ -64,6 +65,7 @@ RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, 
     m_tracker = VehicleTracker();
     m_positions = QJsonArray();
     m_statuses = QJsonArray();
+    m_sinceWritten.start();
     TelemetryFrame frame;
     while (!failed() && source.next(&frame)) {
         if (m_flight.messages == 0) {
@@ -146,18 +148,24 @@ void FlightRecorder::take(const TelemetryFrame& frame)
         m_statuses.append(*records.status);
         ++m_flight.statuses;
     }
-    if (m_positions.size() >= PositionBatch) {
+    const bool old = m_sinceWritten.elapsed() >= LongestWait;
+    if (old || m_positions.size() >= PositionBatch) {
         writePositions();
     }
-    if (m_statuses.size() >= StatusBatch) {
+    if (old || m_statuses.size() >= StatusBatch) {
         writeStatuses();
+    }
+    if (old) {
+        m_sinceWritten.start();
     }
 }
 
 void FlightRecorder::writePositions()
 {
-    emit m_link.positions(m_positions, PositionColumns, m_flight.missionId);
-    m_positions = QJsonArray();
+    if (!m_positions.isEmpty()) {
+        emit m_link.positions(m_positions, PositionColumns, m_flight.missionId);
+        m_positions = QJsonArray();
+    }
 }
 
 void FlightRecorder::writeStatuses()
@@ -198,14 +206,21 @@ void FlightRecorder::writeBreakpoint()
         return;
     }
     const Breakpoint& here = *m_flight.interruption->breakpoint;
-    m_breakpointStored = false;
-    emit m_link.breakpoint(here.waypoint, here.lng, here.lat, m_flight.missionId, here.completion);
-    const auto stored = MissionFile(m_flight.file).breakpoint(m_flight.missionId);
-    if (!m_breakpointStored || !stored || stored->text() != here.text() ||
-        stored->completion != here.completion) {
+    if (!storeBreakpoint(m_flight.file, m_flight.missionId, here)) {
         m_flight.error = QStringLiteral("the breakpoint (%1) was not stored; all other records are in %2")
                              .arg(here.text(), m_flight.file);
     }
+}
+
+bool FlightRecorder::storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here)
+{
+    m_breakpointStored = false;
+    emit m_link.missionFile(file);
+    emit m_link.breakpoint(here.waypoint, here.lng, here.lat, missionId, here.completion);
+    emit m_link.startUploadTimer(false); // closes the file
+    const auto stored = MissionFile(file).breakpoint(missionId);
+    return m_breakpointStored && stored && stored->text() == here.text() &&
+           stored->completion == here.completion;
 }
 
 /// Writes records whose values are text; the operator closes the file afterwards.

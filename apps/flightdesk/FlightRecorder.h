@@ -6,6 +6,7 @@
 #include "Project.h"
 #include "VehicleTracker.h"
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QJsonArray>
 #include <QtCore/QObject>
 #include <QtCore/QString>
@@ -39,6 +40,8 @@ public:
     /// \param log  file name of the source; empty when it is no file
     RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
                           const QString& log = {});
+    /// Stores where a recorded mission stopped, and has its row sent again; false when that failed.
+    bool storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here);
 
 signals:
     void progress(qint64 done, qint64 size);
@@ -72,6 +75,7 @@ private:
     VehicleTracker m_tracker;
     QJsonArray m_positions;
     QJsonArray m_statuses;
+    QElapsedTimer m_sinceWritten;
     bool m_written = false;
     bool m_breakpointStored = false;
 };

@@ -14,10 +14,12 @@ class LogFeed : public QObject
 public:
     LogFeed()
     {
-        Logger::instance().setListener([this](Level, const QString& text) { emit line(text); });
+        Logger::instance().setListener(
+            [this](Level level, const QString& text) { emit line(text, static_cast<int>(level)); });
     }
     ~LogFeed() override { Logger::instance().setListener({}); }
 
 signals:
-    void line(const QString& text);
+    /// \param level  of Level, as a number that crosses threads
+    void line(const QString& text, int level);
 };

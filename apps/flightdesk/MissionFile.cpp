@@ -104,6 +104,8 @@ void MissionFile::readMissions(const QString& table, QVector<MissionCount>* miss
         MissionCount& mission = missionIn(missions, text(row, "id"));
         mission.hasRow = true;
         mission.name = text(row, "name");
+        mission.aircraft = text(row, "aircraft");
+        mission.startedAt = text(row, "started_at");
         mission.breakpoint = breakpointIn(row);
     });
 }
@@ -152,4 +154,10 @@ QString MissionFile::missionColumn(const QString& kind)
 {
     const bool isMission = kind == FlightMissionTableName || kind == FlightVideoTableName;
     return isMission ? QStringLiteral("id") : QStringLiteral("flight_mission_id");
+}
+
+bool MissionFile::isMarkable(const QString& path)
+{
+    const QFileInfo file(path);
+    return file.isWritable() && QFileInfo(file.absolutePath()).isWritable();
 }

@@ -34,6 +34,8 @@ struct KindCount {
 struct MissionCount {
     QString id;
     QString name;
+    QString aircraft;
+    QString startedAt;   ///< ISO 8601 in UTC
     bool hasRow = false; ///< rows of a mission without a row of its own are never sent
     std::optional<Breakpoint> breakpoint;
     QVector<KindCount> kinds;
@@ -63,6 +65,8 @@ public:
 
     /// Column of a table with uploaded rows that names the mission.
     static QString missionColumn(const QString& kind);
+    /// Whether accepted rows can be marked: neither the file nor its folder is read-only.
+    static bool isMarkable(const QString& path);
 
 private:
     void readMissions(const QString& table, QVector<MissionCount>* missions);

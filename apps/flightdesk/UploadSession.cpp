@@ -2,7 +2,6 @@
 #include "UploadSession.h"
 
 #include <KvData.h>
-#include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
 
 namespace
 {
@@ -23,18 +22,9 @@ UploadSession::UploadSession(const Project& project, const Options& options, con
     , m_supervisor(options.interval)
 {
     connect(&log, &LogFeed::line, this, &UploadSession::readLogLine);
-    connect(&m_supervisor, &UploadSupervisor::setFile, &m_link, &OperatorLink::missionFile);
-    connect(&m_supervisor, &UploadSupervisor::startUploadTimer, &m_link, &OperatorLink::startUploadTimer);
-    connect(&m_supervisor, &UploadSupervisor::checkNewData, &m_link, &OperatorLink::checkNewData);
-    connect(&m_supervisor, &UploadSupervisor::resetUploadFlow, &m_link, &OperatorLink::resetUploadFlow);
     connect(&m_supervisor, &UploadSupervisor::rearmed, this, &UploadSession::noteRearmed);
     connect(&m_supervisor, &UploadSupervisor::unmarkable, this, &UploadSession::noteUnmarkable);
     connect(&m_lookTimer, &QTimer::timeout, this, &UploadSession::look);
-}
-
-UploadSession::~UploadSession()
-{
-    stop();
 }
 
 void UploadSession::start()
@@ -46,23 +36,11 @@ void UploadSession::start()
         QTimer::singleShot(0, this, &UploadSession::finish);
         return;
     }
-    m_worker = new QObject;
-    m_worker->moveToThread(&m_thread);
-    connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater);
-    m_thread.start();
-    QMetaObject::invokeMethod(m_worker, [this] { makeOperator(); });
-}
-
-/// On the worker's thread: the operator uses its connection and its timers where it was constructed.
-void UploadSession::makeOperator()
-{
-    auto* const pOperator = new CKvFlightDataDbOperator(
-        m_worker, m_options.easyFly ? EUploadEnv::CurrentMissionLog : EUploadEnv::WholeProject);
-    pOperator->SetFlightModeEasyFly(m_options.easyFly);
-    pOperator->SetStartTimeInterval(static_cast<unsigned int>(m_options.interval));
-    m_link.connectTo(pOperator);
-    connect(pOperator, &CKvFlightDataDbOperator::UpLoading, this, &UploadSession::noteBatch);
-    QMetaObject::invokeMethod(this, &UploadSession::begin, Qt::QueuedConnection);
+    m_operator = std::make_unique<OperatorThread>(m_options.interval, m_options.easyFly);
+    m_supervisor.connectTo(m_operator->link());
+    connect(m_operator.get(), &OperatorThread::ready, this, &UploadSession::begin);
+    connect(m_operator.get(), &OperatorThread::batch, this, &UploadSession::noteBatch);
+    m_operator->start();
 }
 
 /// The operator has looked through the project's files, which may have taken a while.
@@ -71,7 +49,7 @@ void UploadSession::begin()
     m_lastAccepted = m_clock.elapsed();
     m_supervisor.noteSignOfLife(m_lastAccepted);
     pointAtMission();
-    emit m_link.checkNewData();
+    emit m_operator->link().checkNewData();
     m_lookTimer.start(LookInterval);
 }
 
@@ -84,19 +62,8 @@ void UploadSession::pointAtMission()
         return;
     }
     m_current = next;
-    emit m_link.missionFile(next.file);
-    emit m_link.missionId(next.mission);
-}
-
-void UploadSession::stop()
-{
-    m_lookTimer.stop();
-    if (m_thread.isRunning()) {
-        emit m_link.startUploadTimer(false);
-        // Queued behind the pause, which a quit() from here would overtake.
-        QMetaObject::invokeMethod(m_worker, [this] { m_thread.quit(); });
-        m_thread.wait();
-    }
+    emit m_operator->link().missionFile(next.file);
+    emit m_operator->link().missionId(next.mission);
 }
 
 void UploadSession::readLogLine(const QString& line)
@@ -155,7 +122,8 @@ bool UploadSession::isLost()
 
 void UploadSession::finish()
 {
-    stop();
+    m_lookTimer.stop();
+    m_operator.reset();
     m_backlog.countAll();
     m_result.accepted = m_backlog.settled();
     m_result.waiting = m_backlog.rows();

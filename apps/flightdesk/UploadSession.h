@@ -3,17 +3,17 @@
 
 #include "Backlog.h"
 #include "LogFeed.h"
-#include "OperatorLink.h"
+#include "OperatorThread.h"
 #include "UploadSupervisor.h"
 #include "UploadTrouble.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QObject>
 #include <QtCore/QStringList>
-#include <QtCore/QThread>
 #include <QtCore/QTimer>
 #include <QtCore/QVector>
 
+#include <memory>
 #include <optional>
 
 struct UploadResult {
@@ -42,9 +42,6 @@ public:
 
     UploadSession(const Project& project, const Options& options, const LogFeed& log,
                   QObject* parent = nullptr);
-    /// Stops the upload; accepted rows stay marked.
-    ~UploadSession() override;
-
     void start();
     const UploadResult& result() const { return m_result; }
 
@@ -60,9 +57,7 @@ private slots:
     void look();
 
 private:
-    void makeOperator();
     void pointAtMission();
-    void stop();
     void noteSettled();
     bool isLost();
     void finish();
@@ -72,10 +67,8 @@ private:
 
     const Options m_options;
     Backlog m_backlog;
-    OperatorLink m_link;
     UploadSupervisor m_supervisor;
-    QThread m_thread;
-    QObject* m_worker = nullptr; ///< lives on the thread and owns the operator
+    std::unique_ptr<OperatorThread> m_operator;
     QTimer m_lookTimer;
     QElapsedTimer m_clock;
     qint64 m_lastAccepted = 0;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "UploadSupervisor.h"
 
+#include "OperatorLink.h"
+
 namespace
 {
 constexpr int RequestTime = 20000; // milliseconds that a silent request is waited for
@@ -14,6 +16,14 @@ constexpr int BatchesWithoutMark = 3;
 UploadSupervisor::UploadSupervisor(int interval, QObject* parent)
     : QObject(parent), m_quietTime(qint64(RequestTime) + ErrorDelay + Margin + interval)
 {
+}
+
+void UploadSupervisor::connectTo(const OperatorLink& link) const
+{
+    connect(this, &UploadSupervisor::setFile, &link, &OperatorLink::missionFile);
+    connect(this, &UploadSupervisor::startUploadTimer, &link, &OperatorLink::startUploadTimer);
+    connect(this, &UploadSupervisor::checkNewData, &link, &OperatorLink::checkNewData);
+    connect(this, &UploadSupervisor::resetUploadFlow, &link, &OperatorLink::resetUploadFlow);
 }
 
 void UploadSupervisor::noteSignOfLife(qint64 now)

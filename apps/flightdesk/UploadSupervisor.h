@@ -4,6 +4,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+class OperatorLink;
+
 /// Brings an upload back that has come to rest with rows waiting.
 ///
 /// An uploading operator has states that it does not leave by itself: its timer stopped when a mission's row
@@ -11,7 +13,7 @@
 /// but they share one sign: rows wait, the network is there, and nothing is accepted or refused any more.
 /// Then the operator is pointed at a file that waits, its ticks are let through and its timer is started.
 ///
-/// The host tells what it sees, calls look() about once a second, and connects the first four signals to
+/// The host tells what it sees, calls look() about once a second, and has the first four signals reach
 /// SetFlightMissionFilePath, slotStartUploadTimer, slotCheckNewData and slotResetUploadFlow of the operator.
 class UploadSupervisor : public QObject
 {
@@ -20,6 +22,9 @@ class UploadSupervisor : public QObject
 public:
     /// \param interval  the operator's start interval, in milliseconds
     explicit UploadSupervisor(int interval, QObject* parent = nullptr);
+
+    /// The operator that is brought back.
+    void connectTo(const OperatorLink& link) const;
 
     /// A row ceased to wait, or a request failed, after which the operator tries again by itself.
     void noteSignOfLife(qint64 now);

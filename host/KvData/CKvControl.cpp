@@ -81,3 +81,9 @@ void CKvControl::SetNetWorkConnected(bool connected)
     const QMutexLocker lock(&d->mutex);
     d->connected = connected;
 }
+
+void CKvControl::ResetNetWorkConnected()
+{
+    const QMutexLocker lock(&d->mutex);
+    d->connected.reset();
+}

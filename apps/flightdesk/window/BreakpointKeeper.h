@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "FlightRecorder.h"
+
+#include <QtCore/QMap>
+#include <QtCore/QObject>
+#include <QtCore/QSet>
+
+/// Sees to it that the server gets every breakpoint. One that is stored while its mission row is on its way
+/// is marked with that row and never sent, so it is stored once more when the row has been accepted.
+class BreakpointKeeper : public QObject
+{
+    Q_OBJECT
+
+public:
+    using QObject::QObject;
+
+    /// A line of the library's log.
+    void readLine(const QString& line);
+    void noteRecorded(const RecordedFlight& flight);
+
+signals:
+    void storeAgain(const RecordedFlight& flight);
+
+private:
+    QSet<QString> m_sent; ///< missions whose row has been on its way at some time
+    QString m_inFlight;
+    QMap<QString, RecordedFlight> m_waiting;
+};

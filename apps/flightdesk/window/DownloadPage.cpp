@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "DownloadPage.h"
+
+#include "Theme.h"
+#include "WindowSession.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QLocale>
+#include <QtCore/QStandardPaths>
+#include <QtCore/QUrl>
+#include <QtWidgets/QFileDialog>
+#include <QtWidgets/QFormLayout>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QLineEdit>
+#include <QtWidgets/QProgressBar>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QVBoxLayout>
+
+namespace
+{
+constexpr int Steps = 1000;
+}
+
+DownloadPanel::DownloadPanel(WindowSession& session, FileDownload::Way way, const QString& title,
+                             const QString& what)
+    : QGroupBox(title)
+    , m_worker(session.downloader(way))
+    , m_url(new QLineEdit)
+    , m_path(new QLineEdit)
+    , m_progress(new QProgressBar)
+    , m_text(new QLabel(what))
+    , m_start(new QPushButton(tr("Download")))
+    , m_stop(new QPushButton(tr("Stop")))
+{
+    m_url->setPlaceholderText(tr("https://fly.example/map.zip"));
+    m_path->setPlaceholderText(QDir::homePath() + tr("/map.zip"));
+    m_text->setWordWrap(true);
+    m_progress->setRange(0, Steps);
+    m_progress->setValue(0);
+    auto* const choose = new QPushButton(tr("Choose..."));
+    auto* const to = new QHBoxLayout;
+    to->addWidget(m_path);
+    to->addWidget(choose);
+    auto* const run = new QHBoxLayout;
+    run->addWidget(m_progress, 1);
+    run->addWidget(m_start);
+    run->addWidget(m_stop);
+    auto* const form = new QFormLayout(this);
+    form->addRow(tr("Address:"), m_url);
+    form->addRow(tr("Save as:"), to);
+    form->addRow(run);
+    form->addRow(m_text);
+    connect(choose, &QPushButton::clicked, this, &DownloadPanel::choosePath);
+    connect(m_start, &QPushButton::clicked, this, &DownloadPanel::startAsEntered);
+    connect(m_url, &QLineEdit::returnPressed, m_start, &QPushButton::click);
+    connect(m_path, &QLineEdit::returnPressed, m_start, &QPushButton::click);
+    connect(m_stop, &QPushButton::clicked, m_worker, &DownloadWorker::stop);
+    connect(m_worker, &DownloadWorker::progress, this, &DownloadPanel::showProgress);
+    connect(m_worker, &DownloadWorker::ended, this, &DownloadPanel::showEnd);
+    setRunning(false);
+}
+
+void DownloadPanel::choosePath()
+{
+    const QString name = QUrl(m_url->text()).fileName();
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save as"), folder + '/' + name);
+    if (!path.isEmpty()) {
+        m_path->setText(path);
+    }
+}
+
+void DownloadPanel::start(const QString& url, const QString& path)
+{
+    m_url->setText(url);
+    m_path->setText(path);
+    m_start->click();
+}
+
+void DownloadPanel::startAsEntered()
+{
+    const QString url = m_url->text().trimmed();
+    const QString path = m_path->text();
+    if (!FileDownload::isAddress(url)) {
+        showText(tr("Enter an address that begins with http:// or https://."), true);
+        return;
+    }
+    if (path.isEmpty()) {
+        showText(tr("Enter the file to save as."), true);
+        return;
+    }
+    setRunning(true);
+    m_progress->setValue(0);
+    showText(tr("Asking the server."), false);
+    QMetaObject::invokeMethod(m_worker, [worker = m_worker, url, path] { worker->start(url, path); });
+}
+
+void DownloadPanel::showProgress(qint64 received, qint64 total)
+{
+    m_progress->setRange(0, total > 0 ? Steps : 0); // without a total the bar shows that it is busy
+    if (total > 0) {
+        m_progress->setValue(int(Steps * received / total));
+    }
+    const QLocale locale;
+    showText(total > 0
+                 ? tr("%1 of %2").arg(locale.formattedDataSize(received), locale.formattedDataSize(total))
+                 : locale.formattedDataSize(received),
+             false);
+}
+
+void DownloadPanel::showEnd(qint64 bytes, const QString& error)
+{
+    setRunning(false);
+    m_progress->setRange(0, Steps);
+    if (error.isEmpty()) {
+        m_progress->setValue(Steps);
+        showText(tr("Done: %1 bytes in %2").arg(QLocale().toString(bytes), m_path->text()), false);
+    } else {
+        showText(tr("Failed: %1. Press Download to try again.").arg(error), true);
+    }
+}
+
+void DownloadPanel::setRunning(bool running)
+{
+    m_start->setEnabled(!running);
+    m_stop->setEnabled(running);
+    m_url->setReadOnly(running);
+    m_path->setReadOnly(running);
+}
+
+void DownloadPanel::showText(const QString& text, bool trouble)
+{
+    QPalette colours = palette();
+    if (trouble) {
+        colours.setColor(QPalette::WindowText, theme::accent(colours, theme::Accent::Trouble));
+    }
+    m_text->setPalette(colours);
+    m_text->setText(text);
+}
+
+DownloadPage::DownloadPage(WindowSession& session, QWidget* parent)
+    : QWidget(parent)
+    , m_direct(new DownloadPanel(session, FileDownload::Way::Direct, tr("In the program itself"),
+                                 tr("Into memory first; fails when nothing comes for 10 s.")))
+    , m_program(new DownloadPanel(session, FileDownload::Way::Program, tr("Through the download program"),
+                                  tr("Resumes a broken download.")))
+{
+    auto* const layout = new QVBoxLayout(this);
+    layout->addWidget(m_direct);
+    layout->addWidget(m_program);
+    layout->addStretch();
+}
+
+DownloadPanel* DownloadPage::panel(FileDownload::Way way) const
+{
+    return way == FileDownload::Way::Direct ? m_direct : m_program;
+}

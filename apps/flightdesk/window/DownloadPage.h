@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "FileDownload.h"
+
+#include <QtWidgets/QGroupBox>
+
+class DownloadWorker;
+class QLabel;
+class QLineEdit;
+class QProgressBar;
+class QPushButton;
+class WindowSession;
+
+/// One of the two ways to download a file.
+class DownloadPanel : public QGroupBox
+{
+    Q_OBJECT
+
+public:
+    DownloadPanel(WindowSession& session, FileDownload::Way way, const QString& title, const QString& what);
+
+    void start(const QString& url, const QString& path);
+
+private:
+    void startAsEntered();
+    void choosePath();
+    void showProgress(qint64 received, qint64 total);
+    void showEnd(qint64 bytes, const QString& error);
+    void setRunning(bool running);
+    void showText(const QString& text, bool trouble);
+
+    DownloadWorker* const m_worker;
+    QLineEdit* m_url;
+    QLineEdit* m_path;
+    QProgressBar* m_progress;
+    QLabel* m_text;
+    QPushButton* m_start;
+    QPushButton* m_stop;
+};
+
+/// Downloads files, in the program itself and through the download program.
+class DownloadPage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit DownloadPage(WindowSession& session, QWidget* parent = nullptr);
+
+    DownloadPanel* panel(FileDownload::Way way) const;
+
+private:
+    DownloadPanel* m_direct;
+    DownloadPanel* m_program;
+};

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "FlightRecorder.h"
+#include "FlightTrack.h"
+
+#include <QtCore/QAbstractTableModel>
+
+/// The flights that have been recorded since the window opened, and those being recorded.
+class FlightModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    enum Column { Name, Progress, State, ColumnCount };
+    /// Per cent of the source that has been recorded.
+    static constexpr int PercentRole = Qt::UserRole;
+
+    using QAbstractTableModel::QAbstractTableModel;
+
+    void add(int flight, const QString& name);
+    void noteStarted(int flight);
+    void setProgress(int flight, qint64 done, qint64 size);
+    void addSamples(int flight, const QVector<FlightSample>& samples);
+    void finish(int flight, const RecordedFlight& result);
+
+    int flightAt(int row) const { return m_rows.value(row).flight; }
+    bool isRunning(int row) const { return !m_rows.value(row).result; }
+    const FlightTrack& track(int row) const { return m_rows[row].track; }
+    std::optional<Breakpoint> breakpoint(int row) const;
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+private:
+    struct Row {
+        int flight = 0;
+        QString name;
+        bool started = false;
+        int percent = 0;
+        FlightTrack track;
+        std::optional<RecordedFlight> result;
+    };
+    Row* row(int flight);
+    void noteChanged(const Row* row);
+    static QString stateText(const Row& row);
+
+    QVector<Row> m_rows;
+};

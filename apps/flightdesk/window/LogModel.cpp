@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+#include "LogModel.h"
+
+#include <utility>
+
+namespace
+{
+constexpr int ShowInterval = 100; // milliseconds; line by line a busy log would keep the views busy
+constexpr int DropAtOnce = 2000;
+} // namespace
+
+LogModel::LogModel(QObject* parent) : QAbstractTableModel(parent)
+{
+    m_timer.setSingleShot(true);
+    m_timer.setInterval(ShowInterval);
+    connect(&m_timer, &QTimer::timeout, this, &LogModel::showPending);
+}
+
+void LogModel::append(const QString& text, int level)
+{
+    const bool cut = text.size() > LongestLine;
+    m_pending.append(
+        {QTime::currentTime(), level, cut ? text.left(LongestLine) + QStringLiteral(" ...") : text});
+    if (!m_timer.isActive()) {
+        m_timer.start();
+    }
+}
+
+void LogModel::showPending()
+{
+    QVector<Line> lines = std::exchange(m_pending, {});
+    lines.remove(0, qMax(0, lines.size() - MostLines));
+    const int over = m_lines.size() + lines.size() - MostLines;
+    if (over > 0) {
+        dropOldest(qMin(m_lines.size(), qMax(over, DropAtOnce)));
+    }
+    beginInsertRows({}, m_lines.size(), m_lines.size() + lines.size() - 1);
+    m_lines += lines;
+    endInsertRows();
+}
+
+void LogModel::dropOldest(int lines)
+{
+    beginRemoveRows({}, 0, lines - 1);
+    m_lines.remove(0, lines);
+    endRemoveRows();
+}
+
+int LogModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : m_lines.size();
+}
+
+int LogModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant LogModel::data(const QModelIndex& index, int role) const
+{
+    const Line& line = m_lines[index.row()];
+    if (role == LevelRole) {
+        return line.level;
+    }
+    if (role == Qt::ToolTipRole && index.column() == Text) {
+        return line.text;
+    }
+    if (role != Qt::DisplayRole) {
+        return {};
+    }
+    switch (index.column()) {
+    case Time:
+        return line.time.toString(QStringLiteral("hh:mm:ss.zzz"));
+    case Severity:
+        return levelName(line.level);
+    default:
+        return line.text;
+    }
+}
+
+QVariant LogModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+        return {};
+    }
+    const char* const names[] = {"Time", "Level", "Line"};
+    return QString::fromLatin1(names[section]);
+}
+
+QString LogModel::levelName(int level)
+{
+    const char* const names[] = {"Trace", "Debug", "Info", "Warning", "Error"};
+    return QString::fromLatin1(names[qBound(0, level, 4)]);
+}
+
+LogFilter::LogFilter(LogModel* model, QObject* parent) : QSortFilterProxyModel(parent)
+{
+    setFilterKeyColumn(LogModel::Text);
+    setFilterCaseSensitivity(Qt::CaseInsensitive);
+    setSourceModel(model);
+}
+
+void LogFilter::setLeast(int level)
+{
+    m_least = level;
+    invalidateFilter();
+}
+
+bool LogFilter::filterAcceptsRow(int row, const QModelIndex& parent) const
+{
+    const QModelIndex line = sourceModel()->index(row, LogModel::Text, parent);
+    return line.data(LogModel::LevelRole).toInt() >= m_least &&
+           QSortFilterProxyModel::filterAcceptsRow(row, parent);
+}

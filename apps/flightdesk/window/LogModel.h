@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QAbstractTableModel>
+#include <QtCore/QSortFilterProxyModel>
+#include <QtCore/QTime>
+#include <QtCore/QTimer>
+#include <QtCore/QVector>
+
+/// The latest lines of the log.
+class LogModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    enum Column { Time, Severity, Text, ColumnCount };
+    static constexpr int LevelRole = Qt::UserRole;
+    static constexpr int MostLines = 20000;
+    static constexpr int LongestLine = 400; ///< a line that lists a thousand ids is cut
+
+    explicit LogModel(QObject* parent = nullptr);
+
+    /// Shown with the next lot, a tenth of a second later at most.
+    void append(const QString& text, int level);
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+    static QString levelName(int level);
+
+private:
+    struct Line {
+        QTime time;
+        int level;
+        QString text;
+    };
+    void showPending();
+    void dropOldest(int lines);
+
+    QVector<Line> m_lines;
+    QVector<Line> m_pending;
+    QTimer m_timer;
+};
+
+/// The lines of a level and above that hold a text.
+class LogFilter : public QSortFilterProxyModel
+{
+    Q_OBJECT
+
+public:
+    LogFilter(LogModel* model, QObject* parent);
+    void setLeast(int level);
+
+protected:
+    bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
+
+private:
+    int m_least = 0;
+};

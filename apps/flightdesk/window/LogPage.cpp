@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#include "LogPage.h"
+
+#include "LogModel.h"
+#include "TableViews.h"
+#include "WindowSession.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QUrl>
+#include <QtGui/QDesktopServices>
+#include <QtWidgets/QComboBox>
+#include <QtWidgets/QHBoxLayout>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QLineEdit>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QScrollBar>
+#include <QtWidgets/QVBoxLayout>
+
+LogPage::LogPage(WindowSession& session, const QString& file, QWidget* parent)
+    : QWidget(parent), m_table(new TableView(tr("Log lines"), tr("No lines.")))
+{
+    auto* const layout = new QVBoxLayout(this);
+    layout->addLayout(makeFilter(session));
+    layout->addWidget(m_table);
+    layout->addLayout(makePlace(file));
+}
+
+QLayout* LogPage::makeFilter(WindowSession& session)
+{
+    auto* const filter = new LogFilter(session.log(), this);
+    m_table->setModel(filter);
+    m_table->setWidths({14, 10, 0});
+    auto* const text = new QLineEdit;
+    text->setPlaceholderText(tr("Show lines that hold this text"));
+    text->setClearButtonEnabled(true);
+    connect(text, &QLineEdit::textChanged, filter, &LogFilter::setFilterFixedString);
+    auto* const level = new QComboBox;
+    for (const int least : {int(Level::Debug), int(Level::Info), int(Level::Warn), int(Level::Error)}) {
+        level->addItem(LogModel::levelName(least), least);
+    }
+    level->setCurrentIndex(1);
+    filter->setLeast(int(Level::Info));
+    // Debug lines are written only on request: the library's host has many.
+    connect(level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [filter, level] {
+        const int least = level->currentData().toInt();
+        Logger::instance().setLoggingLevel(static_cast<Level>(qMin(least, int(Level::Info))));
+        filter->setLeast(least);
+    });
+    connect(filter, &LogFilter::rowsAboutToBeInserted, this, [this] {
+        const QScrollBar& bar = *m_table->verticalScrollBar();
+        m_atEnd = bar.value() == bar.maximum();
+    });
+    connect(filter, &LogFilter::rowsInserted, this, [this] {
+        if (m_atEnd) {
+            m_table->scrollToBottom();
+        }
+    });
+    auto* const textLabel = new QLabel(tr("&Text:"));
+    textLabel->setBuddy(text);
+    auto* const levelLabel = new QLabel(tr("Le&vel:"));
+    levelLabel->setBuddy(level);
+    auto* const row = new QHBoxLayout;
+    row->addWidget(textLabel);
+    row->addWidget(text, 1);
+    row->addWidget(levelLabel);
+    row->addWidget(level);
+    return row;
+}
+
+QLayout* LogPage::makePlace(const QString& file)
+{
+    auto* const place =
+        new QLabel(file.isEmpty() ? tr("The log is not kept in a file.") : tr("File: %1").arg(file));
+    place->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto* const show = new QPushButton(tr("Open &folder"));
+    show->setEnabled(!file.isEmpty());
+    connect(show, &QPushButton::clicked, this,
+            [file] { QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(file).absolutePath())); });
+    auto* const row = new QHBoxLayout;
+    row->addWidget(place, 1);
+    row->addWidget(show);
+    return row;
+}

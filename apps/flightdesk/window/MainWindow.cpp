@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "MainWindow.h"
+
+#include "DownloadPage.h"
+#include "LogPage.h"
+#include "ProjectPage.h"
+#include "RecordPage.h"
+#include "UploadPage.h"
+
+#include <QtWidgets/QAction>
+#include <QtWidgets/QHBoxLayout>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QStatusBar>
+#include <QtWidgets/QTabWidget>
+#include <QtWidgets/QVBoxLayout>
+
+MainWindow::MainWindow(const QString& logFile)
+    : m_tabs(new QTabWidget)
+    , m_banner(new QFrame)
+    , m_project(new ProjectPage(m_session))
+    , m_record(new RecordPage(m_session))
+    , m_upload(new UploadPage(m_session))
+    , m_download(new DownloadPage(m_session))
+    , m_uploadText(new QLabel)
+    , m_network(new QLabel)
+    , m_gap(new QLabel)
+{
+    setWindowTitle(tr("flightdesk"));
+    m_tabs->setDocumentMode(true);
+    addPage(m_project, tr("Project"));
+    addPage(m_record, tr("Record"));
+    addPage(m_upload, tr("Upload"));
+    addPage(m_download, tr("Download"));
+    addPage(new LogPage(m_session, logFile), tr("Log"));
+    makeBanner();
+    auto* const centre = new QWidget;
+    auto* const layout = new QVBoxLayout(centre);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_banner);
+    layout->addWidget(m_tabs);
+    setCentralWidget(centre);
+    makeStatusBar();
+    connect(m_session.uploader(), &Uploader::tokenRejected, this, &MainWindow::askForToken);
+    connect(m_session.uploader(), &Uploader::changed, this, &MainWindow::showStatus);
+    connect(&m_session, &WindowSession::looked, this, &MainWindow::showStatus);
+    connect(&m_session, &WindowSession::projectOpened, this, [this] {
+        setWindowTitle(tr("%1 - flightdesk").arg(m_session.projectPath()));
+        m_gaps.restart(); // what it took to build the window does not count
+    });
+    showStatus();
+}
+
+MainWindow::~MainWindow()
+{
+    // The pages go with the base class, after the session that they listen to.
+    m_session.disconnect();
+    m_session.uploader()->disconnect();
+    delete takeCentralWidget();
+}
+
+void MainWindow::addPage(QWidget* page, const QString& title)
+{
+    const int number = m_tabs->addTab(page, title) + 1;
+    m_tabs->setTabToolTip(number - 1, tr("Ctrl+%1").arg(number));
+    auto* const action = new QAction(title, this);
+    action->setShortcut(QKeySequence(tr("Ctrl+%1").arg(number)));
+    connect(action, &QAction::triggered, m_tabs, [this, page] { m_tabs->setCurrentWidget(page); });
+    addAction(action);
+}
+
+void MainWindow::makeStatusBar()
+{
+    statusBar()->addWidget(m_uploadText, 1);
+    statusBar()->addPermanentWidget(m_network);
+    statusBar()->addPermanentWidget(m_gap);
+    m_gap->setToolTip(tr("The longest time between two turns of the window's event loop"));
+}
+
+/// On every page, as the upload stands still until somebody acts.
+void MainWindow::makeBanner()
+{
+    m_banner->setAutoFillBackground(true);
+    m_banner->setBackgroundRole(QPalette::Highlight);
+    auto* const text =
+        new QLabel(tr("The server rejected the token. Nothing is uploaded until you sign in again."));
+    text->setForegroundRole(QPalette::HighlightedText);
+    auto* const button = new QPushButton(tr("Enter &token"));
+    connect(button, &QPushButton::clicked, this, &MainWindow::askForToken);
+    auto* const row = new QHBoxLayout(m_banner);
+    row->addWidget(text, 1);
+    row->addWidget(button);
+    m_banner->hide();
+}
+
+void MainWindow::askForToken()
+{
+    m_tabs->setCurrentWidget(m_upload);
+    m_upload->askForToken();
+}
+
+void MainWindow::showStatus()
+{
+    const Uploader& uploader = *m_session.uploader();
+    m_banner->setVisible(uploader.state() == Uploader::State::TokenRejected);
+    m_uploadText->setText(m_session.hasProject() ? uploader.text() : tr("Open a project to begin."));
+    m_network->setText(m_session.hasNetwork() ? tr("Network") : tr("No network"));
+    m_gap->setText(tr("Longest pause: %1 ms").arg(m_gaps.longestMilliseconds(), 0, 'f', 0));
+}

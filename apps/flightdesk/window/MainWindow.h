@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "LoopGapMeter.h"
+#include "WindowSession.h"
+
+#include <QtWidgets/QMainWindow>
+
+class DownloadPage;
+class ProjectPage;
+class QLabel;
+class QTabWidget;
+class RecordPage;
+class UploadPage;
+
+/// The window: a page for each thing to do, and a line of what goes on.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    /// \param logFile  where the log goes, empty when it has no file
+    explicit MainWindow(const QString& logFile);
+    ~MainWindow() override;
+
+    WindowSession& session() { return m_session; }
+    LoopGapMeter& gaps() { return m_gaps; }
+    QTabWidget* tabs() const { return m_tabs; }
+    ProjectPage* projectPage() const { return m_project; }
+    RecordPage* recordPage() const { return m_record; }
+    UploadPage* uploadPage() const { return m_upload; }
+    DownloadPage* downloadPage() const { return m_download; }
+
+private:
+    void addPage(QWidget* page, const QString& title);
+    void makeStatusBar();
+    void makeBanner();
+    void askForToken();
+    void showStatus();
+
+    WindowSession m_session;
+    LoopGapMeter m_gaps;
+    QTabWidget* m_tabs;
+    QWidget* m_banner;
+    ProjectPage* m_project;
+    RecordPage* m_record;
+    UploadPage* m_upload;
+    DownloadPage* m_download;
+    QLabel* m_uploadText;
+    QLabel* m_network;
+    QLabel* m_gap;
+};

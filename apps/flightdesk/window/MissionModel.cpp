@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: MIT
+#include "MissionModel.h"
+
+#include <KvAlgorthm.h>
+
+#include <QtCore/QLocale>
+
+#include <algorithm>
+#include <limits>
+
+namespace
+{
+const char* const Titles[] = {"File",      "Mission", "Aircraft", "Start (UTC)", "Duration", "Mission row",
+                              "Positions", "Status",  "Log",      "Waiting",     "Oldest",   "Breakpoint"};
+
+bool isVideo(const QString& file)
+{
+    return file.endsWith(MissionFormat::video().suffix);
+}
+
+bool isKind(int column)
+{
+    return column >= MissionModel::MissionRow && column <= MissionModel::Messages;
+}
+
+KindCount countOf(const MissionRecord& mission, int column)
+{
+    switch (column) {
+    case MissionModel::MissionRow:
+        return mission.kind(isVideo(mission.file) ? FlightVideoTableName : FlightMissionTableName);
+    case MissionModel::Positions:
+        return mission.kind(PosDataTableName);
+    case MissionModel::Statuses:
+        return mission.kind(UasStatusTableName);
+    case MissionModel::Messages:
+        return mission.kind(FlightLogTableName);
+    default:
+        return mission.all();
+    }
+}
+
+/// Folder and file: the project's path is the same for all.
+QString shortPath(const QString& file)
+{
+    return file.section(QLatin1Char('/'), -2);
+}
+} // namespace
+
+void MissionModel::update(const QVector<MissionsOfFile>& files)
+{
+    for (const MissionsOfFile& file : files) {
+        removeRowsOf(file.file, file.missions.size());
+        QVector<int>& rows = m_rowsOfFile[file.file];
+        for (int i = 0; i < file.missions.size(); ++i) {
+            const bool waits = file.missions[i].all().waiting > 0;
+            if (i < rows.size()) {
+                Row& row = m_rows[rows[i]];
+                row = {file.missions[i], row.waited || waits};
+                emit dataChanged(index(rows[i], 0), index(rows[i], ColumnCount - 1));
+            } else {
+                beginInsertRows({}, m_rows.size(), m_rows.size());
+                rows.append(m_rows.size());
+                m_rows.append({file.missions[i], waits});
+                endInsertRows();
+            }
+        }
+    }
+}
+
+void MissionModel::remove(const QStringList& files)
+{
+    for (const QString& file : files) {
+        removeRowsOf(file, 0);
+        m_rowsOfFile.remove(file);
+    }
+}
+
+/// Removes what a file has beyond its first rows.
+void MissionModel::removeRowsOf(const QString& file, int keep)
+{
+    while (m_rowsOfFile.value(file).size() > keep) {
+        const int gone = m_rowsOfFile[file].takeLast();
+        beginRemoveRows({}, gone, gone);
+        m_rows.remove(gone);
+        for (QVector<int>& rows : m_rowsOfFile) {
+            for (int& row : rows) {
+                row -= row > gone ? 1 : 0;
+            }
+        }
+        endRemoveRows();
+    }
+}
+
+void MissionModel::clear()
+{
+    beginResetModel();
+    m_rows.clear();
+    m_rowsOfFile.clear();
+    endResetModel();
+}
+
+ProjectTotals MissionModel::totals(bool easyFly) const
+{
+    ProjectTotals totals;
+    for (const Row& row : m_rows) {
+        if (isVideo(row.mission.file) != easyFly) {
+            continue;
+        }
+        const KindCount all = row.mission.all();
+        totals.waiting += all.waiting;
+        totals.marked += all.marked;
+        if (all.waiting > 0 && row.mission.sendable && totals.file.isEmpty()) {
+            totals.file = row.mission.file;
+            totals.mission = row.mission.id;
+        }
+    }
+    return totals;
+}
+
+const MissionRecord* MissionModel::find(const QString& mission) const
+{
+    const auto row = std::find_if(m_rows.begin(), m_rows.end(),
+                                  [&mission](const Row& r) { return r.mission.id == mission; });
+    return row == m_rows.end() ? nullptr : &row->mission;
+}
+
+QString MissionModel::nameOf(const QString& mission) const
+{
+    const MissionRecord* const record = find(mission);
+    return record && !record->name.isEmpty() ? record->name : mission;
+}
+
+QString MissionModel::fileOf(const QString& mission) const
+{
+    const MissionRecord* const record = find(mission);
+    return record ? record->file : QString();
+}
+
+int MissionModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : m_rows.size();
+}
+
+int MissionModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant MissionModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+        return {};
+    }
+    return QString::fromLatin1(Titles[section]);
+}
+
+QVariant MissionModel::data(const QModelIndex& index, int role) const
+{
+    const Row& row = m_rows[index.row()];
+    const int column = index.column();
+    switch (role) {
+    case Qt::DisplayRole:
+        return text(row.mission, column);
+    case Qt::ToolTipRole:
+        return column == File ? row.mission.file : text(row.mission, column);
+    case Qt::TextAlignmentRole:
+        return int(Qt::AlignVCenter) |
+               int(column >= Duration && column <= Oldest ? Qt::AlignRight : Qt::AlignLeft);
+    case SortRole:
+        return sortValue(row.mission, column);
+    case AllRole:
+        return isKind(column) ? countOf(row.mission, column).recorded : 0;
+    case MarkedRole:
+        return isKind(column) ? countOf(row.mission, column).marked : 0;
+    case WaitedRole:
+        return row.waited;
+    default:
+        return {};
+    }
+}
+
+QVariant MissionModel::text(const MissionRecord& mission, int column) const
+{
+    switch (column) {
+    case File:
+        return shortPath(mission.file);
+    case Mission:
+        return mission.readable ? (mission.name.isEmpty() ? mission.id : mission.name)
+                                : tr("locked, or no mission file");
+    case Aircraft:
+        return mission.aircraft;
+    case Start:
+        return mission.start.toString(QStringLiteral("yyyy-MM-dd hh:mm"));
+    case Duration:
+        return mission.seconds ? durationText(*mission.seconds) : QString();
+    case Oldest:
+        return mission.oldestWaiting.isValid()
+                   ? ageText(mission.oldestWaiting.secsTo(QDateTime::currentDateTime()))
+                   : QString();
+    case BreakpointAt:
+        return mission.breakpoint ? mission.breakpoint->text() : QString();
+    default: {
+        const KindCount count = countOf(mission, column);
+        return QLocale().toString(column == Waiting ? count.waiting : count.recorded);
+    }
+    }
+}
+
+QVariant MissionModel::sortValue(const MissionRecord& mission, int column) const
+{
+    switch (column) {
+    case Start:
+        return mission.start;
+    case Duration:
+        return mission.seconds.value_or(-1);
+    case Waiting:
+        return mission.all().waiting;
+    case Oldest: // what has waited longest counts most
+        return mission.oldestWaiting.isValid() ? -mission.oldestWaiting.toMSecsSinceEpoch()
+                                               : std::numeric_limits<qint64>::min();
+    default:
+        return isKind(column) ? QVariant(countOf(mission, column).recorded) : text(mission, column);
+    }
+}
+
+QString MissionModel::ageText(qint64 seconds)
+{
+    if (seconds < 60) {
+        return tr("%1 s").arg(qMax(qint64(0), seconds));
+    }
+    if (seconds < 3600) {
+        return tr("%1 min").arg(seconds / 60);
+    }
+    return seconds < 48 * 3600 ? tr("%1 h").arg(seconds / 3600) : tr("%1 days").arg(seconds / 86400);
+}
+
+QString MissionModel::durationText(qint64 seconds)
+{
+    return QStringLiteral("%1:%2:%3")
+        .arg(seconds / 3600)
+        .arg(seconds / 60 % 60, 2, 10, QLatin1Char('0'))
+        .arg(seconds % 60, 2, 10, QLatin1Char('0'));
+}
+
+MissionProxy::MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent)
+    : QSortFilterProxyModel(parent), m_onlyWaited(onlyWaited)
+{
+    setSortRole(MissionModel::SortRole);
+    setFilterKeyColumn(-1);
+    setFilterCaseSensitivity(Qt::CaseInsensitive);
+    setSourceModel(model);
+}
+
+bool MissionProxy::filterAcceptsRow(int row, const QModelIndex& parent) const
+{
+    const bool shown =
+        !m_onlyWaited || sourceModel()->index(row, 0, parent).data(MissionModel::WaitedRole).toBool();
+    return shown && QSortFilterProxyModel::filterAcceptsRow(row, parent);
+}

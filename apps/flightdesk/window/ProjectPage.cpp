@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include "ProjectPage.h"
+
+#include "MissionModel.h"
+#include "TableViews.h"
+#include "WindowSession.h"
+
+#include <QtCore/QLocale>
+#include <QtWidgets/QFileDialog>
+#include <QtWidgets/QHBoxLayout>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QLineEdit>
+#include <QtWidgets/QMessageBox>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QVBoxLayout>
+
+ProjectPage::ProjectPage(WindowSession& session, QWidget* parent)
+    : QWidget(parent)
+    , m_session(session)
+    , m_path(new QLabel(tr("No project is open.")))
+    , m_totals(new QLabel)
+    , m_table(new TableView(tr("Missions"), tr("No missions yet. Open a project, and record a flight.")))
+{
+    auto* const proxy = new MissionProxy(session.missions(), false, this);
+    m_table->setModel(proxy);
+    m_table->setSortingEnabled(true);
+    m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
+    m_table->setWidths({24, 20, 18, 16, 8, 0, 9, 8, 10, 10, 8, 34});
+    m_table->hideColumn(MissionModel::MissionRow);
+
+    auto* const filter = new QLineEdit;
+    filter->setPlaceholderText(tr("Find a mission"));
+    filter->setAccessibleName(tr("Find a mission"));
+    filter->setClearButtonEnabled(true);
+    connect(filter, &QLineEdit::textChanged, proxy, &MissionProxy::setFilterFixedString);
+    auto* const foot = new QHBoxLayout;
+    foot->addWidget(filter);
+    foot->addStretch();
+    foot->addWidget(m_totals);
+
+    auto* const layout = new QVBoxLayout(this);
+    layout->addLayout(makeHead());
+    layout->addWidget(m_table);
+    layout->addLayout(foot);
+    connect(&session, &WindowSession::looked, this, &ProjectPage::showTotals);
+}
+
+QLayout* ProjectPage::makeHead()
+{
+    m_path->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto* const head = new QHBoxLayout;
+    head->addWidget(m_path, 1);
+    auto* const openButton = new QPushButton(tr("&Open project..."));
+    auto* const newButton = new QPushButton(tr("&New project..."));
+    connect(openButton, &QPushButton::clicked, this, [this] { choose(false); });
+    connect(newButton, &QPushButton::clicked, this, [this] { choose(true); });
+    head->addWidget(openButton);
+    head->addWidget(newButton);
+    return head;
+}
+
+void ProjectPage::choose(bool make)
+{
+    const QString title = make ? tr("Folder of the new project") : tr("Folder of the project");
+    const QString path = QFileDialog::getExistingDirectory(this, title, m_session.projectPath());
+    if (!path.isEmpty()) {
+        open(path, make);
+    }
+}
+
+void ProjectPage::open(const QString& path, bool make)
+{
+    const QString error = m_session.openProject(path, make);
+    if (!error.isEmpty()) {
+        QMessageBox::warning(this, tr("Project"), error);
+        return;
+    }
+    m_path->setText(m_session.projectPath());
+}
+
+void ProjectPage::showTotals()
+{
+    const int missions = m_session.missions()->rowCount();
+    const qint64 waiting =
+        m_session.missions()->totals(false).waiting + m_session.missions()->totals(true).waiting;
+    m_totals->setText(
+        tr("%1 missions, %2 rows wait").arg(QLocale().toString(missions), QLocale().toString(waiting)));
+    m_table->viewport()->update(); // rows grow older without a change
+}

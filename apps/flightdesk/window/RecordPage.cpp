@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: MIT
+#include "RecordPage.h"
+
+#include "Plot.h"
+#include "TableViews.h"
+#include "WindowSession.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QMimeData>
+#include <QtCore/QRandomGenerator>
+#include <QtGui/QDropEvent>
+#include <QtWidgets/QCheckBox>
+#include <QtWidgets/QComboBox>
+#include <QtWidgets/QFileDialog>
+#include <QtWidgets/QGridLayout>
+#include <QtWidgets/QHeaderView>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QMessageBox>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QSpinBox>
+#include <QtWidgets/QSplitter>
+
+namespace
+{
+constexpr int RedrawInterval = 250; // milliseconds
+
+QStringList logsIn(const QMimeData& data)
+{
+    QStringList paths;
+    for (const QUrl& url : data.urls()) {
+        if (url.isLocalFile() && url.path().endsWith(QLatin1String(".tlog"), Qt::CaseInsensitive)) {
+            paths.append(url.toLocalFile());
+        }
+    }
+    return paths;
+}
+} // namespace
+
+RecordPage::RecordPage(WindowSession& session, QWidget* parent)
+    : QWidget(parent)
+    , m_session(session)
+    , m_speed(new QComboBox)
+    , m_easyFly(new QCheckBox(tr("&Easy-fly")))
+    , m_minutes(new QSpinBox)
+    , m_interrupted(new QCheckBox(tr("&breaks off in the air")))
+    , m_cancel(new QPushButton(tr("&Cancel recording")))
+    , m_table(new TableView(tr("Flights"), tr("Drop telemetry logs (.tlog) here, or simulate a flight.")))
+{
+    setAcceptDrops(true);
+    m_table->setModel(session.flights());
+    m_table->setWidths({24, 16, 40});
+    m_table->setItemDelegateForColumn(FlightModel::Progress,
+                                      new ProgressDelegate(
+                                          [](const QModelIndex& index) {
+                                              return ProgressDelegate::Progress{
+                                                  index.data(FlightModel::PercentRole).toInt(),
+                                                  index.data().toString()};
+                                          },
+                                          this));
+    auto* const splitter = new QSplitter(Qt::Vertical);
+    splitter->addWidget(m_table);
+    splitter->addWidget(makePlots());
+    splitter->setStretchFactor(1, 1);
+    splitter->setSizes({150, 500});
+    splitter->setChildrenCollapsible(false);
+    auto* const layout = new QVBoxLayout(this);
+    layout->addLayout(makeControls());
+    layout->addWidget(splitter, 1);
+
+    connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+            &RecordPage::showFlight);
+    connect(session.flights(), &FlightModel::rowsInserted, this, &RecordPage::selectNewest);
+    connect(&session, &WindowSession::sampled, this, &RecordPage::noteSamples);
+    connect(&session, &WindowSession::projectOpened, this, [this] { setEnabled(true); });
+    m_redraw.setSingleShot(true);
+    m_redraw.setInterval(RedrawInterval);
+    connect(&m_redraw, &QTimer::timeout, this, &RecordPage::showFlight);
+    setEnabled(session.hasProject());
+    showFlight();
+}
+
+QLayout* RecordPage::makeControls()
+{
+    m_speed->addItem(tr("flight speed"), 1.0);
+    m_speed->addItem(tr("10 times"), 10.0);
+    m_speed->addItem(tr("as fast as possible"), 0.0);
+    m_speed->setCurrentIndex(1);
+    m_easyFly->setToolTip(tr("Record video missions instead of flight missions."));
+    auto* const speedLabel = new QLabel(tr("S&peed:"));
+    speedLabel->setBuddy(m_speed);
+    auto* const add = new QPushButton(tr("&Add logs..."));
+    connect(add, &QPushButton::clicked, this, &RecordPage::chooseLogs);
+    connect(m_cancel, &QPushButton::clicked, this, &RecordPage::cancelSelected);
+    auto* const controls = new QHBoxLayout;
+    controls->addWidget(speedLabel);
+    controls->addWidget(m_speed);
+    controls->addWidget(m_easyFly);
+    controls->addSpacing(16);
+    controls->addWidget(add);
+    controls->addSpacing(16);
+    controls->addLayout(makeSimulation());
+    controls->addStretch();
+    controls->addWidget(m_cancel);
+    return controls;
+}
+
+QLayout* RecordPage::makeSimulation()
+{
+    m_minutes->setRange(1, 1440);
+    m_minutes->setValue(5);
+    m_minutes->setSuffix(tr(" min"));
+    m_minutes->setAccessibleName(tr("Length of the simulated flight"));
+    auto* const start = new QPushButton(tr("&Simulate"));
+    connect(start, &QPushButton::clicked, this, &RecordPage::simulate);
+    auto* const simulation = new QHBoxLayout;
+    simulation->addWidget(start);
+    simulation->addWidget(m_minutes);
+    simulation->addWidget(m_interrupted);
+    return simulation;
+}
+
+QWidget* RecordPage::makePlots()
+{
+    const QString minutes = tr("Minutes");
+    m_track = new TrackPlot;
+    m_height = new Plot(minutes, tr("Height (m)"), theme::Accent::Height);
+    m_speedPlot = new Plot(minutes, tr("Speed (m/s)"), theme::Accent::Speed);
+    m_battery = new Plot(minutes, tr("Battery (V)"), theme::Accent::Battery);
+    auto* const plots = new QWidget;
+    auto* const grid = new QGridLayout(plots);
+    grid->setContentsMargins(0, 0, 0, 0);
+    grid->addWidget(m_track, 0, 0, 3, 1);
+    grid->addWidget(m_height, 0, 1);
+    grid->addWidget(m_speedPlot, 1, 1);
+    grid->addWidget(m_battery, 2, 1);
+    grid->setColumnStretch(0, 1);
+    grid->setColumnStretch(1, 1);
+    return plots;
+}
+
+double RecordPage::speed() const
+{
+    return m_speed->currentData().toDouble();
+}
+
+void RecordPage::chooseLogs()
+{
+    recordLogs(QFileDialog::getOpenFileNames(this, tr("Telemetry logs"), {},
+                                             tr("Telemetry logs (*.tlog);;All files (*)")));
+}
+
+void RecordPage::recordLogs(const QStringList& paths)
+{
+    for (const QString& path : paths) {
+        FlightTask task;
+        task.name = QFileInfo(path).completeBaseName();
+        task.log = path;
+        task.easyFly = m_easyFly->isChecked();
+        task.speed = speed();
+        m_session.record(task);
+    }
+}
+
+void RecordPage::simulate()
+{
+    FlightTask task;
+    task.seed = QRandomGenerator::global()->bounded(10000U);
+    task.name = tr("simulated-%1").arg(task.seed);
+    task.minutes = m_minutes->value();
+    task.interrupted = m_interrupted->isChecked();
+    task.easyFly = m_easyFly->isChecked();
+    task.speed = speed();
+    m_session.record(task);
+}
+
+void RecordPage::cancelSelected()
+{
+    m_session.cancelRecording(selectedRow());
+}
+
+void RecordPage::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (!logsIn(*event->mimeData()).isEmpty()) {
+        event->acceptProposedAction();
+    }
+}
+
+void RecordPage::dropEvent(QDropEvent* event)
+{
+    recordLogs(logsIn(*event->mimeData()));
+    event->acceptProposedAction();
+}
+
+void RecordPage::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    showFlight();
+}
+
+int RecordPage::selectedRow() const
+{
+    return m_table->currentIndex().row();
+}
+
+void RecordPage::selectNewest()
+{
+    m_table->setCurrentIndex(m_session.flights()->index(m_session.flights()->rowCount() - 1, 0));
+}
+
+/// Drawing takes longer than recording, so it waits for a few samples.
+void RecordPage::noteSamples(int flight)
+{
+    const bool selected = selectedRow() >= 0 && m_session.flights()->flightAt(selectedRow()) == flight;
+    if (selected && isVisible() && !m_redraw.isActive()) {
+        m_redraw.start();
+    }
+}
+
+void RecordPage::showFlight()
+{
+    const int row = selectedRow();
+    const FlightModel& flights = *m_session.flights();
+    m_cancel->setEnabled(row >= 0 && flights.isRunning(row));
+    if (row < 0 || !isVisible()) {
+        return;
+    }
+    const FlightTrack& track = flights.track(row);
+    const auto breakpoint = flights.breakpoint(row);
+    m_track->setPoints(track.path());
+    m_track->setBreakpoint(breakpoint ? std::optional(track.place(breakpoint->lng, breakpoint->lat))
+                                      : std::nullopt);
+    m_height->setPoints(track.over(&FlightSample::height));
+    m_speedPlot->setPoints(track.over(&FlightSample::speed));
+    m_battery->setPoints(track.over(&FlightSample::volts));
+}

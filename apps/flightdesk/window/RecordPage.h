@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QTimer>
+#include <QtWidgets/QWidget>
+
+class Plot;
+class QCheckBox;
+class QComboBox;
+class QPushButton;
+class QSpinBox;
+class TableView;
+class TrackPlot;
+class WindowSession;
+
+/// Records telemetry logs and simulated flights, and shows the flight that is selected.
+class RecordPage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit RecordPage(WindowSession& session, QWidget* parent = nullptr);
+
+    void recordLogs(const QStringList& paths);
+    void simulate();
+
+protected:
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+
+private:
+    QLayout* makeControls();
+    QLayout* makeSimulation();
+    QWidget* makePlots();
+    void chooseLogs();
+    void cancelSelected();
+    void noteSamples(int flight);
+    void selectNewest();
+    void showFlight();
+    int selectedRow() const;
+    double speed() const;
+
+    WindowSession& m_session;
+    QComboBox* m_speed;
+    QCheckBox* m_easyFly;
+    QSpinBox* m_minutes;
+    QCheckBox* m_interrupted;
+    QPushButton* m_cancel;
+    TableView* m_table;
+    TrackPlot* m_track;
+    Plot* m_height;
+    Plot* m_speedPlot;
+    Plot* m_battery;
+    QTimer m_redraw;
+};

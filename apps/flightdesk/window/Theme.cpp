@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#include "Theme.h"
+
+namespace theme
+{
+bool isDark(const QPalette& palette)
+{
+    return palette.color(QPalette::Base).lightness() < 128;
+}
+
+QPalette palette(bool dark)
+{
+    const QColor window(dark ? "#2b2d30" : "#f3f4f5");
+    const QColor base(dark ? "#1f2123" : "#ffffff");
+    const QColor text(dark ? "#e3e5e8" : "#1d2023");
+    const QColor faint(dark ? "#878c92" : "#85898e");
+    const QColor highlight(dark ? "#3b7dbd" : "#2f74b5");
+    QPalette palette(text, QColor(dark ? "#383b3f" : "#e9ebed"), QColor(dark ? "#4a4e53" : "#ffffff"),
+                     QColor(dark ? "#17191b" : "#a6abb0"), QColor(dark ? "#303338" : "#c9cdd1"), text,
+                     QColor("#ffffff"), base, window);
+    palette.setColor(QPalette::AlternateBase, QColor(dark ? "#25282b" : "#f6f8f9"));
+    palette.setColor(QPalette::Highlight, highlight);
+    palette.setColor(QPalette::HighlightedText, QColor("#ffffff"));
+    palette.setColor(QPalette::Link, QColor(dark ? "#7db4e6" : "#1f5f9c"));
+    palette.setColor(QPalette::ToolTipBase, base);
+    palette.setColor(QPalette::ToolTipText, text);
+    palette.setColor(QPalette::PlaceholderText, faint);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+        palette.setColor(QPalette::Disabled, role, faint);
+    }
+    return palette;
+}
+
+QColor accent(const QPalette& palette, Accent accent)
+{
+    const char* const light[] = {"#1f6fb2", "#1f6fb2", "#2e7d32", "#8a5a00", "#c62828", "#b3261e"};
+    const char* const dark[] = {"#6db3f2", "#6db3f2", "#81c784", "#e0b050", "#ff8a80", "#ff8a80"};
+    return {isDark(palette) ? dark[int(accent)] : light[int(accent)]};
+}
+} // namespace theme

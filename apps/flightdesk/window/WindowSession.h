@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "BreakpointKeeper.h"
+#include "DownloadWorker.h"
+#include "FlightModel.h"
+#include "LogFeed.h"
+#include "LogModel.h"
+#include "MissionModel.h"
+#include "MissionWatch.h"
+#include "RecorderPool.h"
+#include "Uploader.h"
+
+#include <QtCore/QObject>
+#include <QtCore/QThread>
+
+/// What the window shows and commands: the project, its recordings, its upload and its downloads. Whatever
+/// may take a while runs on other threads.
+class WindowSession : public QObject
+{
+    Q_OBJECT
+
+public:
+    WindowSession();
+    /// Ends recordings and upload; what was received is in the files then.
+    ~WindowSession() override;
+
+    /// \param make  make the folder when it is missing
+    /// \return what is wrong, empty when the project is open
+    QString openProject(const QString& path, bool make);
+    bool hasProject() const { return m_project.has_value(); }
+    QString projectPath() const { return m_project ? m_project->path() : QString(); }
+    bool hasNetwork() const { return m_network; }
+
+    void record(const FlightTask& task);
+    void cancelRecording(int row);
+
+    /// Signs a user in and starts the upload.
+    /// \return what is wrong, empty when it has started
+    QString signIn(const QString& server, const QString& token);
+
+    MissionModel* missions() { return &m_missions; }
+    FlightModel* flights() { return &m_flights; }
+    LogModel* log() { return &m_log; }
+    Uploader* uploader() { return &m_uploader; }
+    DownloadWorker* downloader(FileDownload::Way way);
+
+signals:
+    void projectOpened();
+    /// The missions have been looked through once more.
+    void looked();
+    void sampled(int flight);
+
+private:
+    void startWatch();
+    void stopWatch();
+
+    LogFeed m_feed;
+    LogModel m_log;
+    MissionModel m_missions;
+    FlightModel m_flights;
+    BreakpointKeeper m_breakpoints;
+    std::optional<Project> m_project;
+    bool m_network = true;
+    RecorderPool m_recorders;
+    Uploader m_uploader; // ends before the recorders, so that no late reply marks a breakpoint of theirs
+    QThread m_watchThread;
+    QThread m_downloadThread;
+    DownloadWorker* m_directDownload;
+    DownloadWorker* m_programDownload;
+};
