@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "DownloadPage.h"
 
-#include "Theme.h"
+#include "StateLabel.h"
 #include "WindowSession.h"
 
 #include <QtCore/QDir>
@@ -10,7 +10,6 @@
 #include <QtCore/QUrl>
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QFormLayout>
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 #include <QtWidgets/QProgressBar>
 #include <QtWidgets/QPushButton>
@@ -28,13 +27,12 @@ DownloadPanel::DownloadPanel(WindowSession& session, FileDownload::Way way, cons
     , m_url(new QLineEdit)
     , m_path(new QLineEdit)
     , m_progress(new QProgressBar)
-    , m_text(new QLabel(what))
+    , m_text(new StateLabel(what))
     , m_start(new QPushButton(tr("Download")))
     , m_stop(new QPushButton(tr("Stop")))
 {
     m_url->setPlaceholderText(tr("https://fly.example/map.zip"));
     m_path->setPlaceholderText(QDir::homePath() + tr("/map.zip"));
-    m_text->setWordWrap(true);
     m_progress->setRange(0, Steps);
     m_progress->setValue(0);
     auto* const choose = new QPushButton(tr("Choose..."));
@@ -82,16 +80,16 @@ void DownloadPanel::startAsEntered()
     const QString url = m_url->text().trimmed();
     const QString path = m_path->text();
     if (!FileDownload::isAddress(url)) {
-        showText(tr("Enter an address that begins with http:// or https://."), true);
+        m_text->say(tr("Enter an address that begins with http:// or https://."), true);
         return;
     }
     if (path.isEmpty()) {
-        showText(tr("Enter the file to save as."), true);
+        m_text->say(tr("Enter the file to save as."), true);
         return;
     }
     setRunning(true);
     m_progress->setValue(0);
-    showText(tr("Asking the server."), false);
+    m_text->say(tr("Asking the server."), false);
     QMetaObject::invokeMethod(m_worker, [worker = m_worker, url, path] { worker->start(url, path); });
 }
 
@@ -102,21 +100,21 @@ void DownloadPanel::showProgress(qint64 received, qint64 total)
         m_progress->setValue(int(Steps * received / total));
     }
     const QLocale locale;
-    showText(total > 0
-                 ? tr("%1 of %2").arg(locale.formattedDataSize(received), locale.formattedDataSize(total))
-                 : locale.formattedDataSize(received),
-             false);
+    m_text->say(total > 0
+                    ? tr("%1 of %2").arg(locale.formattedDataSize(received), locale.formattedDataSize(total))
+                    : locale.formattedDataSize(received),
+                false);
 }
 
 void DownloadPanel::showEnd(qint64 bytes, const QString& error)
 {
     setRunning(false);
     m_progress->setRange(0, Steps);
+    m_progress->setValue(error.isEmpty() ? Steps : 0);
     if (error.isEmpty()) {
-        m_progress->setValue(Steps);
-        showText(tr("Done: %1 bytes in %2").arg(QLocale().toString(bytes), m_path->text()), false);
+        m_text->say(tr("Done: %1 bytes in %2").arg(QLocale().toString(bytes), m_path->text()), false);
     } else {
-        showText(tr("Failed: %1. Press Download to try again.").arg(error), true);
+        m_text->say(tr("Failed: %1. Press Download to try again.").arg(error), true);
     }
 }
 
@@ -126,16 +124,6 @@ void DownloadPanel::setRunning(bool running)
     m_stop->setEnabled(running);
     m_url->setReadOnly(running);
     m_path->setReadOnly(running);
-}
-
-void DownloadPanel::showText(const QString& text, bool trouble)
-{
-    QPalette colours = palette();
-    if (trouble) {
-        colours.setColor(QPalette::WindowText, theme::accent(colours, theme::Accent::Trouble));
-    }
-    m_text->setPalette(colours);
-    m_text->setText(text);
 }
 
 DownloadPage::DownloadPage(WindowSession& session, QWidget* parent)

@@ -6,10 +6,10 @@
 #include <QtWidgets/QGroupBox>
 
 class DownloadWorker;
-class QLabel;
 class QLineEdit;
 class QProgressBar;
 class QPushButton;
+class StateLabel;
 class WindowSession;
 
 /// One of the two ways to download a file.
@@ -28,13 +28,12 @@ private:
     void showProgress(qint64 received, qint64 total);
     void showEnd(qint64 bytes, const QString& error);
     void setRunning(bool running);
-    void showText(const QString& text, bool trouble);
 
     DownloadWorker* const m_worker;
     QLineEdit* m_url;
     QLineEdit* m_path;
     QProgressBar* m_progress;
-    QLabel* m_text;
+    StateLabel* m_text;
     QPushButton* m_start;
     QPushButton* m_stop;
 };

@@ -72,6 +72,10 @@ void MainWindow::addPage(QWidget* page, const QString& title)
 
 void MainWindow::makeStatusBar()
 {
+    constexpr int Space = 12;
+    for (QLabel* const label : {m_uploadText, m_network, m_gap}) {
+        label->setContentsMargins(Space, 0, Space, 0);
+    }
     statusBar()->addWidget(m_uploadText, 1);
     statusBar()->addPermanentWidget(m_network);
     statusBar()->addPermanentWidget(m_gap);

@@ -39,6 +39,12 @@ KindCount countOf(const MissionRecord& mission, int column)
     }
 }
 
+int alignment(int column)
+{
+    const bool number = column >= MissionModel::Duration && column <= MissionModel::Oldest;
+    return int(Qt::AlignVCenter) | int(number ? Qt::AlignRight : Qt::AlignLeft);
+}
+
 /// Folder and file: the project's path is the same for all.
 QString shortPath(const QString& file)
 {
@@ -148,10 +154,13 @@ int MissionModel::columnCount(const QModelIndex& parent) const
 
 QVariant MissionModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+    if (orientation != Qt::Horizontal) {
         return {};
     }
-    return QString::fromLatin1(Titles[section]);
+    if (role == Qt::TextAlignmentRole) {
+        return alignment(section);
+    }
+    return role == Qt::DisplayRole ? QString::fromLatin1(Titles[section]) : QVariant();
 }
 
 QVariant MissionModel::data(const QModelIndex& index, int role) const
@@ -164,8 +173,7 @@ QVariant MissionModel::data(const QModelIndex& index, int role) const
     case Qt::ToolTipRole:
         return column == File ? row.mission.file : text(row.mission, column);
     case Qt::TextAlignmentRole:
-        return int(Qt::AlignVCenter) |
-               int(column >= Duration && column <= Oldest ? Qt::AlignRight : Qt::AlignLeft);
+        return alignment(column);
     case SortRole:
         return sortValue(row.mission, column);
     case AllRole:

@@ -51,7 +51,8 @@ void Plot::setPoints(const QVector<QPointF>& points)
     const double bottom = points.isEmpty() ? 0 : low->y();
     const double top = points.isEmpty() ? 1 : qMax(high->y(), bottom + 0.1);
     const double step = niceStep(top - bottom, 3);
-    setRange(m_y, std::floor(bottom / step) * step, std::ceil(top / step) * step, step);
+    constexpr double Noise = 0.05; // of a step, not worth another one
+    setRange(m_y, std::floor(bottom / step + Noise) * step, std::ceil(top / step - Noise) * step, step);
 }
 
 double Plot::niceStep(double range, int parts)

@@ -20,9 +20,11 @@
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QSplitter>
 
+#include <utility>
+
 namespace
 {
-constexpr int RedrawInterval = 250; // milliseconds
+constexpr int RedrawInterval = 60; // milliseconds, for one plot after another
 
 QStringList logsIn(const QMimeData& data)
 {
@@ -74,7 +76,7 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     connect(&session, &WindowSession::projectOpened, this, [this] { setEnabled(true); });
     m_redraw.setSingleShot(true);
     m_redraw.setInterval(RedrawInterval);
-    connect(&m_redraw, &QTimer::timeout, this, &RecordPage::showFlight);
+    connect(&m_redraw, &QTimer::timeout, this, &RecordPage::showNextPlot);
     setEnabled(session.hasProject());
     showFlight();
 }
@@ -121,11 +123,10 @@ QLayout* RecordPage::makeSimulation()
 
 QWidget* RecordPage::makePlots()
 {
-    const QString minutes = tr("Minutes");
     m_track = new TrackPlot;
-    m_height = new Plot(minutes, tr("Height (m)"), theme::Accent::Height);
-    m_speedPlot = new Plot(minutes, tr("Speed (m/s)"), theme::Accent::Speed);
-    m_battery = new Plot(minutes, tr("Battery (V)"), theme::Accent::Battery);
+    m_height = new Plot({}, tr("Height (m)"), theme::Accent::Height);
+    m_speedPlot = new Plot({}, tr("Speed (m/s)"), theme::Accent::Speed);
+    m_battery = new Plot(tr("Minutes"), tr("Battery (V)"), theme::Accent::Battery);
     auto* const plots = new QWidget;
     auto* const grid = new QGridLayout(plots);
     grid->setContentsMargins(0, 0, 0, 0);
@@ -204,32 +205,60 @@ int RecordPage::selectedRow() const
 
 void RecordPage::selectNewest()
 {
-    m_table->setCurrentIndex(m_session.flights()->index(m_session.flights()->rowCount() - 1, 0));
+    select(m_session.flights()->rowCount() - 1);
 }
 
-/// Drawing takes longer than recording, so it waits for a few samples.
+void RecordPage::select(int row)
+{
+    m_table->setCurrentIndex(m_session.flights()->index(row, 0));
+}
+
 void RecordPage::noteSamples(int flight)
 {
-    const bool selected = selectedRow() >= 0 && m_session.flights()->flightAt(selectedRow()) == flight;
-    if (selected && isVisible() && !m_redraw.isActive()) {
-        m_redraw.start();
+    if (selectedRow() >= 0 && m_session.flights()->flightAt(selectedRow()) == flight) {
+        showFlight();
     }
 }
 
 void RecordPage::showFlight()
 {
     const int row = selectedRow();
-    const FlightModel& flights = *m_session.flights();
-    m_cancel->setEnabled(row >= 0 && flights.isRunning(row));
-    if (row < 0 || !isVisible()) {
+    m_cancel->setEnabled(row >= 0 && m_session.flights()->isRunning(row));
+    if (row >= 0 && isVisible()) {
+        m_outdated = {true, true, true, true};
+        if (!m_redraw.isActive()) {
+            m_redraw.start();
+        }
+    }
+}
+
+/// One plot at a time: to draw all of them at once would hold up the window.
+void RecordPage::showNextPlot()
+{
+    for (std::size_t i = 0; i < m_outdated.size(); ++i) {
+        const std::size_t plot = (m_nextPlot + i) % m_outdated.size();
+        if (std::exchange(m_outdated[plot], false)) {
+            showPlot(plot);
+            m_nextPlot = plot + 1;
+            m_redraw.start();
+            return;
+        }
+    }
+}
+
+void RecordPage::showPlot(std::size_t plot)
+{
+    const FlightTrack& track = m_session.flights()->track(selectedRow());
+    if (plot == 0) {
+        const auto breakpoint = m_session.flights()->breakpoint(selectedRow());
+        m_track->setPoints(track.path());
+        m_track->setBreakpoint(breakpoint ? std::optional(track.place(breakpoint->lng, breakpoint->lat))
+                                          : std::nullopt);
         return;
     }
-    const FlightTrack& track = flights.track(row);
-    const auto breakpoint = flights.breakpoint(row);
-    m_track->setPoints(track.path());
-    m_track->setBreakpoint(breakpoint ? std::optional(track.place(breakpoint->lng, breakpoint->lat))
-                                      : std::nullopt);
-    m_height->setPoints(track.over(&FlightSample::height));
-    m_speedPlot->setPoints(track.over(&FlightSample::speed));
-    m_battery->setPoints(track.over(&FlightSample::volts));
+    const std::pair<Plot*, double FlightSample::*> values[] = {{m_height, &FlightSample::height},
+                                                               {m_speedPlot, &FlightSample::speed},
+                                                               {m_battery, &FlightSample::volts}};
+    const auto& [view, value] = values[plot - 1];
+    view->setPoints(track.over(value));
 }

@@ -4,6 +4,8 @@
 #include <QtCore/QTimer>
 #include <QtWidgets/QWidget>
 
+#include <array>
+
 class Plot;
 class QCheckBox;
 class QComboBox;
@@ -23,6 +25,8 @@ public:
 
     void recordLogs(const QStringList& paths);
     void simulate();
+    /// Shows the flight of a row.
+    void select(int row);
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -38,6 +42,8 @@ private:
     void noteSamples(int flight);
     void selectNewest();
     void showFlight();
+    void showNextPlot();
+    void showPlot(std::size_t plot);
     int selectedRow() const;
     double speed() const;
 
@@ -53,4 +59,6 @@ private:
     Plot* m_speedPlot;
     Plot* m_battery;
     QTimer m_redraw;
+    std::array<bool, 4> m_outdated{}; ///< the track and the three values over time
+    std::size_t m_nextPlot = 0;
 };

@@ -17,12 +17,13 @@
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QTabWidget>
 
-#include <cstdio>
 #include <functional>
 
 namespace
 {
 constexpr int Patience = 60000; // milliseconds for each step
+constexpr int Interrupted = 1;  // rows of the flights
+constexpr int InTheAir = 3;
 const QString Token = QStringLiteral("tour");
 
 bool waitFor(const std::function<bool()>& done, int milliseconds = Patience)
@@ -43,7 +44,7 @@ public:
     {
         m_process.start(
             QCoreApplication::applicationDirPath() + QStringLiteral("/flightserver"),
-            {QStringLiteral("--token"), Token, QStringLiteral("--fault"), QStringLiteral("delay=400:30")});
+            {QStringLiteral("--token"), Token, QStringLiteral("--fault"), QStringLiteral("delay=1000:20")});
     }
     ~Server()
     {
@@ -64,28 +65,33 @@ private:
     QByteArray m_said;
 };
 
-/// What the pictures show: two flights recorded and on their way to the server, one in the air.
+/// What the pictures show: flights on their way to a slow server, one that broke off, one in the air.
 bool fly(MainWindow& window, const QString& server)
 {
     WindowSession& session = window.session();
-    const FlightTask flights[] = {
-        {QStringLiteral("north field"), {}, 12, 7, false, false, 0},
-        {QStringLiteral("river survey"), {}, 20, 3, true, false, 0},
-        {QStringLiteral("roof inspection"), {}, 6, 5, false, true, 0},
+    const auto record = [&session](const char* name, quint32 seed, double speed, bool interrupted,
+                                   bool easyFly) {
+        FlightTask task;
+        task.name = QString::fromLatin1(name);
+        task.seed = seed;
+        task.minutes = 15;
+        task.speed = speed;
+        task.interrupted = interrupted;
+        task.easyFly = easyFly;
+        session.record(task);
     };
-    for (const FlightTask& flight : flights) {
-        session.record(flight);
-    }
+    record("north field", 7, 0, false, false);
+    record("river survey", 3, 0, true, false);
+    record("roof inspection", 5, 0, false, true);
     const auto recorded = [&session](int row) { return !session.flights()->isRunning(row); };
     if (!waitFor([&] { return recorded(0) && recorded(1) && recorded(2); })) {
         return false;
     }
-    session.record({QStringLiteral("south field"), {}, 15, 11, false, false, 10});
+    record("south field", 11, 10, false, false);
     window.uploadPage()->setServer(server);
     window.uploadPage()->signIn(Token);
     const QString file = QDir(session.projectPath()).filePath(QStringLiteral("map.zip"));
     window.downloadPage()->panel(FileDownload::Way::Direct)->start(server + QStringLiteral("/map.zip"), file);
-    // The server is slow by now, and so the pictures show rows that wait.
     return waitFor([&session] { return session.missions()->totals(false).marked > 4000; });
 }
 
@@ -94,6 +100,7 @@ bool savePictures(MainWindow& window, const QString& folder)
     bool saved = true;
     for (const bool dark : {false, true}) {
         QApplication::setPalette(theme::palette(dark));
+        window.recordPage()->select(dark ? Interrupted : InTheAir);
         for (const QSize size : {QSize(1280, 800), QSize(1920, 1080)}) {
             window.resize(size);
             for (int page = 0; page < window.tabs()->count(); ++page) {
@@ -129,7 +136,12 @@ int takeScreenshots(const QString& folder)
     if (url.isEmpty()) {
         return fail(QStringLiteral("cannot start flightserver, which must lie beside flightdesk"));
     }
-    MainWindow window(QDir::homePath() + QStringLiteral("/.local/share/flightdesk/flightdesk.log"));
+    QFont font = QApplication::font();
+    font.setPointSize(10); // as desktops have it; without one it is larger
+    QApplication::setFont(font);
+    const QString logFile = place.filePath(QStringLiteral("flightdesk.log"));
+    Logger::instance().setLogFile(logFile);
+    MainWindow window(logFile);
     window.resize(1280, 800);
     window.show();
     window.projectPage()->open(place.filePath(QStringLiteral("project")), true);
@@ -140,7 +152,5 @@ int takeScreenshots(const QString& folder)
     if (!savePictures(window, folder)) {
         return fail(QStringLiteral("cannot write pictures into %1").arg(folder));
     }
-    std::printf("pictures are in %s; longest pause %.0f ms\n", qPrintable(folder),
-                window.gaps().longestMilliseconds());
     return Done;
 }

@@ -27,13 +27,19 @@ void ProgressDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
     QStyleOptionProgressBar bar;
     bar.initFrom(cell.widget);
     bar.state |= QStyle::State_Horizontal;
-    bar.rect = cell.rect.adjusted(3, 3, -3, -3);
+    bar.rect = cell.rect.adjusted(2, 2, -2, -2);
     bar.maximum = 100;
     bar.progress = progress.percent;
     bar.text = progress.text;
     bar.textAlignment = Qt::AlignCenter;
     bar.textVisible = true;
     style->drawControl(QStyle::CE_ProgressBar, &bar, painter, cell.widget);
+}
+
+QSize ProgressDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const
+{
+    constexpr int RoomForBar = 8;
+    return QStyledItemDelegate::sizeHint(option, index) + QSize(0, RoomForBar);
 }
 
 TableView::TableView(const QString& name, const QString& whenEmpty, QWidget* parent)
@@ -52,7 +58,7 @@ TableView::TableView(const QString& name, const QString& whenEmpty, QWidget* par
 void TableView::setWidths(const QVector<int>& characters)
 {
     for (int column = 0; column < characters.size(); ++column) {
-        setColumnWidth(column, characters[column] * fontMetrics().averageCharWidth() + 16);
+        setColumnWidth(column, characters[column] * fontMetrics().averageCharWidth() + 12);
     }
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "UploadPage.h"
 
+#include "StateLabel.h"
 #include "TableViews.h"
-#include "Theme.h"
 #include "WindowSession.h"
 
 #include <QtCore/QLocale>
@@ -44,8 +44,8 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     , m_session(session)
     , m_server(new QLineEdit)
     , m_token(new QLineEdit)
-    , m_state(new QLabel)
-    , m_note(new QLabel)
+    , m_state(new StateLabel)
+    , m_note(new StateLabel)
     , m_pause(new QPushButton)
     , m_reset(new QPushButton(tr("R&estart round")))
     , m_interval(new QSpinBox)
@@ -57,7 +57,8 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     layout->addWidget(makePipeline());
     layout->addWidget(makeTable(), 1);
     connect(session.uploader(), &Uploader::changed, this, &UploadPage::showState);
-    connect(session.uploader(), &Uploader::note, m_note, &QLabel::setText);
+    connect(session.uploader(), &Uploader::note, this,
+            [this](const QString& text) { m_note->say(text, true); });
     connect(&session, &WindowSession::projectOpened, this, &UploadPage::showState);
     showState();
 }
@@ -87,8 +88,6 @@ QWidget* UploadPage::makePipeline()
     QFont font = m_state->font();
     font.setPointSizeF(font.pointSizeF() * 1.25);
     m_state->setFont(font);
-    m_state->setWordWrap(true);
-    m_note->setWordWrap(true);
     m_reset->setToolTip(tr("Ends the round after the batch in flight and begins a new one."));
     m_interval->setRange(1, 3600);
     m_interval->setValue(3);
@@ -158,7 +157,8 @@ void UploadPage::signInAsEntered()
 void UploadPage::signIn(const QString& token)
 {
     const QString error = m_session.signIn(m_server->text(), token);
-    m_note->setText(error);
+    m_note->say(error, true);
+    showState();
     if (error.isEmpty()) {
         m_token->clear();
     }
@@ -193,14 +193,11 @@ void UploadPage::showState()
 {
     const Uploader::State state = m_session.uploader()->state();
     const bool running = state == Uploader::State::Running;
-    m_state->setText(m_session.hasProject() ? m_session.uploader()->text() : tr("Open a project first."));
+    const bool trouble = state == Uploader::State::TokenRejected || m_session.uploader()->hasFailed();
+    m_state->say(m_session.hasProject() ? m_session.uploader()->text() : tr("Open a project first."),
+                 trouble);
     m_pause->setText(running ? tr("&Pause") : tr("&Start"));
     m_pause->setEnabled(running || state == Uploader::State::Paused);
     m_reset->setEnabled(running);
-    QPalette colours = palette();
-    if (state == Uploader::State::TokenRejected || m_session.uploader()->hasFailed()) {
-        colours.setColor(QPalette::WindowText, theme::accent(colours, theme::Accent::Trouble));
-    }
-    m_state->setPalette(colours);
     m_note->setVisible(!m_note->text().isEmpty());
 }

@@ -5,10 +5,10 @@
 
 class QCheckBox;
 class QComboBox;
-class QLabel;
 class QLineEdit;
 class QPushButton;
 class QSpinBox;
+class StateLabel;
 class WindowSession;
 
 /// Signs in, and shows and steers the upload.
@@ -37,8 +37,8 @@ private:
     WindowSession& m_session;
     QLineEdit* m_server;
     QLineEdit* m_token;
-    QLabel* m_state;
-    QLabel* m_note;
+    StateLabel* m_state;
+    StateLabel* m_note;
     QPushButton* m_pause;
     QPushButton* m_reset;
     QSpinBox* m_interval;
