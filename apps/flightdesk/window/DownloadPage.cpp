@@ -55,6 +55,7 @@ DownloadPanel::DownloadPanel(WindowSession& session, FileDownload::Way way, cons
     connect(m_stop, &QPushButton::clicked, m_worker, &DownloadWorker::stop);
     connect(m_worker, &DownloadWorker::progress, this, &DownloadPanel::showProgress);
     connect(m_worker, &DownloadWorker::ended, this, &DownloadPanel::showEnd);
+    m_stop->setObjectName(QStringLiteral("stop"));
     setRunning(false);
 }
 

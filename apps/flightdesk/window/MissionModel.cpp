@@ -244,6 +244,7 @@ QString MissionModel::ageText(qint64 seconds)
 
 QString MissionModel::durationText(qint64 seconds)
 {
+    seconds = qMax(qint64(0), seconds); // the aircraft's clock may be set back
     return QStringLiteral("%1:%2:%3")
         .arg(seconds / 3600)
         .arg(seconds / 60 % 60, 2, 10, QLatin1Char('0'))

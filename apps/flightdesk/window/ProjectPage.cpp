@@ -25,7 +25,7 @@ ProjectPage::ProjectPage(WindowSession& session, QWidget* parent)
     m_table->setModel(proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({18, 18, 18, 16, 8, 0, 9, 8, 10, 10, 8, 36});
+    m_table->setWidths({14, 16, 19, 18, 8, 0, 9, 7, 9, 9, 8, 36});
     m_table->hideColumn(MissionModel::MissionRow);
 
     auto* const filter = new QLineEdit;

@@ -11,14 +11,14 @@ bool isDark(const QPalette& palette)
 QPalette palette(bool dark)
 {
     const QColor window(dark ? "#2b2d30" : "#f3f4f5");
-    const QColor base(dark ? "#1f2123" : "#ffffff");
+    const QColor base(dark ? "#18191b" : "#ffffff");
     const QColor text(dark ? "#e3e5e8" : "#1d2023");
     const QColor faint(dark ? "#878c92" : "#85898e");
     const QColor highlight(dark ? "#3b7dbd" : "#2f74b5");
     QPalette palette(text, QColor(dark ? "#383b3f" : "#e9ebed"), QColor(dark ? "#4a4e53" : "#ffffff"),
                      QColor(dark ? "#17191b" : "#a6abb0"), QColor(dark ? "#303338" : "#c9cdd1"), text,
                      QColor("#ffffff"), base, window);
-    palette.setColor(QPalette::AlternateBase, QColor(dark ? "#25282b" : "#f6f8f9"));
+    palette.setColor(QPalette::AlternateBase, QColor(dark ? "#1d1f21" : "#f6f8f9"));
     palette.setColor(QPalette::Highlight, highlight);
     palette.setColor(QPalette::HighlightedText, QColor("#ffffff"));
     palette.setColor(QPalette::Link, QColor(dark ? "#7db4e6" : "#1f5f9c"));

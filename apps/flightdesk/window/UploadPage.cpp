@@ -9,6 +9,7 @@
 #include <QtWidgets/QCheckBox>
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QHBoxLayout>
+#include <QtWidgets/QHeaderView>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 #include <QtWidgets/QPushButton>
@@ -127,14 +128,16 @@ QWidget* UploadPage::makeTable()
     table->setModel(new MissionProxy(m_session.missions(), true, this));
     table->setSortingEnabled(true);
     table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    table->setWidths({0, 22, 0, 16, 0, 14, 20, 20, 22, 10});
+    table->setWidths({0, 24, 0, 18, 0, 12, 18, 16, 20, 10});
     for (const int column : {MissionModel::File, MissionModel::Aircraft, MissionModel::Duration,
                              MissionModel::Oldest, MissionModel::BreakpointAt}) {
         table->hideColumn(column);
     }
+    table->header()->setStretchLastSection(false);
     auto* const bars = new ProgressDelegate(accepted, table);
     for (int column = MissionModel::MissionRow; column <= MissionModel::Messages; ++column) {
         table->setItemDelegateForColumn(column, bars);
+        table->header()->setSectionResizeMode(column, QHeaderView::Stretch);
     }
     return table;
 }

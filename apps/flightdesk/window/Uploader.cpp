@@ -56,6 +56,12 @@ void Uploader::stop()
     setState(State::Off);
 }
 
+void Uploader::leaveProject()
+{
+    stop();
+    m_looked = false;
+}
+
 void Uploader::pause()
 {
     if (m_state == State::Running) {
@@ -127,6 +133,7 @@ void Uploader::pointAtMission(const ProjectTotals& totals)
 void Uploader::look(bool network)
 {
     m_network = network;
+    m_looked = true;
     const ProjectTotals totals = m_missions.totals(m_easyFly);
     if (totals.marked > m_marked) {
         m_pipeline.noteMarked();
@@ -206,6 +213,9 @@ QString Uploader::text() const
         return tr("Paused. ") + waiting;
     case State::Running:
         break;
+    }
+    if (!m_looked) {
+        return tr("Looking through the project's files.");
     }
     if (totals.waiting == 0) {
         return tr("Everything is uploaded.");

@@ -34,6 +34,8 @@ public slots:
     /// Begins anew, with the server and the user that are set now.
     void start();
     void stop();
+    /// Stops; what the missions show is about to change altogether.
+    void leaveProject();
     void pause();
     void resume();
     /// Has the operator end its round after the batch in flight and begin a new one.
@@ -67,6 +69,7 @@ private:
     State m_state = State::Off;
     bool m_easyFly = false;
     bool m_network = true;
+    bool m_looked = false; ///< since the project was opened
     bool m_moved = false; ///< since the upload was resumed
     int m_interval = 3000;
     qint64 m_marked = 0;

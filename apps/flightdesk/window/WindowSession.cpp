@@ -49,7 +49,7 @@ QString WindowSession::openProject(const QString& path, bool make)
     if (!project) {
         return error;
     }
-    m_uploader.stop();
+    m_uploader.leaveProject();
     stopWatch();
     QCoreApplication::removePostedEvents(&m_missions); // the old project's missions, still on their way
     m_project = project;

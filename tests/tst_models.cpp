@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include "BreakpointKeeper.h"
+#include "FlightSimulator.h"
+#include "FlightTrack.h"
+#include "LogModel.h"
+#include "MissionModel.h"
+#include "PacedSource.h"
+#include "support/Rows.h"
+#include "support/TestProject.h"
+#include "UploadPipeline.h"
+
+class TestModels : public QObject
+{
+    Q_OBJECT
+
+private:
+    static QString shown(const QAbstractItemModel& model, int row, int column)
+    {
+        return model.index(row, column).data().toString();
+    }
+
+private slots:
+    void showsMissionsAsTheirFilesAre()
+    {
+        const FlightProject project(3, 2, 4);
+        QVERIFY(project.run("UPDATE flight_mission SET name = 'n', started_at = '2024-01-01T08:00:00.000Z', "
+                            "break_point_lng = '8.500000', break_point_lat = '47.000000'",
+                            "UPDATE uas_status SET time = '2024-01-01T09:01:02.500Z'",
+                            "UPDATE pos_data SET is_uploaded = 1, created_at = '2000-01-01 00:00:00.000'",
+                            "UPDATE flight_monitor_detail_log SET created_at = '2020-01-01 00:00:00.000'"));
+        const QString broken = project.file("broken/flight.kv", QByteArray(5000, 'x'));
+        MissionModel model;
+        model.update({MissionsOfFile::read(broken), MissionsOfFile::read(project.db)});
+        QStringList row;
+        for (int column = MissionModel::Start; column < MissionModel::ColumnCount; ++column) {
+            row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
+        }
+        QCOMPARE(row.join('|'),
+                 QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0 at 8.500000, 47.000000"));
+        const int years = shown(model, 1, MissionModel::Oldest).section(' ', 0, 0).toInt() / 365;
+        QCOMPARE(years, QDate(2020, 1, 1).daysTo(QDate::currentDate()) / 365);
+        QCOMPARE(shown(model, 0, MissionModel::Mission), QString("locked, or no mission file"));
+        QCOMPARE(model.totals(false).waiting, qint64(7));
+        QCOMPARE(model.totals(false).file, project.db);
+        QCOMPARE(model.totals(true).waiting, qint64(0));
+    }
+    void keepsRowsApartWhenFilesComeAndGo()
+    {
+        MissionModel model;
+        const MissionProxy waited(&model, true, nullptr);
+        const auto file = [](const QString& name, QStringList ids, qint64 waiting) {
+            MissionsOfFile result{name, {}};
+            for (const QString& id : ids) {
+                MissionRecord mission;
+                mission.file = name;
+                mission.id = id;
+                mission.kinds = {{"pos_data", 9, 0, 9 - waiting, waiting}};
+                result.missions.append(mission);
+            }
+            return result;
+        };
+        const auto ids = [&model] {
+            QString all;
+            for (int row = 0; row < model.rowCount(); ++row) {
+                all += shown(model, row, MissionModel::Mission);
+            }
+            return all;
+        };
+        model.update({file("a.kv", {"1", "2", "3"}, 0), file("b.kv", {"4"}, 5), file("c.kv", {"5"}, 0)});
+        QCOMPARE(waited.rowCount(), 1);
+        model.update({file("a.kv", {"2"}, 0), file("b.kv", {"4", "6"}, 0)});
+        QCOMPARE(ids(), QString("2456"));
+        QCOMPARE(waited.rowCount(), 1); // mission 4 stays, with its bars full
+        model.remove({"b.kv"});
+        model.update({file("c.kv", {"7"}, 1)});
+        QCOMPARE(ids(), QString("27"));
+        QCOMPARE(model.totals(false).mission, QString("7"));
+        QCOMPARE(model.fileOf("7"), QString("c.kv"));
+    }
+    void agesAndDurations_data() { addRows(); }
+    void agesAndDurations()
+    {
+        QCOMPARE(MissionModel::ageText(cell("seconds").toLongLong()), cell("age"));
+        QCOMPARE(MissionModel::durationText(cell("seconds").toLongLong()), cell("duration"));
+    }
+    void keepsTheLatestLogLines()
+    {
+        LogModel model;
+        LogFilter filter(&model, nullptr);
+        const int lines = LogModel::MostLines + 5000;
+        for (int i = 0; i < lines; ++i) {
+            model.append(QString("line %1 ").arg(i) + QString(i % 2 ? 5000 : 0, 'x'), i % 5);
+        }
+        QTRY_VERIFY(model.rowCount() > 0);
+        model.append("last", 4);
+        QTRY_COMPARE(shown(model, model.rowCount() - 1, LogModel::Text), QString("last"));
+        QVERIFY(model.rowCount() <= LogModel::MostLines);
+        QVERIFY(shown(model, 1, LogModel::Text).size() < LogModel::LongestLine + 10);
+        filter.setLeast(3);
+        filter.setFilterFixedString("LINE 2499");
+        QStringList left;
+        for (int row = 0; row < filter.rowCount(); ++row) {
+            left.append(shown(filter, row, LogModel::Text).section(' ', 1, 1));
+        }
+        QCOMPARE(left.join(' '), QString("24993 24994 24998 24999"));
+    }
+    void tellsWhatTheUploadDoes_data() { addRows(); }
+    void tellsWhatTheUploadDoes()
+    {
+        UploadPipeline pipeline;
+        for (const QString& line : cell("lines").split(" / ")) {
+            if (line.startsWith("batch ")) {
+                pipeline.noteBatch(line.mid(6));
+            } else {
+                pipeline.readLine(line, 1000);
+            }
+        }
+        QCOMPARE(pipeline.text(2500, 3000, [](const QString& id) { return "<" + id + ">"; }), cell("words"));
+    }
+    void storesBreakpointsAgain_data() { addRows(); }
+    void storesBreakpointsAgain()
+    {
+        // p: the mission's row is posted, a: accepted, f: failed; o: another one's; b: its breakpoint stored.
+        const QMap<QChar, QString> lines{
+            {'p', "CKvFlightDataDbOperator::_postFlightMission Start upload flight mission,id = m"},
+            {'o', "CKvFlightDataDbOperator::_postFlightMission Start upload flight mission,id = other"},
+            {'a', "CKvFlightDataDbOperator::slotUploadMissionFinished Upload flight mission success,id = m"},
+            {'f', "CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed 690"}};
+        BreakpointKeeper keeper;
+        const QString seen = cell("seen");
+        QString again = "never";
+        for (int at = 0; at < seen.size(); ++at) {
+            const auto scope = connect(&keeper, &BreakpointKeeper::storeAgain,
+                                       [&](const RecordedFlight&) { again = QString::number(at); });
+            if (seen[at] == 'b') {
+                RecordedFlight flight;
+                flight.missionId = "m";
+                flight.interruption = Interruption{"still armed", Breakpoint()};
+                keeper.noteRecorded(flight);
+            } else {
+                keeper.readLine(lines[seen[at]]);
+            }
+            disconnect(scope);
+        }
+        QCOMPARE(again, cell("again"));
+    }
+    void boundsAnyFlight()
+    {
+        FlightTrack track;
+        for (int i = 0; i < 100000; ++i) {
+            FlightSample sample;
+            sample.seconds = i;
+            sample.lng = i < 3 ? FlightSample::Unknown : 8 + i * 1e-7;
+            sample.lat = 60;
+            sample.height = i;
+            track.add({sample});
+        }
+        QVERIFY(track.samples().size() <= FlightTrack::MostSamples);
+        QVERIFY(track.samples().size() > FlightTrack::MostSamples / 3);
+        const QVector<QPointF> height = track.over(&FlightSample::height);
+        QVERIFY(height.first().y() < 500 && height.last().y() > 99000);
+        QVERIFY(qAbs(track.path().last().x() - 0.01 * 111319.5 / 2) < 5); // a degree is half as wide there
+        QVERIFY(track.over(&FlightSample::volts).isEmpty());
+    }
+    void replaysAtAPace()
+    {
+        for (const double speed : {0.0, 200.0}) {
+            FlightSimulator flight(1, 0, 1);
+            const std::atomic_bool never{false};
+            QVector<FlightSample> samples;
+            PacedSource paced(flight, speed, never,
+                              [&](const QVector<FlightSample>& some) { samples += some; });
+            QElapsedTimer clock;
+            clock.start();
+            TelemetryFrame frame;
+            while (paced.next(&frame)) {
+            }
+            QVERIFY(speed == 0 || clock.elapsed() >= 290); // one minute, two hundred times as fast
+            QVERIFY(samples.size() > 200);
+            QVERIFY(samples.last().seconds > 59 && samples.last().volts > 9);
+        }
+    }
+    void endsWhenCancelled()
+    {
+        FlightSimulator flight(1, 0, 600);
+        std::atomic_bool cancelled{false};
+        PacedSource paced(flight, 1, cancelled, [&](const QVector<FlightSample>&) { cancelled = true; });
+        TelemetryFrame frame;
+        while (paced.next(&frame)) {
+        }
+        QVERIFY(paced.position() < paced.size() / 100);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestModels)
+#include "tst_models.moc"

@@ -1,0 +1,390 @@
+// SPDX-License-Identifier: MIT
+#include "Commands.h"
+#include "DownloadPage.h"
+#include "FlightSimulator.h"
+#include "MainWindow.h"
+#include "Plot.h"
+#include "ProjectPage.h"
+#include "RecordPage.h"
+#include "support/Rows.h"
+#include "support/ScriptedServer.h"
+#include "support/TestProject.h"
+#include "UploadPage.h"
+
+#include <QtWidgets/QtWidgets>
+
+namespace
+{
+constexpr int Long = 30000; // milliseconds, for what takes the operator's own waits
+
+/// The frames of a flight that breaks off in the air, as a telemetry log.
+QByteArray interruptedLog()
+{
+    FlightSimulator flight(4, 0, 2, true);
+    QByteArray log;
+    for (TelemetryFrame frame; flight.next(&frame);) {
+        QByteArray stamp(8, '\0');
+        qToBigEndian(quint64(frame.usec), stamp.data());
+        log += stamp + frame.bytes;
+    }
+    return log;
+}
+
+/// A window on a project of its own, worked with mouse and keys.
+struct Desk {
+    explicit Desk(const TestProject& itsProject) : project(itsProject)
+    {
+        window.resize(1280, 800);
+        window.show();
+        QApplication::setActiveWindow(&window); // no window manager does it
+        window.projectPage()->open(project.path("project"), true);
+    }
+    bool isShown() { return QTest::qWaitForWindowExposed(&window); }
+
+    QString file() const
+    {
+        QDirIterator files(project.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+        return files.hasNext() ? files.next() : QString();
+    }
+    int waiting(const QString& table) const { return TestProject::waiting(file(), table); }
+    QStringList ids() const
+    {
+        QStringList all;
+        for (const QString& table : MissionFormat::flight().uploadKinds) {
+            all += QVariant(TestProject::values(file(), "SELECT id FROM " + table)).toStringList();
+        }
+        all.sort();
+        return all;
+    }
+
+    /// The widget that a label's or a button's text is about, on the page that is seen.
+    template<class Widget>
+    Widget* find(const QString& text) const
+    {
+        for (auto* widget : window.findChildren<Widget*>()) {
+            const QVariant own = widget->property("text");
+            if (widget->isVisible() &&
+                (own.toString().remove('&') == text || widget->accessibleName() == text)) {
+                return widget;
+            }
+        }
+        for (auto* label : window.findChildren<QLabel*>()) {
+            if (label->isVisible() && label->text().remove('&') == text + ':') {
+                return qobject_cast<Widget*>(label->buddy());
+            }
+        }
+        return nullptr;
+    }
+    void click(const QString& button) const
+    {
+        auto* const widget = find<QAbstractButton>(button);
+        QVERIFY2(widget && widget->isEnabled(), qPrintable(button));
+        QTest::mouseClick(widget, Qt::LeftButton);
+    }
+    void press(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &window, Qt::Key(key),
+                        modifiers);
+    }
+    void goTo(int page)
+    {
+        press(Qt::Key_0 + page, Qt::ControlModifier);
+        QTRY_COMPARE(window.tabs()->currentIndex(), page - 1);
+    }
+    void type(const QString& field, const QString& text) const
+    {
+        auto* const edit = find<QLineEdit>(field);
+        QVERIFY2(edit, qPrintable(field));
+        QTest::mouseClick(edit, Qt::LeftButton);
+        edit->selectAll();
+        QTest::keyClicks(edit, text);
+    }
+    void signIn(const QString& server, const QString& token)
+    {
+        goTo(3);
+        type("Server", server);
+        press(Qt::Key_Tab);
+        QTest::keyClicks(QApplication::focusWidget(), token);
+        press(Qt::Key_Return);
+        auto* const interval = find<QSpinBox>("Retry after");
+        interval->setValue(1);
+    }
+    void drop(const QString& path)
+    {
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile(path)});
+        QWidget* const page = window.recordPage();
+        QDragEnterEvent enter(page->rect().center(), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QVERIFY(QApplication::sendEvent(page, &enter) && enter.isAccepted());
+        QDropEvent drop(page->rect().center(), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(page, &drop);
+    }
+    void record(const QByteArray& log)
+    {
+        goTo(2);
+        QTest::keyClicks(find<QComboBox>("Speed"), "as");
+        drop(project.file("flight.tlog", log));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            window.session().flights()->rowCount() == 1 && !window.session().flights()->isRunning(0), Long);
+    }
+    QString said() const { return const_cast<MainWindow&>(window).session().uploader()->text(); }
+
+    const TestProject& project;
+    MainWindow window{QString()};
+};
+
+/// What a server has accepted from whoever had the right token.
+struct Account : ScriptedServer {
+    explicit Account(const QByteArray& rightToken) : token(rightToken)
+    {
+        script = [this](const SRequest& request) {
+            if (!trouble.isEmpty()) {
+                return reply(trouble);
+            }
+            if (request.headers["token"] != token) {
+                return reply(R"(200 {"status":403,"message":"who are you"})");
+            }
+            if (holdLog && request.path == "/flight/detailupload") {
+                held = true;
+                return SReply();
+            }
+            accept(request);
+            return accepted();
+        };
+    }
+    void accept(const SRequest& request)
+    {
+        for (const QString& id : request.ids()) {
+            ids.insert(id);
+        }
+        last = request.path;
+    }
+    QStringList all() const
+    {
+        QStringList sorted = ids.values();
+        sorted.sort();
+        return sorted;
+    }
+    QByteArray token;
+    QString trouble; ///< every reply
+    bool holdLog = false;
+    bool held = false;
+    QByteArray last;
+    QSet<QString> ids;
+};
+} // namespace
+
+class TestWindow : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        QApplication::setStyle("fusion");
+        initFlightdeskResources();
+    }
+
+    void opensAndSaysWhatIsWrong()
+    {
+        const TestProject project;
+        Desk desk(project);
+        QVERIFY(desk.isShown());
+        desk.goTo(3);
+        desk.type("Server", "fly.example");
+        desk.press(Qt::Key_Return);
+        QVERIFY(desk.find<QLabel>("Enter the token that the server has given you."));
+        desk.signIn("fly.example", "t");
+        QVERIFY(desk.find<QLabel>("Enter the server's address, as in https://fly.example."));
+        desk.goTo(4);
+        desk.click("Download");
+        QVERIFY(desk.find<QLabel>("Enter an address that begins with http:// or https://."));
+    }
+
+    /// With Tab alone every button and field of every page is reached.
+    void keyboardReachesEverything()
+    {
+        const TestProject project;
+        Desk desk(project);
+        QVERIFY(desk.isShown());
+        for (int page = 1; page <= 5; ++page) {
+            desk.goTo(page);
+            QSet<QWidget*> reached;
+            for (int i = 0; i < 40; ++i) {
+                desk.press(Qt::Key_Tab);
+                reached.insert(QApplication::focusWidget());
+            }
+            for (auto* widget : desk.window.tabs()->currentWidget()->findChildren<QWidget*>()) {
+                const bool wanted = widget->isVisible() && widget->isEnabled() &&
+                                    (widget->focusPolicy() & Qt::TabFocus) && !widget->focusProxy() &&
+                                    widget->parentWidget()->focusProxy() != widget;
+                QVERIFY2(!wanted || reached.contains(widget), widget->metaObject()->className());
+            }
+        }
+    }
+
+    /// A day in the field: the flight breaks off, the server breaks and recovers, the token runs out.
+    void recordsAndUploads()
+    {
+        const TestProject project;
+        Desk desk(project);
+        Account server("first");
+        QVERIFY(desk.isShown());
+        desk.record(interruptedLog());
+        const auto breakpoint = desk.window.session().flights()->breakpoint(0);
+        QVERIFY(breakpoint);
+        auto* const track = desk.window.findChild<TrackPlot*>();
+        QTRY_VERIFY(qAbs(track->scale().x() / track->scale().y() - 1) < 0.01);
+        QVERIFY(track->scale().x() < 1); // the circle of 80 m fills the plot
+
+        server.trouble = "slam";
+        desk.signIn(server.url(), "first");
+        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: no usable answer"), qPrintable(desk.said()),
+                                  9000);
+        server.trouble.clear();
+        server.holdLog = true;
+        QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
+        QTRY_VERIFY(desk.said().startsWith("Sending log rows of flight"));
+        server.token = "second";
+        server.holdLog = false;
+        server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":0}").wire);
+        server.accept(server.requests.last());
+        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Enter token"), Long);
+        desk.goTo(1);
+        desk.click("Enter token");
+        QTRY_COMPARE(desk.window.tabs()->currentIndex(), 2);
+        QCOMPARE(QApplication::focusWidget(), desk.find<QLineEdit>("Token"));
+        QTest::keyClicks(QApplication::focusWidget(), "second");
+        desk.press(Qt::Key_Return);
+        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
+        QCOMPARE(server.all(), desk.ids());
+        for (const SRequest& request : server.requests) {
+            if (request.path == "/flight/upload") {
+                QCOMPARE(request.records().first().toObject()["break_point_lng"].toString(),
+                         QString::number(breakpoint->lng, 'f', 6));
+            }
+        }
+    }
+
+    void pauses_data() { addRows(); }
+    void pauses()
+    {
+        const TestProject project;
+        Desk desk(project);
+        Account server("t");
+        server.holdLog = true;
+        QVERIFY(desk.isShown());
+        desk.record(interruptedLog());
+        desk.signIn(server.url(), "t");
+        QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
+        const int waiting = desk.waiting("flight_monitor_detail_log");
+        desk.click("Pause");
+        const auto answer = [&] {
+            server.holdLog = false;
+            if (cell("answer") == "accepted") {
+                server.accept(server.requests.last());
+                server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":0}").wire);
+            } else {
+                server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":9}").wire);
+            }
+        };
+        if (cell("when") == "paused") {
+            const int requests = server.requests.size();
+            answer();
+            QTest::qWait(2500); // two intervals, in which nothing may come
+            QCOMPARE(server.requests.size(), requests);
+            QCOMPARE(desk.waiting("flight_monitor_detail_log"), waiting);
+            QVERIFY(desk.said().startsWith("Paused."));
+        }
+        desk.click("Start");
+        if (cell("when") == "resumed") {
+            answer();
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
+        QCOMPARE(server.all(), desk.ids());
+    }
+
+    /// The window closes while it records and uploads: what was received is in the file, whole, and goes
+    /// with the next window.
+    void closesInTheMiddle()
+    {
+        Account server("t");
+        const TestProject project;
+        auto desk = std::make_unique<Desk>(project);
+        QVERIFY(desk->isShown());
+        desk->signIn(server.url(), "t");
+        desk->goTo(2);
+        desk->click("Simulate"); // at ten times its speed
+        QTRY_VERIFY_WITH_TIMEOUT(server.last == "/flight/detailupload", Long);
+        desk->window.close();
+        desk.reset();
+        desk = std::make_unique<Desk>(project);
+        QVERIFY(desk->isShown());
+        QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"),
+                 QString("interrupted"));
+        QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
+        desk->signIn(server.url(), "t");
+        QTRY_COMPARE_WITH_TIMEOUT(desk->said(), QString("Everything is uploaded."), Long);
+        QCOMPARE(server.all(), desk->ids());
+    }
+
+    void downloads()
+    {
+        ScriptedServer server;
+        server.script = [](const SRequest& request) {
+            return request.path == "/gone.bin"   ? ScriptedServer::reply("404 gone")
+                   : request.path == "/slow.bin" ? ScriptedServer::file("begun", 1000000)
+                                                 : ScriptedServer::file(QByteArray(300000, 'f'));
+        };
+        const TestProject project;
+        Desk desk(project);
+        QVERIFY(desk.isShown());
+        desk.goTo(4);
+        for (const auto way : {FileDownload::Way::Direct, FileDownload::Way::Program}) {
+            DownloadPanel* const panel = desk.window.downloadPage()->panel(way);
+            const auto says = [panel](const QString& text) {
+                const auto labels = panel->findChildren<QLabel*>();
+                return std::any_of(labels.begin(), labels.end(),
+                                   [&](QLabel* l) { return l->text().startsWith(text); });
+            };
+            const QString to = project.path("fetched.bin");
+            panel->start(server.url() + "/gone.bin", to);
+            QTRY_VERIFY_WITH_TIMEOUT(says("Failed: "), Long);
+            panel->start(server.url() + "/slow.bin", to);
+            QTRY_COMPARE(server.requests.last().path, QByteArray("/slow.bin"));
+            QTest::mouseClick(panel->findChild<QPushButton*>("stop"), Qt::LeftButton);
+            QTRY_VERIFY_WITH_TIMEOUT(says("Failed: stopped"), Long);
+            QVERIFY(!QFile::exists(to));
+            panel->start(server.url() + "/file.bin", to);
+            QTRY_VERIFY_WITH_TIMEOUT(says("Done: 300,000 bytes"), Long);
+            QVERIFY(QFile::remove(to));
+        }
+    }
+
+    /// Not a check but a figure: run with KV_ROWS=100000 and the release preset.
+    void longestPause()
+    {
+        const TestProject project;
+        const int rows = qMax(2000, qEnvironmentVariableIntValue("KV_ROWS"));
+        TestProject::addMission(project.missionFile("project/old/flight.kv"), "m", 1000, 1000, rows);
+        QProcess server;
+        server.start(QCoreApplication::applicationDirPath() + "/flightserver", QStringList());
+        QVERIFY(server.waitForReadyRead());
+        Desk desk(project);
+        QVERIFY(desk.isShown());
+        desk.goTo(2);
+        desk.click("Simulate"); // at ten times its speed
+        desk.window.uploadPage()->setServer(server.readAll().simplified().split(' ').last());
+        desk.window.uploadPage()->signIn("t");
+        desk.window.gaps().restart();
+        MissionModel& missions = *desk.window.session().missions();
+        QTRY_VERIFY_WITH_TIMEOUT(missions.totals(false).marked > rows, 300000);
+        QTest::setBenchmarkResult(desk.window.gaps().longestMilliseconds(), QTest::WalltimeMilliseconds);
+        server.terminate();
+        QVERIFY(server.waitForFinished());
+    }
+};
+
+QTEST_MAIN(TestWindow)
+#include "tst_window.moc"
