@@ -368,6 +368,10 @@ private slots:
         const TestProject project;
         const int rows = qMax(2000, qEnvironmentVariableIntValue("KV_ROWS"));
         TestProject::addMission(project.missionFile("project/old/flight.kv"), "m", 1000, 1000, rows);
+        for (int i = qEnvironmentVariableIntValue("KV_FILES"); i > 0; --i) {
+            const QString id = QString("m%1").arg(i);
+            TestProject::addMission(project.missionFile("project/" + id + "/flight.kv"), id, 5, 5, 5);
+        }
         QProcess server;
         server.start(QCoreApplication::applicationDirPath() + "/flightserver", QStringList());
         QVERIFY(server.waitForReadyRead());

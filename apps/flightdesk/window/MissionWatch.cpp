@@ -11,7 +11,7 @@
 namespace
 {
 constexpr int Pause = 700;      // milliseconds between two looks
-constexpr int FilesAtOnce = 50; // so that the first ones of a large project show at once
+constexpr int FilesAtOnce = 10; // a table takes no more in one go without holding up the window
 constexpr int StampSeconds = 2; // a file's time stamp may stand still for that long while the file changes
 
 bool isEnding()

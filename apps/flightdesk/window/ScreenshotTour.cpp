@@ -105,7 +105,8 @@ bool savePictures(MainWindow& window, const QString& folder)
             window.resize(size);
             for (int page = 0; page < window.tabs()->count(); ++page) {
                 window.tabs()->setCurrentIndex(page);
-                waitFor([] { return false; }, 300); // until the page is laid out and drawn
+                window.gaps().restart();             // saving a picture takes its time
+                waitFor([] { return false; }, 1200); // until the page is drawn and has new figures
                 const QString name = QStringLiteral("%1-%2-%3x%4.png")
                                          .arg(window.tabs()->tabText(page).toLower(),
                                               dark ? QStringLiteral("dark") : QStringLiteral("light"))

@@ -63,6 +63,7 @@ int showWindow(const QString& project, const QString& server)
         window.projectPage()->open(folder, !project.isEmpty());
     }
     const QString token = qEnvironmentVariable("KV_TOKEN");
+    qunsetenv("KV_TOKEN"); // no child process needs it
     if (!token.isEmpty() && window.session().hasProject()) {
         window.uploadPage()->signIn(token);
     }
