@@ -28,7 +28,7 @@ const QList<SRequestKind> Kinds = {
 struct SCase {
     int kind = 0;
     QString file;
-    std::unique_ptr<Uploader> uploader;
+    std::unique_ptr<ArmedHost> uploader;
     bool failed = false;
     bool wrong = false; ///< something else was marked than what had been accepted
     QHash<QByteArray, int> asked;
@@ -84,7 +84,7 @@ private:
         c.file = project.missionFile(QString("%1/flight.kv").arg(kind));
         TestProject::addMission(c.file, "m1", 3, 2, 1100);
         const EUploadEnv env = c.isVideo() ? EUploadEnv::CurrentMissionLog : EUploadEnv::OncePerRequest;
-        c.uploader = std::make_unique<Uploader>(env, c.file, token);
+        c.uploader = std::make_unique<ArmedHost>(env, c.file, token);
         if (c.isVideo()) {
             TestProject::run(c.file, {"INSERT INTO flight_video_mission(id) VALUES('m1')"});
             c.uploader->op.SetFilghtMissionID("m1");

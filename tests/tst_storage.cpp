@@ -133,7 +133,7 @@ private:
         };
     }
     /// A pass until its end, or until nothing has happened for so long.
-    void pass(Uploader& uploader, int patience)
+    void pass(ArmedHost& uploader, int patience)
     {
         QEventLoop loop;
         QTimer quiet;
@@ -147,7 +147,7 @@ private:
     /// Uploads; all is sent within two passes once the disk is well again.
     void upload(const QString& file)
     {
-        Uploader uploader(EUploadEnv::OncePerRequest, file);
+        ArmedHost uploader(EUploadEnv::OncePerRequest, file);
         pass(uploader, 30);
         {
             const FaultVfs::Pause pause;
@@ -237,7 +237,7 @@ private slots:
             }
             flight.end();
             {
-                Uploader uploader(EUploadEnv::OncePerRequest, flight.file);
+                ArmedHost uploader(EUploadEnv::OncePerRequest, flight.file);
                 pass(uploader, 30);
             }
             failures = disk.failures();

@@ -92,7 +92,7 @@ private slots:
         } else {
             thread->start();
         }
-        Uploader uploader(EUploadEnv::OncePerRequest, project.db);
+        ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
         const auto pass = [&] {
             uploader.rearm(project.db);
             emit uploader.slotStartUpload();

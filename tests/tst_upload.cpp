@@ -40,7 +40,7 @@ private slots:
         const FlightProject project(1200, 3, 2500);
         const QString second = project.missionFile("m2/flight.kv");
         TestProject::addMission(second, "m2", 0, 0, 1);
-        Uploader uploader(EUploadEnv::WholeProject);
+        ArmedHost uploader(EUploadEnv::WholeProject);
         emit uploader.slotStartUpload();
         QTRY_COMPARE_WITH_TIMEOUT(TestProject::waiting(project.db) + TestProject::waiting(second), 0, 20000);
         QCOMPARE(uploader.missions.count(), 2);
@@ -83,7 +83,7 @@ private slots:
                                 "UPDATE " + Tables[i] + " SET " + set.join(',')));
         }
         QVERIFY(project.run("UPDATE " + Log + " SET message = x'" + bytes.toHex() + "'"));
-        Uploader uploader(EUploadEnv::OncePerRequest, project.db);
+        ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
         emit uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), 4);
         for (int i = 0; i < Tables.size(); ++i) {
@@ -109,7 +109,7 @@ private slots:
         TestProject::addMission(project.missionFile("m2/flight.kv"), "c", 0, 1, 0);
         QVERIFY(project.run("UPDATE flight_mission SET is_uploaded = 1 WHERE id IN('b', 'done')"));
         const auto env = static_cast<EUploadEnv>(cell("env").toInt());
-        Uploader uploader(env, project.db);
+        ArmedHost uploader(env, project.db);
         uploader.op.SetFilghtMissionID(cell("current"));
         emit uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), cell("requests").toInt());
@@ -140,7 +140,7 @@ private slots:
                                     "(id, flight_mission_id, is_uploaded) VALUES(NULL, 'm1', NULL), "
                                     "(7, 'm1', '0'), ('8.50', 'm1', 0.0)"));
         }
-        Uploader uploader(EUploadEnv::OncePerRequest, project.db);
+        ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
         emit uploader.slotStartUpload();
         QTRY_COMPARE(uploader.finished.count(), 1);
         QCOMPARE(TestProject::waiting(project.db), 0);
@@ -160,7 +160,7 @@ private slots:
             }
             return ScriptedServer::accepted();
         };
-        Uploader uploader(EUploadEnv::WholeProject);
+        ArmedHost uploader(EUploadEnv::WholeProject);
         emit uploader.slotStartUpload();
         QTRY_COMPARE(m_server->paths().count("/flight/posupload"), 1);
         QTRY_COMPARE(project.text("SELECT id FROM pos_data WHERE is_uploaded = 0"), QString("late"));
@@ -176,7 +176,7 @@ private slots:
             QVERIFY(project.run("CREATE TRIGGER no_" + table + " BEFORE UPDATE ON " + table +
                                 " BEGIN SELECT RAISE(FAIL, 'read-only'); END"));
         }
-        Uploader uploader(EUploadEnv::WholeProject);
+        ArmedHost uploader(EUploadEnv::WholeProject);
         emit uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), 3);
         QCOMPARE(TestProject::waiting(project.db), 5);
@@ -194,12 +194,12 @@ private slots:
                                                             : ScriptedServer::accepted();
         };
         {
-            Uploader uploader(EUploadEnv::WholeProject, {}, "");
+            ArmedHost uploader(EUploadEnv::WholeProject, {}, "");
             emit uploader.slotStartUpload();
             QTRY_COMPARE(m_server->requests.size(), 2); // tries again after the interval
             QCOMPARE(TestProject::waiting(project.db), 1);
         }
-        Uploader uploader(EUploadEnv::WholeProject); // a new token takes a new operator
+        ArmedHost uploader(EUploadEnv::WholeProject); // a new token takes a new operator
         emit uploader.slotStartUpload();
         QTRY_COMPARE(TestProject::waiting(project.db), 0);
     }
@@ -212,7 +212,7 @@ private slots:
     {
         const FlightProject project(0, 1, 1);
         QVERIFY(project.run("INSERT INTO flight_video_mission(id, name) VALUES('m1', 'a+b')"));
-        Uploader uploader(EUploadEnv::CurrentMissionLog, project.db);
+        ArmedHost uploader(EUploadEnv::CurrentMissionLog, project.db);
         uploader.op.SetFlightModeEasyFly(cell("mode") != "other mode");
         uploader.op.SetFilghtMissionID(cell("current"));
         const auto tick = [&](const QString& expected) {
@@ -238,7 +238,7 @@ private slots:
     void networkDown()
     {
         const FlightProject project(0, 0, 1);
-        Uploader uploader(EUploadEnv::WholeProject);
+        ArmedHost uploader(EUploadEnv::WholeProject);
         control()->SetNetWorkConnected(false);
         emit uploader.slotCheckNewData(); // the timer ticks every 10 ms from here on
         QTest::qWait(200);
@@ -250,7 +250,7 @@ private slots:
     void pauseAndResume()
     {
         const FlightProject project(0, 0, 1500);
-        Uploader uploader(EUploadEnv::WholeProject);
+        ArmedHost uploader(EUploadEnv::WholeProject);
         m_server->script = [&](const SRequest&) {
             if (m_server->requests.size() == 2) { // the first part of the log
                 emit uploader.slotStartUploadTimer(false);
@@ -270,7 +270,7 @@ private slots:
     void resetFlow()
     {
         const FlightProject project(0, 0, 2500);
-        Uploader uploader(EUploadEnv::WholeProject);
+        ArmedHost uploader(EUploadEnv::WholeProject);
         connect(&uploader.op, &CKvFlightDataDbOperator::UpLoading, this, [&] {
             if (uploader.uploading.count() == 1) {
                 uploader.op.slotResetUploadFlow();
@@ -288,7 +288,7 @@ private slots:
     void deadEnds()
     {
         const FlightProject project(0, 0, 1);
-        Uploader uploader(EUploadEnv::OncePerRequest, project.db);
+        ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
         emit uploader.slotStartUploadTimer(false);
         QTest::ignoreMessage(QtDebugMsg, "Data base not open ");
         emit uploader.slotStartUpload();
@@ -312,7 +312,7 @@ private slots:
         int before = 0;
         int after = -1;
         onSmallStack([&] {
-            Uploader uploader(EUploadEnv::WholeProject);
+            ArmedHost uploader(EUploadEnv::WholeProject);
             before = openFiles();
             emit uploader.slotStartUpload();
             after = openFiles();
@@ -336,7 +336,7 @@ private slots:
             return ScriptedServer::reply("200 {\"status\":5}");
         };
         onSmallStack([&] {
-            Uploader uploader(EUploadEnv::OncePerRequest, project.db);
+            ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
             QEventLoop loop;
             connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, &loop, &QEventLoop::quit);
             emit uploader.slotStartUpload();
@@ -371,7 +371,7 @@ private slots:
         const auto upload = [&project] {
             QVERIFY(project.run("DELETE FROM flight_mission", "DELETE FROM pos_data"));
             TestProject::addMission(project.db, "m1", 2, 0, 0);
-            Uploader uploader(EUploadEnv::OncePerRequest, project.db);
+            ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
             emit uploader.slotStartUpload();
             QTRY_COMPARE(uploader.finished.count(), 1);
             uploader.op.slotResetUploadFlow();

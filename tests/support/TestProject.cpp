@@ -14,7 +14,7 @@ Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
     }
 }
 
-Uploader::Uploader(EUploadEnv env, const QString& file, const QByteArray& token)
+ArmedHost::ArmedHost(EUploadEnv env, const QString& file, const QByteArray& token)
     : Host(env, file)
     , uploading(&op, SIGNAL(UpLoading(QString, QString)))
     , finished(&op, SIGNAL(UploadFinished(QString, QString)))
@@ -28,7 +28,7 @@ Uploader::Uploader(EUploadEnv env, const QString& file, const QByteArray& token)
     op.SetStartTimeInterval(10);
 }
 
-void Uploader::rearm(const QString& file)
+void ArmedHost::rearm(const QString& file)
 {
     op.SetFlightMissionFilePath(file);
     emit slotStartUploadTimer(true);

@@ -30,8 +30,8 @@ signals:
 };
 
 /// An uploader that is armed with a token; ticks are given by hand or by its timer.
-struct Uploader : Host {
-    explicit Uploader(EUploadEnv env, const QString& file = {}, const QByteArray& token = "token");
+struct ArmedHost : Host {
+    explicit ArmedHost(EUploadEnv env, const QString& file = {}, const QByteArray& token = "token");
     /// The way out after a pause or the end of a pass, where the file is closed.
     void rearm(const QString& file);
 
