@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "Host.h"
+
+#include "KvAlgorthm.h"
+#include "KvData.h"
+#include "MissionFile.h"
+#include "Report.h"
+
+#include <QEventLoop>
+#include <QTimer>
+
+namespace
+{
+
+constexpr int kPatienceMs = 300000;
+
+EUploadEnv inProject(const QTemporaryDir& project, EUploadEnv env)
+{
+    setProject(project.path());
+    return env;
+}
+
+} // namespace
+
+Host::Host(EUploadEnv env, const QString& file) : op(nullptr, inProject(m_project, env))
+{
+    connect(this, SIGNAL(message(QByteArray)), &op, SLOT(slotWriteFlightMonitor(QByteArray)));
+    connect(this, SIGNAL(positions(QJsonArray, QString, QString)), &op,
+            SLOT(slotParseJson(QJsonArray, QString, QString)));
+    connect(this, SIGNAL(signedIn()), &op, SLOT(slotCheckNewData()));
+    connect(this, SIGNAL(tick()), &op, SLOT(slotStartUpload()));
+    if (!file.isEmpty())
+        op.SetFlightMissionFilePath(file);
+}
+
+void Host::drain()
+{
+    QEventLoop loop;
+    bool finished = false;
+    const auto finish = [&loop, &finished] {
+        finished = true;
+        loop.quit();
+    };
+    connect(&op, &CKvFlightDataDbOperator::UploadFinished, &loop, finish);
+    QTimer::singleShot(kPatienceMs, &loop, &QEventLoop::quit);
+    emit signedIn();
+    emit tick();
+    if (!finished)
+        loop.exec();
+    require(finished, "the upload does not end");
+}
+
+void setProject(const QString& folder)
+{
+    CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetProjectDirPath(folder);
+}
+
+double drainFile(const QString& file, const QByteArray& url)
+{
+    SetServerIP(url);
+    Host host(EUploadEnv::OncePerRequest, file);
+    const double time = seconds([&host] { host.drain(); });
+    requireDrained(file);
+    return time;
+}

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "KvProjectDbOperator/CKvFlightDataDbOperator.h"
+
+#include <QTemporaryDir>
+
+// An operator with the signals by which a host reaches its private slots.
+class Host : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Host(EUploadEnv env, const QString& file = {});
+
+    // One pass of OncePerRequest over the file; returns when it has ended.
+    void drain();
+
+private:
+    const QTemporaryDir m_project; // empty; without any, the operator would have no connection
+
+public:
+    CKvFlightDataDbOperator op;
+
+signals:
+    void message(QByteArray);
+    void positions(QJsonArray, QString, QString);
+    void signedIn();
+    void tick();
+};
+
+void setProject(const QString& folder);
+
+// Sends everything that waits in the file to the server; the seconds that took.
+double drainFile(const QString& file, const QByteArray& url);

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+#include "MissionFile.h"
+
+#include "Baseline.h"
+#include "KvAlgorthm.h"
+#include "KvData.h"
+#include "Report.h"
+
+#include <QCoreApplication>
+#include <QFile>
+
+const QByteArray kMission = "5c02a798-84e5-5220-a4fe-a173392aa9c4";
+
+namespace
+{
+
+// Random ids, as flights have them.
+const char* const kId = "lower(hex(randomblob(4))||'-'||hex(randomblob(2))||'-'||hex(randomblob(2))||'-'||"
+                        "hex(randomblob(2))||'-'||hex(randomblob(6)))";
+const char* const kTime = "'2026-04-12 10:20:30.' || (100 + i % 900)";
+
+QByteArray series(int rows)
+{
+    return "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+           QByteArray::number(rows) + ") ";
+}
+
+// Nobody reads these files before they are complete, so nothing has to survive a crash.
+void fill(const QString& file, const QByteArray& sql)
+{
+    Database database(file);
+    database.run("PRAGMA synchronous=OFF; PRAGMA cache_size=-1000000");
+    database.run("BEGIN;" + sql + ";COMMIT");
+}
+
+} // namespace
+
+QString diskFolder()
+{
+    return QCoreApplication::applicationDirPath() + "/bench-XXXXXX";
+}
+
+QString memoryFolder()
+{
+    return "/dev/shm/kvbench-XXXXXX";
+}
+
+void makeMissionFile(const QString& file)
+{
+    CKvDataBase database(file);
+    require(database.open(), "cannot make " + file);
+    QSqlDatabase* const instance = database.DBInstance();
+    database.transaction();
+    CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), instance);
+    CreateTable(FlightLogTableName, GetFlightLogTableContents(), instance);
+    CreateTable(UasStatusTableName, GetUasStatusTableContents(), instance);
+    CreateTable(PosDataTableName, GetPosDataTableContents(), instance);
+    CreateTable(FlightCompleteTableName, GetFlightCompleteTableContents(), instance);
+    database.exec("INSERT INTO flight_mission(id, project_id, is_uploaded) VALUES('" + kMission +
+                  "', 'project', 1)");
+    require(database.commit(), "cannot fill " + file);
+}
+
+void addLog(const QString& file, int rows, bool uploaded)
+{
+    fill(file,
+         series(rows) +
+             "INSERT INTO flight_monitor_detail_log(id, flight_mission_id, message, created_at, is_uploaded) "
+             "SELECT " +
+             kId + ", '" + kMission + "', randomblob(" + QByteArray::number(kMessageBytes) + "), " + kTime +
+             ", " + (uploaded ? "1" : "0") + " FROM n");
+}
+
+void addPositions(const QString& file, int rows)
+{
+    fill(file, series(rows) +
+                   "INSERT INTO pos_data(id, flight_mission_id, time, lng, lat, alt, relative_alt, speed, "
+                   "heading, created_at) SELECT " +
+                   kId + ", '" + kMission + "', " + kTime +
+                   ", 8.545 + i * 1e-6, 47.397 + i * 1e-6, 488.5, i % 120 + 0.25, 12.5, i % 360, " + kTime +
+                   " FROM n");
+}
+
+void copyFile(const QString& from, const QString& to)
+{
+    QFile::remove(to);
+    require(QFile::copy(from, to), "cannot make " + to);
+}
+
+qint64 countRows(const QString& file, const char* table)
+{
+    return Database(file).number("SELECT count(*) FROM " + QByteArray(table));
+}
+
+void requireDrained(const QString& file)
+{
+    Database database(file);
+    const qint64 waiting =
+        database.number("SELECT (SELECT count(*) FROM flight_monitor_detail_log WHERE is_uploaded = 0) + "
+                        "(SELECT count(*) FROM pos_data WHERE is_uploaded = 0)");
+    require(waiting == 0, QString("%1 rows still wait in %2").arg(waiting).arg(file));
+}

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#include "Servers.h"
+
+#include "Report.h"
+
+#include <httplib.h>
+#include <QCoreApplication>
+
+namespace
+{
+constexpr int kPatienceMs = 10000;
+}
+
+SinkServer::SinkServer() : m_server(std::make_unique<httplib::Server>())
+{
+    m_server->set_tcp_nodelay(true);
+    m_server->set_keep_alive_max_count(std::numeric_limits<std::size_t>::max());
+    m_server->set_keep_alive_timeout(1);
+    m_server->Post(".*", [this](const httplib::Request& /*request*/, httplib::Response& response,
+                                const httplib::ContentReader& read) {
+        qint64 bytes = 0;
+        read([&bytes](const char* /*data*/, std::size_t length) {
+            bytes += static_cast<qint64>(length);
+            return true;
+        });
+        m_largestBody = std::max<qint64>(m_largestBody, bytes);
+        response.set_content(R"({"status":0,"message":""})", "application/json");
+    });
+    m_port = m_server->bind_to_any_port("127.0.0.1"); // takes over what is set above
+    require(m_port > 0, "the sink cannot listen");
+    m_thread = std::thread([this] { m_server->listen_after_bind(); });
+    while (!m_server->is_running()) // a stop before it runs would be lost
+        std::this_thread::yield();
+}
+
+SinkServer::~SinkServer()
+{
+    m_server->stop();
+    m_thread.join();
+}
+
+QByteArray SinkServer::url() const
+{
+    return "http://127.0.0.1:" + QByteArray::number(m_port);
+}
+
+FlightServer::FlightServer()
+{
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_process.start(QCoreApplication::applicationDirPath() + "/flightserver", QStringList());
+    const QByteArray greeting = "flightserver listening on ";
+    while (!m_process.canReadLine())
+        require(m_process.waitForReadyRead(kPatienceMs), "flightserver does not start");
+    m_url = m_process.readLine().trimmed().mid(greeting.size());
+}
+
+FlightServer::~FlightServer()
+{
+    m_process.terminate();
+    if (!m_process.waitForFinished(kPatienceMs))
+        m_process.kill();
+}

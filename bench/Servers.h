@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <QByteArray>
+#include <QProcess>
+#include <thread>
+
+namespace httplib
+{
+class Server;
+}
+
+// Takes every post and forgets it, on a thread of this process.
+class SinkServer
+{
+public:
+    SinkServer();
+    ~SinkServer();
+    SinkServer(const SinkServer&) = delete;
+    SinkServer& operator=(const SinkServer&) = delete;
+    QByteArray url() const;
+    qint64 largestBody() const { return m_largestBody; }
+
+private:
+    std::unique_ptr<httplib::Server> m_server;
+    std::atomic<qint64> m_largestBody{0};
+    int m_port = 0;
+    std::thread m_thread;
+};
+
+// A flightserver process with an empty ledger in memory.
+class FlightServer
+{
+public:
+    FlightServer();
+    ~FlightServer();
+    FlightServer(const FlightServer&) = delete;
+    FlightServer& operator=(const FlightServer&) = delete;
+    QByteArray url() const { return m_url; }
+
+private:
+    QProcess m_process;
+    QByteArray m_url;
+};

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+#include "Baseline.h"
+#include "Host.h"
+#include "MissionFile.h"
+#include "Servers.h"
+#include "Suites.h"
+
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QTemporaryDir>
+
+namespace
+{
+
+constexpr const char* kPath = "/flight/detailupload";
+
+double drainBaseline(const QString& file, const QByteArray& url)
+{
+    const double time = seconds([&] {
+        Database database(file);
+        Poster poster(url, kPath);
+        for (LogBatch batch = readLogBatch(database); !batch.ids.isEmpty(); batch = readLogBatch(database)) {
+            poster.post(batch.body);
+            markLogBatch(database, batch);
+        }
+    });
+    requireDrained(file);
+    return time;
+}
+
+std::vector<QByteArray> bodiesOf(const QString& file)
+{
+    std::vector<QByteArray> bodies;
+    Database database(file);
+    for (LogBatch batch = readLogBatch(database); !batch.ids.isEmpty(); batch = readLogBatch(database)) {
+        bodies.push_back(batch.body);
+        markLogBatch(database, batch);
+    }
+    return bodies;
+}
+
+double postByManager(const std::vector<QByteArray>& bodies)
+{
+    const FlightServer server;
+    QNetworkAccessManager manager;
+    QNetworkRequest request(QUrl(server.url() + kPath));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QEventLoop loop;
+    QObject::connect(&manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
+    return seconds([&] {
+        for (const QByteArray& body : bodies) {
+            const QNetworkReply* const reply = manager.post(request, body);
+            loop.exec();
+            require(reply->error() == QNetworkReply::NoError, reply->errorString());
+        }
+    });
+}
+
+double postByCurl(const std::vector<QByteArray>& bodies)
+{
+    const FlightServer server;
+    Poster poster(server.url(), kPath);
+    return seconds([&] {
+        for (const QByteArray& body : bodies)
+            poster.post(body);
+    });
+}
+
+void benchBacklog(Report& report)
+{
+    constexpr int kFew = 10000;
+    constexpr int kMany = 1000000;
+    const QTemporaryDir folder(diskFolder());
+    const SinkServer sink;
+    const auto perRow = [&](int rows) {
+        const QString file = folder.filePath("backlog.kv");
+        QFile::remove(file);
+        makeMissionFile(file);
+        addLog(file, rows, false);
+        return drainFile(file, sink.url()) / rows;
+    };
+    std::vector<double> few;
+    const Pair pair = interleave(
+        1, [&] { return perRow(kMany); },
+        [&] {
+            return interleave(
+                       5, [&] { return perRow(kFew); }, [] { return 0.0; })
+                .ours;
+        });
+    report.add("draining 1,000,000 log rows / 10,000, one row", pair, Unit::Seconds, 1.3);
+}
+
+void benchFlightServer(Report& report)
+{
+    constexpr int kRounds = 3;
+    constexpr int kRows = 100000;
+    const QTemporaryDir folder(diskFolder());
+    const QString waiting = folder.filePath("waiting.kv");
+    makeMissionFile(waiting);
+    addLog(waiting, kRows, false);
+    const auto drain = [&](auto way) {
+        const QString file = folder.filePath("drained.kv");
+        copyFile(waiting, file);
+        const FlightServer server;
+        return way(file, server.url());
+    };
+    const Pair pair = interleave(
+        kRounds, [&] { return drain(drainFile); }, [&] { return drain(drainBaseline); });
+    report.add("draining 100,000 log rows to flightserver", pair, Unit::Seconds, 1.8);
+    const std::vector<QByteArray> bodies = bodiesOf(waiting);
+    const Pair posted = interleave(
+        kRounds, [&] { return postByManager(bodies); }, [&] { return postByCurl(bodies); });
+    report.add("the same / bodies made beforehand, bare manager", {pair.ours, posted.ours}, Unit::Seconds);
+    report.add("the same / bodies made beforehand, libcurl", {pair.ours, posted.baseline}, Unit::Seconds);
+}
+
+} // namespace
+
+void benchDrain(Report& report)
+{
+    benchFlightServer(report);
+    benchBacklog(report);
+}

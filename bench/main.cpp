@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "KvData.h"
+#include "MissionFile.h"
+#include "Suites.h"
+
+#include <iostream>
+#include <QCoreApplication>
+#include <QLoggingCategory>
+
+namespace
+{
+
+struct Suite {
+    const char* name;
+    void (*run)(Report& report);
+};
+constexpr Suite kSuites[] = {{"store", benchStore},
+                             {"scan", benchScan},
+                             {"drain", benchDrain},
+                             {"requests", benchRequests},
+                             {"memory", benchMemory}};
+
+void prepareHost()
+{
+    QLoggingCategory::setFilterRules("default.warning=false"); // Qt remarks on every post
+    CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetNetWorkConnected(true);
+}
+
+bool runSuites(const QStringList& wanted)
+{
+    Report report;
+    bool any = false;
+    for (const Suite& suite : kSuites) {
+        if (!wanted.isEmpty() && !wanted.contains(suite.name))
+            continue;
+        any = true;
+        std::cerr << suite.name << std::endl;
+        suite.run(report);
+    }
+    if (any)
+        report.print();
+    return any;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    try {
+        prepareHost();
+        if (arguments.value(0) == "--child") {
+            measureInChild(arguments.mid(1));
+            return 0;
+        }
+        if (runSuites(arguments))
+            return 0;
+        std::cerr << "usage: kvbench [store] [scan] [drain] [requests] [memory]" << std::endl;
+        return 2;
+    } catch (const std::exception& error) {
+        std::cerr << "kvbench: " << error.what() << std::endl;
+        return 1;
+    }
+}

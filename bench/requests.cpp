@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#include "Baseline.h"
+#include "KvProjectDbOperator/CKvUpLoadObject.h"
+#include "MissionFile.h"
+#include "Servers.h"
+#include "Suites.h"
+
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+
+namespace
+{
+
+constexpr int kRequests = 50;
+
+double postSmallOnes(const QByteArray& url, const QByteArray& body)
+{
+    CKvUpLoadObject object;
+    object.SetUrl(url + "/flight/detailupload");
+    object.SetFilePathArray(body);
+    QEventLoop loop;
+    QObject::connect(&object, &CKvUpLoadObject::upLoadFinished, &loop, &QEventLoop::quit);
+    return kRequests / seconds([&] {
+               for (int i = 0; i < kRequests; ++i) {
+                   object.PostNetWorkReplyMessage();
+                   loop.exec();
+               }
+           });
+}
+
+double postSmallOnesByManager(const QByteArray& url, const QByteArray& body)
+{
+    QNetworkAccessManager manager;
+    QNetworkRequest request(QUrl(url + "/flight/detailupload"));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QEventLoop loop;
+    QObject::connect(&manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
+    return kRequests / seconds([&] {
+               for (int i = 0; i < kRequests; ++i) {
+                   manager.post(request, body);
+                   loop.exec();
+               }
+           });
+}
+
+double postSmallOnesByCurl(const QByteArray& url, const QByteArray& body)
+{
+    Poster poster(url, "/flight/detailupload");
+    return kRequests / seconds([&] {
+               for (int i = 0; i < kRequests; ++i)
+                   poster.post(body);
+           });
+}
+
+} // namespace
+
+void benchRequests(Report& report)
+{
+    constexpr int kRounds = 3;
+    const SinkServer sink;
+    const QByteArray body = "flight_mission_id=" + kMission + "&data=[{\"id\":\"1\"}]";
+    const auto ours = [&] { return postSmallOnes(sink.url(), body); };
+    report.add("requests with 1 row / bare manager",
+               interleave(kRounds, ours, [&] { return postSmallOnesByManager(sink.url(), body); }),
+               Unit::PerSecond);
+    report.add("requests with 1 row / libcurl",
+               interleave(kRounds, ours, [&] { return postSmallOnesByCurl(sink.url(), body); }),
+               Unit::PerSecond);
+}

@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+#include "Baseline.h"
+#include "Host.h"
+#include "MissionFile.h"
+#include "Suites.h"
+
+#include <array>
+#include <ctime>
+#include <QTemporaryDir>
+#include <QUuid>
+
+namespace
+{
+
+constexpr int kTexts = 3;
+constexpr int kNumbers = 6;
+constexpr std::array<const char*, kTexts + kNumbers> kColumns = {
+    "id", "flight_mission_id", "time", "lng", "lat", "alt", "relative_alt", "speed", "heading"};
+constexpr const char* kInsertPosition =
+    "INSERT INTO pos_data(id,flight_mission_id,time,lng,lat,alt,relative_alt,speed,heading)"
+    "VALUES(?,?,?,?,?,?,?,?,?)";
+constexpr const char* kInsertMessage =
+    "INSERT INTO flight_monitor_detail_log(id,flight_mission_id,message,created_at,is_uploaded)"
+    "VALUES(?,?,?,?,?)";
+const QString kPositionColumns = ":/pos_data.txt";
+
+QByteArray newId()
+{
+    return QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+}
+
+struct Position {
+    std::array<QByteArray, kTexts> texts;
+    std::array<double, kNumbers> numbers;
+    std::array<QByteArray, kNumbers> numbersAsText;
+};
+using Positions = std::vector<Position>;
+
+Positions newPositions(int count)
+{
+    Positions positions;
+    for (int i = 0; i < count; ++i) {
+        Position position{{newId(), kMission, "2026-04-12 10:20:30.125"},
+                          {8.545 + i * 1e-6, 47.397 + i * 1e-6, 488.5, i % 120 + 0.25, 12.5, i % 360 + 0.5},
+                          {}};
+        for (std::size_t k = 0; k < kNumbers; ++k)
+            position.numbersAsText[k] = QByteArray::number(position.numbers[k], 'g', 12);
+        positions.push_back(position);
+    }
+    return positions;
+}
+
+QJsonArray toJson(const Positions& positions, bool asText)
+{
+    QJsonArray array;
+    for (const Position& position : positions) {
+        QJsonObject object;
+        for (std::size_t k = 0; k < kTexts; ++k)
+            object.insert(kColumns[k], QString(position.texts[k]));
+        for (std::size_t k = 0; k < kNumbers; ++k)
+            object.insert(kColumns[kTexts + k],
+                          asText ? QJsonValue(QString(position.numbersAsText[k])) : position.numbers[k]);
+        array.append(object);
+    }
+    return array;
+}
+
+void insertPositions(Database& database, const Positions& positions, bool asText)
+{
+    database.run("BEGIN IMMEDIATE");
+    {
+        const Database::Statement insert = database.prepare(kInsertPosition);
+        for (const Position& position : positions) {
+            int index = 1;
+            for (const QByteArray& text : position.texts)
+                bindText(insert, index++, text);
+            for (std::size_t k = 0; k < kNumbers; ++k, ++index) {
+                if (asText)
+                    bindText(insert, index, position.numbersAsText[k]);
+                else
+                    sqlite3_bind_double(insert.get(), index, position.numbers[k]);
+            }
+            database.insert(insert);
+        }
+    }
+    database.run("COMMIT");
+}
+
+void requireAlike(const QString& ours, const QString& baseline, const char* table)
+{
+    require(countRows(ours, table) == countRows(baseline, table), QString("rows are missing in ") + table);
+}
+
+// A file for each of the two, both grow alike.
+struct Files {
+    explicit Files(const QTemporaryDir& folder, const char* name)
+        : ours(folder.filePath(QString(name) + "-ours.kv"))
+        , baseline(folder.filePath(QString(name) + "-baseline.kv"))
+    {
+        makeMissionFile(ours);
+        makeMissionFile(baseline);
+    }
+    QString ours;
+    QString baseline;
+};
+
+Pair fiveArguments(const QTemporaryDir& folder, int records, int rounds)
+{
+    const Files files(folder, "five");
+    Host host(EUploadEnv::None);
+    const Pair pair = interleave(
+        rounds,
+        [&] {
+            const QJsonArray array = toJson(newPositions(records), true);
+            return seconds([&] { host.op.slotParseJson(array, kPositionColumns, kMission, 1, files.ours); });
+        },
+        [&] {
+            const Positions positions = newPositions(records);
+            return seconds([&] {
+                Database database(files.baseline);
+                insertPositions(database, positions, true);
+            });
+        });
+    requireAlike(files.ours, files.baseline, "pos_data");
+    return pair;
+}
+
+Pair threeArguments(const QTemporaryDir& folder, int records, int rounds)
+{
+    const Files files(folder, "three");
+    Host host(EUploadEnv::None, files.ours);
+    Database database(files.baseline);
+    const Pair pair = interleave(
+        rounds,
+        [&] {
+            const QJsonArray array = toJson(newPositions(records), false);
+            return seconds([&] { emit host.positions(array, kPositionColumns, kMission); });
+        },
+        [&] {
+            const Positions positions = newPositions(records);
+            return seconds([&] { insertPositions(database, positions, false); });
+        });
+    requireAlike(files.ours, files.baseline, "pos_data");
+    return pair;
+}
+
+QByteArray now()
+{
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    tm parts{};
+    localtime_r(&time.tv_sec, &parts);
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03ld", parts.tm_year + 1900,
+                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                  time.tv_nsec / 1000000);
+    return text.data();
+}
+
+void insertMessages(Database& database, const Database::Statement& insert, const QByteArray& message,
+                    int count)
+{
+    database.run("BEGIN IMMEDIATE");
+    for (int i = 0; i < count; ++i) {
+        const QByteArray id = newId();
+        const QByteArray time = now();
+        bindText(insert, 1, id);
+        bindText(insert, 2, kMission);
+        sqlite3_bind_blob(insert.get(), 3, message.constData(), message.size(), SQLITE_STATIC);
+        bindText(insert, 4, time);
+        sqlite3_bind_int(insert.get(), 5, 0);
+        database.insert(insert);
+    }
+    database.run("COMMIT");
+}
+
+Pair monitor(const QTemporaryDir& folder, int rounds)
+{
+    constexpr int kMessages = 2000;
+    constexpr int kBatch = 50;
+    const Files files(folder, "monitor");
+    const QByteArray message(kMessageBytes, '\xfd');
+    Host host(EUploadEnv::None, files.ours);
+    host.op.SetFilghtMissionID(kMission);
+    Database database(files.baseline);
+    const Database::Statement insert = database.prepare(kInsertMessage);
+    Pair pair = interleave(
+        rounds,
+        [&] {
+            return seconds([&] {
+                for (int i = 0; i < kMessages; ++i)
+                    emit host.message(message);
+            });
+        },
+        [&] {
+            return seconds([&] {
+                for (int i = 0; i < kMessages; i += kBatch)
+                    insertMessages(database, insert, message, kBatch);
+            });
+        });
+    requireAlike(files.ours, files.baseline, "flight_monitor_detail_log");
+    pair.ours /= kMessages;
+    pair.baseline /= kMessages;
+    return pair;
+}
+
+} // namespace
+
+void benchStore(Report& report)
+{
+    constexpr int kRounds = 11;
+    const auto both = [&report](const QString& what, double reach, const auto& bench) {
+        report.add(what + ", in memory", bench(QTemporaryDir(memoryFolder()), 5 * kRounds), Unit::Seconds,
+                   reach);
+        report.add(what + ", on disk", bench(QTemporaryDir(diskFolder()), kRounds), Unit::Seconds, reach);
+    };
+    both("slotParseJson, 5 arguments, 1000 records", 2.5,
+         [](const QTemporaryDir& folder, int rounds) { return fiveArguments(folder, 1000, rounds); });
+    both("slotParseJson, 5 arguments, 1 record", 1.2,
+         [](const QTemporaryDir& folder, int rounds) { return fiveArguments(folder, 1, 5 * rounds); });
+    both("slotParseJson, 3 arguments, 1000 records", 2.5,
+         [](const QTemporaryDir& folder, int rounds) { return threeArguments(folder, 1000, rounds); });
+    both("slotWriteFlightMonitor, a 200-byte message", 1.8,
+         [](const QTemporaryDir& folder, int rounds) { return monitor(folder, rounds); });
+}
