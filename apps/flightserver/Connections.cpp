@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
@@ -54,4 +55,14 @@ bool isAbandoned(int connection)
 {
     pollfd state{connection, POLLRDHUP, 0};
     return poll(&state, 1, 0) != 0;
+}
+
+void acknowledgeAtOnce(int connection)
+{
+#ifdef TCP_QUICKACK // Linux only
+    const int yes = 1;
+    setsockopt(connection, IPPROTO_TCP, TCP_QUICKACK, &yes, sizeof(yes));
+#else
+    (void)connection;
+#endif
 }

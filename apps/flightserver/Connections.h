@@ -13,3 +13,8 @@ int connectionFrom(int port, int clientPort);
 
 // True when the client has closed its side.
 bool isAbandoned(int connection);
+
+// Has the kernel acknowledge what it holds back to acknowledge later, and from here to the next reply
+// everything at once. A client that writes a small header and then a small body, with Nagle's algorithm on,
+// would wait for it: some 40 ms a request.
+void acknowledgeAtOnce(int connection);

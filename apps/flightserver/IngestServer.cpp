@@ -109,6 +109,7 @@ void IngestServer::setHandlers()
     // With a reader of its own a form may be longer than the few kilobytes httplib allows.
     m_server->Post(R"([\s\S]*)", [this](const httplib::Request& request, httplib::Response& response,
                                         const httplib::ContentReader& read) {
+        acknowledgeAtOnce(connectionFrom(m_port, request.remote_port));
         std::string body;
         const bool complete = read([&body](const char* data, std::size_t length) {
             body.append(data, length);
