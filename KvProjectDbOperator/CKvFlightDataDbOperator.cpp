@@ -141,6 +141,7 @@ void CKvFlightDataDbOperator::_CloseDataBase()
 {
     if (_IsDataBaseOpen()) {
         _FlushFlightMonitor();
+        m_listIdleMonitorQuery.clear(); // closing finalises them
         m_pDataBase->close();
     }
 }
@@ -264,7 +265,7 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
                                              const CKvTableDescription& description, const QString& strTable)
 {
     QSqlQuery query(*m_pDataBase->DBInstance());
-    description.PrepareInsert(query, strTable);
+    query.prepare(description.InsertSql(strTable));
     m_pDataBase->transaction();
     for (const QVariant& element : listRecord) {
         const QJsonObject record = element.toJsonObject();
@@ -310,17 +311,26 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
     if (!m_pDataBase->isOpen()) {
         m_pDataBase->open();
     }
-    for (const QJsonValue& element : qAsConst(jsonArray)) {
-        QSqlQuery query(*m_pDataBase->DBInstance());
-        if (description.PrepareInsert(query, PosDataTableName)) {
-            description.BindRecord(query, element.toObject());
-        }
-        m_listPosDataQuery.append(query);
-    }
-    QList<QSqlQuery> listQuery = m_listPosDataQuery;
-    _WriteFlightMonitor2DB(listQuery);
-    m_listPosDataQuery.clear();
+    _InsertPositions(jsonArray, description);
     emit WriteDBFinished(strFlightMissionID, 2, m_strFlightMissionFilePath);
+}
+
+/// One statement for all records: preparing one for each would take twice the time of the inserts.
+void CKvFlightDataDbOperator::_InsertPositions(const QJsonArray& jsonArray,
+                                               const CKvTableDescription& description)
+{
+    m_mutexDB.lock();
+    m_pDataBase->transaction();
+    QSqlQuery query(*m_pDataBase->DBInstance());
+    if (query.prepare(description.InsertSql(PosDataTableName))) {
+        for (const QJsonValue& element : jsonArray) {
+            description.BindRecord(query, element.toObject());
+            query.exec();
+        }
+    }
+    query.finish();
+    m_pDataBase->commit();
+    m_mutexDB.unlock();
 }
 
 void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QString strFilePath,
@@ -339,7 +349,7 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
         m_pDataBase->open();
     }
     QSqlQuery query(*m_pDataBase->DBInstance());
-    if (description.PrepareInsert(query, strTableName)) {
+    if (query.prepare(description.InsertSql(strTableName))) {
         description.BindRecord(query, jsonObject);
         query.exec();
     }
@@ -355,23 +365,21 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
     if (!m_pDataBase->isOpen()) {
         m_pDataBase->open();
     }
-    QSqlQuery query(*m_pDataBase->DBInstance());
-    description.PrepareInsert(query, FlightLogTableName);
-    for (const QString& strColumn : description.Columns()) {
-        const auto is = [&strColumn](const char* name) {
-            return strColumn.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
+    QSqlQuery query = _TakeMonitorInsert(description);
+    for (const CKvTableDescription::SColumn& column : description.Columns()) {
+        const auto is = [&column](const char* name) {
+            return column.strName.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
         };
-        const QString strPlaceholder = CKvTableDescription::Placeholder(strColumn);
         if (is("id")) {
-            query.bindValue(strPlaceholder, UidToString(QUuid::createUuid()));
+            query.bindValue(column.strPlaceholder, UidToString(QUuid::createUuid()));
         } else if (is("flight_mission_id")) {
-            query.bindValue(strPlaceholder, m_strFlightMissionID);
+            query.bindValue(column.strPlaceholder, m_strFlightMissionID);
         } else if (is("is_uploaded")) {
-            query.bindValue(strPlaceholder, 0);
+            query.bindValue(column.strPlaceholder, 0);
         } else if (is("message")) {
-            query.bindValue(strPlaceholder, byte);
+            query.bindValue(column.strPlaceholder, byte);
         } else if (is("created_at")) {
-            query.bindValue(strPlaceholder, QDateTime::currentDateTime().toString(DateTimeMSFormat));
+            query.bindValue(column.strPlaceholder, QDateTime::currentDateTime().toString(DateTimeMSFormat));
         }
     }
     m_listFlightMonitorQuery.append(query);
@@ -379,7 +387,24 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
         QList<QSqlQuery> listQuery = m_listFlightMonitorQuery;
         m_listFlightMonitorQuery.clear();
         _WriteFlightMonitor2DB(listQuery);
+        m_listIdleMonitorQuery = listQuery;
     }
+}
+
+/// A prepared insert: one of the last batch, where that had the same columns and has not failed, since
+/// preparing takes twice the time of the insert itself.
+QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert(const CKvTableDescription& description)
+{
+    const QString sql = description.InsertSql(FlightLogTableName);
+    while (!m_listIdleMonitorQuery.isEmpty()) {
+        QSqlQuery query = m_listIdleMonitorQuery.takeLast();
+        if (query.lastQuery() == sql && !query.lastError().isValid()) {
+            return query;
+        }
+    }
+    QSqlQuery query(*m_pDataBase->DBInstance());
+    query.prepare(sql);
+    return query;
 }
 
 void CKvFlightDataDbOperator::_WriteFlightMonitor2DB(QList<QSqlQuery>& listQuery)

@@ -188,6 +188,8 @@ private:
     void _InsertRecords(const QList<QVariant>& listRecord, const CKvTableDescription& description,
                         const QString& strTable);
     bool _IsRecorded(const QJsonObject& record, const QString& strTable);
+    void _InsertPositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
+    QSqlQuery _TakeMonitorInsert(const CKvTableDescription& description);
     void _ExecuteBatch(QList<QSqlQuery> listQuery);
     void _FlushFlightMonitor();
     bool _IsDataBaseOpen() const;
@@ -240,7 +242,7 @@ private:
     CKvUpLoadObject* m_pVideoMissionUpLoad = nullptr;
     QMutex m_mutexDB;
     QList<QSqlQuery> m_listFlightMonitorQuery;
-    QList<QSqlQuery> m_listPosDataQuery;
+    QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
     QString m_strParseFlightMissionID = QLatin1String("");
     EUploadEnv m_eUploadEnv;
     unsigned int m_nStartTimeInterval = 3000;

@@ -3,7 +3,7 @@
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
-#include <QtCore/QStringList>
+#include <QtCore/QVector>
 
 class QSqlDatabase;
 class QSqlQuery;
@@ -16,25 +16,28 @@ public:
     /// Reads the file; one that cannot be opened describes no columns.
     explicit CKvTableDescription(const QString& strFile);
 
-    /// Column names in file order.
-    const QStringList& Columns() const { return m_listColumn; }
+    /// A column as statements see it.
+    struct SColumn {
+        QString strName;
+        QString strPlaceholder;
+    };
 
-    /// Prepares the insert of one row; columns that get nothing bound become NULL. False for a statement
-    /// that does not prepare, as one with an odd number of tokens does not.
-    bool PrepareInsert(QSqlQuery& query, const QString& strTable) const;
+    /// The columns in file order.
+    const QVector<SColumn>& Columns() const { return m_listColumn; }
 
-    /// Binds the record's members that are columns, each with its JSON type.
+    /// The insert of one row; columns that get nothing bound become NULL. With an odd number of tokens it is
+    /// a statement that does not prepare.
+    QString InsertSql(const QString& strTable) const;
+
+    /// Binds every column: the record's member with its JSON type, or NULL where there is none.
     void BindRecord(QSqlQuery& query, const QJsonObject& record) const;
 
     /// Binds every column as text: Base64 decoded where the name contains "message", the text "NULL" where
     /// it contains "log_count". A column that the record lacks keeps what was bound for the one before.
     void BindRecordAsText(QSqlQuery& query, const QJsonObject& record) const;
 
-    /// Placeholder of a column.
-    static QString Placeholder(const QString& strColumn) { return QLatin1Char(':') + strColumn; }
-
 private:
-    QStringList m_listColumn;
+    QVector<SColumn> m_listColumn;
     QString m_strColumns;
     QString m_strPlaceholders;
 };
