@@ -210,15 +210,14 @@ private:
     void _UpLoadNextMission();
     void _postFlightMission(const QByteArray& json, const QString& strID);
     void _uploadPosData(const QString& strID);
-    void _postPosData(const QByteArray& json, const QString& strID, const QStringList& listID);
+    void _postPosData(QByteArray json, const QString& strID, const QStringList& listID);
     void _uploadUasStatus(const QString& strID);
-    void _postUasStatus(const QByteArray& json, const QString& strID, const QStringList& listID);
+    void _postUasStatus(QByteArray json, const QString& strID, const QStringList& listID);
     void _UploadBatch(const SBatchKind& kind, const QString& strID);
-    void _PostBatch(const SBatchKind& kind, const QByteArray& json, const QString& strID,
-                    const QStringList& listID);
+    void _PostBatch(const SBatchKind& kind, QByteArray json, const QString& strID, const QStringList& listID);
     void _FinishBatch(const SBatchKind& kind);
     void _upLoadFlightMonitor(const QString& strID);
-    void _postFlightMonitor(const QByteArray& json, const QString& strID, const QStringList& listID);
+    void _postFlightMonitor(QByteArray json, const QString& strID, const QStringList& listID);
     void _EndMission(const QString& strID);
     void _upLoadVideoMission(const QString& strID);
     void _uploadVideoUasStatus(const QString& strID);

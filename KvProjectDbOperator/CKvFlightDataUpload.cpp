@@ -113,9 +113,10 @@ QByteArray ObjectBody(const QByteArray& json)
     return "data=" + json;
 }
 
-QByteArray RowsBody(const QString& strID, const QByteArray& json)
+/// The rows become the body where they are; a mission's positions may be hundreds of megabytes.
+QByteArray RowsBody(const QString& strID, QByteArray json)
 {
-    return "flight_mission_id=" + strID.toLatin1() + "&data=" + json;
+    return json.prepend("flight_mission_id=" + strID.toLatin1() + "&data=");
 }
 } // namespace
 
@@ -401,10 +402,9 @@ void CKvFlightDataDbOperator::_uploadPosData(const QString& strID)
     _UploadBatch(_PosDataKind(), strID);
 }
 
-void CKvFlightDataDbOperator::_postPosData(const QByteArray& json, const QString& strID,
-                                           const QStringList& listID)
+void CKvFlightDataDbOperator::_postPosData(QByteArray json, const QString& strID, const QStringList& listID)
 {
-    _PostBatch(_PosDataKind(), json, strID, listID);
+    _PostBatch(_PosDataKind(), std::move(json), strID, listID);
 }
 
 void CKvFlightDataDbOperator::slotUpLoadPosDataFinshed()
@@ -417,10 +417,9 @@ void CKvFlightDataDbOperator::_uploadUasStatus(const QString& strID)
     _UploadBatch(_UasStatusKind(), strID);
 }
 
-void CKvFlightDataDbOperator::_postUasStatus(const QByteArray& json, const QString& strID,
-                                             const QStringList& listID)
+void CKvFlightDataDbOperator::_postUasStatus(QByteArray json, const QString& strID, const QStringList& listID)
 {
-    _PostBatch(_UasStatusKind(), json, strID, listID);
+    _PostBatch(_UasStatusKind(), std::move(json), strID, listID);
 }
 
 void CKvFlightDataDbOperator::slotUploadUasStatusFinished()
@@ -434,21 +433,21 @@ void CKvFlightDataDbOperator::_UploadBatch(const SBatchKind& kind, const QString
     if (!_IsDataBaseOpen()) {
         return;
     }
-    const SRows rows =
+    SRows rows =
         ReadRows(*m_pDataBase, SelectWaitingSql(kind.strTable, QStringLiteral("flight_mission_id"), strID),
                  kind.comboJsonInfo);
     if (rows.listID.isEmpty()) {
         (this->*kind.next)(strID);
     } else {
-        _PostBatch(kind, rows.json, strID, rows.listID);
+        _PostBatch(kind, std::move(rows.json), strID, rows.listID);
     }
 }
 
-void CKvFlightDataDbOperator::_PostBatch(const SBatchKind& kind, const QByteArray& json, const QString& strID,
+void CKvFlightDataDbOperator::_PostBatch(const SBatchKind& kind, QByteArray json, const QString& strID,
                                          const QStringList& listID)
 {
     KV_TRACE << kind.postMethod << kind.postText << strID << ",idList =" << listID;
-    Send(this->*kind.pUpLoad, kind.endpoint, RowsBody(strID, json), strID, listID);
+    Send(this->*kind.pUpLoad, kind.endpoint, RowsBody(strID, std::move(json)), strID, listID);
 }
 
 void CKvFlightDataDbOperator::_FinishBatch(const SBatchKind& kind)
@@ -471,7 +470,7 @@ void CKvFlightDataDbOperator::_upLoadFlightMonitor(const QString& strID)
     if (!_IsDataBaseOpen()) {
         return;
     }
-    const SRows rows = ReadRows(
+    SRows rows = ReadRows(
         *m_pDataBase,
         SelectWaitingSql(FlightLogTableName, QStringLiteral("flight_mission_id"), strID, " LIMIT 1000"),
         FlightLogComboJsonInfo);
@@ -479,7 +478,7 @@ void CKvFlightDataDbOperator::_upLoadFlightMonitor(const QString& strID)
         _EndMission(strID);
         return;
     }
-    _postFlightMonitor(rows.json, strID, rows.listID);
+    _postFlightMonitor(std::move(rows.json), strID, rows.listID);
     QString strProject;
     {
         QSqlQuery query =
@@ -493,10 +492,10 @@ void CKvFlightDataDbOperator::_upLoadFlightMonitor(const QString& strID)
     emit UpLoading(strProject, strID);
 }
 
-void CKvFlightDataDbOperator::_postFlightMonitor(const QByteArray& json, const QString& strID,
+void CKvFlightDataDbOperator::_postFlightMonitor(QByteArray json, const QString& strID,
                                                  const QStringList& listID)
 {
-    Send(m_pFlightMonitorUpLoad, "/flight/detailupload", RowsBody(strID, json), strID, listID);
+    Send(m_pFlightMonitorUpLoad, "/flight/detailupload", RowsBody(strID, std::move(json)), strID, listID);
 }
 
 void CKvFlightDataDbOperator::slotUpLoadFlightMonitorFinished()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Servers.h"
 
+#include "Connections.h"
 #include "Report.h"
 
 #include <httplib.h>
@@ -11,13 +12,15 @@ namespace
 constexpr int kPatienceMs = 10000;
 }
 
-SinkServer::SinkServer() : m_server(std::make_unique<httplib::Server>())
+SinkServer::SinkServer(bool eager) : m_server(std::make_unique<httplib::Server>())
 {
     m_server->set_tcp_nodelay(true);
     m_server->set_keep_alive_max_count(std::numeric_limits<std::size_t>::max());
     m_server->set_keep_alive_timeout(1);
-    m_server->Post(".*", [this](const httplib::Request& /*request*/, httplib::Response& response,
-                                const httplib::ContentReader& read) {
+    m_server->Post(".*", [this, eager](const httplib::Request& request, httplib::Response& response,
+                                       const httplib::ContentReader& read) {
+        if (eager)
+            acknowledgeAtOnce(connectionFrom(m_port, request.remote_port));
         qint64 bytes = 0;
         read([&bytes](const char* /*data*/, std::size_t length) {
             bytes += static_cast<qint64>(length);

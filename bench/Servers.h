@@ -16,7 +16,8 @@ class Server;
 class SinkServer
 {
 public:
-    SinkServer();
+    // An eager one acknowledges a request's header at once, as flightserver does.
+    explicit SinkServer(bool eager = true);
     ~SinkServer();
     SinkServer(const SinkServer&) = delete;
     SinkServer& operator=(const SinkServer&) = delete;

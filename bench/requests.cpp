@@ -57,13 +57,18 @@ double postSmallOnesByCurl(const QByteArray& url, const QByteArray& body)
 void benchRequests(Report& report)
 {
     constexpr int kRounds = 3;
-    const SinkServer sink;
     const QByteArray body = "flight_mission_id=" + kMission + "&data=[{\"id\":\"1\"}]";
-    const auto ours = [&] { return postSmallOnes(sink.url(), body); };
-    report.add("requests with 1 row / bare manager",
-               interleave(kRounds, ours, [&] { return postSmallOnesByManager(sink.url(), body); }),
-               Unit::PerSecond);
-    report.add("requests with 1 row / libcurl",
-               interleave(kRounds, ours, [&] { return postSmallOnesByCurl(sink.url(), body); }),
-               Unit::PerSecond);
+    const auto compare = [&](const QString& what, const QByteArray& url) {
+        const auto ours = [&] { return postSmallOnes(url, body); };
+        report.add(what + " / bare manager",
+                   interleave(kRounds, ours, [&] { return postSmallOnesByManager(url, body); }),
+                   Unit::PerSecond);
+        report.add(what + " / libcurl",
+                   interleave(kRounds, ours, [&] { return postSmallOnesByCurl(url, body); }),
+                   Unit::PerSecond);
+    };
+    const SinkServer sink(false);
+    compare("requests with 1 row", sink.url());
+    const FlightServer server;
+    compare("the same, flightserver", server.url());
 }
