@@ -19,6 +19,9 @@ const char* const kId = "lower(hex(randomblob(4))||'-'||hex(randomblob(2))||'-'|
                         "hex(randomblob(2))||'-'||hex(randomblob(6)))";
 const char* const kTime = "'2026-04-12 10:20:30.' || (100 + i % 900)";
 
+const char* const kInsertLog =
+    "INSERT INTO flight_monitor_detail_log(id, flight_mission_id, message, created_at, is_uploaded) SELECT ";
+
 QByteArray series(int rows)
 {
     return "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
@@ -61,14 +64,16 @@ void makeMissionFile(const QString& file)
     require(database.commit(), "cannot fill " + file);
 }
 
-void addLog(const QString& file, int rows, bool uploaded)
+void addLog(const QString& file, int rows)
 {
-    fill(file,
-         series(rows) +
-             "INSERT INTO flight_monitor_detail_log(id, flight_mission_id, message, created_at, is_uploaded) "
-             "SELECT " +
-             kId + ", '" + kMission + "', randomblob(" + QByteArray::number(kMessageBytes) + "), " + kTime +
-             ", " + (uploaded ? "1" : "0") + " FROM n");
+    fill(file, series(rows) + kInsertLog + kId + ", '" + kMission + "', randomblob(" +
+                   QByteArray::number(kMessageBytes) + "), " + kTime + ", 0 FROM n");
+}
+
+void addUploadedLog(const QString& file, int rows)
+{
+    fill(file, series(rows) + kInsertLog + "printf('%036d', i), '" + kMission + "', randomblob(20), " +
+                   kTime + ", 1 FROM n");
 }
 
 void addPositions(const QString& file, int rows)

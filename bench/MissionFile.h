@@ -14,7 +14,9 @@ QString memoryFolder();
 
 // Makes a mission file with all tables and the mission's row, which is uploaded.
 void makeMissionFile(const QString& file);
-void addLog(const QString& file, int rows, bool uploaded);
+void addLog(const QString& file, int rows);
+// Millions of short ones, in the order of their ids: quickly made.
+void addUploadedLog(const QString& file, int rows);
 void addPositions(const QString& file, int rows);
 void copyFile(const QString& from, const QString& to);
 

@@ -77,10 +77,9 @@ void benchBacklog(Report& report)
         const QString file = folder.filePath("backlog.kv");
         QFile::remove(file);
         makeMissionFile(file);
-        addLog(file, rows, false);
+        addLog(file, rows);
         return drainFile(file, sink.url()) / rows;
     };
-    std::vector<double> few;
     const Pair pair = interleave(
         1, [&] { return perRow(kMany); },
         [&] {
@@ -98,7 +97,7 @@ void benchFlightServer(Report& report)
     const QTemporaryDir folder(diskFolder());
     const QString waiting = folder.filePath("waiting.kv");
     makeMissionFile(waiting);
-    addLog(waiting, kRows, false);
+    addLog(waiting, kRows);
     const auto drain = [&](auto way) {
         const QString file = folder.filePath("drained.kv");
         copyFile(waiting, file);

@@ -75,7 +75,7 @@ void benchTick(Report& report)
     const QTemporaryDir many(diskFolder());
     const auto fill = [](const QTemporaryDir& folder, int rows) {
         makeProject(folder, 1);
-        addLog(folder.filePath("0/0.kv"), rows, true);
+        addUploadedLog(folder.filePath("0/0.kv"), rows);
     };
     fill(few, 10000);
     fill(many, 5000000);

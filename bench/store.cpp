@@ -206,20 +206,22 @@ Pair monitor(const QTemporaryDir& folder, int rounds)
 
 } // namespace
 
+// In memory only the work shows; on disk the syncs of a commit do as well.
 void benchStore(Report& report)
 {
-    constexpr int kRounds = 11;
-    const auto both = [&report](const QString& what, double reach, const auto& bench) {
-        report.add(what + ", in memory", bench(QTemporaryDir(memoryFolder()), 5 * kRounds), Unit::Seconds,
-                   reach);
+    constexpr int kRounds = 15;
+    const auto both = [&report](const QString& what, double reachInMemory, double reach, const auto& bench) {
+        report.add(what + ", in memory", bench(QTemporaryDir(memoryFolder()), 3 * kRounds), Unit::Seconds,
+                   reachInMemory);
         report.add(what + ", on disk", bench(QTemporaryDir(diskFolder()), kRounds), Unit::Seconds, reach);
     };
-    both("slotParseJson, 5 arguments, 1000 records", 2.5,
+    both("slotParseJson, 5 arguments, 1000 records", 2.5, 2.5,
          [](const QTemporaryDir& folder, int rounds) { return fiveArguments(folder, 1000, rounds); });
-    both("slotParseJson, 5 arguments, 1 record", 1.2,
+    // In memory there is no commit to speak of, just statements that Qt prepares more slowly.
+    both("slotParseJson, 5 arguments, 1 record", 0, 1.2,
          [](const QTemporaryDir& folder, int rounds) { return fiveArguments(folder, 1, 5 * rounds); });
-    both("slotParseJson, 3 arguments, 1000 records", 2.5,
+    both("slotParseJson, 3 arguments, 1000 records", 2.5, 2.5,
          [](const QTemporaryDir& folder, int rounds) { return threeArguments(folder, 1000, rounds); });
-    both("slotWriteFlightMonitor, a 200-byte message", 1.8,
+    both("slotWriteFlightMonitor, a 200-byte message", 1.8, 1.8,
          [](const QTemporaryDir& folder, int rounds) { return monitor(folder, rounds); });
 }
