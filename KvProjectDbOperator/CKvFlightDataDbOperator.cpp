@@ -73,7 +73,7 @@ QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
 } // namespace
 
 CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv)
-    : QObject(parent), m_eUploadEnv(eUploadEnv)
+    : QObject(parent), m_pMonitorColumns(new CKvTableDescription), m_eUploadEnv(eUploadEnv)
 {
     _initDataBase();
 }
@@ -361,12 +361,12 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
     if (m_strFlightMissionID.isEmpty() || !m_pDataBase) {
         return;
     }
-    const CKvTableDescription description(QString::fromLatin1(MonitorColumnsFile));
+    m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
     if (!m_pDataBase->isOpen()) {
         m_pDataBase->open();
     }
-    QSqlQuery query = _TakeMonitorInsert(description);
-    for (const CKvTableDescription::SColumn& column : description.Columns()) {
+    QSqlQuery query = _TakeMonitorInsert();
+    for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
         const auto is = [&column](const char* name) {
             return column.strName.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
         };
@@ -393,9 +393,9 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
 
 /// A prepared insert: one of the last batch, where that had the same columns and has not failed, since
 /// preparing takes twice the time of the insert itself.
-QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert(const CKvTableDescription& description)
+QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert()
 {
-    const QString sql = description.InsertSql(FlightLogTableName);
+    const QString sql = m_pMonitorColumns->InsertSql(FlightLogTableName);
     while (!m_listIdleMonitorQuery.isEmpty()) {
         QSqlQuery query = m_listIdleMonitorQuery.takeLast();
         if (query.lastQuery() == sql && !query.lastError().isValid()) {

@@ -16,6 +16,7 @@
 #include <QtSql/QSqlQuery>
 
 #include <functional>
+#include <memory>
 
 class CKvDataBase;
 class CKvTableDescription;
@@ -189,7 +190,7 @@ private:
                         const QString& strTable);
     bool _IsRecorded(const QJsonObject& record, const QString& strTable);
     void _InsertPositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
-    QSqlQuery _TakeMonitorInsert(const CKvTableDescription& description);
+    QSqlQuery _TakeMonitorInsert();
     void _ExecuteBatch(QList<QSqlQuery> listQuery);
     void _FlushFlightMonitor();
     bool _IsDataBaseOpen() const;
@@ -242,6 +243,7 @@ private:
     QMutex m_mutexDB;
     QList<QSqlQuery> m_listFlightMonitorQuery;
     QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
+    std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     QString m_strParseFlightMissionID = QLatin1String("");
     EUploadEnv m_eUploadEnv;
     unsigned int m_nStartTimeInterval = 3000;

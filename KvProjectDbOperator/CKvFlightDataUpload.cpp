@@ -116,7 +116,7 @@ QByteArray ObjectBody(const QByteArray& json)
 /// The rows become the body where they are; a mission's positions may be hundreds of megabytes.
 QByteArray RowsBody(const QString& strID, QByteArray json)
 {
-    return json.prepend("flight_mission_id=" + strID.toLatin1() + "&data=");
+    return json.insert(0, "flight_mission_id=" + strID.toLatin1() + "&data="); // prepend() would copy
 }
 } // namespace
 

@@ -6,14 +6,16 @@
 #include <QtCore/QVariant>
 #include <QtSql/QSqlQuery>
 
-CKvTableDescription::CKvTableDescription(const QString& strFile)
+void CKvTableDescription::Read(const QString& strFile)
 {
     QFile file(strFile);
-    if (!file.open(QIODevice::ReadOnly)) {
+    const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (text == m_byteText) {
         return;
     }
-    const QStringList listToken =
-        QString(file.readAll()).simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    *this = CKvTableDescription();
+    m_byteText = text;
+    const QStringList listToken = QString(text).simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
     for (int i = 0; i < listToken.size(); i += 2) {
         // With an odd number of tokens the last name keeps its comma, and the statement is refused.
         const QLatin1String separator(i == listToken.size() - 2 ? "" : ",");

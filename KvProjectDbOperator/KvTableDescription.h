@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QByteArray>
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
 #include <QtCore/QVector>
@@ -13,8 +14,15 @@ class QSqlQuery;
 class CKvTableDescription
 {
 public:
-    /// Reads the file; one that cannot be opened describes no columns.
-    explicit CKvTableDescription(const QString& strFile);
+    /// Describes no columns.
+    CKvTableDescription() = default;
+
+    /// Reads the file.
+    explicit CKvTableDescription(const QString& strFile) { Read(strFile); }
+
+    /// Reads the file; one that cannot be opened describes no columns. Its text is split only if it has
+    /// changed since the last time: that would be a fifth of the time that a monitor message takes.
+    void Read(const QString& strFile);
 
     /// A column as statements see it.
     struct SColumn {
@@ -37,6 +45,7 @@ public:
     void BindRecordAsText(QSqlQuery& query, const QJsonObject& record) const;
 
 private:
+    QByteArray m_byteText;
     QVector<SColumn> m_listColumn;
     QString m_strColumns;
     QString m_strPlaceholders;

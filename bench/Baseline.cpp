@@ -101,12 +101,12 @@ LogBatch readLogBatch(Database& database)
     const Database::Statement rows = database.prepare(kSelectLog);
     while (sqlite3_step(rows.get()) == SQLITE_ROW) {
         const QByteArray id = column(rows, Id);
-        batch.body += batch.ids.isEmpty() ? "{\"created_at\":\"" : ",{\"created_at\":\"";
+        batch.body += batch.ids.isEmpty() ? R"({"created_at":")" : R"(,{"created_at":")";
         batch.body +=
-            column(rows, CreatedAt) + "\",\"flight_mission_id\":\"" + column(rows, MissionId) +
-            "\",\"id\":\"" + id + "\",\"message\":\"" +
+            column(rows, CreatedAt) + R"(","flight_mission_id":")" + column(rows, MissionId) + R"(","id":")" +
+            id + R"(","message":")" +
             column(rows, Message).toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals) +
-            "\"}";
+            R"("})";
         batch.ids += (batch.ids.isEmpty() ? "'" : ",'") + id + '\'';
     }
     batch.body += ']';

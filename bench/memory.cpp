@@ -154,10 +154,12 @@ void benchKept(Report& report)
 
 void measureInChild(const QStringList& arguments)
 {
-    if (arguments.value(0) == "positions")
-        measurePositions(arguments.value(1), arguments.value(2).toLatin1());
-    else
-        measurePosts(arguments.value(1) == "ours", arguments.value(2).toLatin1());
+    const QByteArray url = arguments.value(2).toLatin1();
+    if (arguments.value(0) == "positions") {
+        measurePositions(arguments.value(1), url);
+    } else {
+        measurePosts(arguments.value(1) == "ours", url);
+    }
 }
 
 void benchMemory(Report& report)

@@ -57,7 +57,7 @@ double postSmallOnesByCurl(const QByteArray& url, const QByteArray& body)
 void benchRequests(Report& report)
 {
     constexpr int kRounds = 3;
-    const QByteArray body = "flight_mission_id=" + kMission + "&data=[{\"id\":\"1\"}]";
+    const QByteArray body = "flight_mission_id=" + kMission + R"(&data=[{"id":"1"}])";
     const auto compare = [&](const QString& what, const QByteArray& url) {
         const auto ours = [&] { return postSmallOnes(url, body); };
         report.add(what + " / bare manager",

@@ -57,9 +57,10 @@ QJsonArray toJson(const Positions& positions, bool asText)
         QJsonObject object;
         for (std::size_t k = 0; k < kTexts; ++k)
             object.insert(kColumns[k], QString(position.texts[k]));
-        for (std::size_t k = 0; k < kNumbers; ++k)
+        for (std::size_t k = 0; k < kNumbers; ++k) {
             object.insert(kColumns[kTexts + k],
                           asText ? QJsonValue(QString(position.numbersAsText[k])) : position.numbers[k]);
+        }
         array.append(object);
     }
     return array;
@@ -75,10 +76,11 @@ void insertPositions(Database& database, const Positions& positions, bool asText
             for (const QByteArray& text : position.texts)
                 bindText(insert, index++, text);
             for (std::size_t k = 0; k < kNumbers; ++k, ++index) {
-                if (asText)
+                if (asText) {
                     bindText(insert, index, position.numbersAsText[k]);
-                else
+                } else {
                     sqlite3_bind_double(insert.get(), index, position.numbers[k]);
+                }
             }
             database.insert(insert);
         }

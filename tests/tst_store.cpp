@@ -149,6 +149,28 @@ private slots:
         QCOMPARE(message.toByteArray(), RawMessage + '0');
     }
 
+    /// The statements of one batch serve the next.
+    void monitorBatchAfterBatch()
+    {
+        const FlightProject project;
+        const QString other = project.missionFile("m2/flight.kv");
+        Recorder recorder(project.db);
+        recorder.write(50);
+        recorder.op.SetFilghtMissionID("m2");
+        recorder.write(50);
+        const QString sql =
+            "SELECT flight_mission_id || count(DISTINCT id) || count(DISTINCT message) FROM " + Log +
+            " GROUP BY flight_mission_id ORDER BY rowid";
+        QCOMPARE(project.text(sql), QString("m15050 m25050"));
+        recorder.op.SetFlightMissionFilePath(other);
+        for (const char* rename : {"%1 RENAME TO elsewhere", "elsewhere RENAME TO %1"}) {
+            QVERIFY(TestProject::run(other, {"ALTER TABLE " + QString(rename).arg(Log)}));
+            recorder.write(50);
+        }
+        QCOMPARE(TestProject::text(other, sql), QString("m25050"));
+        QCOMPARE(project.text(sql), QString("m15050 m25050"));
+    }
+
     void waitingMessagesReachTheirFile()
     {
         const FlightProject project;
