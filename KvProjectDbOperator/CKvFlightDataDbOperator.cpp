@@ -73,7 +73,7 @@ QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
 } // namespace
 
 CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv)
-    : QObject(parent), m_pMonitorColumns(new CKvTableDescription), m_eUploadEnv(eUploadEnv)
+    : QObject(parent), m_eUploadEnv(eUploadEnv), m_pMonitorColumns(std::make_unique<CKvTableDescription>())
 {
     _initDataBase();
 }
@@ -319,16 +319,20 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
 void CKvFlightDataDbOperator::_InsertPositions(const QJsonArray& jsonArray,
                                                const CKvTableDescription& description)
 {
+    QSqlQuery insert(*m_pDataBase->DBInstance());
+    if (insert.prepare(description.InsertSql(PosDataTableName))) {
+        m_listPosDataQuery.append(insert);
+    }
     m_mutexDB.lock();
     m_pDataBase->transaction();
-    QSqlQuery query(*m_pDataBase->DBInstance());
-    if (query.prepare(description.InsertSql(PosDataTableName))) {
+    for (QSqlQuery& query : m_listPosDataQuery) {
         for (const QJsonValue& element : jsonArray) {
             description.BindRecord(query, element.toObject());
             query.exec();
         }
+        query.finish();
     }
-    query.finish();
+    m_listPosDataQuery.clear();
     m_pDataBase->commit();
     m_mutexDB.unlock();
 }

@@ -242,8 +242,7 @@ private:
     CKvUpLoadObject* m_pVideoMissionUpLoad = nullptr;
     QMutex m_mutexDB;
     QList<QSqlQuery> m_listFlightMonitorQuery;
-    QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
-    std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
+    QList<QSqlQuery> m_listPosDataQuery; // the insert of the records that are being written
     QString m_strParseFlightMissionID = QLatin1String("");
     EUploadEnv m_eUploadEnv;
     unsigned int m_nStartTimeInterval = 3000;
@@ -251,4 +250,6 @@ private:
     bool m_bResetUploadFlow = false;
     std::function<void()> m_fnNextFlowStep; // see _RunFlowStep()
     bool m_bFlowRunning = false;
+    QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
+    std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
 };
