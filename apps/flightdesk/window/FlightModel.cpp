@@ -102,7 +102,7 @@ QString FlightModel::stateText(const Row& row)
     if (!row.result->error.isEmpty()) {
         return row.result->error;
     }
-    const QString messages = tr("%1 messages").arg(QLocale().toString(row.result->messages));
+    QString messages = tr("%1 messages").arg(QLocale().toString(row.result->messages));
     if (!row.result->interruption) {
         return messages;
     }

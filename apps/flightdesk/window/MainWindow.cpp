@@ -109,6 +109,7 @@ void MainWindow::showStatus()
     const Uploader& uploader = *m_session.uploader();
     m_banner->setVisible(uploader.state() == Uploader::State::TokenRejected);
     m_uploadText->setText(m_session.hasProject() ? uploader.text() : tr("Open a project to begin."));
-    m_network->setText(m_session.hasNetwork() ? tr("Network") : tr("No network"));
+    const bool off = uploader.state() == Uploader::State::Off; // then nobody knows which network it takes
+    m_network->setText(off ? QString() : m_session.hasNetwork() ? tr("Network") : tr("No network"));
     m_gap->setText(tr("Longest pause: %1 ms").arg(m_gaps.longestMilliseconds(), 0, 'f', 0));
 }

@@ -239,7 +239,8 @@ QString MissionModel::ageText(qint64 seconds)
     if (seconds < 3600) {
         return tr("%1 min").arg(seconds / 60);
     }
-    return seconds < 48 * 3600 ? tr("%1 h").arg(seconds / 3600) : tr("%1 days").arg(seconds / 86400);
+    const qint64 hours = seconds / 3600;
+    return hours < 48 ? tr("%1 h").arg(hours) : tr("%1 days").arg(hours / 24);
 }
 
 QString MissionModel::durationText(qint64 seconds)

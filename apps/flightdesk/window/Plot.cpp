@@ -52,7 +52,8 @@ void Plot::setPoints(const QVector<QPointF>& points)
     const double top = points.isEmpty() ? 1 : qMax(high->y(), bottom + 0.1);
     const double step = niceStep(top - bottom, 3);
     constexpr double Noise = 0.05; // of a step, not worth another one
-    setRange(m_y, std::floor(bottom / step + Noise) * step, std::ceil(top / step - Noise) * step, step);
+    constexpr double Room = 0.2;
+    setRange(m_y, std::floor(bottom / step + Noise) * step, top + Room * step, step);
 }
 
 double Plot::niceStep(double range, int parts)
@@ -88,7 +89,7 @@ void Plot::changeEvent(QEvent* event)
 void Plot::applyColours()
 {
     const QPalette colours = palette();
-    const QColor text = colours.color(QPalette::Text);
+    const QColor& text = colours.color(QPalette::Text);
     QColor grid = text;
     grid.setAlphaF(0.15);
     setBackgroundBrush(colours.color(QPalette::Window));

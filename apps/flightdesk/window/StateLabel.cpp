@@ -23,7 +23,7 @@ void StateLabel::say(const QString& text, bool trouble)
 void StateLabel::changeEvent(QEvent* event)
 {
     QLabel::changeEvent(event);
-    if (event->type() == QEvent::ApplicationPaletteChange) {
+    if (event->type() == QEvent::PaletteChange) {
         colour();
     }
 }

@@ -70,7 +70,7 @@ private:
     bool m_easyFly = false;
     bool m_network = true;
     bool m_looked = false; ///< since the project was opened
-    bool m_moved = false; ///< since the upload was resumed
+    bool m_moved = false;  ///< since the upload was resumed
     int m_interval = 3000;
     qint64 m_marked = 0;
     ProjectTotals m_current;
