@@ -135,7 +135,7 @@ struct Desk {
 
 /// What a server has accepted from whoever had the right token.
 struct Account : ScriptedServer {
-    explicit Account(const QByteArray& rightToken) : token(rightToken)
+    explicit Account(QByteArray rightToken) : token(std::move(rightToken))
     {
         script = [this](const SRequest& request) {
             if (!trouble.isEmpty()) {

@@ -42,8 +42,8 @@ QSize ProgressDelegate::sizeHint(const QStyleOptionViewItem& option, const QMode
     return QStyledItemDelegate::sizeHint(option, index) + QSize(0, RoomForBar);
 }
 
-TableView::TableView(const QString& name, const QString& whenEmpty, QWidget* parent)
-    : QTreeView(parent), m_whenEmpty(whenEmpty)
+TableView::TableView(const QString& name, QString whenEmpty, QWidget* parent)
+    : QTreeView(parent), m_whenEmpty(std::move(whenEmpty))
 {
     setAccessibleName(name);
     setObjectName(name);

@@ -35,7 +35,7 @@ class TableView : public QTreeView
     Q_OBJECT
 
 public:
-    TableView(const QString& name, const QString& whenEmpty, QWidget* parent = nullptr);
+    TableView(const QString& name, QString whenEmpty, QWidget* parent = nullptr);
 
     void setWidths(const QVector<int>& characters);
 

@@ -108,6 +108,10 @@ bool wantsWindow(const QStringList& arguments)
 int runWindow(int argc, char* argv[])
 {
     const bool pictures = argc > 1 && ScreenshotOption == QLatin1String(argv[1]);
+    if (pictures && argc != 3) {
+        Console::printError(QStringLiteral("flightdesk: --screenshot takes a folder"));
+        return BadUsage;
+    }
     if (pictures) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     } else if (!hasDisplay()) {
@@ -119,13 +123,9 @@ int runWindow(int argc, char* argv[])
     QApplication application(argc, argv);
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     QApplication::setPalette(theme::palette(theme::isDark(QApplication::palette())));
-    QStringList arguments = QApplication::arguments();
+    const QStringList arguments = QApplication::arguments();
     if (!pictures) {
         return runWithArguments(arguments.mid(0, 1) + arguments.mid(2)); // without the command's name
-    }
-    if (arguments.size() != 3) {
-        Console::printError(QStringLiteral("flightdesk: --screenshot takes a folder"));
-        return BadUsage;
     }
     return takeScreenshots(arguments.at(2));
 }
