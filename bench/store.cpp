@@ -14,8 +14,8 @@ namespace
 
 constexpr int kTexts = 3;
 constexpr int kNumbers = 6;
-constexpr std::array<const char*, kTexts + kNumbers> kColumns = {
-    "id", "flight_mission_id", "time", "lng", "lat", "alt", "relative_alt", "speed", "heading"};
+constexpr const char* kColumns[] = {"id",  "flight_mission_id", "time",  "lng",    "lat",
+                                    "alt", "relative_alt",      "speed", "heading"};
 constexpr const char* kInsertPosition =
     "INSERT INTO pos_data(id,flight_mission_id,time,lng,lat,alt,relative_alt,speed,heading)"
     "VALUES(?,?,?,?,?,?,?,?,?)";

@@ -157,6 +157,16 @@ FaultVfs& FaultVfs::install()
     return g_faults;
 }
 
+FaultVfs::Pause::Pause()
+{
+    ++g_faults.m_pauses;
+}
+
+FaultVfs::Pause::~Pause()
+{
+    --g_faults.m_pauses;
+}
+
 void FaultVfs::failAt(Step step, int n, int code, bool forGood)
 {
     m_step = step;
@@ -169,7 +179,7 @@ void FaultVfs::failAt(Step step, int n, int code, bool forGood)
 int FaultVfs::fail(Step step)
 {
     const bool counts = step == m_step || (m_step == Any && step != Read && step != Lock);
-    if (s_pauses > 0 || m_countdown == 0 || !counts || --m_countdown > 0) {
+    if (m_pauses > 0 || m_countdown == 0 || !counts || --m_countdown > 0) {
         return SQLITE_OK;
     }
     m_countdown = m_forGood ? 1 : 0;

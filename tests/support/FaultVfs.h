@@ -29,8 +29,8 @@ public:
     void clear() { m_countdown = 0; }
     /// While one of these lives, steps neither fail nor count.
     struct Pause {
-        Pause() { ++s_pauses; }
-        ~Pause() { --s_pauses; }
+        Pause();
+        ~Pause();
         Q_DISABLE_COPY(Pause)
     };
     /// Steps that have failed since failAt().
@@ -54,10 +54,10 @@ public:
     Folder durable; ///< as they are stored
 
 private:
-    static inline int s_pauses = 0;
     Step m_step = Any;
     int m_countdown = 0;
     int m_code = 0;
     bool m_forGood = false;
     int m_failures = 0;
+    int m_pauses = 0;
 };
