@@ -159,7 +159,8 @@ private slots:
         QVERIFY(track.samples().size() > FlightTrack::MostSamples / 3);
         const QVector<QPointF> height = track.over(&FlightSample::height);
         QVERIFY(height.first().y() < 500 && height.last().y() > 99000);
-        QVERIFY(qAbs(track.path().last().x() - 0.01 * 111319.5 / 2) < 5); // a degree is half as wide there
+        QVERIFY(qAbs(track.path().constLast().x() - 0.01 * 111319.5 / 2) <
+                5); // a degree is half as wide there
         QVERIFY(track.over(&FlightSample::volts).isEmpty());
     }
     void replaysAtAPace()

@@ -217,8 +217,8 @@ void FaultVfs::mount(const QString& folder)
 void FaultVfs::losePower(std::mt19937* coin)
 {
     const auto kept = [coin] { return coin && (*coin)() % 2 == 0; };
-    for (const QByteArray& path : live.keys()) {
-        QFile::remove(QFile::decodeName(path));
+    for (auto entry = live.cbegin(); entry != live.cend(); ++entry) {
+        QFile::remove(QFile::decodeName(entry.key()));
     }
     const Folder entries = kept() ? live : durable;
     for (auto entry = entries.cbegin(); entry != entries.cend(); ++entry) {

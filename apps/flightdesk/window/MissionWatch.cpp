@@ -41,7 +41,8 @@ void MissionWatch::look()
     }
     emit found(changed);
     QStringList removed;
-    for (const QString& known : m_stamps.keys()) {
+    const QStringList stamped = m_stamps.keys();
+    for (const QString& known : stamped) {
         if (!std::binary_search(files.begin(), files.end(), known)) {
             m_stamps.remove(known);
             removed.append(known);

@@ -17,10 +17,10 @@ QPalette palette(bool dark)
     const QColor highlight(dark ? "#3b7dbd" : "#2f74b5");
     QPalette palette(text, QColor(dark ? "#383b3f" : "#e9ebed"), QColor(dark ? "#4a4e53" : "#ffffff"),
                      QColor(dark ? "#17191b" : "#a6abb0"), QColor(dark ? "#303338" : "#c9cdd1"), text,
-                     QColor("#ffffff"), base, window);
+                     Qt::white, base, window);
     palette.setColor(QPalette::AlternateBase, QColor(dark ? "#1d1f21" : "#f6f8f9"));
     palette.setColor(QPalette::Highlight, highlight);
-    palette.setColor(QPalette::HighlightedText, QColor("#ffffff"));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
     palette.setColor(QPalette::Link, QColor(dark ? "#7db4e6" : "#1f5f9c"));
     palette.setColor(QPalette::ToolTipBase, base);
     palette.setColor(QPalette::ToolTipText, text);
