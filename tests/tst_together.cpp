@@ -9,7 +9,7 @@
 
 namespace
 {
-constexpr int TickMs = 20;
+constexpr qint64 TickMs = 20;
 constexpr int MessagesInTick = 10;
 
 std::atomic<int> g_busy;
@@ -23,7 +23,7 @@ void noteError(void*, int code, const char* text)
 
 const int g_noting = sqlite3_config(SQLITE_CONFIG_LOG, noteError, nullptr);
 
-int seconds()
+qint64 seconds()
 {
     return qMax(3, qEnvironmentVariableIntValue("KV_SECONDS"));
 }
@@ -47,7 +47,7 @@ int record(const QString& file)
             const QJsonObject position{{"id", QString::number(++rows)}, {"flight_mission_id", "m1"}};
             emit recorder.slotParseJson({position}, columns, "m1");
         }
-        QThread::msleep(static_cast<unsigned long>(qMax(0LL, (tick + 1) * TickMs - time.elapsed())));
+        QThread::msleep(static_cast<unsigned long>(qMax<qint64>(0, (tick + 1) * TickMs - time.elapsed())));
     }
     return rows;
 }
@@ -103,7 +103,7 @@ private slots:
         const auto ended = [&] {
             return processes ? process.state() == QProcess::NotRunning : thread->isFinished();
         };
-        QVERIFY(QTest::qWaitFor(ended, 1000 * seconds() + 20000));
+        QVERIFY(QTest::qWaitFor(ended, static_cast<int>(1000 * seconds()) + 20000));
         if (processes) {
             const QList<QByteArray> counts = process.readAllStandardOutput().split(' ');
             rows = counts[0].toInt();
