@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Host.h"
+#include "KvAlgorthm.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
 #include "MissionFile.h"
+#include "Report.h"
 #include "Servers.h"
 #include "Suites.h"
 
@@ -42,7 +44,8 @@ double residentNow()
     return ofProcess("VmRSS:");
 }
 
-// Building and sending turn the event loop, marking does not: the last turn has seen the peak of the request.
+// Building and sending turn the event loop, marking does not: the last turn before the end has seen the peak
+// of the request.
 void measurePositions(const QString& file, const QByteArray& url)
 {
     const double before = residentNow();
@@ -50,7 +53,11 @@ void measurePositions(const QString& file, const QByteArray& url)
     QTimer turns;
     QObject::connect(&turns, &QTimer::timeout, [&request] { request = ofProcess("VmHWM:"); });
     turns.start(1);
-    const double time = drainFile(file, url);
+    SetServerIP(url);
+    Host host(EUploadEnv::OncePerRequest, file);
+    QObject::connect(&host.op, &CKvFlightDataDbOperator::UploadFinished, &turns, &QTimer::stop);
+    const double time = seconds([&host] { host.drain(); });
+    requireDrained(file);
     std::cout << request - before << ' ' << ofProcess("VmHWM:") - before << ' ' << time << std::endl;
 }
 
