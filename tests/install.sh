@@ -25,7 +25,7 @@ if grep -rF -e "$folder" -e "$sources" -e /opt/kv "$prefix/include" "$prefix"/li
 fi
 
 cp -R "$sources/examples/minimal-host" "$folder/source"
-cmake -S "$folder/source" -B "$folder/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+cmake -G Ninja -S "$folder/source" -B "$folder/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
 cmake --build "$folder/cmake" >/dev/null
 
 cd "$folder/source"
