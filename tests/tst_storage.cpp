@@ -29,7 +29,10 @@ QSet<QString> rowsOf(const QString& file, const char* where = "")
 class Flight
 {
 public:
-    explicit Flight(const TestProject& project) : file(project.file("m1/flight.kv")), m_project(project) {}
+    explicit Flight(const TestProject& project) : file(project.file("m1/flight.kv")), m_project(project)
+    {
+        disk.mount(QFileInfo(file).path());
+    }
 
     struct SStep {
         void (*run)(Flight&);
@@ -222,7 +225,6 @@ private slots:
         for (int n = 1, failures = 1; failures > 0; ++n) {
             const TestProject project;
             Flight flight(project);
-            disk.mount(QFileInfo(flight.file).path());
             startServer();
             QSet<QString> stored;
             int written = 0;
