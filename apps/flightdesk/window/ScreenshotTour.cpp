@@ -13,6 +13,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QProcess>
+#include <QtCore/QStandardPaths>
 #include <QtCore/QTemporaryDir>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QTabWidget>
@@ -36,15 +37,22 @@ bool waitFor(const std::function<bool()>& done, int milliseconds = Patience)
     return done();
 }
 
-/// A flightserver beside this program, that goes with the object.
+/// The flightserver beside this program, or else the installed one.
+QString serverProgram()
+{
+    const QString name = QStringLiteral("flightserver");
+    const QString beside = QStandardPaths::findExecutable(name, {QCoreApplication::applicationDirPath()});
+    return beside.isEmpty() ? QStandardPaths::findExecutable(name) : beside;
+}
+
+/// A flightserver that goes with the object.
 class Server
 {
 public:
     Server()
     {
-        m_process.start(
-            QCoreApplication::applicationDirPath() + QStringLiteral("/flightserver"),
-            {QStringLiteral("--token"), Token, QStringLiteral("--fault"), QStringLiteral("delay=1000:20")});
+        m_process.start(serverProgram(), {QStringLiteral("--token"), Token, QStringLiteral("--fault"),
+                                          QStringLiteral("delay=1000:20")});
     }
     ~Server()
     {
@@ -135,7 +143,8 @@ int takeScreenshots(const QString& folder)
     Server server;
     const QString url = server.url();
     if (url.isEmpty()) {
-        return fail(QStringLiteral("cannot start flightserver, which must lie beside flightdesk"));
+        return fail(QStringLiteral(
+            "cannot start flightserver, which lies neither beside flightdesk nor in the path"));
     }
     QFont font = QApplication::font();
     font.setPointSize(10); // as desktops have it; without one it is larger
