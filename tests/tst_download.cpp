@@ -139,7 +139,8 @@ private slots:
             download.slotRequestData();
             QTRY_COMPARE_WITH_TIMEOUT(download.ends(), QString("finished"), 60000);
             QVERIFY(download.GetByteData() == bytes);
-            QVERIFY(download.progressRisesTo(size) && !download.progress.isEmpty());
+            QVERIFY(download.progressRisesTo(size));
+            QVERIFY(size <= 1 || !download.progress.isEmpty()); // a byte's progress may come with its end
             QCOMPARE(server.requests.value(0).path, QByteArray("/a%20b/%C3%A4.bin?x=1"));
             QVERIFY(QDir(home.path("TmpData")).entryList(QDir::Files).isEmpty());
         }
