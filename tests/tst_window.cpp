@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Commands.h"
 #include "DownloadPage.h"
+#include "EndSignals.h"
 #include "FlightSimulator.h"
 #include "MainWindow.h"
 #include "Plot.h"
@@ -13,13 +14,20 @@
 
 #include <QtWidgets/QtWidgets>
 
+#include <csignal>
+
 namespace
 {
 constexpr int Long = 30000; // milliseconds, for what takes the operator's own waits
 
-/// The frames of a flight that breaks off in the air, as a telemetry log.
+/// The frames of a flight that breaks off in the air, as a telemetry log. With KV_LOG set the first half of
+/// that log, which ends in the air as well.
 QByteArray interruptedLog()
 {
+    QFile real(qEnvironmentVariable("KV_LOG"));
+    if (real.open(QIODevice::ReadOnly)) {
+        return real.read(real.size() / 2);
+    }
     FlightSimulator flight(4, 0, 2, true);
     QByteArray log;
     for (TelemetryFrame frame; flight.next(&frame);) {
@@ -43,14 +51,15 @@ struct Desk {
 
     QString file() const
     {
-        QDirIterator files(project.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+        QDirIterator files(project.path("project"), {'*' + format->suffix}, QDir::Files,
+                           QDirIterator::Subdirectories);
         return files.hasNext() ? files.next() : QString();
     }
     int waiting(const QString& table) const { return TestProject::waiting(file(), table); }
     QStringList ids() const
     {
         QStringList all;
-        for (const QString& table : MissionFormat::flight().uploadKinds) {
+        for (const QString& table : format->uploadKinds) {
             all += QVariant(TestProject::values(file(), "SELECT id FROM " + table)).toStringList();
         }
         all.sort();
@@ -130,6 +139,7 @@ struct Desk {
     QString said() const { return const_cast<MainWindow&>(window).session().uploader()->text(); }
 
     const TestProject& project;
+    const MissionFormat* format = &MissionFormat::flight();
     MainWindow window{QString()};
 };
 
@@ -182,7 +192,7 @@ private slots:
     void initTestCase()
     {
         QStandardPaths::setTestModeEnabled(true);
-        QApplication::setStyle("fusion");
+        QApplication::setStyle(new theme::Style);
         initFlightdeskResources();
     }
 
@@ -267,6 +277,24 @@ private slots:
         }
     }
 
+    void uploadsEasyFlyMissions()
+    {
+        const TestProject project;
+        Desk desk(project);
+        desk.format = &MissionFormat::video();
+        Account server("t");
+        QVERIFY(desk.isShown());
+        desk.goTo(2);
+        desk.click("Easy-fly");
+        desk.record(interruptedLog());
+        desk.signIn(server.url(), "t");
+        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
+        QVERIFY(server.all().isEmpty()); // the flight missions are meant
+        desk.click("Easy-fly missions");
+        QTRY_VERIFY_WITH_TIMEOUT(server.all() == desk.ids(), Long);
+        QTRY_COMPARE(desk.said(), QString("Everything is uploaded."));
+    }
+
     void pauses_data() { addRows(); }
     void pauses()
     {
@@ -305,10 +333,17 @@ private slots:
         QCOMPARE(server.all(), desk.ids());
     }
 
-    /// The window closes while it records and uploads: what was received is in the file, whole, and goes
-    /// with the next window.
+    /// The window is closed, or its process told to end, while it records and uploads: what was received is
+    /// in the file, whole, and goes with the next window.
+    void closesInTheMiddle_data()
+    {
+        QTest::addColumn<bool>("told");
+        QTest::newRow("closed") << false;
+        QTest::newRow("told to end") << true;
+    }
     void closesInTheMiddle()
     {
+        QFETCH(bool, told);
         Account server("t");
         const TestProject project;
         auto desk = std::make_unique<Desk>(project);
@@ -317,7 +352,9 @@ private slots:
         desk->goTo(2);
         desk->click("Simulate"); // at ten times its speed
         QTRY_VERIFY_WITH_TIMEOUT(server.last == "/flight/detailupload", Long);
-        desk->window.close();
+        const EndSignals endSignals;
+        QTimer::singleShot(0, &desk->window, [&] { told ? ::raise(SIGTERM) : desk->window.close(); });
+        QCOMPARE(QApplication::exec(), 0);
         desk.reset();
         desk = std::make_unique<Desk>(project);
         QVERIFY(desk->isShown());

@@ -171,7 +171,7 @@ QVariant MissionModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         return text(row.mission, column);
     case Qt::ToolTipRole:
-        return column == File ? row.mission.file : text(row.mission, column);
+        return longText(row.mission, column);
     case Qt::TextAlignmentRole:
         return alignment(column);
     case SortRole:
@@ -206,12 +206,19 @@ QVariant MissionModel::text(const MissionRecord& mission, int column) const
                    ? ageText(mission.oldestWaiting.secsTo(QDateTime::currentDateTime()))
                    : QString();
     case BreakpointAt:
-        return mission.breakpoint ? mission.breakpoint->text() : QString();
+        return mission.breakpoint ? tr("waypoint %1").arg(mission.breakpoint->waypoint) : QString();
     default: {
         const KindCount count = countOf(mission, column);
         return QLocale().toString(column == Waiting ? count.waiting : count.recorded);
     }
     }
+}
+
+QVariant MissionModel::longText(const MissionRecord& mission, int column) const
+{
+    return column == File                                 ? mission.file
+           : column == BreakpointAt && mission.breakpoint ? mission.breakpoint->text()
+                                                          : text(mission, column);
 }
 
 QVariant MissionModel::sortValue(const MissionRecord& mission, int column) const
@@ -259,6 +266,14 @@ MissionProxy::MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent
     setFilterKeyColumn(-1);
     setFilterCaseSensitivity(Qt::CaseInsensitive);
     setSourceModel(model);
+}
+
+QVariant MissionProxy::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    const bool overBars = m_onlyWaited && isKind(section);
+    return overBars && role == Qt::TextAlignmentRole
+               ? int(Qt::AlignCenter)
+               : QSortFilterProxyModel::headerData(section, orientation, role);
 }
 
 bool MissionProxy::filterAcceptsRow(int row, const QModelIndex& parent) const

@@ -69,23 +69,25 @@ private:
         MissionRecord mission;
         bool waited = false;
     };
-    void put(const MissionRecord& mission);
     void removeRowsOf(const QString& file, int keep);
     const MissionRecord* find(const QString& mission) const;
     QVariant text(const MissionRecord& mission, int column) const;
+    QVariant longText(const MissionRecord& mission, int column) const;
     QVariant sortValue(const MissionRecord& mission, int column) const;
 
     QVector<Row> m_rows;
     QHash<QString, QVector<int>> m_rowsOfFile;
 };
 
-/// Sorted as the user likes; on request only missions that have waited.
+/// Sorted as the user likes; on request only missions that have waited, whose kinds are shown as bars.
 class MissionProxy : public QSortFilterProxyModel
 {
     Q_OBJECT
 
 public:
     MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent);
+
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 protected:
     bool filterAcceptsRow(int row, const QModelIndex& parent) const override;

@@ -24,7 +24,7 @@ Plot::Plot(const QString& xTitle, const QString& yTitle, theme::Accent accent, Q
     chart()->legend()->hide();
     chart()->setMargins(QMargins(2, 2, 2, 2));
     chart()->layout()->setContentsMargins(0, 0, 0, 0);
-    chart()->setBackgroundRoundness(0);
+    chart()->setBackgroundVisible(false);
     m_x->setTitleText(xTitle);
     m_y->setTitleText(yTitle);
     chart()->addAxis(m_x, Qt::AlignBottom);
@@ -78,6 +78,24 @@ void Plot::setRange(QValueAxis* axis, double low, double high, double step)
     axis->setRange(low, high);
 }
 
+/// The same room beside each plot, so that plots above each other have one time axis.
+void Plot::resizeEvent(QResizeEvent* event)
+{
+    QChartView::resizeEvent(event);
+    const QFontMetrics metrics = fontMetrics();
+    const int line = metrics.height();
+    const int below = m_x->titleText().isEmpty() ? line + line / 2 : 3 * line;
+    chart()->setPlotArea(QRectF(rect()).adjusted(
+        metrics.horizontalAdvance(QStringLiteral("-0000")) + 2 * line, line / 2, -line, -below));
+}
+
+/// The chart's own background does not follow a plot area that is set.
+void Plot::drawBackground(QPainter* painter, const QRectF& area)
+{
+    QChartView::drawBackground(painter, area);
+    painter->fillRect(chart()->mapRectToScene(chart()->plotArea()), palette().color(QPalette::Base));
+}
+
 void Plot::changeEvent(QEvent* event)
 {
     QChartView::changeEvent(event);
@@ -93,9 +111,6 @@ void Plot::applyColours()
     QColor grid = text;
     grid.setAlphaF(0.15);
     setBackgroundBrush(colours.color(QPalette::Window));
-    chart()->setBackgroundBrush(colours.color(QPalette::Window));
-    chart()->setPlotAreaBackgroundBrush(colours.color(QPalette::Base));
-    chart()->setPlotAreaBackgroundVisible(true);
     for (QValueAxis* axis : {m_x, m_y}) {
         axis->setLabelsColor(text);
         axis->setTitleBrush(text);

@@ -22,6 +22,8 @@ public:
 
 protected:
     void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void drawBackground(QPainter* painter, const QRectF& area) override;
     virtual void applyColours();
     void setRange(QtCharts::QValueAxis* axis, double low, double high, double step);
     QtCharts::QValueAxis* xAxis() const { return m_x; }

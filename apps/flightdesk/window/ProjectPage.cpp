@@ -8,6 +8,7 @@
 #include <QtCore/QLocale>
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QHBoxLayout>
+#include <QtWidgets/QHeaderView>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 #include <QtWidgets/QMessageBox>
@@ -25,8 +26,11 @@ ProjectPage::ProjectPage(WindowSession& session, QWidget* parent)
     m_table->setModel(proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({14, 16, 19, 18, 8, 0, 9, 7, 9, 9, 8, 36});
+    m_table->setWidths({0, 15, 22, 20, 9, 0, 9, 7, 8, 8, 8, 13});
     m_table->hideColumn(MissionModel::MissionRow);
+    m_table->header()->setStretchLastSection(false);
+    m_table->header()->setSectionResizeMode(MissionModel::File, QHeaderView::Stretch);
+    m_table->setTextElideMode(Qt::ElideMiddle); // both ends of a file's name tell files apart
 
     auto* const filter = new QLineEdit;
     filter->setPlaceholderText(tr("Find a mission"));

@@ -24,22 +24,21 @@ void ProgressDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
     if (progress.percent < 0) {
         return;
     }
-    QStyleOptionProgressBar bar;
-    bar.initFrom(cell.widget);
-    bar.state |= QStyle::State_Horizontal;
-    bar.rect = cell.rect.adjusted(2, 2, -2, -2);
-    bar.maximum = 100;
-    bar.progress = progress.percent;
-    bar.text = progress.text;
-    bar.textAlignment = Qt::AlignCenter;
-    bar.textVisible = true;
-    style->drawControl(QStyle::CE_ProgressBar, &bar, painter, cell.widget);
-}
-
-QSize ProgressDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const
-{
-    constexpr int RoomForBar = 8;
-    return QStyledItemDelegate::sizeHint(option, index) + QSize(0, RoomForBar);
+    const QRect bar = cell.rect.adjusted(3, 3, -3, -3);
+    const QRect done(bar.topLeft(), QSize(bar.width() * progress.percent / 100, bar.height()));
+    const auto paintPart = [&](const QRect& part, QPalette::ColorRole ground, QPalette::ColorRole text) {
+        painter->setClipRect(part);
+        painter->fillRect(part, cell.palette.color(ground));
+        painter->setPen(cell.palette.color(text));
+        painter->drawText(bar, Qt::AlignCenter, progress.text);
+    };
+    painter->save();
+    paintPart(bar, QPalette::Base, QPalette::Text);
+    paintPart(done, QPalette::Highlight, QPalette::HighlightedText);
+    painter->setClipping(false);
+    painter->setPen(cell.palette.color(QPalette::Mid));
+    painter->drawRect(bar.adjusted(0, 0, -1, -1));
+    painter->restore();
 }
 
 TableView::TableView(const QString& name, QString whenEmpty, QWidget* parent)
@@ -58,7 +57,7 @@ TableView::TableView(const QString& name, QString whenEmpty, QWidget* parent)
 void TableView::setWidths(const QVector<int>& characters)
 {
     for (int column = 0; column < characters.size(); ++column) {
-        setColumnWidth(column, characters[column] * fontMetrics().averageCharWidth() + 12);
+        setColumnWidth(column, characters[column] * fontMetrics().averageCharWidth() + 14);
     }
 }
 

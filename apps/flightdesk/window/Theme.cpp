@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Theme.h"
 
+#include <QtGui/QPainter>
+#include <QtWidgets/QStyleOption>
+
 namespace theme
 {
 bool isDark(const QPalette& palette)
@@ -16,7 +19,7 @@ QPalette palette(bool dark)
     const QColor faint(dark ? "#878c92" : "#85898e");
     const QColor highlight(dark ? "#3b7dbd" : "#2f74b5");
     QPalette palette(text, QColor(dark ? "#383b3f" : "#e9ebed"), QColor(dark ? "#4a4e53" : "#ffffff"),
-                     QColor(dark ? "#17191b" : "#a6abb0"), QColor(dark ? "#303338" : "#c9cdd1"), text,
+                     QColor(dark ? "#17191b" : "#a6abb0"), QColor(dark ? "#4b5056" : "#c3c8cc"), text,
                      Qt::white, base, window);
     palette.setColor(QPalette::AlternateBase, QColor(dark ? "#1d1f21" : "#f6f8f9"));
     palette.setColor(QPalette::Highlight, highlight);
@@ -36,5 +39,34 @@ QColor accent(const QPalette& palette, Accent accent)
     const char* const light[] = {"#1f6fb2", "#1f6fb2", "#2e7d32", "#8a5a00", "#c62828", "#b3261e"};
     const char* const dark[] = {"#6db3f2", "#6db3f2", "#81c784", "#e0b050", "#ff8a80", "#ff8a80"};
     return {isDark(palette) ? dark[int(accent)] : light[int(accent)]};
+}
+
+Style::Style() : QProxyStyle(QStringLiteral("Fusion")) {}
+
+int Style::pixelMetric(PixelMetric metric, const QStyleOption* option, const QWidget* widget) const
+{
+    const bool besideText = metric == PM_HeaderMargin || metric == PM_FocusFrameHMargin;
+    return besideText ? 6 : QProxyStyle::pixelMetric(metric, option, widget);
+}
+
+QSize Style::sizeFromContents(ContentsType type, const QStyleOption* option, const QSize& size,
+                              const QWidget* widget) const
+{
+    const QSize room = type == CT_PushButton     ? QSize(12, 0)
+                       : type == CT_ItemViewItem ? QSize(0, 6)
+                                                 : QSize(0, 0);
+    return QProxyStyle::sizeFromContents(type, option, size, widget) + room;
+}
+
+void Style::drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                          const QWidget* widget) const
+{
+    QProxyStyle::drawPrimitive(element, option, painter, widget);
+    const bool framed = element == PE_IndicatorCheckBox || element == PE_Frame || element == PE_FrameLineEdit;
+    if (framed && !(option->state & State_HasFocus)) {
+        painter->setPen(option->palette.color(QPalette::Mid));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
+    }
 }
 } // namespace theme

@@ -128,7 +128,7 @@ QWidget* UploadPage::makeTable()
     table->setModel(new MissionProxy(m_session.missions(), true, this));
     table->setSortingEnabled(true);
     table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    table->setWidths({0, 24, 0, 18, 0, 12, 18, 16, 20, 10});
+    table->setWidths({0, 24, 0, 20, 0, 12, 18, 16, 20, 10});
     for (const int column : {MissionModel::File, MissionModel::Aircraft, MissionModel::Duration,
                              MissionModel::Oldest, MissionModel::BreakpointAt}) {
         table->hideColumn(column);

@@ -3,6 +3,7 @@
 
 #include "Commands.h"
 #include "Console.h"
+#include "EndSignals.h"
 #include "MainWindow.h"
 #include "ProjectPage.h"
 #include "ScreenshotTour.h"
@@ -13,7 +14,6 @@
 #include <QtCore/QSettings>
 #include <QtCore/QStandardPaths>
 #include <QtWidgets/QApplication>
-#include <QtWidgets/QStyleFactory>
 
 #include <cstdio>
 
@@ -67,6 +67,7 @@ int showWindow(const QString& project, const QString& server)
     if (!token.isEmpty() && window.session().hasProject()) {
         window.uploadPage()->signIn(token);
     }
+    const EndSignals endSignals;
     const int exitCode = QApplication::exec();
     memory.keep(window);
     return exitCode;
@@ -121,7 +122,7 @@ int runWindow(int argc, char* argv[])
     }
     QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
-    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    QApplication::setStyle(new theme::Style);
     QApplication::setPalette(theme::palette(theme::isDark(QApplication::palette())));
     const QStringList arguments = QApplication::arguments();
     if (!pictures) {

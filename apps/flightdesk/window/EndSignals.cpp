@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#include "EndSignals.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QSocketNotifier>
+
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+volatile std::sig_atomic_t s_wake = -1;
+
+/// Of what Qt offers nothing may be called here; write() may.
+void wake(int)
+{
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t written = ::write(s_wake, &byte, 1);
+}
+
+void answerSignals(void (*handler)(int))
+{
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        std::signal(signal, handler);
+    }
+}
+} // namespace
+
+EndSignals::EndSignals()
+{
+    if (::pipe2(m_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return; // the process then ends at once, as without this object
+    }
+    s_wake = m_pipe[1];
+    auto* const notifier = new QSocketNotifier(m_pipe[0], QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, &EndSignals::quit);
+    answerSignals(wake);
+}
+
+EndSignals::~EndSignals()
+{
+    answerSignals(SIG_DFL);
+    ::close(m_pipe[0]);
+    ::close(m_pipe[1]);
+}
+
+/// A second signal ends the process at once: whoever sends it has waited long enough.
+void EndSignals::quit()
+{
+    answerSignals(SIG_DFL);
+    QCoreApplication::quit();
+}
