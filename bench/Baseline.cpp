@@ -6,10 +6,9 @@
 
 namespace
 {
-
-const char* const kSelectLog = "select * from flight_monitor_detail_log WHERE is_uploaded = 0 AND "
-                               "flight_mission_id='5c02a798-84e5-5220-a4fe-a173392aa9c4' LIMIT 1000";
-enum LogColumn { Id, MissionId, Message, CreatedAt };
+const char* const SelectLog = "select * from flight_monitor_detail_log WHERE is_uploaded = 0 AND "
+                              "flight_mission_id='5c02a798-84e5-5220-a4fe-a173392aa9c4' LIMIT 1000";
+enum LogColumn { IdColumn, MissionColumn, MessageColumn, CreatedAtColumn };
 
 QByteArray column(const Database::Statement& statement, int index)
 {
@@ -22,7 +21,6 @@ size_t keepReply(const char* data, size_t size, size_t count, void* reply)
     static_cast<QByteArray*>(reply)->append(data, static_cast<int>(size * count));
     return size * count;
 }
-
 } // namespace
 
 Database::Database(const QString& file)
@@ -33,7 +31,8 @@ Database::Database(const QString& file)
     m_database.reset(database);
     check(result == SQLITE_OK);
     sqlite3_busy_timeout(database, 30000);
-    run("PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA; PRAGMA temp_store=MEMORY");
+    run("PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA; PRAGMA temp_store=MEMORY;"
+        "PRAGMA cache_size=-65536");
 }
 
 void Database::run(const QByteArray& sql)
@@ -97,16 +96,16 @@ void Poster::post(const QByteArray& body)
 LogBatch readLogBatch(Database& database)
 {
     LogBatch batch;
-    batch.body = "flight_mission_id=" + kMission + "&data=[";
-    const Database::Statement rows = database.prepare(kSelectLog);
+    batch.body = "flight_mission_id=" + MissionId + "&data=[";
+    const Database::Statement rows = database.prepare(SelectLog);
     while (sqlite3_step(rows.get()) == SQLITE_ROW) {
-        const QByteArray id = column(rows, Id);
+        const QByteArray id = column(rows, IdColumn);
         batch.body += batch.ids.isEmpty() ? R"({"created_at":")" : R"(,{"created_at":")";
-        batch.body +=
-            column(rows, CreatedAt) + R"(","flight_mission_id":")" + column(rows, MissionId) + R"(","id":")" +
-            id + R"(","message":")" +
-            column(rows, Message).toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals) +
-            R"("})";
+        batch.body += column(rows, CreatedAtColumn) + R"(","flight_mission_id":")" +
+                      column(rows, MissionColumn) + R"(","id":")" + id + R"(","message":")" +
+                      column(rows, MessageColumn)
+                          .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals) +
+                      R"("})";
         batch.ids += (batch.ids.isEmpty() ? "'" : ",'") + id + '\'';
     }
     batch.body += ']';

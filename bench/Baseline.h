@@ -2,10 +2,12 @@
 #pragma once
 
 #include <curl/curl.h>
-#include <memory>
-#include <QByteArray>
-#include <QString>
 #include <sqlite3.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+#include <memory>
 #include <vector>
 
 // The same work without the library: the SQLite C API with the pragmas of a mission file, and libcurl.

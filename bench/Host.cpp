@@ -6,20 +6,18 @@
 #include "MissionFile.h"
 #include "Report.h"
 
-#include <QEventLoop>
-#include <QTimer>
+#include <QtCore/QEventLoop>
+#include <QtCore/QTimer>
 
 namespace
 {
-
-constexpr int kPatienceMs = 300000;
+constexpr int PatienceMs = 300000;
 
 EUploadEnv inProject(const QTemporaryDir& project, EUploadEnv env)
 {
     setProject(project.path());
     return env;
 }
-
 } // namespace
 
 Host::Host(EUploadEnv env, const QString& file) : op(nullptr, inProject(m_project, env))
@@ -29,8 +27,9 @@ Host::Host(EUploadEnv env, const QString& file) : op(nullptr, inProject(m_projec
             SLOT(slotParseJson(QJsonArray, QString, QString)));
     connect(this, SIGNAL(signedIn()), &op, SLOT(slotCheckNewData()));
     connect(this, SIGNAL(tick()), &op, SLOT(slotStartUpload()));
-    if (!file.isEmpty())
+    if (!file.isEmpty()) {
         op.SetFlightMissionFilePath(file);
+    }
 }
 
 void Host::drain()
@@ -42,11 +41,12 @@ void Host::drain()
         loop.quit();
     };
     connect(&op, &CKvFlightDataDbOperator::UploadFinished, &loop, finish);
-    QTimer::singleShot(kPatienceMs, &loop, &QEventLoop::quit);
+    QTimer::singleShot(PatienceMs, &loop, &QEventLoop::quit);
     emit signedIn();
     emit tick();
-    if (!finished)
+    if (!finished) {
         loop.exec();
+    }
     require(finished, "the upload does not end");
 }
 

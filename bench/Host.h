@@ -3,7 +3,7 @@
 
 #include "KvProjectDbOperator/CKvFlightDataDbOperator.h"
 
-#include <QTemporaryDir>
+#include <QtCore/QTemporaryDir>
 
 // An operator with the signals by which a host reaches its private slots.
 class Host : public QObject

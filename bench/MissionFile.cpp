@@ -6,20 +6,22 @@
 #include "KvData.h"
 #include "Report.h"
 
-#include <QCoreApplication>
-#include <QFile>
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
 
-const QByteArray kMission = "5c02a798-84e5-5220-a4fe-a173392aa9c4";
+#include <unistd.h>
+
+const QByteArray MissionId = "5c02a798-84e5-5220-a4fe-a173392aa9c4";
 
 namespace
 {
-
 // Random ids, as flights have them.
-const char* const kId = "lower(hex(randomblob(4))||'-'||hex(randomblob(2))||'-'||hex(randomblob(2))||'-'||"
-                        "hex(randomblob(2))||'-'||hex(randomblob(6)))";
-const char* const kTime = "'2026-04-12 10:20:30.' || (100 + i % 900)";
+const char* const RandomId =
+    "lower(hex(randomblob(4))||'-'||hex(randomblob(2))||'-'||hex(randomblob(2))||'-'||"
+    "hex(randomblob(2))||'-'||hex(randomblob(6)))";
+const char* const TimeText = "'2026-04-12 10:20:30.' || (100 + i % 900)";
 
-const char* const kInsertLog =
+const char* const InsertLog =
     "INSERT INTO flight_monitor_detail_log(id, flight_mission_id, message, created_at, is_uploaded) SELECT ";
 
 QByteArray series(int rows)
@@ -28,14 +30,23 @@ QByteArray series(int rows)
            QByteArray::number(rows) + ") ";
 }
 
+// What is not on the disk yet would be written while something is measured.
+void writeOut(const QString& path)
+{
+    QFile file(path);
+    require(file.open(QIODevice::ReadOnly) && fsync(file.handle()) == 0, "cannot write out " + path);
+}
+
 // Nobody reads these files before they are complete, so nothing has to survive a crash.
 void fill(const QString& file, const QByteArray& sql)
 {
-    Database database(file);
-    database.run("PRAGMA synchronous=OFF; PRAGMA cache_size=-1000000");
-    database.run("BEGIN;" + sql + ";COMMIT");
+    {
+        Database database(file);
+        database.run("PRAGMA synchronous=OFF; PRAGMA cache_size=-1000000");
+        database.run("BEGIN;" + sql + ";COMMIT");
+    }
+    writeOut(file);
 }
-
 } // namespace
 
 QString diskFolder()
@@ -59,21 +70,21 @@ void makeMissionFile(const QString& file)
     CreateTable(UasStatusTableName, GetUasStatusTableContents(), instance);
     CreateTable(PosDataTableName, GetPosDataTableContents(), instance);
     CreateTable(FlightCompleteTableName, GetFlightCompleteTableContents(), instance);
-    database.exec("INSERT INTO flight_mission(id, project_id, is_uploaded) VALUES('" + kMission +
+    database.exec("INSERT INTO flight_mission(id, project_id, is_uploaded) VALUES('" + MissionId +
                   "', 'project', 1)");
     require(database.commit(), "cannot fill " + file);
 }
 
 void addLog(const QString& file, int rows)
 {
-    fill(file, series(rows) + kInsertLog + kId + ", '" + kMission + "', randomblob(" +
-                   QByteArray::number(kMessageBytes) + "), " + kTime + ", 0 FROM n");
+    fill(file, series(rows) + InsertLog + RandomId + ", '" + MissionId + "', randomblob(" +
+                   QByteArray::number(MessageBytes) + "), " + TimeText + ", 0 FROM n");
 }
 
 void addUploadedLog(const QString& file, int rows)
 {
-    fill(file, series(rows) + kInsertLog + "printf('%036d', i), '" + kMission + "', randomblob(20), " +
-                   kTime + ", 1 FROM n");
+    fill(file, series(rows) + InsertLog + "printf('%036d', i), '" + MissionId + "', randomblob(20), " +
+                   TimeText + ", 1 FROM n");
 }
 
 void addPositions(const QString& file, int rows)
@@ -81,15 +92,16 @@ void addPositions(const QString& file, int rows)
     fill(file, series(rows) +
                    "INSERT INTO pos_data(id, flight_mission_id, time, lng, lat, alt, relative_alt, speed, "
                    "heading, created_at) SELECT " +
-                   kId + ", '" + kMission + "', " + kTime +
-                   ", 8.545 + i * 1e-6, 47.397 + i * 1e-6, 488.5, i % 120 + 0.25, 12.5, i % 360, " + kTime +
-                   " FROM n");
+                   RandomId + ", '" + MissionId + "', " + TimeText +
+                   ", 8.545 + i * 1e-6, 47.397 + i * 1e-6, 488.5, i % 120 + 0.25, 12.5, i % 360, " +
+                   TimeText + " FROM n");
 }
 
 void copyFile(const QString& from, const QString& to)
 {
     QFile::remove(to);
     require(QFile::copy(from, to), "cannot make " + to);
+    writeOut(to);
 }
 
 qint64 countRows(const QString& file, const char* table)

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QByteArray>
-#include <QString>
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
 
 // What the mission files hold: the mission, and rows as a flight leaves them behind.
-extern const QByteArray kMission;
-constexpr int kMessageBytes = 200;
+extern const QByteArray MissionId;
+constexpr int MessageBytes = 200;
 
 // A folder for files whose commits reach a disk, and one where only the work shows.
 QString diskFolder();

@@ -6,7 +6,6 @@
 
 namespace
 {
-
 double median(std::vector<double> values)
 {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -36,7 +35,6 @@ QString text(double value, Unit unit)
     }
     return scaled(value * 1e6, 1000, {"us", "ms", "s"});
 }
-
 } // namespace
 
 void Report::add(const QString& what, const Pair& pair, Unit unit, double reach)

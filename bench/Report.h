@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QString>
+
 #include <chrono>
 #include <functional>
-#include <QString>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -48,6 +49,7 @@ double seconds(Function&& function)
 // A figure counts only if the work was done.
 inline void require(bool condition, const QString& otherwise)
 {
-    if (!condition)
+    if (!condition) {
         throw std::runtime_error(otherwise.toStdString());
+    }
 }

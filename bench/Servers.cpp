@@ -5,11 +5,12 @@
 #include "Report.h"
 
 #include <httplib.h>
-#include <QCoreApplication>
+
+#include <QtCore/QCoreApplication>
 
 namespace
 {
-constexpr int kPatienceMs = 10000;
+constexpr int PatienceMs = 10000;
 }
 
 SinkServer::SinkServer(bool eager) : m_server(std::make_unique<httplib::Server>())
@@ -19,8 +20,9 @@ SinkServer::SinkServer(bool eager) : m_server(std::make_unique<httplib::Server>(
     m_server->set_keep_alive_timeout(1);
     m_server->Post(".*", [this, eager](const httplib::Request& request, httplib::Response& response,
                                        const httplib::ContentReader& read) {
-        if (eager)
+        if (eager) {
             acknowledgeAtOnce(connectionFrom(m_port, request.remote_port));
+        }
         qint64 bytes = 0;
         read([&bytes](const char* /*data*/, std::size_t length) {
             bytes += static_cast<qint64>(length);
@@ -32,8 +34,9 @@ SinkServer::SinkServer(bool eager) : m_server(std::make_unique<httplib::Server>(
     m_port = m_server->bind_to_any_port("127.0.0.1"); // takes over what is set above
     require(m_port > 0, "the sink cannot listen");
     m_thread = std::thread([this] { m_server->listen_after_bind(); });
-    while (!m_server->is_running()) // a stop before it runs would be lost
+    while (!m_server->is_running()) { // a stop before it runs would be lost
         std::this_thread::yield();
+    }
 }
 
 SinkServer::~SinkServer()
@@ -52,14 +55,16 @@ FlightServer::FlightServer()
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     m_process.start(QCoreApplication::applicationDirPath() + "/flightserver", QStringList());
     const QByteArray greeting = "flightserver listening on ";
-    while (!m_process.canReadLine())
-        require(m_process.waitForReadyRead(kPatienceMs), "flightserver does not start");
+    while (!m_process.canReadLine()) {
+        require(m_process.waitForReadyRead(PatienceMs), "flightserver does not start");
+    }
     m_url = m_process.readLine().trimmed().mid(greeting.size());
 }
 
 FlightServer::~FlightServer()
 {
     m_process.terminate();
-    if (!m_process.waitForFinished(kPatienceMs))
+    if (!m_process.waitForFinished(PatienceMs)) {
         m_process.kill();
+    }
 }

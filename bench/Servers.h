@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QByteArray>
+#include <QtCore/QProcess>
+
 #include <atomic>
 #include <memory>
-#include <QByteArray>
-#include <QProcess>
 #include <thread>
 
 namespace httplib

@@ -3,7 +3,7 @@
 
 #include "Report.h"
 
-#include <QStringList>
+#include <QtCore/QStringList>
 
 void benchStore(Report& report);
 void benchScan(Report& report);

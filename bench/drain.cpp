@@ -5,21 +5,20 @@
 #include "Servers.h"
 #include "Suites.h"
 
-#include <QEventLoop>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QTemporaryDir>
+#include <QtCore/QEventLoop>
+#include <QtCore/QTemporaryDir>
+#include <QtNetwork/QNetworkAccessManager>
+#include <QtNetwork/QNetworkReply>
 
 namespace
 {
-
-constexpr const char* kPath = "/flight/detailupload";
+constexpr const char* Path = "/flight/detailupload";
 
 double drainBaseline(const QString& file, const QByteArray& url)
 {
     const double time = seconds([&] {
         Database database(file);
-        Poster poster(url, kPath);
+        Poster poster(url, Path);
         for (LogBatch batch = readLogBatch(database); !batch.ids.isEmpty(); batch = readLogBatch(database)) {
             poster.post(batch.body);
             markLogBatch(database, batch);
@@ -44,7 +43,7 @@ double postByManager(const std::vector<QByteArray>& bodies)
 {
     const FlightServer server;
     QNetworkAccessManager manager;
-    QNetworkRequest request(QUrl(server.url() + kPath));
+    QNetworkRequest request(QUrl(server.url() + Path));
     request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
     QEventLoop loop;
     QObject::connect(&manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
@@ -60,17 +59,20 @@ double postByManager(const std::vector<QByteArray>& bodies)
 double postByCurl(const std::vector<QByteArray>& bodies)
 {
     const FlightServer server;
-    Poster poster(server.url(), kPath);
+    Poster poster(server.url(), Path);
     return seconds([&] {
-        for (const QByteArray& body : bodies)
+        for (const QByteArray& body : bodies) {
             poster.post(body);
+        }
     });
 }
 
 void benchBacklog(Report& report)
 {
-    constexpr int kFew = 10000;
-    constexpr int kMany = 1000000;
+    constexpr int Rounds = 3;
+    constexpr int Few = 10000;
+    constexpr int FewRounds = 10; // of a fifth of a second each
+    constexpr int Many = 1000000;
     const QTemporaryDir folder(diskFolder());
     const SinkServer sink;
     const auto perRow = [&](int rows) {
@@ -81,10 +83,10 @@ void benchBacklog(Report& report)
         return drainFile(file, sink.url()) / rows;
     };
     const Pair pair = interleave(
-        1, [&] { return perRow(kMany); },
+        Rounds, [&] { return perRow(Many); },
         [&] {
             return interleave(
-                       5, [&] { return perRow(kFew); }, [] { return 0.0; })
+                       FewRounds, [&] { return perRow(Few); }, [] { return 0.0; })
                 .ours;
         });
     report.add("draining 1,000,000 log rows / 10,000, one row", pair, Unit::Seconds, 1.3);
@@ -92,12 +94,12 @@ void benchBacklog(Report& report)
 
 void benchFlightServer(Report& report)
 {
-    constexpr int kRounds = 3;
-    constexpr int kRows = 100000;
+    constexpr int Rounds = 7;
+    constexpr int Rows = 100000;
     const QTemporaryDir folder(diskFolder());
     const QString waiting = folder.filePath("waiting.kv");
     makeMissionFile(waiting);
-    addLog(waiting, kRows);
+    addLog(waiting, Rows);
     const auto drain = [&](auto way) {
         const QString file = folder.filePath("drained.kv");
         copyFile(waiting, file);
@@ -105,15 +107,14 @@ void benchFlightServer(Report& report)
         return way(file, server.url());
     };
     const Pair pair = interleave(
-        kRounds, [&] { return drain(drainFile); }, [&] { return drain(drainBaseline); });
+        Rounds, [&] { return drain(drainFile); }, [&] { return drain(drainBaseline); });
     report.add("draining 100,000 log rows to flightserver", pair, Unit::Seconds, 1.8);
     const std::vector<QByteArray> bodies = bodiesOf(waiting);
     const Pair posted = interleave(
-        kRounds, [&] { return postByManager(bodies); }, [&] { return postByCurl(bodies); });
+        Rounds, [&] { return postByManager(bodies); }, [&] { return postByCurl(bodies); });
     report.add("the same / bodies made beforehand, bare manager", {pair.ours, posted.ours}, Unit::Seconds);
     report.add("the same / bodies made beforehand, libcurl", {pair.ours, posted.baseline}, Unit::Seconds);
 }
-
 } // namespace
 
 void benchDrain(Report& report)

@@ -3,22 +3,22 @@
 #include "MissionFile.h"
 #include "Suites.h"
 
+#include <QtCore/QCoreApplication>
+#include <QtCore/QLoggingCategory>
+
 #include <iostream>
-#include <QCoreApplication>
-#include <QLoggingCategory>
 
 namespace
 {
-
 struct Suite {
     const char* name;
     void (*run)(Report& report);
 };
-constexpr Suite kSuites[] = {{"store", benchStore},
-                             {"scan", benchScan},
-                             {"drain", benchDrain},
-                             {"requests", benchRequests},
-                             {"memory", benchMemory}};
+constexpr Suite Suites[] = {{"store", benchStore},
+                            {"scan", benchScan},
+                            {"drain", benchDrain},
+                            {"requests", benchRequests},
+                            {"memory", benchMemory}};
 
 void prepareHost()
 {
@@ -30,18 +30,19 @@ bool runSuites(const QStringList& wanted)
 {
     Report report;
     bool any = false;
-    for (const Suite& suite : kSuites) {
-        if (!wanted.isEmpty() && !wanted.contains(suite.name))
+    for (const Suite& suite : Suites) {
+        if (!wanted.isEmpty() && !wanted.contains(suite.name)) {
             continue;
+        }
         any = true;
         std::cerr << suite.name << std::endl;
         suite.run(report);
     }
-    if (any)
+    if (any) {
         report.print();
+    }
     return any;
 }
-
 } // namespace
 
 int main(int argc, char* argv[])
@@ -54,8 +55,9 @@ int main(int argc, char* argv[])
             measureInChild(arguments.mid(1));
             return 0;
         }
-        if (runSuites(arguments))
+        if (runSuites(arguments)) {
             return 0;
+        }
         std::cerr << "usage: kvbench [store] [scan] [drain] [requests] [memory]" << std::endl;
         return 2;
     } catch (const std::exception& error) {

@@ -7,24 +7,24 @@
 #include "Servers.h"
 #include "Suites.h"
 
+#include <QtCore/QBuffer>
+#include <QtCore/QCoreApplication>
+#include <QtCore/QEventLoop>
+#include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QTimer>
+#include <QtNetwork/QNetworkAccessManager>
+#include <QtNetwork/QNetworkReply>
+
 #include <iostream>
 #include <malloc.h>
-#include <QBuffer>
-#include <QCoreApplication>
-#include <QEventLoop>
-#include <QFile>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QTemporaryDir>
-#include <QTimer>
 
 namespace
 {
-
-constexpr int kPatienceMs = 300000;
-constexpr int kRequests = 10000;
-const QByteArray kBody(100000,
-                       'x'); // above what one segment takes, so no request waits for an acknowledgement
+constexpr int PatienceMs = 300000;
+constexpr int Requests = 10000;
+const QByteArray Body(100000,
+                      'x'); // above what one segment takes, so no request waits for an acknowledgement
 
 // A figure of this process, in bytes: VmRSS, VmHWM.
 double ofProcess(const char* name)
@@ -32,8 +32,9 @@ double ofProcess(const char* name)
     QFile status("/proc/self/status");
     require(status.open(QIODevice::ReadOnly), "no /proc/self/status");
     for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith(name))
+        if (line.startsWith(name)) {
             return line.simplified().split(' ').value(1).toDouble() * 1024;
+        }
     }
     throw std::runtime_error(std::string(name) + " is not in /proc/self/status");
 }
@@ -65,7 +66,7 @@ void postOurs(const QByteArray& url, int requests)
 {
     auto* const object = new CKvUpLoadObject; // lives on, as the operator's do
     object->SetUrl(url);
-    object->SetFilePathArray(kBody);
+    object->SetFilePathArray(Body);
     QEventLoop loop;
     QObject::connect(object, &CKvUpLoadObject::upLoadFinished, &loop, &QEventLoop::quit);
     for (int i = 0; i < requests; ++i) {
@@ -83,7 +84,7 @@ void postBare(const QByteArray& url, int requests)
     QObject::connect(manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
     for (int i = 0; i < requests; ++i) {
         auto* const body = new QBuffer;
-        body->setData(kBody);
+        body->setData(Body);
         body->open(QIODevice::ReadOnly);
         QNetworkReply* const reply = manager->post(request, body);
         loop.exec();
@@ -97,7 +98,7 @@ void measurePosts(bool ours, const QByteArray& url)
     const auto post = ours ? postOurs : postBare;
     post(url, 1); // what is made once and for all
     const double before = residentNow();
-    post(url, kRequests);
+    post(url, Requests);
     std::cout << residentNow() - before << std::endl;
 }
 
@@ -106,10 +107,11 @@ std::vector<double> runChild(const QStringList& arguments)
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(QCoreApplication::applicationFilePath(), QStringList("--child") + arguments);
-    require(process.waitForFinished(kPatienceMs) && process.exitCode() == 0, "a child process failed");
+    require(process.waitForFinished(PatienceMs) && process.exitCode() == 0, "a child process failed");
     std::vector<double> figures;
-    for (const QByteArray& figure : process.readAll().simplified().split(' '))
+    for (const QByteArray& figure : process.readAll().simplified().split(' ')) {
         figures.push_back(figure.toDouble());
+    }
     return figures;
 }
 
@@ -121,8 +123,8 @@ struct Positions {
 
 void benchPositions(Report& report)
 {
-    constexpr int kFew = 10000;
-    constexpr int kMany = 1000000;
+    constexpr int Few = 10000;
+    constexpr int Many = 1000000;
     const QTemporaryDir folder(diskFolder());
     const auto measure = [&folder](int rows, const SinkServer& sink) {
         const QString file = folder.filePath(QString::number(rows) + ".kv");
@@ -132,13 +134,13 @@ void benchPositions(Report& report)
         return Positions{figures.at(0), figures.at(1), figures.at(2)};
     };
     const SinkServer sink;
-    const Positions few = measure(kFew, sink);
-    const Positions many = measure(kMany, sink);
+    const Positions few = measure(Few, sink);
+    const Positions many = measure(Many, sink);
     const auto body = static_cast<double>(sink.largestBody());
     report.add("one request of 1,000,000 positions, peak memory / its body", {many.request, body},
                Unit::Bytes, 2.5);
     report.add("the same with the statement that marks them / the body", {many.peak, body}, Unit::Bytes);
-    report.add("one request of 1,000,000 positions / 10,000, one row", {many.time / kMany, few.time / kFew},
+    report.add("one request of 1,000,000 positions / 10,000, one row", {many.time / Many, few.time / Few},
                Unit::Seconds, 1.3);
 }
 
@@ -156,7 +158,6 @@ void benchKept(Report& report)
                    }),
                Unit::Bytes, 1.1);
 }
-
 } // namespace
 
 void measureInChild(const QStringList& arguments)

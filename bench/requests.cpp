@@ -5,13 +5,12 @@
 #include "Servers.h"
 #include "Suites.h"
 
-#include <QEventLoop>
-#include <QNetworkAccessManager>
+#include <QtCore/QEventLoop>
+#include <QtNetwork/QNetworkAccessManager>
 
 namespace
 {
-
-constexpr int kRequests = 50;
+constexpr int Requests = 50;
 
 double postSmallOnes(const QByteArray& url, const QByteArray& body)
 {
@@ -20,8 +19,8 @@ double postSmallOnes(const QByteArray& url, const QByteArray& body)
     object.SetFilePathArray(body);
     QEventLoop loop;
     QObject::connect(&object, &CKvUpLoadObject::upLoadFinished, &loop, &QEventLoop::quit);
-    return kRequests / seconds([&] {
-               for (int i = 0; i < kRequests; ++i) {
+    return Requests / seconds([&] {
+               for (int i = 0; i < Requests; ++i) {
                    object.PostNetWorkReplyMessage();
                    loop.exec();
                }
@@ -35,8 +34,8 @@ double postSmallOnesByManager(const QByteArray& url, const QByteArray& body)
     request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
     QEventLoop loop;
     QObject::connect(&manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
-    return kRequests / seconds([&] {
-               for (int i = 0; i < kRequests; ++i) {
+    return Requests / seconds([&] {
+               for (int i = 0; i < Requests; ++i) {
                    manager.post(request, body);
                    loop.exec();
                }
@@ -46,26 +45,25 @@ double postSmallOnesByManager(const QByteArray& url, const QByteArray& body)
 double postSmallOnesByCurl(const QByteArray& url, const QByteArray& body)
 {
     Poster poster(url, "/flight/detailupload");
-    return kRequests / seconds([&] {
-               for (int i = 0; i < kRequests; ++i)
+    return Requests / seconds([&] {
+               for (int i = 0; i < Requests; ++i) {
                    poster.post(body);
+               }
            });
 }
-
 } // namespace
 
 void benchRequests(Report& report)
 {
-    constexpr int kRounds = 3;
-    const QByteArray body = "flight_mission_id=" + kMission + R"(&data=[{"id":"1"}])";
+    constexpr int Rounds = 3;
+    const QByteArray body = "flight_mission_id=" + MissionId + R"(&data=[{"id":"1"}])";
     const auto compare = [&](const QString& what, const QByteArray& url) {
         const auto ours = [&] { return postSmallOnes(url, body); };
         report.add(what + " / bare manager",
-                   interleave(kRounds, ours, [&] { return postSmallOnesByManager(url, body); }),
+                   interleave(Rounds, ours, [&] { return postSmallOnesByManager(url, body); }),
                    Unit::PerSecond);
         report.add(what + " / libcurl",
-                   interleave(kRounds, ours, [&] { return postSmallOnesByCurl(url, body); }),
-                   Unit::PerSecond);
+                   interleave(Rounds, ours, [&] { return postSmallOnesByCurl(url, body); }), Unit::PerSecond);
     };
     const SinkServer sink(false);
     compare("requests with 1 row", sink.url());

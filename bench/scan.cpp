@@ -4,42 +4,42 @@
 #include "MissionFile.h"
 #include "Suites.h"
 
+#include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QEventLoop>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QTimer>
+
 #include <filesystem>
-#include <QDir>
-#include <QElapsedTimer>
-#include <QEventLoop>
-#include <QTemporaryDir>
-#include <QTimer>
 
 namespace
 {
-
 namespace fs = std::filesystem;
 
-const char* const kScan =
+const char* const Scan =
     "select id from flight_mission where id in (SELECT distinct flight_mission_id as id from "
     "flight_monitor_detail_log WHERE is_uploaded = 0\t\t\tunion all\t\t\tSELECT id from flight_mission WHERE "
     "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from uas_status WHERE "
     "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from pos_data WHERE "
     "is_uploaded = 0)";
-const char* const kExists = "SELECT 1 FROM sqlite_master WHERE type = ? AND name = ? COLLATE NOCASE";
-constexpr std::pair<const char*, const char*> kComplete[] = {{"table", "flight_mission"},
-                                                             {"index", "flight_mission_waiting"},
-                                                             {"table", "flight_monitor_detail_log"},
-                                                             {"index", "flight_monitor_detail_log_waiting"},
-                                                             {"table", "uas_status"},
-                                                             {"index", "uas_status_waiting"},
-                                                             {"table", "pos_data"},
-                                                             {"index", "pos_data_waiting"},
-                                                             {"table", "flight_complete"}};
+const char* const Exists = "SELECT 1 FROM sqlite_master WHERE type = ? AND name = ? COLLATE NOCASE";
+constexpr std::pair<const char*, const char*> Complete[] = {{"table", "flight_mission"},
+                                                            {"index", "flight_mission_waiting"},
+                                                            {"table", "flight_monitor_detail_log"},
+                                                            {"index", "flight_monitor_detail_log_waiting"},
+                                                            {"table", "uas_status"},
+                                                            {"index", "uas_status_waiting"},
+                                                            {"table", "pos_data"},
+                                                            {"index", "pos_data_waiting"},
+                                                            {"table", "flight_complete"}};
 
 void makeProject(const QTemporaryDir& folder, int files)
 {
-    constexpr int kFilesInFolder = 100;
+    constexpr int FilesInFolder = 100;
     const QString finished = folder.filePath("finished");
     makeMissionFile(finished);
     for (int i = 0; i < files; ++i) {
-        const QString day = QString::number(i / kFilesInFolder);
+        const QString day = QString::number(i / FilesInFolder);
         QDir(folder.path()).mkpath(day);
         copyFile(finished, folder.filePath(day + '/' + QString::number(i) + ".kv"));
     }
@@ -49,11 +49,13 @@ template<class Visit>
 void visitFiles(const QString& project, Visit&& visit)
 {
     for (const auto& day : fs::directory_iterator(project.toStdString())) {
-        if (!day.is_directory())
+        if (!day.is_directory()) {
             continue;
+        }
         for (const auto& file : fs::directory_iterator(day)) {
-            if (file.is_regular_file() && file.path().extension() == ".kv")
+            if (file.is_regular_file() && file.path().extension() == ".kv") {
                 visit(QString::fromStdString(file.path().string()));
+            }
         }
     }
 }
@@ -61,16 +63,17 @@ void visitFiles(const QString& project, Visit&& visit)
 double tick(Host& host, int ticks)
 {
     return seconds([&host, ticks] {
-               for (int i = 0; i < ticks; ++i)
+               for (int i = 0; i < ticks; ++i) {
                    emit host.tick();
+               }
            }) /
            ticks;
 }
 
 void benchTick(Report& report)
 {
-    constexpr int kRounds = 5;
-    constexpr int kTicks = 500;
+    constexpr int Rounds = 5;
+    constexpr int Ticks = 500;
     const QTemporaryDir few(diskFolder());
     const QTemporaryDir many(diskFolder());
     const auto fill = [](const QTemporaryDir& folder, int rows) {
@@ -84,11 +87,11 @@ void benchTick(Report& report)
     Host manyHost(EUploadEnv::WholeProject);
     const auto tickIn = [](const QTemporaryDir& folder, Host& host) {
         setProject(folder.path());
-        return tick(host, kTicks);
+        return tick(host, Ticks);
     };
     report.add("idle tick, 5,000,000 uploaded rows / 10,000",
                interleave(
-                   kRounds, [&] { return tickIn(many, manyHost); }, [&] { return tickIn(few, fewHost); }),
+                   Rounds, [&] { return tickIn(many, manyHost); }, [&] { return tickIn(few, fewHost); }),
                Unit::Seconds, 1.2);
 }
 
@@ -111,19 +114,19 @@ double longestStretch(Host& host)
 
 void benchPass(Report& report)
 {
-    constexpr int kRounds = 3;
-    constexpr int kFiles = 10000;
+    constexpr int Rounds = 3;
+    constexpr int Files = 10000;
     const QTemporaryDir project(diskFolder());
-    makeProject(project, kFiles);
+    makeProject(project, Files);
     Host host(EUploadEnv::WholeProject);
     setProject(project.path());
     const Pair pass = interleave(
-        kRounds, [&] { return tick(host, 1); },
+        Rounds, [&] { return tick(host, 1); },
         [&] {
             return seconds([&] {
                 visitFiles(project.path(), [](const QString& file) {
                     Database database(file);
-                    require(sqlite3_step(database.prepare(kScan).get()) == SQLITE_DONE,
+                    require(sqlite3_step(database.prepare(Scan).get()) == SQLITE_DONE,
                             "rows wait in " + file);
                 });
             });
@@ -135,21 +138,20 @@ void benchPass(Report& report)
 
 void benchConstruction(Report& report)
 {
-    constexpr int kRounds = 5;
-    constexpr int kFiles = 1000;
+    constexpr int Rounds = 5;
+    constexpr int Files = 1000;
     const QTemporaryDir project(diskFolder());
-    makeProject(project, kFiles);
+    makeProject(project, Files);
     setProject(project.path());
     report.add("construction on a project of 1,000 complete files",
                interleave(
-                   kRounds,
-                   [] { return seconds([] { CKvFlightDataDbOperator(nullptr, EUploadEnv::None); }); },
+                   Rounds, [] { return seconds([] { CKvFlightDataDbOperator(nullptr, EUploadEnv::None); }); },
                    [&] {
                        return seconds([&] {
                            visitFiles(project.path(), [](const QString& file) {
                                Database database(file);
-                               for (const auto& [type, name] : kComplete) {
-                                   const Database::Statement exists = database.prepare(kExists);
+                               for (const auto& [type, name] : Complete) {
+                                   const Database::Statement exists = database.prepare(Exists);
                                    bindText(exists, 1, QByteArray::fromRawData(type, qstrlen(type)));
                                    bindText(exists, 2, QByteArray::fromRawData(name, qstrlen(name)));
                                    require(sqlite3_step(exists.get()) == SQLITE_ROW, name);
@@ -159,7 +161,6 @@ void benchConstruction(Report& report)
                    }),
                Unit::Seconds, 1.5);
 }
-
 } // namespace
 
 void benchScan(Report& report)

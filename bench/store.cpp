@@ -4,25 +4,25 @@
 #include "MissionFile.h"
 #include "Suites.h"
 
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QUuid>
+
 #include <array>
 #include <ctime>
-#include <QTemporaryDir>
-#include <QUuid>
 
 namespace
 {
-
-constexpr int kTexts = 3;
-constexpr int kNumbers = 6;
-constexpr const char* kColumns[] = {"id",  "flight_mission_id", "time",  "lng",    "lat",
-                                    "alt", "relative_alt",      "speed", "heading"};
-constexpr const char* kInsertPosition =
+constexpr int Texts = 3;
+constexpr int Numbers = 6;
+constexpr const char* Columns[] = {"id",  "flight_mission_id", "time",  "lng",    "lat",
+                                   "alt", "relative_alt",      "speed", "heading"};
+constexpr const char* InsertPosition =
     "INSERT INTO pos_data(id,flight_mission_id,time,lng,lat,alt,relative_alt,speed,heading)"
     "VALUES(?,?,?,?,?,?,?,?,?)";
-constexpr const char* kInsertMessage =
+constexpr const char* InsertMessage =
     "INSERT INTO flight_monitor_detail_log(id,flight_mission_id,message,created_at,is_uploaded)"
     "VALUES(?,?,?,?,?)";
-const QString kPositionColumns = ":/pos_data.txt";
+const QString PositionColumns = ":/pos_data.txt";
 
 QByteArray newId()
 {
@@ -30,9 +30,9 @@ QByteArray newId()
 }
 
 struct Position {
-    std::array<QByteArray, kTexts> texts;
-    std::array<double, kNumbers> numbers;
-    std::array<QByteArray, kNumbers> numbersAsText;
+    std::array<QByteArray, Texts> texts;
+    std::array<double, Numbers> numbers;
+    std::array<QByteArray, Numbers> numbersAsText;
 };
 using Positions = std::vector<Position>;
 
@@ -40,11 +40,12 @@ Positions newPositions(int count)
 {
     Positions positions;
     for (int i = 0; i < count; ++i) {
-        Position position{{newId(), kMission, "2026-04-12 10:20:30.125"},
+        Position position{{newId(), MissionId, "2026-04-12 10:20:30.125"},
                           {8.545 + i * 1e-6, 47.397 + i * 1e-6, 488.5, i % 120 + 0.25, 12.5, i % 360 + 0.5},
                           {}};
-        for (std::size_t k = 0; k < kNumbers; ++k)
+        for (std::size_t k = 0; k < Numbers; ++k) {
             position.numbersAsText[k] = QByteArray::number(position.numbers[k], 'g', 12);
+        }
         positions.push_back(position);
     }
     return positions;
@@ -55,10 +56,11 @@ QJsonArray toJson(const Positions& positions, bool asText)
     QJsonArray array;
     for (const Position& position : positions) {
         QJsonObject object;
-        for (std::size_t k = 0; k < kTexts; ++k)
-            object.insert(kColumns[k], QString(position.texts[k]));
-        for (std::size_t k = 0; k < kNumbers; ++k) {
-            object.insert(kColumns[kTexts + k],
+        for (std::size_t k = 0; k < Texts; ++k) {
+            object.insert(Columns[k], QString(position.texts[k]));
+        }
+        for (std::size_t k = 0; k < Numbers; ++k) {
+            object.insert(Columns[Texts + k],
                           asText ? QJsonValue(QString(position.numbersAsText[k])) : position.numbers[k]);
         }
         array.append(object);
@@ -70,12 +72,13 @@ void insertPositions(Database& database, const Positions& positions, bool asText
 {
     database.run("BEGIN IMMEDIATE");
     {
-        const Database::Statement insert = database.prepare(kInsertPosition);
+        const Database::Statement insert = database.prepare(InsertPosition);
         for (const Position& position : positions) {
             int index = 1;
-            for (const QByteArray& text : position.texts)
+            for (const QByteArray& text : position.texts) {
                 bindText(insert, index++, text);
-            for (std::size_t k = 0; k < kNumbers; ++k, ++index) {
+            }
+            for (std::size_t k = 0; k < Numbers; ++k, ++index) {
                 if (asText) {
                     bindText(insert, index, position.numbersAsText[k]);
                 } else {
@@ -114,7 +117,7 @@ Pair fiveArguments(const QTemporaryDir& folder, int records, int rounds)
         rounds,
         [&] {
             const QJsonArray array = toJson(newPositions(records), true);
-            return seconds([&] { host.op.slotParseJson(array, kPositionColumns, kMission, 1, files.ours); });
+            return seconds([&] { host.op.slotParseJson(array, PositionColumns, MissionId, 1, files.ours); });
         },
         [&] {
             const Positions positions = newPositions(records);
@@ -136,7 +139,7 @@ Pair threeArguments(const QTemporaryDir& folder, int records, int rounds)
         rounds,
         [&] {
             const QJsonArray array = toJson(newPositions(records), false);
-            return seconds([&] { emit host.positions(array, kPositionColumns, kMission); });
+            return seconds([&] { emit host.positions(array, PositionColumns, MissionId); });
         },
         [&] {
             const Positions positions = newPositions(records);
@@ -167,7 +170,7 @@ void insertMessages(Database& database, const Database::Statement& insert, const
         const QByteArray id = newId();
         const QByteArray time = now();
         bindText(insert, 1, id);
-        bindText(insert, 2, kMission);
+        bindText(insert, 2, MissionId);
         sqlite3_bind_blob(insert.get(), 3, message.constData(), message.size(), SQLITE_STATIC);
         bindText(insert, 4, time);
         sqlite3_bind_int(insert.get(), 5, 0);
@@ -178,44 +181,45 @@ void insertMessages(Database& database, const Database::Statement& insert, const
 
 Pair monitor(const QTemporaryDir& folder, int rounds)
 {
-    constexpr int kMessages = 2000;
-    constexpr int kBatch = 50;
+    constexpr int Messages = 2000;
+    constexpr int Batch = 50;
     const Files files(folder, "monitor");
-    const QByteArray message(kMessageBytes, '\xfd');
+    const QByteArray message(MessageBytes, '\xfd');
     Host host(EUploadEnv::None, files.ours);
-    host.op.SetFilghtMissionID(kMission);
+    host.op.SetFilghtMissionID(MissionId);
     Database database(files.baseline);
-    const Database::Statement insert = database.prepare(kInsertMessage);
+    const Database::Statement insert = database.prepare(InsertMessage);
     Pair pair = interleave(
         rounds,
         [&] {
             return seconds([&] {
-                for (int i = 0; i < kMessages; ++i)
+                for (int i = 0; i < Messages; ++i) {
                     emit host.message(message);
+                }
             });
         },
         [&] {
             return seconds([&] {
-                for (int i = 0; i < kMessages; i += kBatch)
-                    insertMessages(database, insert, message, kBatch);
+                for (int i = 0; i < Messages; i += Batch) {
+                    insertMessages(database, insert, message, Batch);
+                }
             });
         });
     requireAlike(files.ours, files.baseline, "flight_monitor_detail_log");
-    pair.ours /= kMessages;
-    pair.baseline /= kMessages;
+    pair.ours /= Messages;
+    pair.baseline /= Messages;
     return pair;
 }
-
 } // namespace
 
 // In memory only the work shows; on disk the syncs of a commit do as well.
 void benchStore(Report& report)
 {
-    constexpr int kRounds = 15;
+    constexpr int Rounds = 15;
     const auto both = [&report](const QString& what, double reachInMemory, double reach, const auto& bench) {
-        report.add(what + ", in memory", bench(QTemporaryDir(memoryFolder()), 3 * kRounds), Unit::Seconds,
+        report.add(what + ", in memory", bench(QTemporaryDir(memoryFolder()), 3 * Rounds), Unit::Seconds,
                    reachInMemory);
-        report.add(what + ", on disk", bench(QTemporaryDir(diskFolder()), kRounds), Unit::Seconds, reach);
+        report.add(what + ", on disk", bench(QTemporaryDir(diskFolder()), Rounds), Unit::Seconds, reach);
     };
     both("slotParseJson, 5 arguments, 1000 records", 2.5, 2.5,
          [](const QTemporaryDir& folder, int rounds) { return fiveArguments(folder, 1000, rounds); });

@@ -12,7 +12,6 @@
 
 namespace
 {
-
 using NameCall = int (*)(int, sockaddr*, socklen_t*);
 
 // -1 for anything that is no connected TCP socket.
@@ -20,15 +19,17 @@ int portOf(int descriptor, NameCall nameOf)
 {
     sockaddr_storage address{};
     socklen_t length = sizeof(address);
-    if (nameOf(descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+    if (nameOf(descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
         return -1;
-    if (address.ss_family == AF_INET)
+    }
+    if (address.ss_family == AF_INET) {
         return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-    if (address.ss_family == AF_INET6)
+    }
+    if (address.ss_family == AF_INET6) {
         return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
+    }
     return -1;
 }
-
 } // namespace
 
 std::vector<int> connectionsOf(int port)
@@ -36,8 +37,9 @@ std::vector<int> connectionsOf(int port)
     std::vector<int> connections;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         const int descriptor = std::atoi(entry.path().filename().c_str());
-        if (portOf(descriptor, getpeername) != -1 && portOf(descriptor, getsockname) == port)
+        if (portOf(descriptor, getpeername) != -1 && portOf(descriptor, getsockname) == port) {
             connections.push_back(descriptor);
+        }
     }
     return connections;
 }
@@ -45,8 +47,9 @@ std::vector<int> connectionsOf(int port)
 int connectionFrom(int port, int clientPort)
 {
     for (const int connection : connectionsOf(port)) {
-        if (portOf(connection, getpeername) == clientPort)
+        if (portOf(connection, getpeername) == clientPort) {
             return connection;
+        }
     }
     return -1;
 }

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "Faults.h"
 
+#include <QtCore/QStringList>
+
 #include <algorithm>
 #include <limits>
-#include <QStringList>
 #include <stdexcept>
 
 namespace
 {
-
 struct Syntax {
     const char* name;
     Fault::What what;
@@ -16,12 +16,12 @@ struct Syntax {
     int most;
 };
 
-constexpr int kMaxInt = std::numeric_limits<int>::max();
-constexpr Syntax kSyntax[] = {
-    {"http", Fault::What::Http, 200, 599},     {"status", Fault::What::Status, -kMaxInt, kMaxInt},
-    {"delay", Fault::What::Delay, 0, kMaxInt}, {"stall", Fault::What::Stall, 0, 0},
-    {"cut", Fault::What::Cut, 0, 0},           {"garbage", Fault::What::Garbage, 0, 0},
-    {"empty", Fault::What::Empty, 0, 0},       {"drop", Fault::What::Drop, 0, 0},
+constexpr int MaxInt = std::numeric_limits<int>::max();
+constexpr Syntax Syntaxes[] = {
+    {"http", Fault::What::Http, 200, 599},    {"status", Fault::What::Status, -MaxInt, MaxInt},
+    {"delay", Fault::What::Delay, 0, MaxInt}, {"stall", Fault::What::Stall, 0, 0},
+    {"cut", Fault::What::Cut, 0, 0},          {"garbage", Fault::What::Garbage, 0, 0},
+    {"empty", Fault::What::Empty, 0, 0},      {"drop", Fault::What::Drop, 0, 0},
 };
 
 [[noreturn]] void refuse(const QString& text, const char* why)
@@ -33,23 +33,25 @@ std::uint64_t parseCount(const QString& number, const QString& text)
 {
     bool ok = false;
     const std::uint64_t count = number.toULongLong(&ok);
-    if (!ok)
+    if (!ok) {
         refuse(text, "AFTER and COUNT are whole numbers, as in \"http=500:2:1\"");
+    }
     return count;
 }
-
 } // namespace
 
 Fault parseFault(const QString& text)
 {
     const QStringList parts = text.split(':');
-    if (parts.size() > 3)
+    if (parts.size() > 3) {
         refuse(text, "expected WHAT[:AFTER[:COUNT]]");
+    }
     const QString name = parts[0].section('=', 0, 0);
-    const auto* const syntax = std::find_if(std::begin(kSyntax), std::end(kSyntax),
+    const auto* const syntax = std::find_if(std::begin(Syntaxes), std::end(Syntaxes),
                                             [&name](const Syntax& known) { return name == known.name; });
-    if (syntax == std::end(kSyntax))
+    if (syntax == std::end(Syntaxes)) {
         refuse(text, "expected http=N, status=N, delay=MS, stall, cut, garbage, empty or drop");
+    }
 
     Fault fault;
     fault.what = syntax->what;
@@ -57,15 +59,18 @@ Fault parseFault(const QString& text)
     if (takesValue) {
         bool ok = false;
         fault.value = parts[0].section('=', 1).toInt(&ok);
-        if (!ok || fault.value < syntax->least || fault.value > syntax->most)
+        if (!ok || fault.value < syntax->least || fault.value > syntax->most) {
             refuse(text, "the number after \"=\" is missing or out of range");
+        }
     } else if (parts[0] != name) {
         refuse(text, "this fault takes no value");
     }
-    if (parts.size() > 1)
+    if (parts.size() > 1) {
         fault.after = parseCount(parts[1], text);
-    if (parts.size() > 2)
+    }
+    if (parts.size() > 2) {
         fault.count = parseCount(parts[2], text);
+    }
     return fault;
 }
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QString>
+
 #include <atomic>
 #include <cstdint>
-#include <QString>
 #include <vector>
 
 // One way to misbehave, for the POST requests numbered after < n <= after + count.

@@ -3,29 +3,29 @@
 
 #include "Connections.h"
 
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
 #include <iostream>
 #include <limits>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <sys/socket.h>
 
 namespace
 {
-
 using namespace std::chrono_literals;
 
-constexpr int kNotFound = 404;
-constexpr int kForbidden = 403;
-constexpr int kServerError = 500;
-constexpr int kNoStatus = -1; // of a faulty reply that names none
+constexpr int NotFound = 404;
+constexpr int Forbidden = 403;
+constexpr int ServerError = 500;
+constexpr int NoStatus = -1; // of a faulty reply that names none
 
-constexpr std::size_t kThreads = 64; // one a connection, idle ones included
-constexpr auto kTransferTimeout = 300s;
-constexpr time_t kKeepAliveSeconds = 60;
-constexpr auto kStallPoll = 50ms;
+constexpr std::size_t Threads = 64; // one a connection, idle ones included
+constexpr auto TransferTimeout = 300s;
+constexpr time_t KeepAliveSeconds = 60;
+constexpr auto StallPoll = 50ms;
 
-constexpr const char* kJson = "application/json";
-constexpr const char* kHalfReply = R"({"status":)";
+constexpr const char* Json = "application/json";
+constexpr const char* HalfReply = R"({"status":)";
 
 std::string statusJson(int status, const std::string& message)
 {
@@ -36,9 +36,9 @@ std::string statusJson(int status, const std::string& message)
 // Announces a longer body than is sent; httplib closes the connection where its provider gives up.
 void cutReply(httplib::Response& response)
 {
-    const std::string half = kHalfReply;
+    const std::string half = HalfReply;
     response.set_content_provider(
-        2 * half.size(), kJson,
+        2 * half.size(), Json,
         [half](std::size_t /*offset*/, std::size_t /*length*/, httplib::DataSink& sink) {
             sink.write(half.data(), half.size());
             return false;
@@ -47,8 +47,9 @@ void cutReply(httplib::Response& response)
 
 std::unique_ptr<httplib::Server> makeServer(const Options& options)
 {
-    if (options.tlsCertificate.empty())
+    if (options.tlsCertificate.empty()) {
         return std::make_unique<httplib::Server>();
+    }
     auto server =
         std::make_unique<httplib::SSLServer>(options.tlsCertificate.c_str(), options.tlsKey.c_str());
     if (!server->is_valid()) {
@@ -76,10 +77,9 @@ void answerFailure(const httplib::Request& /*request*/, httplib::Response& respo
     } catch (...) { // the words above stay
     }
     std::cerr << "flightserver: " << words << std::endl;
-    response.status = kServerError;
-    response.set_content(statusJson(kServerError, words), kJson);
+    response.status = ServerError;
+    response.set_content(statusJson(ServerError, words), Json);
 }
-
 } // namespace
 
 IngestServer::IngestServer(const Options& options, Ledger& ledger)
@@ -95,11 +95,11 @@ IngestServer::IngestServer(const Options& options, Ledger& ledger)
 
 void IngestServer::setLimits()
 {
-    m_server->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+    m_server->new_task_queue = [] { return new httplib::ThreadPool(Threads); };
     m_server->set_keep_alive_max_count(std::numeric_limits<std::size_t>::max());
-    m_server->set_keep_alive_timeout(kKeepAliveSeconds);
-    m_server->set_read_timeout(kTransferTimeout);
-    m_server->set_write_timeout(kTransferTimeout);
+    m_server->set_keep_alive_timeout(KeepAliveSeconds);
+    m_server->set_read_timeout(TransferTimeout);
+    m_server->set_write_timeout(TransferTimeout);
     m_server->set_tcp_nodelay(true);
     m_server->set_socket_options(setSocketOptions);
 }
@@ -115,15 +115,17 @@ void IngestServer::setHandlers()
             body.append(data, length);
             return true;
         });
-        if (complete)
+        if (complete) {
             handle(request, response, body);
+        }
     });
     m_server->set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
-        if (request.method == "POST")
+        if (request.method == "POST") {
             return httplib::Server::HandlerResponse::Unhandled;
-        m_ledger.storeRefused({request.path, 0, kNotFound});
-        response.status = kNotFound;
-        response.set_content(statusJson(kNotFound, "records are sent with POST"), kJson);
+        }
+        m_ledger.storeRefused({request.path, 0, NotFound});
+        response.status = NotFound;
+        response.set_content(statusJson(NotFound, "records are sent with POST"), Json);
         return httplib::Server::HandlerResponse::Handled;
     });
     m_server->set_exception_handler(answerFailure);
@@ -154,31 +156,34 @@ void IngestServer::stop()
     m_stop.notify_all();
     m_server->stop();
     // Idle connections would hold their threads until the keep-alive time is over.
-    for (const int connection : connectionsOf(m_port))
+    for (const int connection : connectionsOf(m_port)) {
         shutdown(connection, SHUT_RD);
+    }
 }
 
 void IngestServer::handle(const httplib::Request& request, httplib::Response& response,
                           const std::string& body)
 {
     const Fault* const fault = m_faults.next();
-    if (fault != nullptr && misbehave(*fault, request, response, body.size()))
+    if (fault != nullptr && misbehave(*fault, request, response, body.size())) {
         return;
+    }
     const Answer answer = ingest(request, body);
     if (fault != nullptr && fault->what == Fault::What::Drop) {
         cutReply(response);
         return;
     }
-    if (answer.status == kNotFound)
-        response.status = kNotFound;
-    response.set_content(statusJson(answer.status, answer.message), kJson);
+    if (answer.status == NotFound) {
+        response.status = NotFound;
+    }
+    response.set_content(statusJson(answer.status, answer.message), Json);
 }
 
 // True when nothing else is to be done for the request.
 bool IngestServer::misbehave(const Fault& fault, const httplib::Request& request, httplib::Response& response,
                              std::size_t bytes)
 {
-    int status = kNoStatus;
+    int status = NoStatus;
     switch (fault.what) {
     case Fault::What::Drop:
         return false;
@@ -193,7 +198,7 @@ bool IngestServer::misbehave(const Fault& fault, const httplib::Request& request
         break;
     case Fault::What::Status:
         status = fault.value;
-        response.set_content(statusJson(status, "fault"), kJson);
+        response.set_content(statusJson(status, "fault"), Json);
         break;
     case Fault::What::Cut:
         cutReply(response);
@@ -202,7 +207,7 @@ bool IngestServer::misbehave(const Fault& fault, const httplib::Request& request
         response.set_content("<html>no json</html>", "text/html");
         break;
     case Fault::What::Empty:
-        response.set_content("{}", kJson);
+        response.set_content("{}", Json);
         break;
     }
     m_ledger.storeRefused({request.path, bytes, status});
@@ -213,8 +218,9 @@ IngestServer::Answer IngestServer::ingest(const httplib::Request& request, const
 {
     try {
         const Endpoint* const endpoint = findEndpoint(request.path);
-        if (endpoint == nullptr)
-            throw Refusal(kNotFound, "no such path: " + request.path);
+        if (endpoint == nullptr) {
+            throw Refusal(NotFound, "no such path: " + request.path);
+        }
         checkToken(request);
         m_ledger.store({request.path, body.size(), 0}, *endpoint, parseBatch(*endpoint, body));
         return {0, ""};
@@ -226,16 +232,18 @@ IngestServer::Answer IngestServer::ingest(const httplib::Request& request, const
 
 void IngestServer::checkToken(const httplib::Request& request) const
 {
-    if (m_token && request.get_header_value("token") != *m_token)
-        throw Refusal(kForbidden, "the token is missing or not valid");
+    if (m_token && request.get_header_value("token") != *m_token) {
+        throw Refusal(Forbidden, "the token is missing or not valid");
+    }
 }
 
 void IngestServer::stall(const httplib::Request& request)
 {
     const int connection = connectionFrom(m_port, request.remote_port);
-    while (!waitForStop(kStallPoll)) {
-        if (isAbandoned(connection))
+    while (!waitForStop(StallPoll)) {
+        if (isAbandoned(connection)) {
             break;
+        }
     }
     // httplib is about to send a reply; it must not arrive.
     shutdown(connection, SHUT_RDWR);

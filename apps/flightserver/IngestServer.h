@@ -5,9 +5,10 @@
 #include "Ledger.h"
 #include "Options.h"
 
+#include <httplib.h>
+
 #include <chrono>
 #include <condition_variable>
-#include <httplib.h>
 #include <memory>
 #include <mutex>
 #include <optional>

@@ -5,11 +5,10 @@
 
 namespace
 {
-
 // WAL with synchronous=NORMAL: a commit survives the end of this process, however it comes. Ids are random,
 // so a batch touches pages all over the index: a long write-ahead log (in pages) writes them back once, not
 // for every batch.
-constexpr const char* kSetUp = R"(
+constexpr const char* SetUp = R"(
 PRAGMA journal_mode=WAL;
 PRAGMA synchronous=NORMAL;
 PRAGMA wal_autocheckpoint=16384;
@@ -18,19 +17,18 @@ CREATE TABLE IF NOT EXISTS row(kind TEXT NOT NULL, id TEXT NOT NULL, mission TEX
     json TEXT NOT NULL, times INTEGER NOT NULL, PRIMARY KEY(kind,id));
 CREATE TABLE IF NOT EXISTS request(seq INTEGER PRIMARY KEY, path TEXT NOT NULL, mission TEXT NOT NULL,
     rows INTEGER NOT NULL, bytes INTEGER NOT NULL, status INTEGER NOT NULL);)";
-constexpr const char* kInsertRow = "INSERT INTO row(kind,id,mission,json,times) VALUES(?1,?2,?3,?4,1) "
-                                   "ON CONFLICT(kind,id) DO UPDATE SET times=times+1, json=excluded.json";
-constexpr const char* kInsertRequest =
+constexpr const char* InsertRow = "INSERT INTO row(kind,id,mission,json,times) VALUES(?1,?2,?3,?4,1) "
+                                  "ON CONFLICT(kind,id) DO UPDATE SET times=times+1, json=excluded.json";
+constexpr const char* InsertRequest =
     "INSERT INTO request(path,mission,rows,bytes,status) VALUES(?1,?2,?3,?4,?5)";
 
-constexpr int kBusyMs = 5000;
+constexpr int BusyMs = 5000;
 
 // The bytes must stay until the statement has run.
 void bindText(sqlite3_stmt* statement, int index, const QByteArray& text)
 {
     sqlite3_bind_text(statement, index, text.constData(), text.size(), SQLITE_STATIC);
 }
-
 } // namespace
 
 void Ledger::Close::operator()(sqlite3* database) const
@@ -47,12 +45,13 @@ Ledger::Ledger(const std::string& file) : m_file(file)
     sqlite3* database = nullptr;
     const int result = sqlite3_open(file.c_str(), &database);
     m_database.reset(database);
-    if (result != SQLITE_OK)
+    if (result != SQLITE_OK) {
         fail();
-    sqlite3_busy_timeout(database, kBusyMs);
-    execute(kSetUp);
-    m_insertRow = prepare(kInsertRow);
-    m_insertRequest = prepare(kInsertRequest);
+    }
+    sqlite3_busy_timeout(database, BusyMs);
+    execute(SetUp);
+    m_insertRow = prepare(InsertRow);
+    m_insertRequest = prepare(InsertRequest);
     execute("BEGIN IMMEDIATE; ROLLBACK"); // a file that can only be read shows here, not at the first request
 }
 
@@ -103,24 +102,27 @@ void Ledger::insertRequest(const RequestLine& request, const Batch& batch)
 
 void Ledger::execute(const char* sql)
 {
-    if (sqlite3_exec(m_database.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+    if (sqlite3_exec(m_database.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail();
+    }
 }
 
 Ledger::Statement Ledger::prepare(const char* sql) const
 {
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v3(m_database.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
-        SQLITE_OK)
+        SQLITE_OK) {
         fail();
+    }
     return Statement(statement);
 }
 
 void Ledger::run(const Statement& statement)
 {
     sqlite3_step(statement.get());
-    if (sqlite3_reset(statement.get()) != SQLITE_OK)
+    if (sqlite3_reset(statement.get()) != SQLITE_OK) {
         fail();
+    }
 }
 
 void Ledger::fail() const

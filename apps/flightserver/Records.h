@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QByteArray>
+#include <QtCore/QByteArray>
+
 #include <stdexcept>
 #include <string>
 #include <vector>

@@ -3,16 +3,16 @@
 #include "Ledger.h"
 #include "Options.h"
 
+#include <QtCore/QCoreApplication>
+
 #include <chrono>
 #include <csignal>
 #include <iostream>
-#include <QCoreApplication>
 #include <thread>
 #include <unistd.h>
 
 namespace
 {
-
 // Blocked before the first thread starts, so that every thread inherits it and only sigwait sees them.
 sigset_t blockEndSignals()
 {
@@ -35,8 +35,9 @@ bool serve(IngestServer& server, const std::string& address, const sigset_t& end
         }
     });
     // A stop before the listener runs would be lost.
-    while (!server.isRunning() && !failed)
+    while (!server.isRunning() && !failed) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     std::cout << "flightserver listening on " << address << std::endl;
 
     int signal = 0;
@@ -46,12 +47,11 @@ bool serve(IngestServer& server, const std::string& address, const sigset_t& end
     listener.join();
     return ok;
 }
-
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    constexpr int kUsageError = 2;
+    constexpr int UsageError = 2;
     const sigset_t endSignals = blockEndSignals();
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName("flightserver");
@@ -61,12 +61,13 @@ int main(int argc, char* argv[])
         Ledger ledger(options.ledger);
         IngestServer server(options, ledger);
         const std::string address = server.bind(options.host, options.port);
-        if (serve(server, address, endSignals))
+        if (serve(server, address, endSignals)) {
             return 0;
+        }
         std::cerr << "flightserver: the listening socket failed" << std::endl;
         return 1;
     } catch (const std::exception& error) {
         std::cerr << "flightserver: " << error.what() << std::endl;
-        return kUsageError;
+        return UsageError;
     }
 }

@@ -33,8 +33,9 @@ void download(const std::string& url, const std::string& path)
     Progress progress;
     const bool resumed =
         target.canResume(address) && Transfer(address, target, progress, Transfer::Begin::AtFileEnd).run();
-    if (!resumed)
+    if (!resumed) {
         Transfer(address, target, progress, Transfer::Begin::AtZero).run();
+    }
     target.commit();
     progress.finish(target.size());
 }

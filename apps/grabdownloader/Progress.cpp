@@ -6,19 +6,22 @@
 
 void Progress::update(std::int64_t received, std::int64_t total)
 {
-    if (total < 0)
+    if (total < 0) {
         return;
+    }
     const auto now = std::chrono::steady_clock::now();
-    if (now < m_nextReport)
+    if (now < m_nextReport) {
         return;
+    }
     m_nextReport = now + std::chrono::milliseconds(100);
     report(received, total);
 }
 
 void Progress::finish(std::int64_t total)
 {
-    if (m_reported != total)
+    if (m_reported != total) {
         report(total, total);
+    }
 }
 
 void Progress::report(std::int64_t received, std::int64_t total)

@@ -51,10 +51,12 @@ bool syncFile(std::FILE* stream)
 TargetFile::TargetFile(const std::string& path)
     : m_path(path), m_originPath(path + ".origin"), m_stream(std::fopen(path.c_str(), "ab"), &std::fclose)
 {
-    if (!m_stream)
+    if (!m_stream) {
         fail("cannot open the target file", lastError());
-    if (!lockFile(m_stream.get()))
+    }
+    if (!lockFile(m_stream.get())) {
         throw std::runtime_error("the target file is in use by another download");
+    }
     // Unbuffered: curl's blocks are large, and a kill then costs no byte that was counted.
     std::setvbuf(m_stream.get(), nullptr, _IONBF, 0);
 
@@ -67,11 +69,13 @@ TargetFile::TargetFile(const std::string& path)
 TargetFile::~TargetFile()
 {
     std::error_code ignored;
-    if (m_whole || m_size == 0)
+    if (m_whole || m_size == 0) {
         fs::remove(m_originPath, ignored);
+    }
     // An empty file would pass for a whole one.
-    if (!m_whole && m_size == 0 && fs::is_regular_file(m_path, ignored))
+    if (!m_whole && m_size == 0 && fs::is_regular_file(m_path, ignored)) {
         fs::remove(m_path, ignored);
+    }
 }
 
 void TargetFile::readOrigin()
@@ -91,8 +95,9 @@ void TargetFile::restart(const std::string& url, const std::string& validator)
     if (m_size > 0) {
         std::error_code error;
         fs::resize_file(m_path, 0, error);
-        if (error)
+        if (error) {
             fail("cannot empty the target file", error);
+        }
     }
     m_size = 0;
     m_url = url;
@@ -105,16 +110,19 @@ void TargetFile::append(const char* data, std::size_t size)
 {
     const std::size_t written = std::fwrite(data, 1, size, m_stream.get());
     m_size += static_cast<std::int64_t>(written);
-    if (written != size)
+    if (written != size) {
         fail("cannot write the target file", lastError());
+    }
 }
 
 void TargetFile::commit()
 {
-    if (!syncFile(m_stream.get()))
+    if (!syncFile(m_stream.get())) {
         fail("cannot bring the target file to the disk", lastError());
+    }
     std::error_code error;
-    if (fs::file_size(m_path, error) != static_cast<std::uintmax_t>(m_size) || error)
+    if (fs::file_size(m_path, error) != static_cast<std::uintmax_t>(m_size) || error) {
         throw std::runtime_error("the target file was changed or removed by someone else");
+    }
     m_whole = true;
 }

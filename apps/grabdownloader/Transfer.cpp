@@ -12,14 +12,14 @@
 namespace
 {
 
-constexpr long kMaxRedirects = 10;
-constexpr long kConnectTimeoutSeconds = 20;
-constexpr long kStallSeconds = 60;
-constexpr long kMinBytesPerSecond = 1;
+constexpr long MaxRedirects = 10;
+constexpr long ConnectTimeoutSeconds = 20;
+constexpr long StallSeconds = 60;
+constexpr long MinBytesPerSecond = 1;
 
 // The caller tries again when it reads one of these two on standard error.
-const char* const kBadLength = "bad content length";
-const char* const kBrokenConnection = "read tcp: ";
+const char* const BadLength = "bad content length";
+const char* const BrokenConnection = "read tcp: ";
 
 struct ContentRange {
     long long first = -1;
@@ -31,8 +31,9 @@ struct ContentRange {
 ContentRange parseContentRange(const std::string& text)
 {
     ContentRange range;
-    if (std::sscanf(text.c_str(), "bytes */%18lld", &range.total) != 1)
+    if (std::sscanf(text.c_str(), "bytes */%18lld", &range.total) != 1) {
         std::sscanf(text.c_str(), "bytes %18lld-%18lld/%18lld", &range.first, &range.last, &range.total);
+    }
     return range;
 }
 
@@ -46,8 +47,9 @@ Transfer::Transfer(const std::string& url, TargetFile& target, Progress& progres
     , m_curl(curl_easy_init(), &curl_easy_cleanup)
     , m_headers(nullptr, &curl_slist_free_all)
 {
-    if (!m_curl)
+    if (!m_curl) {
         throw std::runtime_error("cannot start libcurl");
+    }
     setOptions();
     setRequestHeaders();
 }
@@ -56,8 +58,9 @@ template<typename Value>
 void Transfer::set(CURLoption option, Value value)
 {
     const CURLcode code = curl_easy_setopt(m_curl.get(), option, value);
-    if (code != CURLE_OK)
+    if (code != CURLE_OK) {
         throw std::runtime_error(std::string("libcurl refuses an option: ") + curl_easy_strerror(code));
+    }
 }
 
 void Transfer::setOptions()
@@ -66,13 +69,13 @@ void Transfer::setOptions()
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     set(CURLOPT_FOLLOWLOCATION, 1L);
-    set(CURLOPT_MAXREDIRS, kMaxRedirects);
+    set(CURLOPT_MAXREDIRS, MaxRedirects);
     set(CURLOPT_FORBID_REUSE, 1L); // a kept connection may be closed just as the next request goes out
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_FAILONERROR, 1L);
-    set(CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
-    set(CURLOPT_LOW_SPEED_LIMIT, kMinBytesPerSecond);
-    set(CURLOPT_LOW_SPEED_TIME, kStallSeconds);
+    set(CURLOPT_CONNECTTIMEOUT, ConnectTimeoutSeconds);
+    set(CURLOPT_LOW_SPEED_LIMIT, MinBytesPerSecond);
+    set(CURLOPT_LOW_SPEED_TIME, StallSeconds);
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_USERAGENT, "grabdownloader/" KV_VERSION);
     set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
@@ -80,8 +83,9 @@ void Transfer::setOptions()
     set(CURLOPT_PREREQFUNCTION, &Transfer::onRequest);
     set(CURLOPT_PREREQDATA, static_cast<void*>(this));
     // As every OpenSSL program does, for servers with a certificate of the house.
-    if (const char* certificates = std::getenv("SSL_CERT_FILE"))
+    if (const char* certificates = std::getenv("SSL_CERT_FILE")) {
         set(CURLOPT_CAINFO, certificates);
+    }
 }
 
 void Transfer::setRequestHeaders()
@@ -91,8 +95,9 @@ void Transfer::setRequestHeaders()
     if (m_offset > 0) {
         set(CURLOPT_RANGE, (std::to_string(m_offset) + '-').c_str());
         const std::string& known = m_target.validator();
-        if (!known.empty() && known.rfind("W/", 0) != 0) // a weak one never matches there
+        if (!known.empty() && known.rfind("W/", 0) != 0) { // a weak one never matches there
             addHeader("If-Range: " + known);
+        }
     }
     set(CURLOPT_HTTPHEADER, m_headers.get());
 }
@@ -100,8 +105,9 @@ void Transfer::setRequestHeaders()
 void Transfer::addHeader(const std::string& line)
 {
     curl_slist* extended = curl_slist_append(m_headers.get(), line.c_str());
-    if (!extended)
+    if (!extended) {
         throw std::bad_alloc();
+    }
     static_cast<void>(m_headers.release()); // the extended list begins with it
     m_headers.reset(extended);
 }
@@ -109,19 +115,25 @@ void Transfer::addHeader(const std::string& line)
 bool Transfer::run()
 {
     const CURLcode code = curl_easy_perform(m_curl.get());
-    if (m_failure)
+    if (m_failure) {
         std::rethrow_exception(m_failure);
+    }
     // Without a body there was no occasion to judge the answer.
-    if (m_verdict == Verdict::Undecided && (code == CURLE_OK || code == CURLE_HTTP_RETURNED_ERROR))
+    if (m_verdict == Verdict::Undecided && (code == CURLE_OK || code == CURLE_HTTP_RETURNED_ERROR)) {
         m_verdict = judge();
-    if (m_verdict == Verdict::StartOver)
+    }
+    if (m_verdict == Verdict::StartOver) {
         return false;
-    if (m_verdict == Verdict::AlreadyWhole)
+    }
+    if (m_verdict == Verdict::AlreadyWhole) {
         return true;
-    if (code != CURLE_OK)
+    }
+    if (code != CURLE_OK) {
         throw std::runtime_error(explain(code));
-    if (m_total >= 0 && m_target.size() != m_total)
-        throw std::runtime_error(kBadLength);
+    }
+    if (m_total >= 0 && m_target.size() != m_total) {
+        throw std::runtime_error(BadLength);
+    }
     return true;
 }
 
@@ -129,10 +141,12 @@ std::size_t Transfer::onBody(char* data, std::size_t, std::size_t size, void* se
 {
     auto* transfer = static_cast<Transfer*>(self);
     try {
-        if (transfer->m_verdict == Verdict::Undecided)
+        if (transfer->m_verdict == Verdict::Undecided) {
             transfer->m_verdict = transfer->judge();
-        if (transfer->m_verdict != Verdict::StoreBody)
+        }
+        if (transfer->m_verdict != Verdict::StoreBody) {
             return CURL_WRITEFUNC_ERROR;
+        }
         transfer->take(data, size);
         return size;
     } catch (...) {
@@ -159,8 +173,9 @@ Transfer::Verdict Transfer::judge()
         m_target.restart(m_url, validator());
         return Verdict::StoreBody;
     }
-    if (m_offset > 0 && status == 206)
+    if (m_offset > 0 && status == 206) {
         return judgePart();
+    }
     if (m_offset > 0 && status == 416) {
         const bool whole = parseContentRange(header("Content-Range")).total == m_offset;
         return whole ? Verdict::AlreadyWhole : Verdict::StartOver;
@@ -172,20 +187,23 @@ Transfer::Verdict Transfer::judge()
 Transfer::Verdict Transfer::judgePart()
 {
     const ContentRange range = parseContentRange(header("Content-Range"));
-    if (range.first != m_offset || range.last < m_offset || range.last + 1 != range.total)
+    if (range.first != m_offset || range.last < m_offset || range.last + 1 != range.total) {
         return Verdict::StartOver;
+    }
     const std::string known = m_target.validator();
     const std::string now = validator();
-    if (!known.empty() && !now.empty() && known != now)
+    if (!known.empty() && !now.empty() && known != now) {
         return Verdict::StartOver;
+    }
     m_total = range.total;
     return Verdict::StoreBody;
 }
 
 void Transfer::take(const char* data, std::size_t size)
 {
-    if (m_total >= 0 && static_cast<std::int64_t>(size) > m_total - m_target.size())
-        throw std::runtime_error(kBadLength);
+    if (m_total >= 0 && static_cast<std::int64_t>(size) > m_total - m_target.size()) {
+        throw std::runtime_error(BadLength);
+    }
     m_target.append(data, size);
     m_progress.update(m_target.size(), m_total);
 }
@@ -200,8 +218,9 @@ std::string Transfer::header(const char* name) const
 std::string Transfer::validator() const
 {
     std::string tag = header("ETag");
-    if (!tag.empty())
+    if (!tag.empty()) {
         return tag;
+    }
     std::string modified = header("Last-Modified");
     const time_t modifiedAt = curl_getdate(modified.c_str(), nullptr);
     // A resource changed in this very second may change once more under the same date.
@@ -216,15 +235,16 @@ std::string Transfer::explain(CURLcode code) const
     const bool connected = m_requests > redirects;
     switch (code) {
     case CURLE_PARTIAL_FILE:
-        return kBadLength;
+        return BadLength;
     case CURLE_GOT_NOTHING:
     case CURLE_RECV_ERROR:
     case CURLE_SEND_ERROR:
-        return std::string(kBrokenConnection) + "the connection broke";
+        return std::string(BrokenConnection) + "the connection broke";
     case CURLE_OPERATION_TIMEDOUT:
-        if (connected)
-            return std::string(kBrokenConnection) + "no data for " + std::to_string(kStallSeconds) + " s";
-        return "no connection within " + std::to_string(kConnectTimeoutSeconds) + " s";
+        if (connected) {
+            return std::string(BrokenConnection) + "no data for " + std::to_string(StallSeconds) + " s";
+        }
+        return "no connection within " + std::to_string(ConnectTimeoutSeconds) + " s";
     case CURLE_UNSUPPORTED_PROTOCOL:
         return connected ? "the server does not speak HTTP" : "neither an http nor an https URL";
     default:

@@ -37,8 +37,9 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK)
+        if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
             throw std::runtime_error("cannot start libcurl");
+        }
         download(argv[1], argv[2]);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "grabdownloader: %s\n", error.what());
