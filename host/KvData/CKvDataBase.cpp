@@ -16,10 +16,12 @@ constexpr int LockPoll = 5;
 // One file at rest whatever happens to the process: a rollback journal. EXTRA syncs the folder after the
 // journal has been deleted as well; otherwise a loss of power may bring the journal back and undo a commit.
 // The first statement that reads the file also finds out whether it is a database at all.
+// The server's answer is marked by ids that lie all over their index. With SQLite's own cache of 2 MiB each
+// of 1,000,000 of them is read from the file, and draining takes a third longer; memory is taken as it is
+// needed.
 constexpr const char* OpeningStatements[] = {
-    "PRAGMA journal_mode=DELETE",
-    "PRAGMA synchronous=EXTRA",
-    "PRAGMA temp_store=MEMORY",
+    "PRAGMA journal_mode=DELETE", "PRAGMA synchronous=EXTRA", "PRAGMA temp_store=MEMORY",
+    "PRAGMA cache_size=-65536", // KiB
 };
 
 bool Run(QSqlDatabase& database, const char* sql)
