@@ -46,15 +46,7 @@ QLayout* LogPage::makeFilter(WindowSession& session)
         Logger::instance().setLoggingLevel(static_cast<Level>(qMin(least, int(Level::Info))));
         filter->setLeast(least);
     });
-    connect(filter, &LogFilter::rowsAboutToBeInserted, this, [this] {
-        const QScrollBar& bar = *m_table->verticalScrollBar();
-        m_atEnd = bar.value() == bar.maximum();
-    });
-    connect(filter, &LogFilter::rowsInserted, this, [this] {
-        if (m_atEnd) {
-            m_table->scrollToBottom();
-        }
-    });
+    followEnd();
     auto* const textLabel = new QLabel(tr("&Text:"));
     textLabel->setBuddy(text);
     auto* const levelLabel = new QLabel(tr("Le&vel:"));
@@ -65,6 +57,18 @@ QLayout* LogPage::makeFilter(WindowSession& session)
     row->addWidget(levelLabel);
     row->addWidget(level);
     return row;
+}
+
+/// The newest line stays in view, whatever changes the range, until the user scrolls away from it.
+void LogPage::followEnd()
+{
+    QScrollBar* const bar = m_table->verticalScrollBar();
+    connect(bar, &QScrollBar::valueChanged, this, [this, bar] { m_atEnd = bar->value() == bar->maximum(); });
+    connect(bar, &QScrollBar::rangeChanged, this, [this, bar] {
+        if (m_atEnd) {
+            bar->setValue(bar->maximum());
+        }
+    });
 }
 
 QLayout* LogPage::makePlace(const QString& file)

@@ -17,6 +17,7 @@ public:
 
 private:
     QLayout* makeFilter(WindowSession& session);
+    void followEnd();
     QLayout* makePlace(const QString& file);
 
     TableView* m_table;
