@@ -35,8 +35,9 @@ private slots:
         for (int column = MissionModel::Start; column < MissionModel::ColumnCount; ++column) {
             row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
         }
-        QCOMPARE(row.join('|'),
-                 QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0 at 8.500000, 47.000000"));
+        QCOMPARE(row.join('|'), QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0"));
+        QCOMPARE(model.index(1, MissionModel::BreakpointAt).data(Qt::ToolTipRole).toString(),
+                 QString("waypoint 0 at 8.500000, 47.000000"));
         const int years = shown(model, 1, MissionModel::Oldest).section(' ', 0, 0).toInt() / 365;
         QCOMPARE(years, QDate(2020, 1, 1).daysTo(QDate::currentDate()) / 365);
         QCOMPARE(shown(model, 0, MissionModel::Mission), QString("locked, or no mission file"));
