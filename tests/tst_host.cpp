@@ -130,7 +130,7 @@ private slots:
         QCOMPARE(TestProject::value(project.db, "PRAGMA synchronous"), QVariant(3));
     }
 
-    void failedCommitLeavesNoLock()
+    void transactionsLeaveNoTrace()
     {
         const FlightProject project;
         CKvDataBase reader(project.db);
@@ -144,6 +144,8 @@ private slots:
         open.finish();
         QVERIFY(reader.transaction() && reader.commit());
         QCOMPARE(TestProject::value(project.db, "SELECT count(*) FROM pos_data"), QVariant(2));
+        QSqlQuery wait = reader.exec("PRAGMA busy_timeout"); // statements without a transaction wait as well
+        QVERIFY(wait.next() && wait.value(0).toInt() >= 1000);
     }
 
     void tablesOfOldFiles()

@@ -1,7 +1,30 @@
 // SPDX-License-Identifier: MIT
 #include "TestProject.h"
 
+#include "KvProjectDbOperator/CKvUpLoadObject.h"
+
 #include <QtSql/QSqlError>
+
+namespace
+{
+void deleteUpload(CKvUpLoadObject* upload)
+{
+    if (upload) {
+        upload->deleteLater();
+    }
+}
+} // namespace
+
+/// Private members, which an explicit instantiation may name.
+template<CKvUpLoadObject* CKvFlightDataDbOperator::*... uploads>
+struct LeftBehind {
+    friend void deleteUploads(const CKvFlightDataDbOperator& op) { (deleteUpload(op.*uploads), ...); }
+};
+void deleteUploads(const CKvFlightDataDbOperator& op);
+template struct LeftBehind<
+    &CKvFlightDataDbOperator::m_pFlightMonitorUpLoad, &CKvFlightDataDbOperator::m_pFlightMissionUpLoad,
+    &CKvFlightDataDbOperator::m_pPosDataUpLoad, &CKvFlightDataDbOperator::m_pUasStatusUpLoad,
+    &CKvFlightDataDbOperator::m_pVideoMissionUpLoad>;
 
 Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
 {
@@ -26,6 +49,11 @@ ArmedHost::ArmedHost(EUploadEnv env, const QString& file, const QByteArray& toke
     op.SetStartTimeInterval(1000000); // no tick of its own before a cycle has run
     emit slotCheckNewData();
     op.SetStartTimeInterval(10);
+}
+
+ArmedHost::~ArmedHost()
+{
+    deleteUploads(op);
 }
 
 void ArmedHost::rearm(const QString& file)

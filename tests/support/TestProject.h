@@ -29,9 +29,12 @@ signals:
     void slotStartUploadTimer(bool);
 };
 
-/// An uploader that is armed with a token; ticks are given by hand or by its timer.
+/// An uploader that is armed with a token; ticks are given by hand or by its timer. It takes along what its
+/// operator leaves behind: upload objects, each with a thread and a file descriptor, and some tests make
+/// thousands of them.
 struct ArmedHost : Host {
     explicit ArmedHost(EUploadEnv env, const QString& file = {}, const QByteArray& token = "token");
+    ~ArmedHost() override;
     /// The way out after a pause or the end of a pass, where the file is closed.
     void rearm(const QString& file);
 
