@@ -82,11 +82,10 @@ void Plot::setRange(QValueAxis* axis, double low, double high, double step)
 void Plot::resizeEvent(QResizeEvent* event)
 {
     QChartView::resizeEvent(event);
-    const QFontMetrics metrics = fontMetrics();
-    const int line = metrics.height();
-    const int below = m_x->titleText().isEmpty() ? line + line / 2 : 3 * line;
-    chart()->setPlotArea(QRectF(rect()).adjusted(
-        metrics.horizontalAdvance(QStringLiteral("-0000")) + 2 * line, line / 2, -line, -below));
+    const qreal line = fontMetrics().height();
+    const qreal labels = fontMetrics().horizontalAdvance(QStringLiteral("-0000"));
+    const qreal below = m_x->titleText().isEmpty() ? 1.5 * line : 3 * line;
+    chart()->setPlotArea(QRectF(rect()).adjusted(labels + 2 * line, line / 2, -line, -below));
 }
 
 /// The chart's own background does not follow a plot area that is set.
