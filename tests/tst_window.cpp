@@ -24,8 +24,11 @@ constexpr int Long = 30000; // milliseconds, for what takes the operator's own w
 /// that log, which ends in the air as well.
 QByteArray interruptedLog()
 {
-    QFile real(qEnvironmentVariable("KV_LOG"));
-    if (real.open(QIODevice::ReadOnly)) {
+    if (qEnvironmentVariableIsSet("KV_LOG")) {
+        QFile real(qEnvironmentVariable("KV_LOG"));
+        if (!real.open(QIODevice::ReadOnly)) {
+            qFatal("cannot read %s", qPrintable(real.fileName()));
+        }
         return real.read(real.size() / 2);
     }
     FlightSimulator flight(4, 0, 2, true);

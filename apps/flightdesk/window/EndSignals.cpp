@@ -19,10 +19,13 @@ void wake(int)
     [[maybe_unused]] const ssize_t written = ::write(s_wake, &byte, 1);
 }
 
+/// What whoever started the process had it ignore, as nohup does, stays ignored.
 void answerSignals(void (*handler)(int))
 {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        std::signal(signal, handler);
+        if (std::signal(signal, handler) == SIG_IGN) {
+            std::signal(signal, SIG_IGN);
+        }
     }
 }
 } // namespace
