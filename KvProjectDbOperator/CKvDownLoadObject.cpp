@@ -4,6 +4,7 @@
 #include "KvAlgorthm.h"
 #include "KvDebugProxy.h"
 
+#include <QtCore/QPointer>
 #include <QtCore/QTimer>
 #include <QtCore/QUrl>
 #include <QtNetwork/QNetworkAccessManager>
@@ -25,6 +26,7 @@ void AllowNetwork(QNetworkAccessManager* pManager)
 
 CKvDownLoadObject::CKvDownLoadObject() : m_pRequest(new QNetworkRequest)
 {
+    m_pRequest->setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     InstallDebugProxy();
 }
 
@@ -129,7 +131,11 @@ void CKvDownLoadObject::slotDownloadProgress(qint64 nReceived, qint64 nTotal)
 {
     m_pTimeoutTimer->stop();
     m_nDeltaProgress = static_cast<int>(nReceived) - m_nLastReceived;
-    emit downloadProgress(nReceived, nTotal);
+    const QPointer<CKvDownLoadObject> alive(this);
+    Q_EMIT downloadProgress(nReceived, nTotal);
+    if (!alive) {
+        return;
+    }
     m_nLastReceived = static_cast<int>(nReceived);
     m_pTimeoutTimer->start(m_nTimeoutInterval);
 }
@@ -138,27 +144,29 @@ void CKvDownLoadObject::replyFinished(QNetworkReply* pReply)
 {
     m_pTimeoutTimer->stop();
     if (pReply->error() != QNetworkReply::NoError) {
-        emit NetWorkError();
+        Q_EMIT NetWorkError();
     } else {
-        emit downLoadFinished();
+        Q_EMIT downLoadFinished();
     }
 }
 
 void CKvDownLoadObject::slotReqTimeOut()
 {
     m_pTimeoutTimer->stop();
-    emit NetWorkError();
+    Q_EMIT NetWorkError();
 }
 
 void CKvDownLoadObject::stop()
 {
-    m_pReply->abort();
+    if (m_pReply) {
+        m_pReply->abort();
+    }
 }
 
 void CKvDownLoadObject::ConnecttedError(QNetworkReply::NetworkError errorCode)
 {
     if (errorCode != QNetworkReply::NoError && !m_bErrorReported) {
         m_bErrorReported = true;
-        emit NetWorkError();
+        Q_EMIT NetWorkError();
     }
 }

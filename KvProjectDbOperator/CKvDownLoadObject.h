@@ -20,7 +20,8 @@ class QTimer;
 /// override the virtual slots; this class writes no file. Redirects are not followed.
 ///
 /// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it, also
-/// in the middle of a transfer. When EnabledFiddler() holds at construction, the application's proxy is set
+/// in the middle of a transfer, in a receiver of its signals through deleteLater(), though a plain delete is
+/// survived. When EnabledFiddler() holds at construction, the application's proxy is set
 /// to 127.0.0.1 port 8888.
 class KVPROJECTDBOPERATOR_EXPORT CKvDownLoadObject : public QObject
 {
@@ -56,7 +57,7 @@ public:
     /// measured against the last one of the request before, so it can be negative.
     int GetDeltaProgress();
 
-signals:
+Q_SIGNALS:
     /// Bytes received so far, and in all (-1 when the server does not say).
     void downloadProgress(qint64, qint64);
     /// The reply is complete and without error.
@@ -65,13 +66,13 @@ signals:
     /// stalled reply goes on, and its end is signalled as well.
     void NetWorkError();
 
-public slots:
+public Q_SLOTS:
     /// Starts a request. An earlier one that still runs is no longer read, but its end is still signalled.
     virtual void slotRequestData();
     /// Ends the current request with NetWorkError(). Valid only once a request has been started.
     void stop();
 
-protected slots:
+protected Q_SLOTS:
     /// A reply has ended, which after a second request may be the earlier one.
     virtual void replyFinished(QNetworkReply* pReply);
     /// For a host or subclass to connect a reply's error signal to: the first error in the life of the object

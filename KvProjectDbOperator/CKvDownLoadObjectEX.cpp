@@ -7,6 +7,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QPointer>
 #include <QtCore/QProcess>
 #include <QtCore/QUrl>
 
@@ -31,6 +32,9 @@ CKvDownLoadObjectEX::~CKvDownLoadObjectEX()
     m_byteData.clear();
     if (m_pProcess) {
         m_pProcess->kill();
+        if (m_nProgramSignals > 0) {
+            m_pProcess->setParent(nullptr); // see _InProgramSignal()
+        }
         m_pProcess = nullptr; // a child, which waits for the program's end when it is destroyed
     }
 }
@@ -102,11 +106,31 @@ void CKvDownLoadObjectEX::slotRequestData()
     if (!m_pProcess->waitForStarted(StartTimeout)) {
         KV_TRACE << "CKvDownLoadObjectEX::slotRequestData" << 148
                  << "DownLoad File Fail: Failed to open process";
-        emit NetWorkError();
+        Q_EMIT NetWorkError();
+    }
+}
+
+/// Handles a signal of the process. A receiver of what is emitted then may delete this object, and the
+/// process goes on with its signal after that, so it lives until it has ended.
+void CKvDownLoadObjectEX::_InProgramSignal(void (CKvDownLoadObjectEX::*handle)())
+{
+    const QPointer<CKvDownLoadObjectEX> alive(this);
+    QProcess* const pProcess = m_pProcess;
+    const bool bOutermost = m_nProgramSignals++ == 0;
+    (this->*handle)();
+    if (alive) {
+        --m_nProgramSignals;
+    } else if (bOutermost && pProcess) {
+        pProcess->deleteLater();
     }
 }
 
 void CKvDownLoadObjectEX::slotPreviewProcessHasStdOut()
+{
+    _InProgramSignal(&CKvDownLoadObjectEX::_ReadProgress);
+}
+
+void CKvDownLoadObjectEX::_ReadProgress()
 {
     if (!m_pProcess) {
         return;
@@ -116,11 +140,16 @@ void CKvDownLoadObjectEX::slotPreviewProcessHasStdOut()
     const qint64 nReceived = listPart[0].mid(ProgressPrefix).toLongLong();
     const qint64 nTotal = listPart.value(1).toLongLong();
     if (nReceived <= nTotal) {
-        emit downloadProgress(nReceived, nTotal);
+        Q_EMIT downloadProgress(nReceived, nTotal);
     }
 }
 
 void CKvDownLoadObjectEX::slotPreviewProcessFinished()
+{
+    _InProgramSignal(&CKvDownLoadObjectEX::_JudgeEnd);
+}
+
+void CKvDownLoadObjectEX::_JudgeEnd()
 {
     const char* const strMethod = "CKvDownLoadObjectEX::slotPreviewProcessFinished";
     const QString strTmpFile = _GetDownloadFilePath(QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode));
@@ -130,7 +159,7 @@ void CKvDownLoadObjectEX::slotPreviewProcessFinished()
         KV_TRACE << 83 << strMethod;
         m_pProcess->kill();
         QFile::remove(strTmpFile);
-        emit downLoadFinished();
+        Q_EMIT downLoadFinished();
         return;
     }
     KV_TRACE << strMethod << strResult;
@@ -148,5 +177,5 @@ void CKvDownLoadObjectEX::_RetryOrFail(const QString& strTmpFile, bool bRetryabl
         }
     }
     m_nRetryCount = 0;
-    emit NetWorkError();
+    Q_EMIT NetWorkError();
 }

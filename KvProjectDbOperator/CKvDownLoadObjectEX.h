@@ -19,7 +19,9 @@ class QUrl;
 /// folder must exist. The file is removed after success. Two objects must not load the same name at once.
 ///
 /// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it, also
-/// while the program runs, which is then killed.
+/// while the program runs, which is then killed, in a receiver of its signals through deleteLater(), though a
+/// plain delete is survived. A receiver of downloadProgress() that runs an event loop may hold up the end of
+/// the program, so it must not wait for that.
 class KVPROJECTDBOPERATOR_EXPORT CKvDownLoadObjectEX : public QObject
 {
     Q_OBJECT
@@ -41,7 +43,7 @@ public:
     /// The bytes of the file, valid from downLoadFinished() until the next request.
     const QByteArray& GetByteData() const;
 
-signals:
+Q_SIGNALS:
     /// Bytes received so far, and in all.
     void downloadProgress(qint64 received, qint64 total);
     /// The file is whole; see GetByteData().
@@ -50,7 +52,7 @@ signals:
     /// broken connection or a short body).
     void NetWorkError();
 
-public slots:
+public Q_SLOTS:
     /// Starts the download. A program that still runs is killed, and its end gives NetWorkError(); call again
     /// after that. From the fourth start on, a partial file of an earlier try is removed first, until then it
     /// is resumed.
@@ -63,6 +65,9 @@ public slots:
 private:
     QString _GetAppUpDirPath();
     static QString _GetDownloadFilePath(const QUrl& url);
+    void _InProgramSignal(void (CKvDownLoadObjectEX::*handle)());
+    void _ReadProgress();
+    void _JudgeEnd();
     void _RetryOrFail(const QString& strTmpFile, bool bRetryable);
 
     QString m_strReserved1;
@@ -73,4 +78,5 @@ private:
     QMap<int, QVariant> m_mapUserData;
     qint32 m_nRequestCount = 0;
     qint32 m_nRetryCount = 0;
+    int m_nProgramSignals = 0; // being handled
 };

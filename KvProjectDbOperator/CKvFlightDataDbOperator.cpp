@@ -2,15 +2,20 @@
 #include "CKvFlightDataDbOperator.h"
 
 #include "KvAlgorthm.h"
+#include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvIdLookUp.h"
+#include "KvKeptBatches.h"
+#include "KvProjectFiles.h"
 #include "KvTableDescription.h"
 #include "KvTrace.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QDebug>
-#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QPointer>
+#include <QtCore/QScopedValueRollback>
 #include <QtCore/QUuid>
 
 namespace
@@ -24,39 +29,36 @@ const char* const UpdateBreakpointSql =
 constexpr int MonitorBatch = 50;
 const char* const MonitorColumnsFile = ":/flight_monitor_detail_log.txt";
 
-/// The mission files of the project: "*.kv" in its folders, one level deep, in the file system's order.
-QStringList ProjectMissionFiles(const QDir& project)
+/// Whether the connection has all tables of a video mission's file now.
+bool CreateVideoTables(QSqlDatabase* pInstance)
 {
-    QStringList listFile;
-    for (const QString& strFolder : project.entryList(QDir::AllDirs | QDir::NoDotAndDotDot, QDir::Unsorted)) {
-        const QDir folder(project.absoluteFilePath(strFolder));
-        for (const QString& strFile :
-             folder.entryList({QStringLiteral("*.kv")}, QDir::Files, QDir::Unsorted)) {
-            listFile.append(folder.absoluteFilePath(strFile));
-        }
-    }
-    return listFile;
+    const bool bLog = CreateTable(FlightLogTableName, GetFlightLogTableContents(), pInstance);
+    const bool bStatus = CreateTable(UasStatusTableName, GetUasStatusTableContents(), pInstance);
+    const bool bVideo = CreateTable(FlightVideoTableName, GetFlightVideoTableContents(), pInstance);
+    return bLog && bStatus && bVideo;
 }
 
-/// False for an empty path too, which QDir takes for the working directory.
-bool IsProject(const QString& strPath)
+void CreateTables(QSqlDatabase* pInstance)
 {
-    return !strPath.isEmpty() && QDir(strPath).exists();
-}
-
-QString ProjectPath()
-{
-    return CKvControl::GetInstance(false, static_cast<EPlaneType>(0))->GetProjectDirPath();
-}
-
-void CreateMissionTables(CKvDataBase& database)
-{
-    QSqlDatabase* const pInstance = database.DBInstance();
     CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), pInstance);
     CreateTable(FlightLogTableName, GetFlightLogTableContents(), pInstance);
     CreateTable(UasStatusTableName, GetUasStatusTableContents(), pInstance);
     CreateTable(PosDataTableName, GetPosDataTableContents(), pInstance);
     CreateTable(FlightCompleteTableName, GetFlightCompleteTableContents(), pInstance);
+}
+
+/// A mission file that is gone, or that opening it has made anew, gets no tables and would take no row.
+bool TakesRows(const QString& strFile)
+{
+    const QFileInfo info(strFile);
+    return info.isFile() && (info.size() > 0 || strFile.endsWith(QLatin1String(".db")));
+}
+
+/// About what records take in memory.
+qint64 JsonBytes(const QJsonArray& jsonArray)
+{
+    constexpr qint64 Expansion = 4; // from text to values
+    return Expansion * QJsonDocument(jsonArray).toJson(QJsonDocument::Compact).size();
 }
 
 /// The mission's document with its completion degree, indented; empty when it is no JSON.
@@ -73,17 +75,27 @@ QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
 } // namespace
 
 CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv)
-    : QObject(parent), m_eUploadEnv(eUploadEnv), m_pMonitorColumns(std::make_unique<CKvTableDescription>())
+    : QObject(parent)
+    , m_eUploadEnv(eUploadEnv)
+    , m_pMonitorColumns(std::make_unique<CKvTableDescription>())
+    , m_pKept(std::make_unique<CKvKeptBatches>())
 {
     _initDataBase();
 }
 
 CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
 {
-    if (!m_listFlightMonitorQuery.isEmpty()) {
-        _WriteFlightMonitor2DB(m_listFlightMonitorQuery);
-        m_listFlightMonitorQuery.clear();
+    if (m_nSignalsUnderLock > 0) {
+        m_mutexDB.unlock(); // a receiver deletes the operator, and the slot that emits ends without it
     }
+    if (!m_pKept->IsEmpty()) {
+        _KeepFlightMonitor(m_listFlightMonitorQuery); // one wait for all of them
+        _WriteKeptAtLast();
+    } else if (!m_listFlightMonitorQuery.isEmpty()) {
+        _WriteFlightMonitor2DB(m_listFlightMonitorQuery);
+        _WriteKept();
+    }
+    m_listFlightMonitorQuery.clear();
 }
 
 void CKvFlightDataDbOperator::SetStartTimeInterval(unsigned int nStartTimeInterval)
@@ -105,17 +117,17 @@ void CKvFlightDataDbOperator::_initDataBase()
 {
     const QString strUserName = GetCurUserInfo().m_strUserName;
     Q_UNUSED(strUserName)
-    const QString strProject = ProjectPath();
-    if (!IsProject(strProject)) {
+    const auto listFile = ProjectMissionFiles();
+    if (!listFile) {
         return;
     }
-    for (const QString& strFile : ProjectMissionFiles(QDir(strProject))) {
+    for (const QString& strFile : *listFile) {
         if (!QFileInfo::exists(strFile)) {
             continue;
         }
         CKvDataBase database(strFile);
         if (database.open()) {
-            CreateMissionTables(database);
+            CreateTables(database.DBInstance());
         }
     }
     m_pDataBase = new CKvDataBase(QLatin1String(""));
@@ -126,15 +138,20 @@ bool CKvFlightDataDbOperator::_IsDataBaseOpen() const
     return m_pDataBase && m_pDataBase->isOpen();
 }
 
-/// Points the connection at a file and opens it. Leaving another file finalises the statements that wait
-/// on it, so they are executed before.
+/// Points the connection at a file and opens it, also where the name stays: the file behind it may have been
+/// replaced. Leaving a file finalises the statements that wait on it, so they are executed before.
 bool CKvFlightDataDbOperator::_PointDataBaseAt(const QString& strFile)
 {
-    if (_IsDataBaseOpen() && m_pDataBase->databaseName() != strFile) {
-        _CloseDataBase();
-    }
+    _CloseDataBase();
     m_pDataBase->DBInstance()->setDatabaseName(strFile);
     return m_pDataBase->open();
+}
+
+void CKvFlightDataDbOperator::_EnsureOpen()
+{
+    if (!m_pDataBase->isOpen()) {
+        m_pDataBase->open();
+    }
 }
 
 void CKvFlightDataDbOperator::_CloseDataBase()
@@ -153,36 +170,70 @@ void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightM
         return;
     }
     _PointDataBaseAt(strFlightMissionFilePath);
-    if (strFlightMissionFilePath.endsWith(QLatin1String(".db"))) {
-        QSqlDatabase* const pInstance = m_pDataBase->DBInstance();
-        CreateTable(FlightLogTableName, GetFlightLogTableContents(), pInstance);
-        CreateTable(UasStatusTableName, GetUasStatusTableContents(), pInstance);
-        CreateTable(FlightVideoTableName, GetFlightVideoTableContents(), pInstance);
+    _WriteKept();
+    if (strFlightMissionFilePath.endsWith(QLatin1String(".db")) &&
+        !CreateVideoTables(m_pDataBase->DBInstance()) && _IsDataBaseOpen() &&
+        !m_pKept->Has(strFlightMissionFilePath)) {
+        m_pKept->Keep(strFlightMissionFilePath, 0, [this] { CreateVideoTables(m_pDataBase->DBInstance()); });
     }
 }
 
-void CKvFlightDataDbOperator::_GetFlightMissionFileInformation()
+// Batches: what a file does not take now is kept until it does
+
+/// Runs what writes a batch in one transaction, after those that are kept for the file. False when nothing of
+/// it was stored, and it is to be kept.
+bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
 {
-    if (m_listFlightMissionFile.isEmpty()) {
-        if (m_eUploadEnv == EUploadEnv::WholeProject) {
-            const QString strProject = ProjectPath();
-            if (!IsProject(strProject)) {
-                return;
-            }
-            m_listFlightMissionFile = ProjectMissionFiles(QDir(strProject));
-        } else if ((m_eUploadEnv == EUploadEnv::CurrentMissionLog ||
-                    m_eUploadEnv == EUploadEnv::OncePerRequest) &&
-                   !m_strFlightMissionFilePath.isEmpty()) {
-            m_listFlightMissionFile.append(m_strFlightMissionFilePath);
-        }
+    if (!m_pDataBase->isOpen()) {
+        return true; // and no waiting would open it
     }
-    if (m_listFlightMissionFile.isEmpty() || !m_pDataBase) {
+    _WriteKept();
+    const QString strFile = m_pDataBase->databaseName();
+    if (m_pKept->Has(strFile)) {
+        return false;
+    }
+    if (!TakesRows(strFile)) {
+        qWarning("%s: has no tables; records wait in memory for them", qUtf8Printable(strFile));
+        return false;
+    }
+    return _Transact(write);
+}
+
+bool CKvFlightDataDbOperator::_Transact(const std::function<void()>& write)
+{
+    if (!m_pDataBase->transaction()) {
+        return false;
+    }
+    write();
+    return m_pDataBase->commit();
+}
+
+/// Writes what is kept, hardly waiting for those who hold the files.
+void CKvFlightDataDbOperator::_WriteKept()
+{
+    for (const QString& strFile : m_pKept->Files()) {
+        CKvDataBase visit(strFile);
+        _WriteKept(strFile, visit);
+    }
+}
+
+/// Writes what is kept with the patience of a whole wait.
+void CKvFlightDataDbOperator::_WriteKeptAtLast()
+{
+    CKvDataBase database{QString()};
+    for (const QString& strFile : m_pKept->Files()) {
+        database.DBInstance()->setDatabaseName(strFile);
+        _WriteKept(strFile, database);
+    }
+}
+
+void CKvFlightDataDbOperator::_WriteKept(const QString& strFile, CKvDataBase& database)
+{
+    if (!TakesRows(strFile) || !database.open()) {
         return;
     }
-    const QString strFile = m_listFlightMissionFile.takeFirst();
-    if (QFileInfo(strFile).isFile()) {
-        _upload(strFile);
-    }
+    const QScopedValueRollback<CKvDataBase*> visiting(m_pDataBase, &database);
+    m_pKept->HandOver(strFile, [this](const CKvKeptBatches::Write& write) { return _Transact(write); });
 }
 
 QSqlError CKvFlightDataDbOperator::_write2DB(const QString& sql, const QString&, unsigned int)
@@ -228,17 +279,17 @@ void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, con
     if (!m_pDataBase) {
         return; // the lock stays held
     }
-    if (!m_pDataBase->isOpen()) {
-        m_pDataBase->open();
-    }
+    _EnsureOpen();
     // As at a breakpoint, a marker inside a value is substituted too.
     // clazy:excludeall=qstring-arg
     const QString sql = QString::fromLatin1(UpdateOneValueSql)
                             .arg(key.toString())
                             .arg(QString::number(value.toInt()))
                             .arg(strFlightMissionID.toString());
-    QSqlQuery query(*m_pDataBase->DBInstance());
-    qDebug() << (query.exec(sql) ? "----------------sql ====success  " : "----------------sql ====fail  ");
+    _WriteKept(); // the row may be among it
+    bool bDone = false;
+    const bool bStored = _Transact([&] { bDone = QSqlQuery(*m_pDataBase->DBInstance()).exec(sql); });
+    qDebug() << (bStored && bDone ? "----------------sql ====success  " : "----------------sql ====fail  ");
     m_mutexDB.unlock();
 }
 
@@ -255,10 +306,28 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
     if (!m_pDataBase || !_PointDataBaseAt(strFlightMissionFilePath)) {
         return; // the lock stays held
     }
-    _InsertRecords(listRecord, description, QFileInfo(strFilePath).baseName());
+    const QString strTable = QFileInfo(strFilePath).baseName();
+    const auto write = [this, listRecord, description, strTable] {
+        _InsertRecords(listRecord, description, strTable);
+    };
+    if (!_Store(write)) {
+        m_pKept->Keep(strFlightMissionFilePath, JsonBytes(jsonArray), write);
+    }
     _CloseDataBase();
-    emit WriteDBFinished(strMissionID, iOperatorType, strFlightMissionFilePath);
-    m_mutexDB.unlock();
+    _EmitUnderLock([&] { Q_EMIT WriteDBFinished(strMissionID, iOperatorType, strFlightMissionFilePath); });
+}
+
+/// Emits a signal as the last act of a slot that holds the lock, and frees it. A receiver may delete the
+/// operator.
+void CKvFlightDataDbOperator::_EmitUnderLock(const std::function<void()>& emitSignal)
+{
+    const QPointer<CKvFlightDataDbOperator> alive(this);
+    ++m_nSignalsUnderLock;
+    emitSignal();
+    if (alive) {
+        --m_nSignalsUnderLock;
+        m_mutexDB.unlock();
+    }
 }
 
 void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
@@ -266,10 +335,10 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
 {
     QSqlQuery query(*m_pDataBase->DBInstance());
     query.prepare(description.InsertSql(strTable));
-    m_pDataBase->transaction();
+    CKvIdLookUp lookUp(*m_pDataBase->DBInstance(), strTable);
     for (const QVariant& element : listRecord) {
         const QJsonObject record = element.toJsonObject();
-        if (_IsRecorded(record, strTable)) {
+        if (_IsRecorded(record, strTable, lookUp)) {
             continue;
         }
         description.BindRecordAsText(query, record);
@@ -278,22 +347,26 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
             IsTestServer();
         }
     }
-    m_pDataBase->commit();
 }
 
 /// Whether the table has the record's id already. The id is the value of the first key that has "id" in it.
-bool CKvFlightDataDbOperator::_IsRecorded(const QJsonObject& record, const QString& strTable)
+bool CKvFlightDataDbOperator::_IsRecorded(const QJsonObject& record, const QString& strTable,
+                                          CKvIdLookUp& lookUp)
 {
-    const QStringList listKey = record.keys();
-    if (!listKey.contains(QStringLiteral("id"))) {
+    if (!record.contains(QLatin1String("id"))) {
         return false;
     }
-    const auto key = std::find_if(listKey.cbegin(), listKey.cend(),
-                                  [](const QString& name) { return name.contains(QLatin1String("id")); });
+    auto member = record.constBegin();
+    while (!member.key().contains(QLatin1String("id"))) {
+        ++member;
+    }
+    const QString strID = member.value().toString();
+    if (const std::optional<bool> found = lookUp.Has(strID)) {
+        return *found;
+    }
     QList<QVariant> rows;
-    SelectRecord(QStringLiteral("id"), strTable,
-                 QStringLiteral("id = '") + record.value(*key).toString() + QLatin1Char('\''), QString(),
-                 rows);
+    SelectRecord(QStringLiteral("id"), strTable, QStringLiteral("id = '") + strID + QLatin1Char('\''),
+                 QString(), rows);
     return !rows.isEmpty();
 }
 
@@ -308,33 +381,36 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
     if (!m_pDataBase) {
         return;
     }
-    if (!m_pDataBase->isOpen()) {
-        m_pDataBase->open();
-    }
+    _EnsureOpen();
     _InsertPositions(jsonArray, description);
-    emit WriteDBFinished(strFlightMissionID, 2, m_strFlightMissionFilePath);
+    Q_EMIT WriteDBFinished(strFlightMissionID, 2, m_strFlightMissionFilePath);
 }
 
-/// One statement for all records: preparing one for each would take twice the time of the inserts.
 void CKvFlightDataDbOperator::_InsertPositions(const QJsonArray& jsonArray,
                                                const CKvTableDescription& description)
 {
-    QSqlQuery insert(*m_pDataBase->DBInstance());
-    if (insert.prepare(description.InsertSql(PosDataTableName))) {
-        m_listPosDataQuery.append(insert);
-    }
+    const auto write = [this, jsonArray, description] { _WritePositions(jsonArray, description); };
     m_mutexDB.lock();
-    m_pDataBase->transaction();
-    for (QSqlQuery& query : m_listPosDataQuery) {
-        for (const QJsonValue& element : jsonArray) {
-            description.BindRecord(query, element.toObject());
-            query.exec();
-        }
-        query.finish();
+    if (!_Store(write)) {
+        m_pKept->Keep(m_pDataBase->databaseName(), JsonBytes(jsonArray), write);
+    }
+    m_mutexDB.unlock();
+}
+
+/// One statement for all records: preparing one for each would take twice the time of the inserts.
+void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
+                                              const CKvTableDescription& description)
+{
+    QSqlQuery insert(*m_pDataBase->DBInstance());
+    if (!insert.prepare(description.InsertSql(PosDataTableName))) {
+        return;
+    }
+    m_listPosDataQuery = {insert};
+    for (const QJsonValue& element : jsonArray) {
+        description.BindRecord(insert, element.toObject());
+        insert.exec();
     }
     m_listPosDataQuery.clear();
-    m_pDataBase->commit();
-    m_mutexDB.unlock();
 }
 
 void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QString strFilePath,
@@ -349,13 +425,16 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
     if (!m_pDataBase) {
         return; // the lock stays held
     }
-    if (!m_pDataBase->isOpen()) {
-        m_pDataBase->open();
-    }
-    QSqlQuery query(*m_pDataBase->DBInstance());
-    if (query.prepare(description.InsertSql(strTableName))) {
-        description.BindRecord(query, jsonObject);
-        query.exec();
+    _EnsureOpen();
+    const auto write = [this, jsonObject, description, strTableName] {
+        QSqlQuery query(*m_pDataBase->DBInstance());
+        if (query.prepare(description.InsertSql(strTableName))) {
+            description.BindRecord(query, jsonObject);
+            query.exec();
+        }
+    };
+    if (!_Store(write)) {
+        m_pKept->Keep(m_pDataBase->databaseName(), JsonBytes({jsonObject}), write);
     }
     m_mutexDB.unlock();
 }
@@ -366,9 +445,7 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
         return;
     }
     m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
-    if (!m_pDataBase->isOpen()) {
-        m_pDataBase->open();
-    }
+    _EnsureOpen();
     QSqlQuery query = _TakeMonitorInsert();
     for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
         const auto is = [&column](const char* name) {
@@ -420,12 +497,37 @@ void CKvFlightDataDbOperator::_WriteFlightMonitor2DB(QList<QSqlQuery>& listQuery
 
 void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
 {
-    m_pDataBase->transaction();
-    for (QSqlQuery& query : listQuery) {
-        query.exec();
-        query.finish();
+    const bool bStored = _Store([&] {
+        for (QSqlQuery& query : listQuery) {
+            if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
+                CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
+            } else {
+                query.exec();
+                query.finish();
+            }
+        }
+    });
+    if (!bStored) {
+        _KeepFlightMonitor(listQuery);
     }
-    m_pDataBase->commit();
+}
+
+void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQuery)
+{
+    if (listQuery.isEmpty()) {
+        return;
+    }
+    QList<CKvBoundInsert> listInsert;
+    qint64 nBytes = 0;
+    for (const QSqlQuery& query : listQuery) {
+        listInsert.append(CKvBoundInsert(query));
+        nBytes += listInsert.constLast().Bytes();
+    }
+    m_pKept->Keep(m_pDataBase->databaseName(), nBytes, [this, listInsert] {
+        for (const CKvBoundInsert& insert : listInsert) {
+            insert.Execute(*m_pDataBase->DBInstance());
+        }
+    });
 }
 
 /// Executes the waiting monitor inserts before their connection leaves the file. A lock that is held now is
@@ -457,13 +559,18 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
         KV_TRACE << strMethod << 410 << "------record break point slot m_pDataBase nullptr";
         return; // the lock stays held
     }
-    if (!m_pDataBase->isOpen()) {
-        m_pDataBase->open();
+    _EnsureOpen();
+    _WriteKept(); // the mission's row may be among it
+    if (!m_pDataBase->transaction() && m_pDataBase->isOpen()) {
+        _AnswerBreakpoint(false); // to go on would write an empty document where the lock goes in between
+        return;
     }
     QByteArray data;
+    bool bRead = false;
     {
         QSqlQuery select = m_pDataBase->exec(QString::fromLatin1(SelectDocumentSql) + strFlightMissionID +
                                              QLatin1Char('\''));
+        bRead = !select.lastError().isValid();
         if (select.next()) {
             data = select.value(QStringLiteral("flight_mission_data")).toByteArray();
         }
@@ -480,13 +587,24 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
                             .arg(strFlightMissionID);
     KV_TRACE << strMethod << 447 << "------record break point slot sql==" << sql;
     QSqlQuery update(*m_pDataBase->DBInstance());
-    if (update.prepare(sql)) {
-        emit RecBreakPointRet(update.exec());
-        KV_TRACE << strMethod << 451 << "record break point is ok";
-    } else {
-        KV_TRACE << strMethod << 454 << "record break point fail"
-                 << "sql string==" << sql << "sql error==" << update.lastError();
-    }
+    const bool bPrepared = update.prepare(sql);
+    const bool bDone = bPrepared && bRead && update.exec();
+    const QSqlError error = update.lastError();
     update.finish();
-    m_mutexDB.unlock();
+    const bool bStored = m_pDataBase->commit();
+    if (!bPrepared) {
+        KV_TRACE << strMethod << 454 << "record break point fail"
+                 << "sql string==" << sql << "sql error==" << error;
+        m_mutexDB.unlock();
+        return;
+    }
+    _AnswerBreakpoint(bDone && bStored);
+}
+
+void CKvFlightDataDbOperator::_AnswerBreakpoint(bool bStored)
+{
+    _EmitUnderLock([this, bStored] {
+        Q_EMIT RecBreakPointRet(bStored);
+        KV_TRACE << "CKvFlightDataDbOperator::slotUpdateBreakpoint" << 451 << "record break point is ok";
+    });
 }

@@ -19,6 +19,8 @@
 #include <memory>
 
 class CKvDataBase;
+class CKvIdLookUp;
+class CKvKeptBatches;
 class CKvTableDescription;
 class CKvUpLoadObject;
 class QTimer;
@@ -53,6 +55,10 @@ enum class EUploadEnv : int {
 /// where it happens: from then on every operation that takes the lock blocks. A receiver that is connected
 /// directly to WriteDBFinished() or RecBreakPointRet() must not call a writer, as the lock is held while it
 /// runs.
+///
+/// Other than that a receiver may do anything. Steps of the upload that it causes, or that begin in an event
+/// loop that it runs, run there, to their end. It deletes the operator through deleteLater(); a plain delete
+/// is survived.
 class KVPROJECTDBOPERATOR_EXPORT CKvFlightDataDbOperator : public QObject
 {
     Q_OBJECT
@@ -75,9 +81,11 @@ public:
     /// 3000. The way to keep a fleet of clients from knocking together after a server's outage.
     void SetStartTimeInterval(unsigned int nStartTimeInterval);
 
-signals:
+Q_SIGNALS:
     /// With EUploadEnv::OncePerRequest: a pass has ended. strProID is empty; strFlightID is the mission
-    /// sent last, empty when nothing waited.
+    /// sent last, empty when nothing waited. Then the timer's signals are blocked and the file is closed,
+    /// also where a receiver has armed the operator anew; one that does is connected through a queued
+    /// connection.
     void UploadFinished(const QString& strProID, const QString& strFlightID);
     /// A batch of flight monitor rows is on its way (not accepted yet): project id and flight mission id.
     void UpLoading(const QString& strProID, const QString& strFlightID);
@@ -89,7 +97,7 @@ signals:
     /// The server accepted a flight mission row and it has been marked.
     void signalUploadFlightMissionFinish();
 
-public slots:
+public Q_SLOTS:
     /// Sets the current flight mission: that of monitor messages, and of EUploadEnv::CurrentMissionLog.
     void SetFilghtMissionID(const QString& strMissionID);
     /// Points the connection at a mission file and opens it, reopening a closed one. Creates the log,
@@ -119,14 +127,15 @@ public slots:
     /// Values are taken as text: a number, boolean or null gives NULL, so pass numbers as text. A column
     /// whose name contains "message" takes Base64; one whose name contains "log_count" gets the text
     /// "NULL". A record whose id is in the table already is skipped. A column that a record lacks keeps the
-    /// value of the record before. An empty array is ignored, without a signal. Without a connection, or
-    /// with a file that cannot be opened, there is no signal and the lock stays held.
+    /// value of the record before; so a record without "id" behind one with an id is dropped. An empty array
+    /// is ignored, without a signal. Without a connection, or with a file that cannot be opened, there is no
+    /// signal and the lock stays held.
     void slotParseJson(QJsonArray, QString strFilePath, QString strMissionID, unsigned int iOperatorType,
                        QString strFlightMissionFilePath);
     /// Ends the upload of flight monitor rows after the batch in flight and begins a new cycle after 3 s.
     void slotResetUploadFlow();
 
-private slots:
+private Q_SLOTS:
     /// A tick of the upload timer: scans the next file while the network is there.
     void slotStartUpload();
     /// Arms the pipeline: creates timer and request objects on the first call, with the token of the user
@@ -185,25 +194,39 @@ private:
     bool SelectRecord(QString strFields, QString strTable, QString strWhere, QString strTail,
                       QList<QVariant>& rows);
     void _WriteFlightMonitor2DB(QList<QSqlQuery>& listQuery);
-    void _GetFlightMissionFileInformation();
     void _InsertRecords(const QList<QVariant>& listRecord, const CKvTableDescription& description,
                         const QString& strTable);
-    bool _IsRecorded(const QJsonObject& record, const QString& strTable);
+    bool _IsRecorded(const QJsonObject& record, const QString& strTable, CKvIdLookUp& lookUp);
     void _InsertPositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
+    void _WritePositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
     QSqlQuery _TakeMonitorInsert();
     void _ExecuteBatch(QList<QSqlQuery> listQuery);
+    void _KeepFlightMonitor(const QList<QSqlQuery>& listQuery);
+    void _AnswerBreakpoint(bool bStored);
     void _FlushFlightMonitor();
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
+    void _EnsureOpen();
     void _CloseDataBase();
+    bool _Store(const std::function<void()>& write);
+    bool _Transact(const std::function<void()>& write);
+    void _WriteKept();
+    void _WriteKeptAtLast();
+    void _WriteKept(const QString& strFile, CKvDataBase& database);
+    void _EmitUnderLock(const std::function<void()>& emitSignal);
 
     // Upload pipeline, in the order in which it runs
+    static constexpr unsigned int CycleInterval = 3000; // milliseconds
     struct SBatchKind;
     static const SBatchKind& _PosDataKind();
     static const SBatchKind& _UasStatusKind();
     CKvUpLoadObject* _NewUpLoadObject(const QString& strToken, const char* finishedSlot,
                                       const char* failedSlot, const char* noLoginSlot);
-    void _RunFlowStep(std::function<void()> step);
+    enum class ENextStep { None, ScanFile, NextMission };
+    void _GoOn(ENextStep eStep, const QString& strFile = {});
+    void _RunStep(ENextStep eStep, const QString& strFile);
+    bool _EmitInFlow(const std::function<void()>& emitSignal);
+    void _GetFlightMissionFileInformation();
     void _upload(const QString& strFile);
     void _ScanFile(const QString& strFile);
     void _QueueMissions();
@@ -248,8 +271,11 @@ private:
     unsigned int m_nStartTimeInterval = 3000;
     bool m_bFlightModeEasyFly = false;
     bool m_bResetUploadFlow = false;
-    std::function<void()> m_fnNextFlowStep; // see _RunFlowStep()
+    ENextStep m_eNextStep = ENextStep::None; // see _GoOn()
+    QString m_strNextFile;
     bool m_bFlowRunning = false;
+    int m_nSignalsUnderLock = 0;
     QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
+    std::unique_ptr<CKvKeptBatches> m_pKept;
 };

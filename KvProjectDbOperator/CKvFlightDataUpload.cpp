@@ -4,33 +4,18 @@
 #include "CKvUpLoadObject.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
+#include "KvQuoted.h"
 #include "KvTrace.h"
 
-#include <QtCore/QDebug>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QPointer>
 #include <QtCore/QSettings>
 #include <QtCore/QTimer>
 
-#include <limits>
 #include <utility>
 
 namespace
 {
-// Missions of a file with anything waiting. The gaps are tabs.
-const char* const SelectMissionsSql =
-    "select id from flight_mission where id in (SELECT distinct flight_mission_id as id from "
-    "flight_monitor_detail_log WHERE is_uploaded = 0\t\t\tunion all\t\t\tSELECT id from flight_mission WHERE "
-    "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from uas_status WHERE "
-    "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from pos_data WHERE "
-    "is_uploaded = 0)";
-
-constexpr unsigned int CycleInterval = 3000; // milliseconds
-
-QString Quoted(const QString& strID)
-{
-    return QLatin1Char('\'') + strID + QLatin1Char('\'');
-}
-
 QString QuotedList(const QStringList& listID)
 {
     return QLatin1Char('\'') + listID.join(QStringLiteral("','")) + QLatin1Char('\'');
@@ -161,177 +146,11 @@ const CKvFlightDataDbOperator::SBatchKind& CKvFlightDataDbOperator::_UasStatusKi
     return kind;
 }
 
-// Timer
-
-void CKvFlightDataDbOperator::_BlockTimer(bool bBlock)
-{
-    if (m_pCheckTimer) {
-        m_pCheckTimer->blockSignals(bBlock);
-    }
-}
-
-void CKvFlightDataDbOperator::_StartTimer(unsigned int nInterval)
-{
-    if (m_pCheckTimer) {
-        constexpr unsigned int nLongest = std::numeric_limits<int>::max();
-        m_pCheckTimer->start(static_cast<int>(qMin(nInterval, nLongest)));
-    }
-}
-
-void CKvFlightDataDbOperator::_WaitForNextCycle(unsigned int nInterval)
-{
-    _BlockTimer(false);
-    _StartTimer(nInterval);
-}
-
-// Arming, pausing, resetting
-
-void CKvFlightDataDbOperator::slotCheckNewData()
-{
-    if (!m_pCheckTimer) {
-        m_pCheckTimer = new QTimer;
-        connect(m_pCheckTimer, SIGNAL(timeout()), this, SLOT(slotStartUpload()));
-    }
-    const QString strToken = GetCurUserInfo().m_strToken;
-    const auto create = [&](CKvUpLoadObject*& pUpLoad, const char* finished, const char* failed,
-                            const char* noLogin) {
-        if (!pUpLoad) {
-            pUpLoad = _NewUpLoadObject(strToken, finished, failed, noLogin);
-        }
-    };
-    create(m_pFlightMonitorUpLoad, SLOT(slotUpLoadFlightMonitorFinished()),
-           SLOT(slotFlightMonitorUpLoadfailed()), SLOT(slotFlightMonitorUpLoadfailed()));
-    create(m_pFlightMissionUpLoad, SLOT(slotUploadMissionFinished()), SLOT(slotFlightMissionUpLoadfailed()),
-           SLOT(slotFlightMissionUpLoadfailed()));
-    create(m_pPosDataUpLoad, SLOT(slotUpLoadPosDataFinshed()), SLOT(slotPosDataUpLoadfailed()),
-           SLOT(slotPosDataUpLoadfailed()));
-    create(m_pUasStatusUpLoad, SLOT(slotUploadUasStatusFinished()), SLOT(slotUasStatusUpLoadfailed()),
-           SLOT(slotUasStatusUpLoadfailed()));
-    create(m_pVideoMissionUpLoad, SLOT(slotUploadVideoMissionFisished()), SLOT(slotUpLoadfailed()), nullptr);
-    _StartTimer(m_nStartTimeInterval);
-}
-
-CKvUpLoadObject* CKvFlightDataDbOperator::_NewUpLoadObject(const QString& strToken, const char* finishedSlot,
-                                                           const char* failedSlot, const char* noLoginSlot)
-{
-    auto* const pUpLoad = new CKvUpLoadObject;
-    pUpLoad->setRawHeader("token", strToken.toLatin1());
-    connect(pUpLoad, SIGNAL(upLoadFinished(QByteArray)), this, finishedSlot);
-    connect(pUpLoad, SIGNAL(NetWorkError()), this, failedSlot);
-    if (noLoginSlot) {
-        connect(pUpLoad, SIGNAL(NoLogin()), this, noLoginSlot);
-    }
-    return pUpLoad;
-}
-
-void CKvFlightDataDbOperator::slotStartUploadTimer(bool bStart)
-{
-    _BlockTimer(!bStart);
-    if (!bStart) {
-        _CloseDataBase();
-    }
-}
-
-void CKvFlightDataDbOperator::slotResetUploadFlow()
-{
-    m_bResetUploadFlow = true;
-    KV_TRACE << "CKvFlightDataDbOperator::slotResetUploadFlow";
-}
-
-// One cycle: tick, scan of a file, queue of missions
-
-void CKvFlightDataDbOperator::slotStartUpload()
-{
-    if (!CKvControl::GetInstance(false, static_cast<EPlaneType>(0))->IsNetWorkConnected()) {
-        return;
-    }
-    _BlockTimer(true);
-    _GetFlightMissionFileInformation();
-    if (m_bFlightModeEasyFly) {
-        _upLoadVideoMission(m_strFlightMissionID);
-    }
-    _BlockTimer(false);
-}
-
-/// Runs a step of the flow that leads to a next file or mission, and then the steps that it leads to in
-/// turn. They call this function as their last act; running them nested instead would take a stack as deep
-/// as there are finished files in the project or stale ids in the queue.
-void CKvFlightDataDbOperator::_RunFlowStep(std::function<void()> step)
-{
-    m_fnNextFlowStep = std::move(step);
-    if (m_bFlowRunning) {
-        return;
-    }
-    m_bFlowRunning = true;
-    while (m_fnNextFlowStep) {
-        std::exchange(m_fnNextFlowStep, nullptr)();
-    }
-    m_bFlowRunning = false;
-}
-
-void CKvFlightDataDbOperator::_upload(const QString& strFile)
-{
-    _RunFlowStep([this, strFile] { _ScanFile(strFile); });
-}
-
-void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
-{
-    if (m_pDataBase->databaseName() != strFile) {
-        _PointDataBaseAt(strFile);
-    }
-    if (!_IsDataBaseOpen()) {
-        qDebug() << "Data base not open ";
-        return;
-    }
-    _QueueMissions();
-    if (!m_listFlightMissionID.isEmpty()) {
-        _upLoadFlightMission();
-    } else if (m_eUploadEnv == EUploadEnv::OncePerRequest) {
-        _FinishPass(QLatin1String(""));
-    } else if (m_listFlightMissionFile.isEmpty()) {
-        _WaitForNextCycle(CycleInterval);
-    } else {
-        _GetFlightMissionFileInformation();
-    }
-}
-
-void CKvFlightDataDbOperator::_QueueMissions()
-{
-    QString sql;
-    switch (m_eUploadEnv) {
-    case EUploadEnv::CurrentMissionLog:
-        sql = QStringLiteral("SELECT flight_mission_id from ") + FlightLogTableName +
-              QStringLiteral(" WHERE is_uploaded = 0 AND flight_mission_id = ") +
-              Quoted(m_strFlightMissionID) + QStringLiteral(" group by flight_mission_id");
-        break;
-    case EUploadEnv::WholeProject:
-    case EUploadEnv::OncePerRequest:
-        sql = QString::fromLatin1(SelectMissionsSql);
-        break;
-    default:
-        return;
-    }
-    QSqlQuery query = m_pDataBase->exec(sql);
-    while (query.next()) {
-        m_listFlightMissionID.append(query.value(0).toString());
-    }
-    if (m_eUploadEnv == EUploadEnv::CurrentMissionLog) {
-        m_listFlightMissionID.removeDuplicates();
-    }
-}
-
-void CKvFlightDataDbOperator::_FinishPass(const QString& strID)
-{
-    emit UploadFinished(QLatin1String(""), strID);
-    _BlockTimer(true);
-    _CloseDataBase();
-}
-
 // The chain of one mission: its row, positions, status, log
 
 void CKvFlightDataDbOperator::_upLoadFlightMission()
 {
-    _RunFlowStep([this] { _UpLoadNextMission(); });
+    _GoOn(ENextStep::NextMission);
 }
 
 void CKvFlightDataDbOperator::_UpLoadNextMission()
@@ -393,8 +212,11 @@ void CKvFlightDataDbOperator::slotUploadMissionFinished()
     }
     KV_TRACE << "CKvFlightDataDbOperator::slotUploadMissionFinished"
              << "Upload flight mission success,id =" << strID;
+    const QPointer<CKvFlightDataDbOperator> alive(this);
     _uploadPosData(strID);
-    emit signalUploadFlightMissionFinish();
+    if (alive) {
+        Q_EMIT signalUploadFlightMissionFinish();
+    }
 }
 
 void CKvFlightDataDbOperator::_uploadPosData(const QString& strID)
@@ -456,12 +278,13 @@ void CKvFlightDataDbOperator::_FinishBatch(const SBatchKind& kind)
     if (!pUpLoad) {
         return;
     }
+    const QString strID = pUpLoad->m_strRecordKey; // the next post sets another
     KV_TRACE << kind.finishedMethod << _IsDataBaseOpen() << !pUpLoad->m_listRecordID.isEmpty();
     if (_IsDataBaseOpen() && !pUpLoad->m_listRecordID.isEmpty()) {
         _MarkUploaded(MarkListSql(kind.strTable, pUpLoad->m_listRecordID));
         KV_TRACE << kind.finishedMethod << kind.finishedText << QuotedList(pUpLoad->m_listRecordID);
     }
-    (this->*kind.next)(pUpLoad->m_strRecordKey);
+    (this->*kind.next)(strID);
 }
 
 void CKvFlightDataDbOperator::_upLoadFlightMonitor(const QString& strID)
@@ -489,7 +312,7 @@ void CKvFlightDataDbOperator::_upLoadFlightMonitor(const QString& strID)
         }
         strProject = query.value(0).toString();
     }
-    emit UpLoading(strProject, strID);
+    _EmitInFlow([&] { Q_EMIT UpLoading(strProject, strID); });
 }
 
 void CKvFlightDataDbOperator::_postFlightMonitor(QByteArray json, const QString& strID,
@@ -533,9 +356,7 @@ void CKvFlightDataDbOperator::_EndMission(const QString& strID)
 void CKvFlightDataDbOperator::_MarkUploaded(const QString& sql)
 {
     m_mutexDB.lock();
-    m_pDataBase->transaction();
-    m_pDataBase->exec(sql).finish();
-    m_pDataBase->commit();
+    _Transact([&] { m_pDataBase->exec(sql).finish(); });
     m_mutexDB.unlock();
 }
 
@@ -586,36 +407,4 @@ void CKvFlightDataDbOperator::_uploadVideoUasStatus(const QString& strID)
     if (!rows.listID.isEmpty()) {
         _postUasStatus(rows.json, strID, {}); // no ids: the reply marks nothing
     }
-}
-
-// Failures
-
-void CKvFlightDataDbOperator::slotUpLoadfailed()
-{
-    qDebug() << "Uplaod Failed";
-    _WaitForNextCycle(m_nStartTimeInterval);
-}
-
-void CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed()
-{
-    KV_TRACE << "CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed" << 690;
-    slotUpLoadfailed();
-}
-
-void CKvFlightDataDbOperator::slotPosDataUpLoadfailed()
-{
-    KV_TRACE << "CKvFlightDataDbOperator::slotPosDataUpLoadfailed" << 695;
-    slotUpLoadfailed();
-}
-
-void CKvFlightDataDbOperator::slotUasStatusUpLoadfailed()
-{
-    KV_TRACE << "CKvFlightDataDbOperator::slotUasStatusUpLoadfailed" << 700;
-    slotUpLoadfailed();
-}
-
-void CKvFlightDataDbOperator::slotFlightMonitorUpLoadfailed()
-{
-    KV_TRACE << "CKvFlightDataDbOperator::slotFlightMonitorUpLoadfailed" << 705;
-    slotUpLoadfailed();
 }

@@ -14,10 +14,14 @@
 #include <QtNetwork/QNetworkAccessManager>
 #include <QtNetwork/QNetworkRequest>
 
+#include <algorithm>
+#include <utility>
+
 namespace
 {
-constexpr int RequestTimeout = 20000; // milliseconds, from the post or the last data received
-constexpr int ErrorDelay = 3000;      // milliseconds, so that a server that answers rubbish is not hammered
+// Qt has six connections for a manager and a host, and a seventh request waits until one of them ends.
+constexpr int MostUnanswered = 4;
+constexpr int MostAside = 3;
 
 QTimer* NewTimer(CKvUpLoadObject* pReceiver, const char* slot)
 {
@@ -38,23 +42,40 @@ QNetworkReply* Post(QNetworkAccessManager* pManager, const QNetworkRequest& requ
     QObject::connect(pReply, SIGNAL(finished()), pBody, SLOT(deleteLater()));
     return pReply;
 }
+void DeleteLater(const QObjectList& listObject)
+{
+    for (QObject* const pObject : listObject) {
+        pObject->deleteLater();
+    }
+}
 } // namespace
 
 CKvUpLoadObject::CKvUpLoadObject() : m_pNetManager(new QNetworkAccessManager), m_pRequest(new QNetworkRequest)
 {
+    // A newer Qt follows otherwise, and turns the POST into a GET that some page accepts.
+    m_pRequest->setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     InstallDebugProxy();
 }
 
 CKvUpLoadObject::~CKvUpLoadObject()
 {
+    QObjectList listLeft;
     disconnect(m_pNetManager);
     if (m_pReply) {
         disconnect(m_pReply);
-        m_pReply->deleteLater();
+        listLeft.append(m_pReply);
         m_pReply = nullptr;
     }
-    m_pNetManager->deleteLater();
+    listLeft.append(m_pNetManager);
     m_pNetManager = nullptr;
+    for (QNetworkAccessManager* const pManager : qAsConst(m_listAside)) {
+        listLeft.append(pManager);
+    }
+    if (m_nReplySignals > 0) {
+        m_pLeftInSignal->append(listLeft);
+    } else {
+        DeleteLater(listLeft);
+    }
     // Timers and request stay: a host may still hold the request.
 }
 
@@ -72,7 +93,9 @@ void CKvUpLoadObject::setRawHeader(const QByteArray& byteKey, const QByteArray& 
 
 void CKvUpLoadObject::SetFilePathArray(const QByteArray& bytePostData)
 {
-    m_bytePostData = bytePostData;
+    if (m_bytePostData != bytePostData) { // a body that is sent again is shared with replies that never came
+        m_bytePostData = bytePostData;
+    }
 }
 
 void CKvUpLoadObject::SetFilePath(const QString& strFilePath)
@@ -96,15 +119,60 @@ void CKvUpLoadObject::PostNetWorkReplyMessage()
         m_pRequestTimer = NewTimer(this, SLOT(slotRequestTimeOut()));
         m_pErrorTimer = NewTimer(this, SLOT(slotErrorTimeout()));
     }
+    _SetSilentManagerAside();
     m_pRequest->setHeader(QNetworkRequest::UserAgentHeader, GetSysinfo());
     if (!m_byteHeaderKey.isEmpty()) {
         m_pRequest->setRawHeader(m_byteHeaderKey, m_byteHeaderValue);
     }
     m_pReply = Post(m_pNetManager, *m_pRequest, m_bytePostData);
-    connect(m_pReply, SIGNAL(uploadProgress(qint64, qint64)), this, SIGNAL(uploadProgress(qint64, qint64)));
+    connect(m_pReply, &QNetworkReply::uploadProgress, this, [this](qint64 nSent, qint64 nTotal) {
+        _InReplySignal([&] { Q_EMIT uploadProgress(nSent, nTotal); });
+    });
     connect(m_pReply, SIGNAL(readyRead()), this, SLOT(slotRecviedData()));
     connect(m_pReply, SIGNAL(finished()), this, SLOT(slotReplyFinished()));
+    m_listUnanswered.append(m_pReply);
     m_pRequestTimer->start(RequestTimeout);
+}
+
+/// A manager whose requests the line has swallowed would soon send no more. It lives on until they end, as a
+/// late reply counts, and a fresh one takes over.
+void CKvUpLoadObject::_SetSilentManagerAside()
+{
+    const auto ended = [](const QPointer<QNetworkReply>& pReply) { return !pReply || pReply->isFinished(); };
+    m_listUnanswered.erase(std::remove_if(m_listUnanswered.begin(), m_listUnanswered.end(), ended),
+                           m_listUnanswered.end());
+    if (_HasUnanswered(m_pNetManager, MostUnanswered)) {
+        m_listAside.append(m_pNetManager);
+        m_pNetManager = new QNetworkAccessManager;
+    }
+    for (QNetworkAccessManager* const pManager : QList<QNetworkAccessManager*>(m_listAside)) {
+        if (m_listAside.size() > MostAside || !_HasUnanswered(pManager, 1)) {
+            _GiveUp(pManager);
+        }
+    }
+}
+
+bool CKvUpLoadObject::_HasUnanswered(const QNetworkAccessManager* pManager, int nReplies) const
+{
+    return std::count_if(m_listUnanswered.begin(), m_listUnanswered.end(),
+                         [pManager](const QPointer<QNetworkReply>& pReply) {
+                             return pReply->manager() == pManager;
+                         }) >= nReplies;
+}
+
+void CKvUpLoadObject::_GiveUp(QNetworkAccessManager* pManager)
+{
+    for (const QPointer<QNetworkReply>& pReply : qAsConst(m_listUnanswered)) {
+        if (pReply->manager() == pManager) {
+            disconnect(pReply, nullptr, this, nullptr);
+        }
+    }
+    m_listAside.removeOne(pManager);
+    if (m_nReplySignals > 0) {
+        m_pLeftInSignal->append(pManager);
+    } else {
+        pManager->deleteLater();
+    }
 }
 
 void CKvUpLoadObject::slotRequestData()
@@ -118,7 +186,29 @@ void CKvUpLoadObject::slotRecviedData()
     m_pRequestTimer->start(RequestTimeout);
 }
 
+/// Handles a signal of a reply. A receiver of what is emitted then may run an event loop, in which this
+/// object is deleted or gives a manager up; the reply goes on with its signal after that, so both live until
+/// then.
+void CKvUpLoadObject::_InReplySignal(const std::function<void()>& handle)
+{
+    const QPointer<CKvUpLoadObject> alive(this);
+    const std::shared_ptr<QObjectList> pLeft = m_pLeftInSignal;
+    const bool bOutermost = m_nReplySignals++ == 0;
+    handle();
+    if (alive) {
+        --m_nReplySignals;
+    }
+    if (bOutermost) {
+        DeleteLater(std::exchange(*pLeft, {}));
+    }
+}
+
 void CKvUpLoadObject::slotReplyFinished()
+{
+    _InReplySignal([this] { _JudgeReply(); });
+}
+
+void CKvUpLoadObject::_JudgeReply()
 {
     m_pRequestTimer->stop();
     const QByteArray body = m_pReply->readAll();
@@ -139,14 +229,14 @@ void CKvUpLoadObject::slotReplyFinished()
     const int nStatus = object.value(QLatin1String("status")).toInt(0);
     const QString strMessage = object.value(QLatin1String("message")).toString();
     if (nStatus == 0 || nStatus == 1) {
-        emit upLoadFinished(body);
+        Q_EMIT upLoadFinished(body);
     } else if (nStatus == 401 || nStatus == 403) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
-        emit NoLogin();
+        Q_EMIT NoLogin();
     } else {
         qDebug() << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
-        emit NetWorkError();
+        Q_EMIT NetWorkError();
     }
 }
 
@@ -154,19 +244,19 @@ void CKvUpLoadObject::slotRequestTimeOut()
 {
     m_pRequestTimer->stop();
     KV_TRACE << "CKvUpLoadObject::slotRequestTimeOut" << 119;
-    emit NetWorkError();
+    Q_EMIT NetWorkError();
 }
 
 void CKvUpLoadObject::slotErrorTimeout()
 {
     KV_TRACE << "CKvUpLoadObject::slotErrorTimeout" << 125;
     m_pErrorTimer->stop();
-    emit NetWorkError();
+    Q_EMIT NetWorkError();
 }
 
 void CKvUpLoadObject::upLoadError(QNetworkReply::NetworkError errorCode)
 {
     if (errorCode != QNetworkReply::NoError) {
-        emit NetWorkError();
+        Q_EMIT NetWorkError();
     }
 }

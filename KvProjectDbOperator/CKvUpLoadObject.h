@@ -4,10 +4,15 @@
 #include "KvProjectDbOperatorGlobal.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QList>
 #include <QtCore/QObject>
+#include <QtCore/QPointer>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtNetwork/QNetworkReply>
+
+#include <functional>
+#include <memory>
 
 class QNetworkAccessManager;
 class QNetworkRequest;
@@ -19,13 +24,28 @@ class QTimer;
 /// (new) token, NetWorkError() otherwise. Nothing is retried. A reply is a JSON object with an integer
 /// "status" and a string "message": 0, 1 or no status is acceptance, 401 and 403 ask for a token.
 ///
-/// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it.
-/// When EnabledFiddler() holds at construction, the application's proxy is set to 127.0.0.1 port 8888.
+/// A redirection is not followed; its own reply is judged like any other.
+///
+/// On a line that swallows requests a post is given up by its signal after 20 s, and its reply, when it comes
+/// after all, is judged and signalled still. Up to 16 posts are waited for at once, with their bodies, of
+/// which equal ones are held once; the oldest are dropped without a signal when more come, after some six
+/// minutes of silence.
+///
+/// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it, in a
+/// receiver of its signals through deleteLater(), though a plain delete is survived. When EnabledFiddler()
+/// holds at construction, the application's proxy is set to 127.0.0.1 port 8888.
 class KVPROJECTDBOPERATOR_EXPORT CKvUpLoadObject : public QObject
 {
     Q_OBJECT
 
 public:
+    /// Milliseconds without a sign of the server, from the post or the last data received, after which a
+    /// request counts as failed.
+    static constexpr int RequestTimeout = 20000;
+    /// Milliseconds from a useless answer to its failure, so that a server that answers rubbish is not
+    /// hammered.
+    static constexpr int ErrorDelay = 3000;
+
     CKvUpLoadObject();
     /// Drops a request in flight without a signal.
     ~CKvUpLoadObject() override;
@@ -49,7 +69,7 @@ public:
     QString m_strRecordKey;     ///< scratch for the caller: flight mission id of the request in flight
     QStringList m_listRecordID; ///< scratch for the caller: row ids carried by the request in flight
 
-signals:
+Q_SIGNALS:
     /// Bytes sent so far, and in all.
     void uploadProgress(qint64, qint64);
     /// The server accepted the post; the argument is its whole reply body.
@@ -61,7 +81,7 @@ signals:
     /// The server refused the token (status 401 or 403).
     void NoLogin();
 
-private slots:
+private Q_SLOTS:
     void slotRequestData();
     void slotReplyFinished();
     void upLoadError(QNetworkReply::NetworkError errorCode);
@@ -70,6 +90,12 @@ private slots:
     void slotErrorTimeout();
 
 private:
+    void _InReplySignal(const std::function<void()>& handle);
+    void _JudgeReply();
+    void _SetSilentManagerAside();
+    bool _HasUnanswered(const QNetworkAccessManager* pManager, int nReplies) const;
+    void _GiveUp(QNetworkAccessManager* pManager);
+
     QByteArray m_byteUrl;
     QNetworkAccessManager* m_pNetManager;
     QNetworkReply* m_pReply = nullptr;
@@ -80,4 +106,8 @@ private:
     QNetworkRequest* m_pRequest;
     QTimer* m_pRequestTimer = nullptr;
     QTimer* m_pErrorTimer = nullptr;
+    int m_nReplySignals = 0; // being handled
+    std::shared_ptr<QObjectList> m_pLeftInSignal = std::make_shared<QObjectList>();
+    QList<QPointer<QNetworkReply>> m_listUnanswered; // in the order in which they were posted
+    QList<QNetworkAccessManager*> m_listAside;       // see _SetSilentManagerAside()
 };

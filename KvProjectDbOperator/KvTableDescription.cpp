@@ -15,11 +15,14 @@ void CKvTableDescription::Read(const QString& strFile)
     }
     *this = CKvTableDescription();
     m_byteText = text;
-    const QStringList listToken = QString(text).simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    const QStringList listToken =
+        QString::fromUtf8(text).simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);
     for (int i = 0; i < listToken.size(); i += 2) {
         // With an odd number of tokens the last name keeps its comma, and the statement is refused.
         const QLatin1String separator(i == listToken.size() - 2 ? "" : ",");
-        const SColumn column{listToken[i], QLatin1Char(':') + listToken[i]};
+        const SColumn column{listToken[i], QLatin1Char(':') + listToken[i],
+                             listToken[i].contains(QLatin1String("message")),
+                             listToken[i].contains(QLatin1String("log_count"))};
         m_listColumn.append(column);
         m_strColumns += column.strName + separator;
         m_strPlaceholders += column.strPlaceholder + separator;
@@ -45,11 +48,10 @@ void CKvTableDescription::BindRecordAsText(QSqlQuery& query, const QJsonObject& 
 {
     for (const SColumn& column : m_listColumn) {
         const auto member = record.constFind(column.strName);
-        const bool message = column.strName.contains(QLatin1String("message"));
-        if (member != record.constEnd() && message) {
+        if (member != record.constEnd() && column.bMessage) {
             query.bindValue(column.strPlaceholder,
                             QByteArray::fromBase64(member.value().toString().toLatin1()));
-        } else if (column.strName.contains(QLatin1String("log_count"))) {
+        } else if (column.bLogCount) {
             query.bindValue(column.strPlaceholder, QStringLiteral("NULL"));
         } else if (member != record.constEnd()) {
             query.bindValue(column.strPlaceholder, member.value().toString());

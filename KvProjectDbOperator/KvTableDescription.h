@@ -28,6 +28,8 @@ public:
     struct SColumn {
         QString strName;
         QString strPlaceholder;
+        bool bMessage;  ///< has "message" in its name
+        bool bLogCount; ///< has "log_count" in its name
     };
 
     /// The columns in file order.

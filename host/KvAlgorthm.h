@@ -109,12 +109,15 @@ KVALGORTHM_EXPORT QList<QVariant> ReadJsonArray(const QJsonValue& value);
 /// The object that the server expects for the row on which the query stands: one member for each column
 /// but "is_uploaded", under the column's name. The query is only read, never moved.
 ///
+/// Positions, status records and monitor messages travel many to a request, which names their mission: their
+/// objects leave out "flight_mission_id" and every column that is NULL.
+///
 /// Bodies are posted as form data without further encoding, so the values are safe there: after a form
 /// decoder has worked on the body, a JSON reader gives
 /// - a text column's exact text (in the object, characters with a meaning in forms stand as %XX);
 /// - a number as a number; as text where JSON or a form would change it: integers beyond 2^53, and numbers
 ///   whose notation needs a "+";
-/// - NULL as null;
+/// - NULL as null, or as no member (above);
 /// - a BLOB, and the flight log's "message" whatever its type, as base64url without padding.
 /// @{
 KVALGORTHM_EXPORT QJsonObject FlightMissionComboJsonInfo(QSqlQuery* query); ///< a flight or video mission
@@ -135,5 +138,12 @@ KVALGORTHM_EXPORT QString GetFlightVideoTableContents();    ///< of FlightVideoT
 KVALGORTHM_EXPORT QString GetFlightCompleteTableContents(); ///< of FlightCompleteTableName
 /// @}
 
-/// Text of a UUID as used for row ids: lower case, with hyphens, without braces.
+/// Text of a freshly created UUID for use as an id: lower case, with hyphens, without braces.
+///
+/// A random UUID (version 4), as QUuid::createUuid() makes it, becomes version 7 of RFC 9562: 48 bits of
+/// milliseconds since 1970 UTC, then 74 of its random bits. So ids sort by the time at which they were made,
+/// and an index on them grows at its end instead of all over. The time never goes back within a process,
+/// whatever its threads and the system's clock do. Each call stamps anew: to keep an id, keep its text.
+///
+/// Every other UUID is a fixed one (made from a name, stamped already, null) and keeps its value.
 KVALGORTHM_EXPORT QString UidToString(const QUuid& uid);

@@ -16,12 +16,21 @@
 /// \file
 /// The host application's access to mission database files, its project and its network state.
 
+class CKvPatience;
+
 /// One SQLite connection, used on the thread that constructed it.
 ///
 /// A mission database is one file at rest: a rollback journal, synced so that a committed row survives a
-/// loss of power. A connection constructed on a file is meant for a short visit and waits up to 1 s for
-/// a lock that somebody else holds; one constructed without a file name carries the records of a flight
-/// and waits up to 30 s.
+/// loss of power. Where another program holds the file open in WAL mode, that mode is left alone until it has
+/// gone.
+///
+/// A connection constructed on a file is meant for a short visit and waits up to 1 s for a lock that somebody
+/// else holds (and hardly at all where the file is known to be locked); one constructed without a file name
+/// carries the records of a flight and waits up to 30 s. That is the wait for all its statements together:
+/// once it is used up, they fail at once until the thread is back in its event loop, or for as long as the
+/// thread has done other things.
+///
+/// What keeps a file from being opened or written is told to the log once, at level Error, with its path.
 class KVDATA_EXPORT CKvDataBase
 {
 public:
@@ -42,8 +51,11 @@ public:
     /// folder).
     ///
     /// Does nothing when that very file is open already, so that prepared statements stay valid; closes
-    /// another file first.
-    /// \return false for an empty name, a file that cannot be opened, is no database or stays locked
+    /// another file first. A file that is locked is open all the same: what this has to set up is tried again
+    /// when the connection is next used.
+    /// \return false, with a line in the log, for what waiting does not mend: an empty name, a folder that
+    ///         does not exist, a path that is a folder, a device or a link that leads nowhere, a file that
+    ///         may not be read or is no database
     bool open();
 
     /// Whether a file is open.
@@ -57,23 +69,39 @@ public:
     QSqlQuery exec(const QString& sql) const;
 
     /// Begins a transaction that may write: the write lock is taken at once, waiting for others.
+    /// \return false, with a line in the log, when no transaction has begun
     bool transaction();
 
-    /// Commits the transaction. When that fails for good the transaction is rolled back, so that no lock
-    /// stays behind; false and an error in the log say so.
+    /// Commits the transaction, waiting for others that read. When that fails, the transaction is rolled
+    /// back, so that no lock stays behind and nothing of it is stored; it may be run again. \return false,
+    /// with a line in the log, when nothing was stored
     bool commit();
+
+    /// Sets how long connections that are constructed from now on wait for locks, in milliseconds, instead of
+    /// 30000; visits wait no longer either. For tests of a host that cannot wait that long.
+    static void SetLockWait(int nMilliseconds);
 
     /// Database name that the connection has now, one set through DBInstance() included.
     QString databaseName() const;
 
 private:
-    void _SetBusyTimeout(int nMilliseconds);
-    void _Report(const char* what, const QSqlError& error) const;
+    QSqlError _Run(const QString& sql) const;
+    QSqlError _Settle();
+    QSqlError _Begin();
+    QSqlError _Touch() const;
+    void _ReportNotBegun(const QSqlError& error);
+    void _LeaveWriteAheadLog();
+    QString _SetUp();
+    void _SetBusyTimeout(int nMilliseconds) const;
 
     QSqlDatabase m_database;
     QString m_strOpenFile; ///< what is really open; the database name may run ahead of it
+    int m_nSettled = 0;    ///< how many of the opening statements have been run
     bool m_bInTransaction = false;
-    int m_nLockWait; ///< how long a foreign lock is waited for, milliseconds
+    bool m_bToldReadOnly = false;
+    bool m_bOpenedEmpty = false;
+    mutable int m_nBusyTimeout = 0; ///< what SQLite has been told, milliseconds
+    CKvPatience* const m_pPatience;
 };
 
 /// Creates a table unless it exists, and its index of rows that wait for upload.
@@ -82,7 +110,15 @@ private:
 /// \param contents  column definitions as the table-contents functions of KvAlgorthm give them
 /// \param database  an open connection
 /// \return whether the table exists afterwards. A table that was there already keeps its columns and rows.
+///
+/// A lock that somebody else holds is waited for as the connection does it, by one call; the next ones on the
+/// same connection only try, until one of them finds the file free.
 KVDATA_EXPORT bool CreateTable(const QString& table, const QString& contents, QSqlDatabase* database);
+
+/// Creates the tables of a flight's mission file, those that are missing, each as CreateTable() does.
+///
+/// \return whether all of them exist afterwards
+KVDATA_EXPORT bool CreateMissionTables(QSqlDatabase* database);
 
 /// Kinds of aircraft that a host controls.
 enum class EPlaneType : int {

@@ -62,13 +62,21 @@ public:
     /// process.
     void captureQtMessages();
 
+    /// Whether lines of level Warn and above go to standard error while there is no file, as at the start. A
+    /// program that shows them itself, through the listener, turns that off.
+    void setStandardError(bool on);
+
     /// Keeps a text out of the log from now on, such as the token of a user who has signed in: lines hold
-    /// "***" in its place, whoever writes them. One of fewer than 8 characters is not taken: it would be
+    /// "***" in its place, whoever writes them. One of fewer than 4 characters is not taken: it would be
     /// found within many a word.
     void addSecret(const QString& text);
 
-    /// Hands one finished line to the log. Control characters in it are written as \\xNN, so that a line
-    /// stays a line whatever a server has answered. A line below the threshold is dropped.
+    /// A line as it may be shown: secrets as "***", control characters as \\xNN, so that it stays a line and
+    /// harms no terminal, whatever a server or a file has in it.
+    QString printable(const QString& line) const;
+
+    /// Hands one finished line to the log, which keeps it as printable() shows it. A line below the threshold
+    /// is dropped.
     void write(Level level, const QString& line);
 
     Logger(const Logger&) = delete;

@@ -61,9 +61,15 @@ QJsonValue Real(double number)
     return number;
 }
 
+/// A BLOB without bytes is a null QByteArray, as far as Qt is concerned.
+bool IsNull(const QVariant& value)
+{
+    return value.isNull() && static_cast<QMetaType::Type>(value.type()) != QMetaType::QByteArray;
+}
+
 QJsonValue ColumnValue(const QVariant& value)
 {
-    if (value.isNull()) {
+    if (IsNull(value)) {
         return QJsonValue::Null;
     }
     switch (static_cast<QMetaType::Type>(value.type())) {
@@ -79,22 +85,41 @@ QJsonValue ColumnValue(const QVariant& value)
     }
 }
 
-QJsonObject RowObject(QSqlQuery* query, const QString& binaryColumn = QString())
+template<class Insert>
+void ForEachColumn(QSqlQuery* query, const Insert& insert)
 {
-    QJsonObject object;
     if (!query) {
-        return object;
+        return;
     }
     const QSqlRecord row = query->record();
     for (int i = 0; i < row.count(); ++i) {
         const QString name = row.fieldName(i);
-        if (name == QLatin1String("is_uploaded")) {
-            continue;
+        if (name != QLatin1String("is_uploaded")) {
+            insert(name, row.value(i));
         }
-        const QVariant value = row.value(i);
-        const bool binary = name == binaryColumn && !value.isNull();
-        object.insert(name, binary ? Base64Url(value.toByteArray()) : ColumnValue(value));
     }
+}
+
+/// The row of a request of its own.
+QJsonObject SingleRecord(QSqlQuery* query)
+{
+    QJsonObject object;
+    ForEachColumn(query, [&object](const QString& name, const QVariant& value) {
+        object.insert(name, ColumnValue(value));
+    });
+    return object;
+}
+
+/// One of many rows of a request that names their mission. What says nothing is paid for a million times a
+/// flight: the mission again, and columns without a value.
+QJsonObject BatchRecord(QSqlQuery* query, const QString& binaryColumn = QString())
+{
+    QJsonObject object;
+    ForEachColumn(query, [&](const QString& name, const QVariant& value) {
+        if (name != QLatin1String("flight_mission_id") && !IsNull(value)) {
+            object.insert(name, name == binaryColumn ? Base64Url(value.toByteArray()) : ColumnValue(value));
+        }
+    });
     return object;
 }
 } // namespace
@@ -112,25 +137,25 @@ QList<QVariant> ReadJsonArray(const QJsonValue& value)
 
 QJsonObject FlightMissionComboJsonInfo(QSqlQuery* query)
 {
-    return RowObject(query);
+    return SingleRecord(query);
 }
 
 QJsonObject PosDataComboJsonInfo(QSqlQuery* query)
 {
-    return RowObject(query);
+    return BatchRecord(query);
 }
 
 QJsonObject UasStatusComboJsonInfo(QSqlQuery* query)
 {
-    return RowObject(query);
+    return BatchRecord(query);
 }
 
 QJsonObject FlightLogComboJsonInfo(QSqlQuery* query)
 {
-    return RowObject(query, QStringLiteral("message"));
+    return BatchRecord(query, QStringLiteral("message"));
 }
 
 QJsonObject FlightVideoMissionComboJsonInfo(QSqlQuery* query)
 {
-    return RowObject(query);
+    return SingleRecord(query);
 }

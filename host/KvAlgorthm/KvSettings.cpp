@@ -164,8 +164,3 @@ bool SetHomeDir(const QString& path)
     Set(&SSettings::strHomeDir, path.endsWith(QLatin1Char('/')) ? path : path + QLatin1Char('/'));
     return true;
 }
-
-QString UidToString(const QUuid& uid)
-{
-    return uid.toString(QUuid::WithoutBraces);
-}

@@ -13,10 +13,14 @@ namespace
 // A writer that leaves a column out, or binds NULL to it, must not make a row that is never uploaded (no
 // is_uploaded), uploaded for ever (no id to mark it by) or undated; so NULL is replaced by the default.
 // Ids are text so that 7 and '7' are one id, and unique because a record that comes again is the same one.
+// The default has the form of UidToString(): milliseconds since 1970, version and variant, random digits.
 QString Id()
 {
-    return QStringLiteral("id TEXT PRIMARY KEY NOT NULL ON CONFLICT REPLACE"
-                          " DEFAULT (lower(hex(randomblob(16)))), ");
+    const QString ms = QStringLiteral("strftime('%s', 'now') * 1000 + substr(strftime('%f', 'now'), 4)");
+    return QStringLiteral("id TEXT PRIMARY KEY NOT NULL ON CONFLICT REPLACE DEFAULT (lower(printf("
+                          "'%08x-%04x-7%.3s-8%.3s-%s', (") +
+           ms + QStringLiteral(") >> 16, (") + ms +
+           QStringLiteral(") & 65535, hex(randomblob(2)), hex(randomblob(2)), hex(randomblob(6))))), ");
 }
 
 QString CreatedAt()

@@ -1,43 +1,93 @@
 // SPDX-License-Identifier: MIT
 #include "KvData.h"
 #include "KvLocks.h"
-#include "KvLog.h"
+#include "KvPatience.h"
+#include "KvTrouble.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
 #include <QtCore/QUuid>
+#include <QtCore/QVariant>
 #include <QtSql/QSqlError>
+
+#include <algorithm>
+#include <atomic>
+#include <iterator>
+#include <utility>
 
 namespace
 {
-constexpr int VisitLockWait = 1000; // milliseconds
-constexpr int FlightLockWait = 30000;
+// Milliseconds
+constexpr int VisitLockWait = 1000;
+constexpr int KnownLockWait = 20; // for a visit to a file that is known to be locked
 constexpr int LockPoll = 5;
+std::atomic<int> g_nFlightLockWait{30000};
 
 // One file at rest whatever happens to the process: a rollback journal. EXTRA syncs the folder after the
 // journal has been deleted as well; otherwise a loss of power may bring the journal back and undo a commit.
 // The first statement that reads the file also finds out whether it is a database at all.
-// The server's answer is marked by ids that lie all over their index. With SQLite's own cache of 2 MiB each
-// of 1,000,000 of them is read from the file, and draining takes a third longer; memory is taken as it is
-// needed.
-constexpr const char* OpeningStatements[] = {
-    "PRAGMA journal_mode=DELETE", "PRAGMA synchronous=EXTRA", "PRAGMA temp_store=MEMORY",
-    "PRAGMA cache_size=-65536", // KiB
+// Nothing is written before the first ones have been run. Leaving WAL mode has to wait for others that use
+// the file in it, beside whom rows are as safe. SQLite leaves it without a look at what they have written
+// since it last read the file, and would write its old pages over theirs: so it forgets them.
+const char* const OpeningStatements[] = {
+    "PRAGMA synchronous=EXTRA",
+    "PRAGMA temp_store=MEMORY",
+    "PRAGMA journal_mode=DELETE",
+    "PRAGMA shrink_memory",
 };
+constexpr int AllSettled = static_cast<int>(std::size(OpeningStatements));
+constexpr int SafeToWrite = AllSettled - 2;
 
-bool Run(QSqlDatabase& database, const char* sql)
+constexpr int ReadOnly = 8; // SQLite's code; at opening: a journal that is to be rolled back
+
+int LockWait(const QString& strFile)
 {
-    QSqlQuery query(database);
-    query.setForwardOnly(true);
-    return query.exec(QLatin1String(sql));
+    if (strFile.isEmpty()) {
+        return g_nFlightLockWait;
+    }
+    return std::min<int>(g_nFlightLockWait,
+                         IsInTrouble(ETrouble::Writing, strFile) ? KnownLockWait : VisitLockWait);
+}
+
+/// What is wrong with a path that SQLite would take, or explain worse; empty when nothing is.
+QString Obstacle(const QString& strFile)
+{
+    const QFileInfo info(strFile);
+    if (strFile.isEmpty()) {
+        return QStringLiteral("no file is named");
+    }
+    if (info.isFile() || strFile.startsWith(QLatin1Char(':'))) { // ":memory:"
+        return {};
+    }
+    if (info.exists()) {
+        return info.isDir() ? QStringLiteral("it is a folder") : QStringLiteral("it is a device");
+    }
+    if (info.isSymLink()) {
+        return QStringLiteral("it is a link that leads nowhere");
+    }
+    return info.dir().exists() ? QString() : QStringLiteral("its folder does not exist");
+}
+
+/// Whether an error stays however long one waits.
+bool IsForGood(const QSqlError& error)
+{
+    constexpr int Permission = 3;
+    constexpr int Corrupt = 11;
+    constexpr int CannotOpen = 14;
+    constexpr int Authorization = 23;
+    constexpr int NoDatabase = 26;
+    const int nCode = ResultCode(error);
+    return nCode == Permission || nCode == ReadOnly || nCode == Corrupt || nCode == CannotOpen ||
+           nCode == Authorization || nCode == NoDatabase;
 }
 } // namespace
 
 CKvDataBase::CKvDataBase(const QString& databaseName)
     : m_database(QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QUuid::createUuid().toString()))
-    , m_nLockWait(databaseName.isEmpty() ? FlightLockWait : VisitLockWait)
+    , m_pPatience(new CKvPatience(LockWait(databaseName)))
 {
     m_database.setDatabaseName(databaseName);
-    m_database.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(m_nLockWait));
 }
 
 CKvDataBase::~CKvDataBase()
@@ -46,10 +96,18 @@ CKvDataBase::~CKvDataBase()
     const QString strConnection = m_database.connectionName();
     m_database = QSqlDatabase();
     QSqlDatabase::removeDatabase(strConnection);
+    delete m_pPatience;
+}
+
+void CKvDataBase::SetLockWait(int nMilliseconds)
+{
+    g_nFlightLockWait = nMilliseconds;
 }
 
 QSqlDatabase* CKvDataBase::DBInstance()
 {
+    // For the caller's own statements. Preparing one reads the file if opening it could not.
+    _SetBusyTimeout(m_nSettled < SafeToWrite ? 0 : m_pPatience->Left());
     return &m_database;
 }
 
@@ -62,18 +120,51 @@ bool CKvDataBase::open()
         }
         close();
     }
-    if (strFile.isEmpty() || !m_database.open()) {
-        return false; // SQLite takes an empty name for a temporary database that forgets everything
+    // SQLite takes an empty name for a temporary database that forgets everything.
+    QString strTrouble = Obstacle(strFile);
+    if (strTrouble.isEmpty()) {
+        strTrouble = _SetUp();
     }
-    m_strOpenFile = strFile;
-    SetWriteLocked(m_database, false);
-    for (const char* sql : OpeningStatements) {
-        if (!Run(m_database, sql)) {
-            close();
-            return false;
+    if (strTrouble.isEmpty()) {
+        m_strOpenFile = strFile;
+        ClearTrouble(ETrouble::Opening, strFile);
+        return true;
+    }
+    close();
+    ReportTrouble(ETrouble::Opening, strFile, QStringLiteral("cannot be opened: ") + strTrouble);
+    return false;
+}
+
+/// Opens the file; returns what is wrong with it for good.
+QString CKvDataBase::_SetUp()
+{
+    m_nBusyTimeout = m_pPatience->Left();
+    m_database.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(m_nBusyTimeout));
+    m_nSettled = 0;
+    m_bOpenedEmpty = QFileInfo(m_database.databaseName()).size() == 0;
+    if (!m_database.open()) {
+        return m_database.lastError().databaseText();
+    }
+    QElapsedTimer waited;
+    waited.start();
+    const QSqlError error = _Settle();
+    if (IsBusy(error)) {
+        m_pPatience->Spend(waited.elapsed());
+    }
+    return IsForGood(error) ? error.databaseText() : QString();
+}
+
+/// Runs what is left of the opening statements; returns the error of the one that has to be run again.
+QSqlError CKvDataBase::_Settle()
+{
+    while (m_nSettled < AllSettled) {
+        QSqlError error = _Run(QLatin1String(OpeningStatements[m_nSettled]));
+        if (error.isValid()) {
+            return error;
         }
+        ++m_nSettled;
     }
-    return true;
+    return {};
 }
 
 bool CKvDataBase::isOpen() const
@@ -86,13 +177,31 @@ void CKvDataBase::close()
     m_database.close();
     m_strOpenFile.clear();
     m_bInTransaction = false;
+    m_bToldReadOnly = false;
 }
 
-QSqlQuery CKvDataBase::exec(const QString& sql) const
+QSqlError CKvDataBase::_Run(const QString& sql) const
 {
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
     query.exec(sql);
+    return query.lastError();
+}
+
+QSqlQuery CKvDataBase::exec(const QString& sql) const
+{
+    constexpr qint64 SomebodyWasThere = 20; // milliseconds
+    _SetBusyTimeout(m_pPatience->Left());
+    QSqlQuery query(m_database);
+    query.setForwardOnly(true);
+    QElapsedTimer waited;
+    waited.start();
+    const bool bDone = query.exec(sql);
+    // Within a transaction nobody else is waited for.
+    if (!m_bInTransaction &&
+        (waited.elapsed() >= SomebodyWasThere || (!bDone && IsBusy(query.lastError())))) {
+        m_pPatience->Spend(waited.elapsed());
+    }
     return query;
 }
 
@@ -104,19 +213,78 @@ bool CKvDataBase::transaction()
     // A deferred transaction that has read first cannot become a writer once somebody else has written. And
     // SQLite, left to wait by itself, asks ever more rarely and starves beside a program that writes all the
     // time, so it is asked again and again.
+    const int nPatience = m_pPatience->Left();
     QElapsedTimer waited;
     waited.start();
-    QSqlError error;
+    qint64 nWaited = 0;
     _SetBusyTimeout(LockPoll);
-    do {
-        error = exec(QStringLiteral("BEGIN IMMEDIATE")).lastError();
-    } while (IsBusy(error) && waited.elapsed() < m_nLockWait);
-    _SetBusyTimeout(m_nLockWait);
-    m_bInTransaction = !error.isValid();
-    if (!m_bInTransaction) {
-        _Report("cannot be written", error);
+    for (;;) {
+        const QSqlError error = _Begin();
+        m_bInTransaction = !error.isValid();
+        if (m_bInTransaction) {
+            break;
+        }
+        nWaited = waited.elapsed();
+        if (!IsBusy(error) || nWaited >= nPatience) {
+            _ReportNotBegun(error);
+            break;
+        }
     }
+    if (nWaited > 0) {
+        m_pPatience->Spend(nWaited);
+    }
+    _SetBusyTimeout(m_pPatience->Left());
     return m_bInTransaction;
+}
+
+QSqlError CKvDataBase::_Begin()
+{
+    QSqlError error = _Settle();
+    if (m_nSettled >= SafeToWrite) {
+        error = _Run(QStringLiteral("BEGIN IMMEDIATE"));
+    }
+    if (error.isValid()) {
+        return error;
+    }
+    error = _Touch();
+    if (error.isValid()) {
+        _Run(QStringLiteral("ROLLBACK"));
+    }
+    return error;
+}
+
+/// Writes what is there already into a page that every transaction writes. A file that was moved away or
+/// replaced lets a transaction begin and end well, and refuses what is between; or takes it, where opening
+/// had made it anew.
+QSqlError CKvDataBase::_Touch() const
+{
+    const auto read = [this](const char* pragma) {
+        QSqlQuery query(m_database);
+        query.setForwardOnly(true);
+        query.exec(QLatin1String(pragma));
+        return query.next() ? query.value(0) : QVariant();
+    };
+    if (m_bOpenedEmpty && read("PRAGMA page_count").toInt() == 1 &&
+        QFileInfo(m_strOpenFile).size() > read("PRAGMA page_size").toLongLong()) {
+        return {{},
+                QStringLiteral("attempt to write an empty file"),
+                QSqlError::TransactionError,
+                QString::number(ReadOnly)};
+    }
+    return _Run(QStringLiteral("PRAGMA user_version=") + read("PRAGMA user_version").toString());
+}
+
+void CKvDataBase::_ReportNotBegun(const QSqlError& error)
+{
+    QString strText = QStringLiteral("cannot be written: ") + error.databaseText();
+    if (ResultCode(error) == ReadOnly) {
+        // Another connection may write what has taken the file's place, which does not mend this one.
+        if (std::exchange(m_bToldReadOnly, true)) {
+            return;
+        }
+        strText += QStringLiteral(", or one that was moved or replaced");
+    }
+    ReportTrouble(ETrouble::Writing, m_strOpenFile, strText);
 }
 
 bool CKvDataBase::commit()
@@ -124,24 +292,41 @@ bool CKvDataBase::commit()
     if (!m_bInTransaction) {
         return false; // transaction() has said why
     }
+    QElapsedTimer waited;
+    waited.start();
+    const QSqlError error = _Run(QStringLiteral("COMMIT"));
     m_bInTransaction = false;
-    const QSqlError error = exec(QStringLiteral("COMMIT")).lastError();
-    if (error.isValid()) {
-        _Report("the last batch was not stored", error);
-        Run(m_database, "ROLLBACK");
+    if (!error.isValid()) {
+        m_bToldReadOnly = false;
+        ClearTrouble(ETrouble::Writing, m_strOpenFile);
+        _LeaveWriteAheadLog();
+        return true;
     }
-    return !error.isValid();
+    if (IsBusy(error)) {
+        m_pPatience->Spend(waited.elapsed());
+    }
+    ReportTrouble(ETrouble::Writing, m_strOpenFile,
+                  QStringLiteral("the last batch was not stored: ") + error.databaseText());
+    _Run(QStringLiteral("ROLLBACK"));
+    return false;
 }
 
-void CKvDataBase::_SetBusyTimeout(int nMilliseconds)
+/// Somebody else may have switched the file since it was opened. While others use it in that mode, this is
+/// refused at once.
+void CKvDataBase::_LeaveWriteAheadLog()
 {
-    exec(QStringLiteral("PRAGMA busy_timeout=%1").arg(nMilliseconds));
+    if (QFileInfo::exists(m_strOpenFile + QLatin1String("-wal"))) {
+        m_nSettled = SafeToWrite;
+        _Settle();
+    }
 }
 
-void CKvDataBase::_Report(const char* what, const QSqlError& error) const
+void CKvDataBase::_SetBusyTimeout(int nMilliseconds) const
 {
-    Logger::instance().write(
-        Level::Error, QStringLiteral("%1: %2: %3").arg(databaseName(), QLatin1String(what), error.text()));
+    if (isOpen() && nMilliseconds != m_nBusyTimeout) {
+        m_nBusyTimeout = nMilliseconds;
+        _Run(QStringLiteral("PRAGMA busy_timeout=%1").arg(nMilliseconds));
+    }
 }
 
 QString CKvDataBase::databaseName() const

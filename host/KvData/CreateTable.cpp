@@ -1,30 +1,79 @@
 // SPDX-License-Identifier: MIT
+#include "KvAlgorthm.h"
 #include "KvData.h"
 #include "KvLocks.h"
 
+#include <QtCore/QVariant>
+#include <QtSql/QSqlDriver>
 #include <QtSql/QSqlQuery>
+
+#include <utility>
 
 namespace
 {
-bool Exists(const QSqlDatabase& database, const char* type, const QString& name)
+/// Has a lock waited for once on a connection, not once for each table: after a wait in vain the next
+/// statements only try, until one of them finds the file free.
+class CSharedWait
 {
-    QSqlQuery query(database);
-    query.setForwardOnly(true);
-    query.prepare(QStringLiteral("SELECT 1 FROM sqlite_master WHERE type = ? AND name = ? COLLATE NOCASE"));
-    query.addBindValue(QLatin1String(type));
-    query.addBindValue(name);
-    return query.exec() && query.next();
+public:
+    explicit CSharedWait(const QSqlDatabase& database)
+        : m_database(database), m_bBusy(m_database.driver()->property(Waited).toBool())
+    {
+    }
+    ~CSharedWait()
+    {
+        m_database.driver()->setProperty(Waited, m_bBusy);
+        if (m_nTimeout > 0) {
+            QSqlQuery(m_database).exec(QStringLiteral("PRAGMA busy_timeout=%1").arg(m_nTimeout));
+        }
+    }
+    Q_DISABLE_COPY(CSharedWait)
+
+    /// Runs a statement; a name is bound to each of its placeholders.
+    QSqlQuery Run(const QString& sql, const QStringList& names = {})
+    {
+        if (m_bBusy) {
+            StopWaiting();
+        }
+        QSqlQuery query(m_database);
+        query.setForwardOnly(true);
+        if (query.prepare(sql)) {
+            for (const QString& name : names) {
+                query.addBindValue(name);
+            }
+            query.exec();
+        }
+        m_bBusy = IsBusy(query.lastError());
+        return query;
+    }
+
+private:
+    void StopWaiting()
+    {
+        QSqlQuery query(m_database);
+        if (m_nTimeout == 0 && query.exec(QStringLiteral("PRAGMA busy_timeout")) && query.next()) {
+            m_nTimeout = query.value(0).toInt();
+            query.exec(QStringLiteral("PRAGMA busy_timeout=0"));
+        }
+    }
+
+    static constexpr const char* Waited = "kvWaitedForLock";
+    QSqlDatabase m_database;
+    bool m_bBusy;
+    int m_nTimeout = 0; ///< milliseconds that the connection waits otherwise
+};
+
+bool Exists(CSharedWait& connection, const QString& type, const QString& name)
+{
+    return connection
+        .Run(QStringLiteral("SELECT 1 FROM sqlite_master WHERE type = ? AND name = ? COLLATE NOCASE"),
+             {type, name})
+        .next();
 }
 
-bool Create(QSqlDatabase& database, const QString& sql)
+bool Create(CSharedWait& connection, const QString& sql)
 {
-    if (IsWriteLocked(database)) {
-        return false;
-    }
-    QSqlQuery query(database);
-    const bool done = query.exec(sql);
-    SetWriteLocked(database, !done && IsBusy(query.lastError()));
-    return done;
+    return !connection.Run(sql).lastError().isValid();
 }
 
 /// Rows that wait are found without a look at the uploaded ones, however many those have become.
@@ -43,12 +92,30 @@ bool CreateTable(const QString& table, const QString& contents, QSqlDatabase* da
     if (!database || !database->isOpen()) {
         return false;
     }
+    CSharedWait connection(*database);
     const bool created =
-        Exists(*database, "table", table) ||
-        Create(*database, QStringLiteral("CREATE TABLE IF NOT EXISTS %1(%2)").arg(table, contents));
+        Exists(connection, QStringLiteral("table"), table) ||
+        Create(connection, QStringLiteral("CREATE TABLE IF NOT EXISTS %1(%2)").arg(table, contents));
     const QString index = table + QStringLiteral("_waiting");
-    if (created && contents.contains(QLatin1String("is_uploaded")) && !Exists(*database, "index", index)) {
-        Create(*database, WaitingIndex(index, table, contents));
+    if (created && contents.contains(QLatin1String("is_uploaded")) &&
+        !Exists(connection, QStringLiteral("index"), index)) {
+        Create(connection, WaitingIndex(index, table, contents));
+    }
+    return created;
+}
+
+bool CreateMissionTables(QSqlDatabase* database)
+{
+    const std::pair<QString, QString> tables[] = {
+        {FlightMissionTableName, GetFlightMissionTableContents()},
+        {FlightLogTableName, GetFlightLogTableContents()},
+        {UasStatusTableName, GetUasStatusTableContents()},
+        {PosDataTableName, GetPosDataTableContents()},
+        {FlightCompleteTableName, GetFlightCompleteTableContents()},
+    };
+    bool created = true;
+    for (const auto& [table, contents] : tables) {
+        created = CreateTable(table, contents, database) && created;
     }
     return created;
 }

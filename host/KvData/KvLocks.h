@@ -1,25 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QtCore/QVariant>
-#include <QtSql/QSqlDatabase>
-#include <QtSql/QSqlDriver>
 #include <QtSql/QSqlError>
 
-/// Whether a statement failed because somebody else holds a lock on the file (SQLITE_BUSY).
+/// SQLite's result code behind an error, without what a newer driver adds to it; 0 for none.
+inline int ResultCode(const QSqlError& error)
+{
+    return error.nativeErrorCode().toInt() & 0xff;
+}
+
+/// Whether a statement failed because somebody else holds a lock on the file.
 inline bool IsBusy(const QSqlError& error)
 {
-    return error.nativeErrorCode() == QLatin1String("5");
-}
-
-/// Remembers, from one CreateTable() to the next, that somebody else holds the write lock: a file with no
-/// tables that is locked costs one wait, not one for each table.
-inline void SetWriteLocked(QSqlDatabase& database, bool locked)
-{
-    database.driver()->setProperty("kvWriteLocked", locked);
-}
-
-inline bool IsWriteLocked(const QSqlDatabase& database)
-{
-    return database.driver()->property("kvWriteLocked").toBool();
+    constexpr int Busy = 5;
+    return ResultCode(error) == Busy;
 }

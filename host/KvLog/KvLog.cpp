@@ -17,7 +17,7 @@
 
 namespace
 {
-constexpr int ShortestSecret = 8;
+constexpr int ShortestSecret = 4;
 
 spdlog::level::level_enum SpdlogLevel(Level level)
 {
@@ -30,7 +30,7 @@ QString WithoutControlCharacters(const QString& line)
     QString clean;
     clean.reserve(line.size());
     for (const QChar c : line) {
-        if (c.unicode() < 0x20 || c.unicode() == 0x7f) {
+        if (c.category() == QChar::Other_Control) {
             clean += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
         } else {
             clean += c;
@@ -72,6 +72,7 @@ struct Logger::Private {
     QMutex mutex; // guards what follows
     std::shared_ptr<spdlog::logger> sink;
     bool bToFile = false;
+    bool bStandardError = true;
     std::shared_ptr<const Listener> listener;
     QStringList secrets;
 };
@@ -143,6 +144,12 @@ void Logger::captureQtMessages()
     qInstallMessageHandler(LogQtMessage);
 }
 
+void Logger::setStandardError(bool on)
+{
+    const QMutexLocker lock(&d->mutex);
+    d->bStandardError = on;
+}
+
 void Logger::addSecret(const QString& text)
 {
     const QMutexLocker lock(&d->mutex);
@@ -151,21 +158,28 @@ void Logger::addSecret(const QString& text)
     }
 }
 
+QString Logger::printable(const QString& line) const
+{
+    QString clean = WithoutControlCharacters(line);
+    const QMutexLocker lock(&d->mutex);
+    for (const QString& secret : qAsConst(d->secrets)) {
+        clean.replace(secret, QLatin1String("***")); // a server may send back what it was sent
+    }
+    return clean;
+}
+
 void Logger::write(Level level, const QString& line)
 {
     if (level < loggingLevel()) {
         return;
     }
-    QString clean = WithoutControlCharacters(line);
+    const QString clean = printable(line);
     std::shared_ptr<spdlog::logger> sink;
     std::shared_ptr<const Listener> listener;
     {
         const QMutexLocker lock(&d->mutex);
-        for (const QString& secret : qAsConst(d->secrets)) {
-            clean.replace(secret, QLatin1String("***")); // a server may send back what it was sent
-        }
         listener = d->listener;
-        if (d->bToFile || level >= Level::Warn) {
+        if (d->bToFile || (level >= Level::Warn && d->bStandardError)) {
             sink = d->sink;
         }
     }

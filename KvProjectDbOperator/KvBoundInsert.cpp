@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#include "KvBoundInsert.h"
+
+#include <QtCore/QByteArray>
+#include <QtSql/QSqlDatabase>
+#include <QtSql/QSqlQuery>
+
+CKvBoundInsert::CKvBoundInsert(const QSqlQuery& query) : m_strSql(query.lastQuery())
+{
+    // By position: the names of bound values are not to be had in every version of Qt.
+    const int nValues = static_cast<int>(query.boundValues().size());
+    for (int i = 0; i < nValues; ++i) {
+        m_listValue.append(query.boundValue(i));
+    }
+}
+
+void CKvBoundInsert::Execute(const QSqlDatabase& database) const
+{
+    QSqlQuery query(database);
+    if (!query.prepare(m_strSql)) {
+        return;
+    }
+    for (int i = 0; i < m_listValue.size(); ++i) {
+        query.bindValue(i, m_listValue[i]);
+    }
+    query.exec();
+}
+
+qint64 CKvBoundInsert::Bytes() const
+{
+    constexpr qint64 Overhead = 64; // of a value, and of the statement that rows share
+    qint64 nBytes = Overhead;
+    for (const QVariant& value : m_listValue) {
+        nBytes += Overhead + value.toByteArray().size();
+    }
+    return nBytes;
+}

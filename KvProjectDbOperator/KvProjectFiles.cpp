@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#include "KvProjectFiles.h"
+
+#include "KvData.h"
+
+#include <QtCore/QDir>
+
+std::optional<QStringList> ProjectMissionFiles()
+{
+    const QString strProject =
+        CKvControl::GetInstance(false, static_cast<EPlaneType>(0))->GetProjectDirPath();
+    const QDir project(strProject);
+    if (strProject.isEmpty() || !project.exists()) { // an empty path is the working directory to QDir
+        return std::nullopt;
+    }
+    QStringList listFile;
+    for (const QString& strFolder : project.entryList(QDir::AllDirs | QDir::NoDotAndDotDot, QDir::Unsorted)) {
+        const QDir folder(project.absoluteFilePath(strFolder));
+        for (const QString& strFile :
+             folder.entryList({QStringLiteral("*.kv")}, QDir::Files, QDir::Unsorted)) {
+            listFile.append(folder.absoluteFilePath(strFile));
+        }
+    }
+    return listFile;
+}

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#include "KvPatience.h"
+
+#include <QtCore/QAbstractEventDispatcher>
+
+#include <algorithm>
+
+CKvPatience::CKvPatience(int nMilliseconds) : m_nWhole(nMilliseconds), m_nLeft(nMilliseconds) {}
+
+int CKvPatience::Left() const
+{
+    return _LeftBefore(0);
+}
+
+/// What was left before a wait that has ended just now: waiting itself gives nothing back.
+int CKvPatience::_LeftBefore(qint64 nMilliseconds) const
+{
+    if (m_nLeft == m_nWhole) {
+        return m_nWhole;
+    }
+    return static_cast<int>(std::min<qint64>(m_nWhole, m_nLeft + m_sinceSpent.elapsed() - nMilliseconds));
+}
+
+void CKvPatience::Spend(qint64 nMilliseconds)
+{
+    const int nMost = std::max(0, m_nWhole - 1); // so that some of it counts as spent
+    m_nLeft = static_cast<int>(std::clamp<qint64>(_LeftBefore(nMilliseconds) - nMilliseconds, 0, nMost));
+    m_sinceSpent.start();
+    if (!QAbstractEventDispatcher::instance()) {
+        return;
+    }
+    if (!m_pTurn) {
+        m_pTurn = std::make_unique<QTimer>();
+        m_pTurn->setSingleShot(true);
+        QObject::connect(m_pTurn.get(), &QTimer::timeout, m_pTurn.get(), [this] { m_nLeft = m_nWhole; });
+    }
+    m_pTurn->start(0);
+}
