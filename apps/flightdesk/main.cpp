@@ -1,24 +1,22 @@
 // SPDX-License-Identifier: MIT
-#include "Commands.h"
-#include "window/Window.h"
+#include "command/Commands.h"
+#include "tour/ScreenshotTour.h"
+#include "window/WindowCommand.h"
 
 #include <KvLog.h>
 
-#include <QtCore/QCoreApplication>
-
 int main(int argc, char* argv[])
 {
-    QStringList arguments;
-    for (int i = 0; i < argc; ++i) {
-        arguments.append(QString::fromLocal8Bit(argv[i]));
-    }
     QCoreApplication::setApplicationName(QStringLiteral("flightdesk"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KV_VERSION));
-    initFlightdeskResources();
     Logger::instance().captureQtMessages();
-    if (wantsWindow(arguments)) {
-        return runWindow(argc, argv);
-    }
-    const QCoreApplication application(argc, argv);
-    return runFlightdesk(arguments);
+    return runFlightdesk(
+        argc, argv,
+        {{"window", "Open the window, on a project if one is named.", runWindow, makeWindowApplication},
+         {"record", "Record telemetry logs, one mission each.", runRecord},
+         {"simulate", "Record simulated flights.", runSimulate},
+         {"upload", "Upload all that waits.", runUpload},
+         {"status", "Show what is recorded, uploaded and waiting.", runStatus},
+         {"fetch", "Download a file.", runFetch},
+         {"--screenshot", nullptr, takeScreenshots, makePictureApplication}});
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "DownloadPage.h"
+#include "window/DownloadPage.h"
 
-#include "StateLabel.h"
-#include "WindowSession.h"
+#include "window/StateLabel.h"
+#include "window/WindowSession.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QLocale>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "FileDownload.h"
+#include "download/FileDownload.h"
 
 #include <QtWidgets/QGroupBox>
 

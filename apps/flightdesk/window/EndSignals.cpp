@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "EndSignals.h"
+#include "window/EndSignals.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>

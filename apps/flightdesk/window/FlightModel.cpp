@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "FlightModel.h"
+#include "window/FlightModel.h"
 
 #include <QtCore/QLocale>
 
 #include <algorithm>
+
+FlightModel::FlightModel(QObject* parent) : TableModel({tr("Flight"), tr("Progress"), tr("State")}, parent) {}
 
 void FlightModel::add(int flight, const QString& name)
 {
@@ -23,7 +25,7 @@ FlightModel::Row* FlightModel::row(int flight)
 void FlightModel::noteChanged(const Row* row)
 {
     const int at = int(row - m_rows.constData());
-    emit dataChanged(index(at, 0), index(at, ColumnCount - 1));
+    Q_EMIT dataChanged(index(at, 0), index(at, ColumnCount - 1));
 }
 
 void FlightModel::noteStarted(int flight)
@@ -58,16 +60,6 @@ std::optional<Breakpoint> FlightModel::breakpoint(int row) const
     return result && result->interruption ? result->interruption->breakpoint : std::nullopt;
 }
 
-int FlightModel::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : m_rows.size();
-}
-
-int FlightModel::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : ColumnCount;
-}
-
 QVariant FlightModel::data(const QModelIndex& index, int role) const
 {
     const Row& row = m_rows[index.row()];
@@ -83,15 +75,6 @@ QVariant FlightModel::data(const QModelIndex& index, int role) const
     default:
         return {};
     }
-}
-
-QVariant FlightModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
-        return {};
-    }
-    const char* const names[] = {"Flight", "Progress", "State"};
-    return QString::fromLatin1(names[section]);
 }
 
 QString FlightModel::stateText(const Row& row)

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "FlightRecorder.h"
-#include "FlightTrack.h"
-
-#include <QtCore/QAbstractTableModel>
+#include "record/FlightRecorder.h"
+#include "telemetry/FlightTrack.h"
+#include "window/TableModel.h"
 
 /// The flights that have been recorded since the window opened, and those being recorded.
-class FlightModel : public QAbstractTableModel
+class FlightModel : public TableModel
 {
     Q_OBJECT
 
@@ -16,7 +15,7 @@ public:
     /// Per cent of the source that has been recorded.
     static constexpr int PercentRole = Qt::UserRole;
 
-    using QAbstractTableModel::QAbstractTableModel;
+    explicit FlightModel(QObject* parent = nullptr);
 
     void add(int flight, const QString& name);
     void noteStarted(int flight);
@@ -29,12 +28,10 @@ public:
     const FlightTrack& track(int row) const { return m_rows[row].track; }
     std::optional<Breakpoint> breakpoint(int row) const;
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
+    int rows() const override { return m_rows.size(); }
     struct Row {
         int flight = 0;
         QString name;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "LogModel.h"
+#include "window/LogModel.h"
 
 #include <utility>
 
@@ -9,7 +9,7 @@ constexpr int ShowInterval = 100; // milliseconds; line by line a busy log would
 constexpr int DropAtOnce = 2000;
 } // namespace
 
-LogModel::LogModel(QObject* parent) : QAbstractTableModel(parent)
+LogModel::LogModel(QObject* parent) : TableModel({tr("Time"), tr("Level"), tr("Line")}, parent)
 {
     m_timer.setSingleShot(true);
     m_timer.setInterval(ShowInterval);
@@ -46,16 +46,6 @@ void LogModel::dropOldest(int lines)
     endRemoveRows();
 }
 
-int LogModel::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : m_lines.size();
-}
-
-int LogModel::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : ColumnCount;
-}
-
 QVariant LogModel::data(const QModelIndex& index, int role) const
 {
     const Line& line = m_lines[index.row()];
@@ -76,15 +66,6 @@ QVariant LogModel::data(const QModelIndex& index, int role) const
     default:
         return line.text;
     }
-}
-
-QVariant LogModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
-        return {};
-    }
-    const char* const names[] = {"Time", "Level", "Line"};
-    return QString::fromLatin1(names[section]);
 }
 
 QString LogModel::levelName(int level)

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QtCore/QAbstractTableModel>
+#include "window/TableModel.h"
+
 #include <QtCore/QSortFilterProxyModel>
 #include <QtCore/QTime>
 #include <QtCore/QTimer>
 #include <QtCore/QVector>
 
 /// The latest lines of the log.
-class LogModel : public QAbstractTableModel
+class LogModel : public TableModel
 {
     Q_OBJECT
 
@@ -23,14 +24,12 @@ public:
     /// Shown with the next lot, a tenth of a second later at most.
     void append(const QString& text, int level);
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
     static QString levelName(int level);
 
 private:
+    int rows() const override { return m_lines.size(); }
     struct Line {
         QTime time;
         int level;

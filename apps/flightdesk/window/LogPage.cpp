@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "LogPage.h"
+#include "window/LogPage.h"
 
-#include "LogModel.h"
-#include "TableViews.h"
-#include "WindowSession.h"
+#include "window/LogModel.h"
+#include "window/StateLabel.h"
+#include "window/TableViews.h"
+#include "window/WindowSession.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
@@ -47,14 +48,10 @@ QLayout* LogPage::makeFilter(WindowSession& session)
         filter->setLeast(least);
     });
     followEnd();
-    auto* const textLabel = new QLabel(tr("&Text:"));
-    textLabel->setBuddy(text);
-    auto* const levelLabel = new QLabel(tr("Le&vel:"));
-    levelLabel->setBuddy(level);
     auto* const row = new QHBoxLayout;
-    row->addWidget(textLabel);
+    row->addWidget(labelFor(tr("&Text:"), text));
     row->addWidget(text, 1);
-    row->addWidget(levelLabel);
+    row->addWidget(labelFor(tr("Le&vel:"), level));
     row->addWidget(level);
     return row;
 }

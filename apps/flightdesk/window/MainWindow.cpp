@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "MainWindow.h"
+#include "window/MainWindow.h"
 
-#include "DownloadPage.h"
-#include "LogPage.h"
-#include "ProjectPage.h"
-#include "RecordPage.h"
-#include "UploadPage.h"
+#include "window/DownloadPage.h"
+#include "window/LogPage.h"
+#include "window/ProjectPage.h"
+#include "window/RecordPage.h"
+#include "window/UploadPage.h"
 
 #include <QtWidgets/QAction>
 #include <QtWidgets/QHBoxLayout>
@@ -15,7 +15,7 @@
 #include <QtWidgets/QTabWidget>
 #include <QtWidgets/QVBoxLayout>
 
-MainWindow::MainWindow(const QString& logFile)
+MainWindow::MainWindow(const QString& logFile, bool forDevelopers)
     : m_tabs(new QTabWidget)
     , m_banner(new QFrame)
     , m_project(new ProjectPage(m_session))
@@ -42,7 +42,8 @@ MainWindow::MainWindow(const QString& logFile)
     layout->addWidget(m_tabs);
     setCentralWidget(centre);
     makeStatusBar();
-    connect(m_session.uploader(), &Uploader::tokenRejected, this, &MainWindow::askForToken);
+    m_gap->setVisible(forDevelopers);
+    connect(&m_session, &WindowSession::tokenRejected, this, &MainWindow::askForToken);
     connect(m_session.uploader(), &Uploader::changed, this, &MainWindow::showStatus);
     connect(&m_session, &WindowSession::looked, this, &MainWindow::showStatus);
     connect(&m_session, &WindowSession::projectOpened, this, [this] {
@@ -108,7 +109,7 @@ void MainWindow::showStatus()
 {
     const Uploader& uploader = *m_session.uploader();
     m_banner->setVisible(uploader.state() == Uploader::State::TokenRejected);
-    m_uploadText->setText(m_session.hasProject() ? uploader.text() : tr("Open a project to begin."));
+    m_uploadText->setText(m_session.hasProject() ? m_session.uploadText() : tr("Open a project to begin."));
     const bool off = uploader.state() == Uploader::State::Off; // then nobody knows which network it takes
     m_network->setText(off ? QString() : m_session.hasNetwork() ? tr("Network") : tr("No network"));
     m_gap->setText(tr("Longest pause: %1 ms").arg(m_gaps.longestMilliseconds(), 0, 'f', 0));

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "LoopGapMeter.h"
-#include "WindowSession.h"
+#include "window/LoopGapMeter.h"
+#include "window/WindowSession.h"
 
 #include <QtWidgets/QMainWindow>
 
@@ -20,7 +20,8 @@ class MainWindow : public QMainWindow
 
 public:
     /// \param logFile  where the log goes, empty when it has no file
-    explicit MainWindow(const QString& logFile);
+    /// \param forDevelopers  show how long the event loop was held up at most
+    explicit MainWindow(const QString& logFile, bool forDevelopers = false);
     ~MainWindow() override;
 
     WindowSession& session() { return m_session; }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "MissionModel.h"
+#include "window/MissionModel.h"
 
 #include <KvAlgorthm.h>
 
@@ -10,9 +10,6 @@
 
 namespace
 {
-const char* const Titles[] = {"File",      "Mission", "Aircraft", "Start (UTC)", "Duration", "Mission row",
-                              "Positions", "Status",  "Log",      "Waiting",     "Oldest",   "Breakpoint"};
-
 bool isVideo(const QString& file)
 {
     return file.endsWith(MissionFormat::video().suffix);
@@ -52,6 +49,14 @@ QString shortPath(const QString& file)
 }
 } // namespace
 
+MissionModel::MissionModel(QObject* parent)
+    : TableModel({tr("File"), tr("Mission"), tr("Aircraft"), tr("Start (UTC)"), tr("Duration"),
+                  tr("Mission row"), tr("Positions"), tr("Status"), tr("Log"), tr("Waiting"), tr("Oldest"),
+                  tr("Breakpoint")},
+                 parent)
+{
+}
+
 void MissionModel::update(const QVector<MissionsOfFile>& files)
 {
     for (const MissionsOfFile& file : files) {
@@ -62,7 +67,7 @@ void MissionModel::update(const QVector<MissionsOfFile>& files)
             if (i < rows.size()) {
                 Row& row = m_rows[rows[i]];
                 row = {file.missions[i], row.waited || waits};
-                emit dataChanged(index(rows[i], 0), index(rows[i], ColumnCount - 1));
+                Q_EMIT dataChanged(index(rows[i], 0), index(rows[i], ColumnCount - 1));
             } else {
                 beginInsertRows({}, m_rows.size(), m_rows.size());
                 rows.append(m_rows.size());
@@ -105,62 +110,34 @@ void MissionModel::clear()
     endResetModel();
 }
 
-ProjectTotals MissionModel::totals(bool easyFly) const
+Backlog MissionModel::backlog(bool easyFly) const
 {
-    ProjectTotals totals;
+    Backlog backlog;
     for (const Row& row : m_rows) {
-        if (isVideo(row.mission.file) != easyFly) {
+        const MissionRecord& mission = row.mission;
+        if (isVideo(mission.file) != easyFly) {
             continue;
         }
-        const KindCount all = row.mission.all();
-        totals.waiting += all.waiting;
-        totals.marked += all.marked;
-        if (all.waiting > 0 && row.mission.sendable && totals.file.isEmpty()) {
-            totals.file = row.mission.file;
-            totals.mission = row.mission.id;
+        const KindCount all = mission.all();
+        backlog.settled += all.marked;
+        if (all.waiting > 0) {
+            backlog.rows.append({mission.file, mission.id, {}, all.waiting, mission.obstacle});
         }
     }
-    return totals;
-}
-
-const MissionRecord* MissionModel::find(const QString& mission) const
-{
-    const auto row = std::find_if(m_rows.begin(), m_rows.end(),
-                                  [&mission](const Row& r) { return r.mission.id == mission; });
-    return row == m_rows.end() ? nullptr : &row->mission;
+    return backlog;
 }
 
 QString MissionModel::nameOf(const QString& mission) const
 {
-    const MissionRecord* const record = find(mission);
-    return record && !record->name.isEmpty() ? record->name : mission;
-}
-
-QString MissionModel::fileOf(const QString& mission) const
-{
-    const MissionRecord* const record = find(mission);
-    return record ? record->file : QString();
-}
-
-int MissionModel::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : m_rows.size();
-}
-
-int MissionModel::columnCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : ColumnCount;
+    const auto row = std::find_if(m_rows.begin(), m_rows.end(),
+                                  [&mission](const Row& r) { return r.mission.id == mission; });
+    return row == m_rows.end() || row->mission.name.isEmpty() ? mission : row->mission.name;
 }
 
 QVariant MissionModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    if (orientation != Qt::Horizontal) {
-        return {};
-    }
-    if (role == Qt::TextAlignmentRole) {
-        return alignment(section);
-    }
-    return role == Qt::DisplayRole ? QString::fromLatin1(Titles[section]) : QVariant();
+    return role == Qt::TextAlignmentRole ? alignment(section)
+                                         : TableModel::headerData(section, orientation, role);
 }
 
 QVariant MissionModel::data(const QModelIndex& index, int role) const

@@ -1,22 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "MissionRecord.h"
+#include "project/MissionRecord.h"
+#include "upload/Backlog.h"
+#include "window/TableModel.h"
 
-#include <QtCore/QAbstractTableModel>
 #include <QtCore/QHash>
 #include <QtCore/QSortFilterProxyModel>
 
-/// What waits in the whole project.
-struct ProjectTotals {
-    qint64 waiting = 0;
-    qint64 marked = 0;
-    QString file; ///< some file with rows that can be sent, always the same one until they are; empty: none
-    QString mission;
-};
-
 /// The project's missions, a row each.
-class MissionModel : public QAbstractTableModel
+class MissionModel : public TableModel
 {
     Q_OBJECT
 
@@ -43,20 +36,17 @@ public:
         WaitedRole, ///< whether rows of the mission have waited since the model was made
     };
 
-    using QAbstractTableModel::QAbstractTableModel;
+    explicit MissionModel(QObject* parent = nullptr);
 
     void update(const QVector<MissionsOfFile>& files);
     void remove(const QStringList& files);
     void clear();
 
     /// \param easyFly  the video missions' instead of the flight missions'
-    ProjectTotals totals(bool easyFly) const;
+    Backlog backlog(bool easyFly) const;
     /// Name of a mission, or its id.
     QString nameOf(const QString& mission) const;
-    QString fileOf(const QString& mission) const;
 
-    int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
@@ -65,12 +55,12 @@ public:
     static QString durationText(qint64 seconds);
 
 private:
+    int rows() const override { return m_rows.size(); }
     struct Row {
         MissionRecord mission;
         bool waited = false;
     };
     void removeRowsOf(const QString& file, int keep);
-    const MissionRecord* find(const QString& mission) const;
     QVariant text(const MissionRecord& mission, int column) const;
     QVariant longText(const MissionRecord& mission, int column) const;
     QVariant sortValue(const MissionRecord& mission, int column) const;

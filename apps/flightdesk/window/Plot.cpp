@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Plot.h"
+#include "window/Plot.h"
 
 #include <QtCore/QEvent>
 #include <QtCore/QtMath>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Theme.h"
+#include "window/Theme.h"
 
 #include <QtCharts/QChartView>
 #include <QtCharts/QLineSeries>

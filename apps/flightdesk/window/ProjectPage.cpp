@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "ProjectPage.h"
+#include "window/ProjectPage.h"
 
-#include "MissionModel.h"
-#include "TableViews.h"
-#include "WindowSession.h"
+#include "Failure.h"
+
+#include "window/MissionModel.h"
+#include "window/TableViews.h"
+#include "window/WindowSession.h"
 
 #include <QtCore/QLocale>
 #include <QtWidgets/QFileDialog>
@@ -74,19 +76,19 @@ void ProjectPage::choose(bool make)
 
 void ProjectPage::open(const QString& path, bool make)
 {
-    const QString error = m_session.openProject(path, make);
-    if (!error.isEmpty()) {
-        QMessageBox::warning(this, tr("Project"), error);
-        return;
+    try {
+        m_session.openProject(path, make);
+        m_path->setText(m_session.projectPath());
+    } catch (const Failure& failure) {
+        QMessageBox::warning(this, tr("Project"), failure.words());
     }
-    m_path->setText(m_session.projectPath());
 }
 
 void ProjectPage::showTotals()
 {
     const int missions = m_session.missions()->rowCount();
     const qint64 waiting =
-        m_session.missions()->totals(false).waiting + m_session.missions()->totals(true).waiting;
+        m_session.missions()->backlog(false).waiting() + m_session.missions()->backlog(true).waiting();
     m_totals->setText(
         tr("%1 missions, %2 rows wait").arg(QLocale().toString(missions), QLocale().toString(waiting)));
     m_table->viewport()->update(); // rows grow older without a change

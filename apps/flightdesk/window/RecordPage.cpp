@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "RecordPage.h"
+#include "window/RecordPage.h"
 
-#include "Plot.h"
-#include "TableViews.h"
-#include "WindowSession.h"
+#include "window/Plot.h"
+#include "window/StateLabel.h"
+#include "window/TableViews.h"
+#include "window/WindowSession.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QMimeData>
@@ -88,13 +89,11 @@ QLayout* RecordPage::makeControls()
     m_speed->addItem(tr("as fast as possible"), 0.0);
     m_speed->setCurrentIndex(1);
     m_easyFly->setToolTip(tr("Record video missions instead of flight missions."));
-    auto* const speedLabel = new QLabel(tr("S&peed:"));
-    speedLabel->setBuddy(m_speed);
     auto* const add = new QPushButton(tr("&Add logs..."));
     connect(add, &QPushButton::clicked, this, &RecordPage::chooseLogs);
     connect(m_cancel, &QPushButton::clicked, this, &RecordPage::cancelSelected);
     auto* const controls = new QHBoxLayout;
-    controls->addWidget(speedLabel);
+    controls->addWidget(labelFor(tr("S&peed:"), m_speed));
     controls->addWidget(m_speed);
     controls->addWidget(m_easyFly);
     controls->addSpacing(16);

@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
-#include "StateLabel.h"
+#include "window/StateLabel.h"
 
-#include "Theme.h"
+#include "window/Theme.h"
 
 #include <QtCore/QEvent>
 #include <QtWidgets/QApplication>
+
+QLabel* labelFor(const QString& text, QWidget* buddy)
+{
+    auto* const label = new QLabel(text);
+    label->setBuddy(buddy);
+    return label;
+}
 
 StateLabel::StateLabel(const QString& text) : QLabel(text)
 {

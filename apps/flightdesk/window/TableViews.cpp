@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "TableViews.h"
+#include "window/TableViews.h"
 
 #include <QtGui/QPainter>
 #include <QtWidgets/QApplication>

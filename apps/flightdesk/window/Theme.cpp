@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Theme.h"
+#include "window/Theme.h"
 
 #include <QtGui/QPainter>
 #include <QtWidgets/QStyleOption>

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "UploadPage.h"
+#include "window/UploadPage.h"
 
-#include "StateLabel.h"
-#include "TableViews.h"
-#include "WindowSession.h"
+#include "Failure.h"
+
+#include "window/StateLabel.h"
+#include "window/TableViews.h"
+#include "window/WindowSession.h"
 
 #include <QtCore/QLocale>
 #include <QtWidgets/QCheckBox>
@@ -19,13 +21,6 @@
 namespace
 {
 enum NetworkChoice { AsDetected, Connected, Disconnected };
-
-QLabel* labelFor(const QString& text, QWidget* buddy)
-{
-    auto* const label = new QLabel(text);
-    label->setBuddy(buddy);
-    return label;
-}
 
 /// Rows accepted of all rows of the kind.
 ProgressDelegate::Progress accepted(const QModelIndex& index)
@@ -58,8 +53,13 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     layout->addWidget(makePipeline());
     layout->addWidget(makeTable(), 1);
     connect(session.uploader(), &Uploader::changed, this, &UploadPage::showState);
-    connect(session.uploader(), &Uploader::note, this,
+    connect(session.uploader(), &Uploader::rearmed, this,
             [this](const QString& text) { m_note->say(text, true); });
+    connect(session.uploader(), &Uploader::unmarkable, this, [this](const QString& file) {
+        m_note->say(
+            tr("accepted rows cannot be marked in %1: make the file and its folder writable").arg(file),
+            true);
+    });
     connect(&session, &WindowSession::projectOpened, this, &UploadPage::showState);
     showState();
 }
@@ -159,12 +159,15 @@ void UploadPage::signInAsEntered()
 
 void UploadPage::signIn(const QString& token)
 {
-    const QString error = m_session.signIn(m_server->text(), token);
-    m_note->say(error, true);
-    showState();
-    if (error.isEmpty()) {
+    QString wrong;
+    try {
+        m_session.signIn(m_server->text(), token);
         m_token->clear();
+    } catch (const Failure& failure) {
+        wrong = failure.words();
     }
+    m_note->say(wrong, true);
+    showState();
 }
 
 void UploadPage::askForToken()
@@ -197,8 +200,7 @@ void UploadPage::showState()
     const Uploader::State state = m_session.uploader()->state();
     const bool running = state == Uploader::State::Running;
     const bool trouble = state == Uploader::State::TokenRejected || m_session.uploader()->hasFailed();
-    m_state->say(m_session.hasProject() ? m_session.uploader()->text() : tr("Open a project first."),
-                 trouble);
+    m_state->say(m_session.hasProject() ? m_session.uploadText() : tr("Open a project first."), trouble);
     m_pause->setText(running ? tr("&Pause") : tr("&Start"));
     m_pause->setEnabled(running || state == Uploader::State::Paused);
     m_reset->setEnabled(running);

@@ -1,20 +1,21 @@
 // SPDX-License-Identifier: MIT
-#include "WindowSession.h"
+#include "window/WindowSession.h"
+
+#include "Failure.h"
 
 #include <KvAlgorthm.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QLocale>
 
 WindowSession::WindowSession()
-    : m_uploader(m_missions, m_feed)
+    : m_breakpoints(m_feed)
+    , m_uploader(m_feed)
     , m_directDownload(new DownloadWorker(FileDownload::Way::Direct, m_feed))
     , m_programDownload(new DownloadWorker(FileDownload::Way::Program, m_feed))
 {
     qRegisterMetaType<QVector<MissionsOfFile>>();
-    // What the library does and why a request failed is told at this level only.
-    Logger::instance().setLoggingLevel(Level::Info);
     connect(&m_feed, &LogFeed::line, &m_log, &LogModel::append);
-    connect(&m_feed, &LogFeed::line, &m_breakpoints, &BreakpointKeeper::readLine);
     connect(&m_recorders, &RecorderPool::started, &m_flights, &FlightModel::noteStarted);
     connect(&m_recorders, &RecorderPool::progress, &m_flights, &FlightModel::setProgress);
     connect(&m_recorders, &RecorderPool::sampled, &m_flights, &FlightModel::addSamples);
@@ -25,6 +26,12 @@ WindowSession::WindowSession()
             [this](int, const RecordedFlight& flight) { m_breakpoints.noteRecorded(flight); });
     connect(&m_breakpoints, &BreakpointKeeper::storeAgain, this,
             [this](const RecordedFlight& flight) { m_recorders.storeBreakpoint(*m_project, flight); });
+    connect(&m_uploader, &Uploader::failed, this, [this](const RequestFailure& failure) {
+        if (failure.tokenRejected) {
+            m_uploader.giveUpToken();
+            Q_EMIT tokenRejected();
+        }
+    });
     for (DownloadWorker* worker : {m_directDownload, m_programDownload}) {
         worker->moveToThread(&m_downloadThread);
         connect(&m_downloadThread, &QThread::finished, worker, &QObject::deleteLater);
@@ -39,24 +46,20 @@ WindowSession::~WindowSession()
     m_downloadThread.wait();
 }
 
-QString WindowSession::openProject(const QString& path, bool make)
+void WindowSession::openProject(const QString& path, bool make)
 {
     if (m_recorders.isBusy()) {
-        return tr("Flights are being recorded. Cancel them, or wait until they are done.");
+        throw Failure(tr("Flights are being recorded. Cancel them, or wait until they are done."));
     }
-    QString error;
-    const auto project = make ? Project::make(path, &error) : Project::open(path, &error);
-    if (!project) {
-        return error;
-    }
-    m_uploader.leaveProject();
+    const Project project = make ? Project::make(path) : Project::open(path);
+    m_uploader.stop();
+    m_looked = false;
     stopWatch();
     QCoreApplication::removePostedEvents(&m_missions); // the old project's missions, still on their way
     m_project = project;
     m_missions.clear();
     startWatch();
-    emit projectOpened();
-    return {};
+    Q_EMIT projectOpened();
 }
 
 void WindowSession::startWatch()
@@ -69,8 +72,9 @@ void WindowSession::startWatch()
     connect(watch, &MissionWatch::gone, &m_missions, &MissionModel::remove);
     connect(watch, &MissionWatch::looked, this, [this](bool network) {
         m_network = network;
-        m_uploader.look(network);
-        emit looked();
+        m_looked = true;
+        m_uploader.look(m_missions.backlog(m_uploader.isEasyFly()), network);
+        Q_EMIT looked();
     });
     m_watchThread.start();
 }
@@ -92,24 +96,55 @@ void WindowSession::cancelRecording(int row)
     m_recorders.cancel(m_flights.flightAt(row));
 }
 
-QString WindowSession::signIn(const QString& server, const QString& token)
+void WindowSession::signIn(const QString& server, const QString& token)
 {
     if (!m_project) {
-        return tr("Open a project first.");
+        throw Failure(tr("Open a project first."));
     }
     if (token.isEmpty()) {
-        return tr("Enter the token that the server has given you.");
+        throw Failure(tr("Enter the token that the server has given you."));
     }
     if (!SetServerIP(server.trimmed().toUtf8())) {
-        return tr("Enter the server's address, as in https://fly.example.");
+        throw Failure(tr("Enter the server's address, as in https://fly.example."));
     }
     SKvUserInfo user;
     user.m_strToken = token;
     if (!SetCurUserInfo(user)) {
-        return tr("The token holds characters that cannot be sent. Copy it again.");
+        throw Failure(tr("The token holds characters that cannot be sent. Copy it again."));
     }
     m_uploader.start();
-    return {};
+}
+
+QString WindowSession::uploadText() const
+{
+    const Backlog backlog = m_missions.backlog(m_uploader.isEasyFly());
+    const QString waiting = tr("%1 rows wait.").arg(QLocale().toString(backlog.waiting()));
+    switch (m_uploader.state()) {
+    case Uploader::State::Off:
+        return tr("Not signed in. ") + waiting;
+    case Uploader::State::TokenRejected:
+        return tr("The server rejected the token. Enter a new one and sign in; the upload goes on then.");
+    case Uploader::State::Paused:
+        return tr("Paused. ") + waiting;
+    case Uploader::State::Running:
+        break;
+    }
+    if (!m_looked) {
+        return tr("Looking through the project's files.");
+    }
+    if (backlog.rows.isEmpty()) {
+        return tr("Everything is uploaded.");
+    }
+    if (!m_network) {
+        return tr("No network. ") + waiting;
+    }
+    if (backlog.sendable() == 0) {
+        return tr("%1 The rest cannot be sent: a mission row is missing, or a file is read-only.")
+            .arg(waiting);
+    }
+    const QString doing =
+        m_uploader.text([this](const QString& mission) { return m_missions.nameOf(mission); });
+    return doing.isEmpty() ? tr("Waiting for the next round. ") + waiting : doing;
 }
 
 DownloadWorker* WindowSession::downloader(FileDownload::Way way)

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "BreakpointKeeper.h"
-#include "DownloadWorker.h"
-#include "FlightModel.h"
-#include "LogFeed.h"
-#include "LogModel.h"
-#include "MissionModel.h"
-#include "MissionWatch.h"
-#include "RecorderPool.h"
-#include "Uploader.h"
+#include "download/DownloadWorker.h"
+#include "operator/LogFeed.h"
+#include "project/MissionWatch.h"
+#include "record/BreakpointKeeper.h"
+#include "record/RecorderPool.h"
+#include "upload/Uploader.h"
+#include "window/FlightModel.h"
+#include "window/LogModel.h"
+#include "window/MissionModel.h"
 
 #include <QtCore/QObject>
 #include <QtCore/QThread>
@@ -25,9 +25,9 @@ public:
     /// Ends recordings and upload; what was received is in the files then.
     ~WindowSession() override;
 
+    /// Throws Failure.
     /// \param make  make the folder when it is missing
-    /// \return what is wrong, empty when the project is open
-    QString openProject(const QString& path, bool make);
+    void openProject(const QString& path, bool make);
     bool hasProject() const { return m_project.has_value(); }
     QString projectPath() const { return m_project ? m_project->path() : QString(); }
     bool hasNetwork() const { return m_network; }
@@ -35,21 +35,23 @@ public:
     void record(const FlightTask& task);
     void cancelRecording(int row);
 
-    /// Signs a user in and starts the upload.
-    /// \return what is wrong, empty when it has started
-    QString signIn(const QString& server, const QString& token);
+    /// Signs a user in and starts the upload. Throws Failure.
+    void signIn(const QString& server, const QString& token);
 
     MissionModel* missions() { return &m_missions; }
     FlightModel* flights() { return &m_flights; }
     LogModel* log() { return &m_log; }
     Uploader* uploader() { return &m_uploader; }
+    /// What goes on with the upload, in a sentence or two.
+    QString uploadText() const;
     DownloadWorker* downloader(FileDownload::Way way);
 
-signals:
+Q_SIGNALS:
     void projectOpened();
     /// The missions have been looked through once more.
     void looked();
     void sampled(int flight);
+    void tokenRejected();
 
 private:
     void startWatch();
@@ -62,6 +64,7 @@ private:
     BreakpointKeeper m_breakpoints;
     std::optional<Project> m_project;
     bool m_network = true;
+    bool m_looked = false; ///< since the project was opened
     RecorderPool m_recorders;
     Uploader m_uploader; // ends before the recorders, so that no late reply marks a breakpoint of theirs
     QThread m_watchThread;

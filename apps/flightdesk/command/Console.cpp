@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#include "command/Console.h"
+
+#include <KvLog.h>
+
+#include <QtCore/QJsonDocument>
+#include <QtCore/QStringList>
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace
+{
+/// Names and messages come from files and servers.
+QByteArray printable(const QString& text)
+{
+    QStringList lines = text.split(QLatin1Char('\n'));
+    for (QString& line : lines) {
+        line = Logger::instance().printable(line);
+    }
+    return lines.join(QLatin1Char('\n')).toLocal8Bit();
+}
+
+void print(FILE* stream, const QByteArray& bytes)
+{
+    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+void printNote(const QString& text)
+{
+    print(stderr, printable(text) + '\n');
+}
+} // namespace
+
+Console::Console(bool json) : m_json(json), m_terminal(isatty(STDERR_FILENO) != 0) {}
+
+void Console::printError(const QString& text)
+{
+    printNote(QStringLiteral("flightdesk: ") + text);
+}
+
+void Console::printUsageError(const QString& text, const char* help)
+{
+    printError(QStringLiteral("%1 (see %2)").arg(text, QLatin1String(help)));
+}
+
+void Console::line(const QString& text)
+{
+    clearBar();
+    if (!m_json) {
+        print(stdout, printable(text) + '\n');
+    }
+}
+
+void Console::note(const QString& text)
+{
+    clearBar();
+    printNote(text);
+}
+
+void Console::error(const QString& text)
+{
+    clearBar();
+    printError(text);
+}
+
+void Console::document(const QJsonObject& object)
+{
+    clearBar();
+    if (m_json) {
+        print(stdout, printable(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Indented))));
+    }
+}
+
+void Console::progress(const QString& label, qint64 done, qint64 all)
+{
+    constexpr int BarWidth = 30;
+    constexpr int CoarseStep = 10; // percent
+    const int percent = all > 0 ? static_cast<int>(100 * qBound(qint64(0), done, all) / all) : 100;
+    const int step = m_terminal ? percent : percent / CoarseStep;
+    if (label == m_label && step == m_step) {
+        return;
+    }
+    m_label = label;
+    m_step = step;
+    if (!m_terminal) {
+        printNote(QStringLiteral("%1: %2 %").arg(label, QString::number(percent)));
+        return;
+    }
+    const int filled = BarWidth * percent / 100;
+    print(stderr,
+          printable(QStringLiteral("[%1%2] %3 % %4")
+                        .arg(QString(filled, QLatin1Char('#')), QString(BarWidth - filled, QLatin1Char('.')))
+                        .arg(percent, 3)
+                        .arg(label))
+                  .prepend('\r') +
+              "\x1b[K");
+    m_barShown = true;
+}
+
+void Console::clearBar()
+{
+    if (m_barShown) {
+        print(stderr, "\r\x1b[K");
+        m_barShown = false;
+        m_step = -1;
+    }
+}

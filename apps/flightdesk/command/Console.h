@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+
+/// What the commands print: results on standard output, progress and errors on standard error. Used on the
+/// main thread only, so that nothing runs into a bar.
+class Console
+{
+public:
+    /// \param json  print one JSON document instead of result lines
+    explicit Console(bool json);
+
+    /// A line of the result.
+    void line(const QString& text);
+    /// A remark on what is going on.
+    void note(const QString& text);
+    void error(const QString& text);
+    /// A bar on a terminal, otherwise a line now and then.
+    void progress(const QString& label, qint64 done, qint64 all);
+    /// The whole result for scripts; printed in JSON mode only.
+    void document(const QJsonObject& object);
+
+    /// Prints an error in the program's name, where there is no console yet.
+    static void printError(const QString& text);
+    static void printUsageError(const QString& text, const char* help = "flightdesk --help");
+
+private:
+    void clearBar();
+
+    const bool m_json;
+    const bool m_terminal;
+    bool m_barShown = false;
+    QString m_label;
+    int m_step = -1; ///< last one shown
+};

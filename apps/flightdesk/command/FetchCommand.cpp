@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#include "command/CommandLine.h"
+#include "command/Commands.h"
+#include "download/FileDownload.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFileInfo>
+#include <QtCore/QTimer>
+
+namespace
+{
+struct Fetched {
+    qint64 bytes = 0;
+    QString error; ///< empty when the file is in its place
+};
+
+Fetched fetch(const CommandLine& line, const QString& url, const QString& path, Console& console)
+{
+    const auto way =
+        line.isSet(QStringLiteral("external")) ? FileDownload::Way::Program : FileDownload::Way::Direct;
+    const auto download = FileDownload::make(way, line.log());
+    const QString label = QFileInfo(path).fileName();
+    Fetched fetched;
+    const QObject scope;
+    QObject::connect(download.get(), &FileDownload::progress, &scope, [&](qint64 received, qint64 total) {
+        if (total > 0) {
+            console.progress(label, received, total);
+        }
+    });
+    QObject::connect(download.get(), &FileDownload::ended, &scope, [&](qint64 bytes, const QString& error) {
+        fetched = {bytes, error};
+        QCoreApplication::quit();
+    });
+    QTimer::singleShot(0, download.get(), [&] { download->start(url, path); });
+    QCoreApplication::exec();
+    return fetched;
+}
+} // namespace
+
+int runFetch(const QStringList& arguments)
+{
+    CommandLine line(
+        QStringLiteral("Downloads a file."),
+        {{"to", "Where the file is put, once it is whole.", "FILE"},
+         {"external", "Download through the download program, which resumes a broken download."}},
+        CommandLine::Scope::NoProject);
+    line.takes(QStringLiteral("URL"), QStringLiteral("Address of the file, http or https."),
+               QStringLiteral("URL"));
+    if (const auto exitCode = line.read(arguments)) {
+        return *exitCode;
+    }
+    const QString url = line.positionals().constFirst();
+    const QString path = line.value(QStringLiteral("to"));
+    if (path.isEmpty() || line.positionals().size() > 1 || !FileDownload::isAddress(url)) {
+        Console::printUsageError(
+            QStringLiteral("fetch takes one absolute http or https address, and --to FILE"));
+        return BadUsage;
+    }
+    Console& console = line.console();
+    const Fetched fetched = fetch(line, url, path, console);
+    const bool done = fetched.error.isEmpty();
+    console.document({{"ok", done},
+                      {"url", url},
+                      {"file", path},
+                      {"bytes", done ? fetched.bytes : 0},
+                      {"error", fetched.error}});
+    if (!done) {
+        console.error(QStringLiteral("%1: %2").arg(url, fetched.error));
+        return NotDone;
+    }
+    console.line(QStringLiteral("%1: %2 bytes").arg(path, QString::number(fetched.bytes)));
+    return Done;
+}

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: MIT
+#include "command/CommandLine.h"
+#include "command/Commands.h"
+#include "Failure.h"
+#include "record/FlightRecorder.h"
+#include "telemetry/FlightSimulator.h"
+#include "telemetry/TelemetryLog.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonArray>
+
+#include <limits>
+
+namespace
+{
+const QCommandLineOption EasyFly(QStringLiteral("easy-fly"),
+                                 QStringLiteral("Record video missions instead of flight missions."));
+
+/// The end of a result line.
+QString words(const Interruption& interruption)
+{
+    return QStringLiteral(", interrupted (%1): %2")
+        .arg(interruption.reason, interruption.breakpoint
+                                      ? interruption.breakpoint->text()
+                                      : QStringLiteral("no breakpoint, as no position is known"));
+}
+
+/// Records flights one after another and keeps the account.
+class Recording
+{
+public:
+    Recording(CommandLine& arguments, const Project& project)
+        : m_console(arguments.console())
+        , m_recorder(project, arguments.isSet(QStringLiteral("easy-fly")) ? MissionFormat::video()
+                                                                          : MissionFormat::flight())
+    {
+        QObject::connect(&m_recorder, &FlightRecorder::progress, &m_recorder,
+                         [this](qint64 done, qint64 size) { m_console.progress(m_label, done, size); });
+    }
+
+    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
+                          const QString& log = {})
+    {
+        m_label = name;
+        return m_recorder.record(source, name, aircraft, log);
+    }
+
+    /// Reports one flight. `details` goes into the JSON document as well, `remark` behind the result line.
+    void report(const RecordedFlight& flight, QJsonObject details = {}, QString remark = {})
+    {
+        if (flight.interruption) {
+            remark += words(*flight.interruption);
+            details.insert("interrupted", flight.interruption->reason);
+            if (flight.interruption->breakpoint) {
+                details.insert("breakpoint", flight.interruption->breakpoint->json());
+            }
+        }
+        details.insert("name", flight.name);
+        details.insert("id", flight.missionId);
+        details.insert("file", flight.file);
+        details.insert("frames", flight.messages);
+        details.insert("positions", flight.positions);
+        details.insert("statuses", flight.statuses);
+        if (flight.error.isEmpty()) {
+            m_console.line(QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6")
+                               .arg(flight.name, flight.missionId, QString::number(flight.messages),
+                                    QString::number(flight.positions), QString::number(flight.statuses),
+                                    remark));
+        } else {
+            m_console.error(QStringLiteral("%1: %2").arg(flight.name, flight.error));
+            details.insert("error", flight.error);
+            m_allDone = false;
+        }
+        m_missions.append(details);
+    }
+
+    int finish()
+    {
+        m_console.document({{"ok", m_allDone}, {"missions", m_missions}});
+        return m_allDone ? Done : NotDone;
+    }
+
+private:
+    Console& m_console;
+    FlightRecorder m_recorder;
+    QString m_label;
+    QJsonArray m_missions;
+    bool m_allDone = true;
+};
+
+void recordLog(Recording& recording, const QString& path)
+{
+    RecordedFlight flight;
+    QJsonObject details{{"log", path}, {"skipped_bytes", 0}, {"truncated_bytes", 0}};
+    QString remark;
+    try {
+        TelemetryLog log(path);
+        const QFileInfo file(path);
+        flight = recording.record(log, file.completeBaseName(), QStringLiteral("unknown"), file.fileName());
+        if (!log.error().isEmpty()) {
+            flight.error = QStringLiteral("cannot be read: %1").arg(log.error());
+        }
+        details["skipped_bytes"] = log.skippedBytes();
+        details["truncated_bytes"] = log.truncatedBytes();
+        if (log.skippedBytes() > 0) {
+            remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
+        }
+        if (log.truncatedBytes() > 0) {
+            remark += QStringLiteral(", last record cut off after %1 bytes").arg(log.truncatedBytes());
+        }
+    } catch (const Failure& failure) {
+        flight.error = failure.words();
+    }
+    flight.name = path;
+    recording.report(flight, details, remark);
+}
+} // namespace
+
+int runRecord(const QStringList& arguments)
+{
+    CommandLine line(QStringLiteral("Records telemetry logs, one mission each."), {EasyFly});
+    line.takes(QStringLiteral("LOG"), QStringLiteral("Telemetry log (.tlog)."), QStringLiteral("LOG..."));
+    if (const auto exitCode = line.read(arguments)) {
+        return *exitCode;
+    }
+    Recording recording(line, Project::make(line.project()));
+    for (const QString& path : line.positionals()) {
+        recordLog(recording, path);
+    }
+    return recording.finish();
+}
+
+int runSimulate(const QStringList& arguments)
+{
+    CommandLine line(QStringLiteral("Records simulated flights; the same seed gives the same flights."),
+                     {{"missions", "Number of flights (default 1).", "N", "1"},
+                      {"minutes", "Length of each flight (default 3).", "M", "3"},
+                      {"seed", "Seed of the simulation (default 1).", "S", "1"},
+                      {"interrupted", "The telemetry breaks off in mid-air."},
+                      EasyFly});
+    if (const auto exitCode = line.read(arguments)) {
+        return *exitCode;
+    }
+    const auto missions = line.number(QStringLiteral("missions"), 1, 100000);
+    const auto minutes = line.number(QStringLiteral("minutes"), 1, 1440);
+    const auto seed = line.number(QStringLiteral("seed"), 0, std::numeric_limits<quint32>::max());
+    if (!missions || !minutes || !seed) {
+        return BadUsage;
+    }
+    Recording recording(line, Project::make(line.project()));
+    for (int number = 0; number < *missions; ++number) {
+        FlightSimulator flight(quint32(*seed), number, int(*minutes),
+                               line.isSet(QStringLiteral("interrupted")));
+        const QString name = QStringLiteral("simulated-%1-%2").arg(*seed).arg(number + 1);
+        recording.report(recording.record(flight, name, QStringLiteral("simulated quadrotor")));
+    }
+    return recording.finish();
+}

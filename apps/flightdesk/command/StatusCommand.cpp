@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+#include "command/CommandLine.h"
+#include "command/Commands.h"
+#include "project/MissionFile.h"
+#include "project/Project.h"
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonArray>
+
+namespace
+{
+/// Adds up what the files of a project hold, and prints it file by file.
+class StatusReport
+{
+public:
+    StatusReport(Console& console, QString ledger) : m_console(console), m_ledger(std::move(ledger)) {}
+
+    void add(const QString& path)
+    {
+        MissionFile file(path);
+        if (withLedger()) {
+            file.attachLedger(m_ledger);
+        }
+        const QVector<MissionCount> missions = file.count(withLedger());
+        if (!file.isReadable()) {
+            m_console.error(QStringLiteral("%1 cannot be read: locked, or no mission file").arg(path));
+            m_unreadable.append(path);
+            return;
+        }
+        for (const MissionCount& mission : missions) {
+            add(path, mission);
+        }
+    }
+
+    int finish()
+    {
+        QString verdict;
+        const bool complete = isComplete(&verdict);
+        printRow(m_total, QStringLiteral("all"));
+        m_console.document({{"ok", complete},
+                            {"missions", m_missions},
+                            {"total", describe(m_total)},
+                            {"unreadable", m_unreadable}});
+        if (withLedger()) {
+            for (const QString& missing : m_missing) {
+                m_console.line(missing);
+            }
+            m_console.line(verdict);
+        }
+        return complete ? Done : NotDone;
+    }
+
+private:
+    [[nodiscard]] bool withLedger() const { return !m_ledger.isEmpty(); }
+
+    void add(const QString& path, const MissionCount& mission)
+    {
+        m_console.line(
+            QStringLiteral("%1  %2  %3")
+                .arg(mission.id, mission.hasRow ? mission.name : QStringLiteral("(no mission row)"), path));
+        if (mission.breakpoint) {
+            m_console.line(QStringLiteral("  breakpoint: ") + mission.breakpoint->text());
+        }
+        printRow({}, "recorded", "accepted", "marked", "waiting");
+        QJsonArray kinds;
+        for (const KindCount& count : mission.kinds) {
+            printRow(count, count.kind);
+            m_total += count;
+            if (withLedger() && (count.accepted < count.recorded || count.marked < count.recorded)) {
+                m_missing.append(QStringLiteral("mission %1: of %2 %3 rows %4 accepted, %5 marked")
+                                     .arg(mission.id)
+                                     .arg(count.recorded)
+                                     .arg(count.kind)
+                                     .arg(count.accepted)
+                                     .arg(count.marked));
+            }
+            QJsonObject kind = describe(count);
+            kind.insert("kind", count.kind);
+            kinds.append(kind);
+        }
+        QJsonObject details{{"id", mission.id},
+                            {"name", mission.name},
+                            {"has_row", mission.hasRow},
+                            {"file", path},
+                            {"kinds", kinds}};
+        if (mission.breakpoint) {
+            details.insert("breakpoint", mission.breakpoint->json());
+        }
+        m_missions.append(details);
+    }
+
+    [[nodiscard]] QJsonObject describe(const KindCount& count) const
+    {
+        QJsonObject object{
+            {"recorded", count.recorded}, {"marked", count.marked}, {"waiting", count.waiting}};
+        if (withLedger()) {
+            object.insert("accepted", count.accepted);
+        }
+        return object;
+    }
+
+    void printRow(const QString& title, const QString& recorded, const QString& accepted,
+                  const QString& marked, const QString& waiting)
+    {
+        constexpr int Width = 10;
+        m_console.line(QStringLiteral("  %1%2%3%4%5")
+                           .arg(title, -26)
+                           .arg(recorded, Width)
+                           .arg(withLedger() ? accepted.rightJustified(Width) : QString())
+                           .arg(marked, Width)
+                           .arg(waiting, Width));
+    }
+
+    void printRow(const KindCount& count, const QString& title)
+    {
+        printRow(title, QString::number(count.recorded), QString::number(count.accepted),
+                 QString::number(count.marked), QString::number(count.waiting));
+    }
+
+    /// Without a ledger nothing is judged.
+    bool isComplete(QString* verdict) const
+    {
+        if (!withLedger()) {
+            return true;
+        }
+        if (!m_unreadable.isEmpty()) {
+            *verdict = QStringLiteral("%1 files cannot be read").arg(m_unreadable.size());
+        } else if (m_total.recorded == 0) {
+            *verdict = QStringLiteral("nothing is recorded");
+        } else if (!m_missing.isEmpty()) {
+            *verdict = QStringLiteral("%1 of %2 rows accepted, %3 marked")
+                           .arg(m_total.accepted)
+                           .arg(m_total.recorded)
+                           .arg(m_total.marked);
+        } else {
+            *verdict = QStringLiteral("all %1 rows accepted and marked").arg(m_total.recorded);
+            return true;
+        }
+        return false;
+    }
+
+    Console& m_console;
+    const QString m_ledger;
+    KindCount m_total;
+    QJsonArray m_missions;
+    QJsonArray m_unreadable;
+    QStringList m_missing;
+};
+} // namespace
+
+int runStatus(const QStringList& arguments)
+{
+    CommandLine line(QStringLiteral("Shows what is recorded, accepted, marked and waiting."),
+                     {{"ledger", "Ledger of a flightserver, to see what it has accepted.", "FILE"}});
+    if (const auto exitCode = line.read(arguments)) {
+        return *exitCode;
+    }
+    Console& console = line.console();
+    const QString ledger = line.value(QStringLiteral("ledger"));
+    if (line.isSet(QStringLiteral("ledger")) && !QFileInfo(ledger).isFile()) {
+        console.error(QStringLiteral("there is no ledger \"%1\"").arg(ledger));
+        return NotDone;
+    }
+    const Project project = Project::open(line.project());
+    StatusReport report(console, ledger);
+    for (const QString& path : project.missionFiles({QStringLiteral("*.kv"), QStringLiteral("*.db")})) {
+        report.add(path);
+    }
+    return report.finish();
+}

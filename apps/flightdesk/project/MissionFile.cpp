@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: MIT
+#include "project/MissionFile.h"
+
+#include <KvAlgorthm.h>
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QVariant>
+#include <QtSql/QSqlError>
+#include <QtSql/QSqlRecord>
+
+#include <algorithm>
+
+namespace
+{
+const char* const TablesSql = "SELECT name FROM sqlite_master WHERE type = 'table'";
+const char* const AttachSql = "ATTACH '%1' AS ledger";
+const char* const MissionsSql = "SELECT * FROM %1";
+const char* const CountSql = "SELECT %1, count(*), total(is_uploaded = 1), total(is_uploaded = 0), %3 "
+                             "FROM %2 t GROUP BY 1";
+const char* const AcceptedSql = "total(EXISTS (SELECT 1 FROM ledger.\"row\" r "
+                                "WHERE r.kind = '%1' AND r.id = t.id))";
+
+/// Text of a column, empty when the table lacks it.
+QString text(const QSqlQuery& row, const char* column)
+{
+    const int index = row.record().indexOf(QLatin1String(column));
+    return index < 0 ? QString() : row.value(index).toString();
+}
+
+std::optional<Breakpoint> breakpointIn(const QSqlQuery& mission)
+{
+    const QString lng = text(mission, "break_point_lng");
+    if (lng.isEmpty()) {
+        return std::nullopt;
+    }
+    const auto document = QJsonDocument::fromJson(text(mission, "flight_mission_data").toUtf8());
+    return Breakpoint{text(mission, "last_waypoint_index").toInt(), lng.toDouble(),
+                      text(mission, "break_point_lat").toDouble(),
+                      document[QLatin1String("circula_task_completion_degree")].toDouble()};
+}
+
+MissionCount& missionIn(QVector<MissionCount>* missions, const QString& id)
+{
+    const auto known = std::find_if(missions->begin(), missions->end(),
+                                    [&id](const MissionCount& mission) { return mission.id == id; });
+    if (known != missions->end()) {
+        return *known;
+    }
+    MissionCount mission;
+    mission.id = id;
+    missions->append(mission);
+    return missions->last();
+}
+} // namespace
+
+KindCount& KindCount::operator+=(const KindCount& other)
+{
+    recorded += other.recorded;
+    accepted += other.accepted;
+    marked += other.marked;
+    waiting += other.waiting;
+    return *this;
+}
+
+MissionFile::MissionFile(const QString& path) : m_database(path)
+{
+    // Opening would make a missing file.
+    m_readable = QFileInfo(path).isFile() && m_database.open();
+    read(QLatin1String(TablesSql),
+         [this](const QSqlQuery& row) { m_tables.append(row.value(0).toString()); });
+}
+
+void MissionFile::attachLedger(const QString& path)
+{
+    QString quoted = QFileInfo(path).absoluteFilePath();
+    quoted.replace(QLatin1Char('\''), QLatin1String("''"));
+    read(QString::fromLatin1(AttachSql).arg(quoted), [](const QSqlQuery&) {});
+}
+
+void MissionFile::read(const QString& sql, const RowReader& row)
+{
+    if (!m_readable) {
+        return;
+    }
+    QSqlQuery query = m_database.exec(sql);
+    while (query.next()) {
+        row(query);
+    }
+    m_readable = !query.lastError().isValid();
+}
+
+QVector<MissionCount> MissionFile::count(bool withLedger)
+{
+    QVector<MissionCount> missions;
+    for (const QString& table : {FlightMissionTableName, FlightVideoTableName}) {
+        readMissions(table, &missions);
+    }
+    for (const QString& kind : QStringList(FlightVideoTableName) + MissionFormat::flight().uploadKinds) {
+        if (hasTable(kind)) {
+            countKind(kind, withLedger, &missions);
+        }
+    }
+    return missions;
+}
+
+void MissionFile::readMissions(const QString& table, QVector<MissionCount>* missions)
+{
+    if (!hasTable(table)) {
+        return;
+    }
+    read(QString::fromLatin1(MissionsSql).arg(table), [missions](const QSqlQuery& row) {
+        MissionCount& mission = missionIn(missions, text(row, "id"));
+        mission.hasRow = true;
+        mission.name = text(row, "name");
+        mission.aircraft = text(row, "aircraft");
+        mission.startedAt = text(row, "started_at");
+        mission.breakpoint = breakpointIn(row);
+    });
+}
+
+std::optional<Breakpoint> MissionFile::breakpoint(const QString& missionId)
+{
+    QVector<MissionCount> missions;
+    readMissions(FlightMissionTableName, &missions);
+    return missionIn(&missions, missionId).breakpoint;
+}
+
+void MissionFile::countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions)
+{
+    const QString accepted = withLedger ? QString::fromLatin1(AcceptedSql).arg(kind) : QStringLiteral("0");
+    read(QString::fromLatin1(CountSql).arg(missionColumn(kind), kind, accepted), [&](const QSqlQuery& row) {
+        KindCount count;
+        count.kind = kind;
+        count.recorded = row.value(1).toLongLong();
+        count.marked = row.value(2).toLongLong();
+        count.waiting = row.value(3).toLongLong();
+        count.accepted = row.value(4).toLongLong();
+        missionIn(missions, row.value(0).toString()).kinds.append(count);
+    });
+}
+
+const MissionFormat& MissionFormat::flight()
+{
+    static const MissionFormat format{
+        false,
+        QStringLiteral(".kv"),
+        FlightMissionTableName,
+        {FlightMissionTableName, PosDataTableName, UasStatusTableName, FlightLogTableName}};
+    return format;
+}
+
+const MissionFormat& MissionFormat::video()
+{
+    static const MissionFormat format{true,
+                                      QStringLiteral(".db"),
+                                      FlightVideoTableName,
+                                      {FlightVideoTableName, UasStatusTableName, FlightLogTableName}};
+    return format;
+}
+
+bool MissionFile::make(const QString& path)
+{
+    CKvDataBase database(path);
+    return database.open() && CreateMissionTables(database.DBInstance());
+}
+
+QString MissionFile::missionColumn(const QString& kind)
+{
+    const bool isMission = kind == FlightMissionTableName || kind == FlightVideoTableName;
+    return isMission ? QStringLiteral("id") : QStringLiteral("flight_mission_id");
+}
+
+Obstacle obstacleOf(bool hasMissionRow, bool markable)
+{
+    if (!hasMissionRow) {
+        return Obstacle::NoMissionRow;
+    }
+    return markable ? Obstacle::None : Obstacle::NotMarkable;
+}
+
+bool MissionFile::isMarkable(const QString& path)
+{
+    const QFileInfo file(path);
+    return file.isWritable() && QFileInfo(file.absolutePath()).isWritable();
+}

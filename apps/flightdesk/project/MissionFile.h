@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "telemetry/Breakpoint.h"
+
+#include <KvData.h>
+
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+#include <functional>
+
+/// What a mission file holds: a flight mission, or a video mission, which easy-fly makes.
+struct MissionFormat {
+    bool easyFly;
+    QString suffix;
+    QString missionTable;
+    QStringList uploadKinds; ///< tables whose rows are uploaded, the mission's own first
+
+    static const MissionFormat& flight();
+    static const MissionFormat& video();
+};
+
+/// Why rows wait that no upload can help.
+enum class Obstacle {
+    None,
+    NoMissionRow, ///< only rows of a mission with a row of its own are ever sent
+    NotMarkable,  ///< the file or its folder is read-only, so that accepted rows cannot be marked
+};
+Obstacle obstacleOf(bool hasMissionRow, bool markable);
+
+/// Rows of one kind that one mission has in one file.
+struct KindCount {
+    QString kind; ///< table name
+    qint64 recorded = 0;
+    qint64 accepted = 0; ///< in the server's ledger; 0 without one
+    qint64 marked = 0;   ///< as uploaded
+    qint64 waiting = 0;
+
+    KindCount& operator+=(const KindCount& other);
+};
+
+struct MissionCount {
+    QString id;
+    QString name;
+    QString aircraft;
+    QString startedAt;   ///< ISO 8601 in UTC
+    bool hasRow = false; ///< rows of a mission without a row of its own are never sent
+    std::optional<Breakpoint> breakpoint;
+    QVector<KindCount> kinds;
+};
+
+/// A short visit to a mission file that exists. Nothing is written.
+class MissionFile
+{
+public:
+    explicit MissionFile(const QString& path);
+
+    /// Whether the file could be opened and every read so far went well.
+    bool isReadable() const { return m_readable; }
+    bool hasTable(const QString& table) const { return m_tables.contains(table); }
+    /// Makes the tables of another database readable under the name "ledger".
+    void attachLedger(const QString& path);
+
+    using RowReader = std::function<void(const QSqlQuery&)>;
+    void read(const QString& sql, const RowReader& row);
+
+    /// Every mission's rows, kind by kind.
+    /// \param withLedger  count accepted rows; attachLedger() has been called
+    QVector<MissionCount> count(bool withLedger);
+
+    /// The breakpoint of a flight mission, if it has one.
+    std::optional<Breakpoint> breakpoint(const QString& missionId);
+
+    /// Makes a flight's mission file with its tables; false when that fails.
+    static bool make(const QString& path);
+    /// Column of a table with uploaded rows that names the mission.
+    static QString missionColumn(const QString& kind);
+    /// Whether accepted rows can be marked: neither the file nor its folder is read-only.
+    static bool isMarkable(const QString& path);
+
+private:
+    void readMissions(const QString& table, QVector<MissionCount>* missions);
+    void countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions);
+
+    CKvDataBase m_database;
+    bool m_readable = false;
+    QStringList m_tables;
+};

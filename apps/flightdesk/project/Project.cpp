@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#include "project/Project.h"
+
+#include "Failure.h"
+
+#include <KvAlgorthm.h>
+
+#include <QtCore/QDateTime>
+#include <QtCore/QDir>
+#include <QtCore/QSettings>
+
+#include <utility>
+
+Project::Project(QString path) : m_path(std::move(path))
+{
+    CKvControl::GetInstance(true, EPlaneType::Multirotor)->SetProjectDirPath(m_path);
+}
+
+Project Project::make(const QString& path)
+{
+    if (path.isEmpty() || !QDir().mkpath(path)) {
+        throw Failure(QStringLiteral("cannot make the project folder \"%1\"").arg(path));
+    }
+    return open(path);
+}
+
+Project Project::open(const QString& path)
+{
+    if (path.isEmpty() || !QDir(path).exists()) {
+        throw Failure(QStringLiteral("there is no project folder \"%1\"").arg(path));
+    }
+    return Project(QDir(path).absolutePath());
+}
+
+QString Project::id() const
+{
+    const QString key = QStringLiteral("project/id");
+    QSettings settings(m_path + QStringLiteral("/project.ini"), QSettings::IniFormat);
+    QUuid id(settings.value(key).toString());
+    if (id.isNull()) {
+        id = QUuid(UidToString(QUuid::createUuid()));
+        settings.setValue(key, id.toString(QUuid::WithoutBraces));
+        settings.sync();
+    }
+    return settings.status() == QSettings::NoError ? id.toString(QUuid::WithoutBraces) : QString();
+}
+
+QString Project::createMissionFile(const MissionFormat& format, const QString& missionId,
+                                   qint64 startUsec) const
+{
+    const QString start =
+        QDateTime::fromMSecsSinceEpoch(startUsec / 1000, Qt::UTC).toString(QStringLiteral("yyyyMMdd-hhmmss"));
+    // The end of an id is random; its beginning, the time, is that of another flight recorded just now.
+    const QString folder = QStringLiteral("%1/%2_%3").arg(m_path, start, missionId.right(8));
+    QString file = folder + QStringLiteral("/flight") + format.suffix;
+    if (!QDir().mkpath(folder) || !(format.easyFly || MissionFile::make(file))) {
+        throw Failure(QStringLiteral("cannot make the mission file %1").arg(file));
+    }
+    return file;
+}
+
+QStringList Project::missionFiles(const QStringList& patterns) const
+{
+    QStringList files;
+    const QDir project(m_path);
+    for (const QString& name : project.entryList(QDir::AllDirs | QDir::NoDotAndDotDot, QDir::Name)) {
+        const QDir folder(project.absoluteFilePath(name));
+        for (const QString& file : folder.entryList(patterns, QDir::Files, QDir::Name)) {
+            files.append(folder.absoluteFilePath(file));
+        }
+    }
+    return files;
+}

@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: MIT
+#include "record/FlightRecorder.h"
+
+#include "Failure.h"
+
+#include <KvAlgorthm.h>
+#include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QJsonDocument>
+
+/// Makes the table descriptions readable, which lie in a static library. Outside any namespace, as the macro
+/// asks.
+static void initTableDescriptions()
+{
+    Q_INIT_RESOURCE(flightdesk);
+}
+
+namespace
+{
+constexpr int PositionBatch = 200;
+constexpr int StatusBatch = 100;
+constexpr int FramesBetweenEvents = 500;
+constexpr int LongestWait = 1000; // milliseconds; a flight recorded as it is flown fills a batch in a minute
+constexpr unsigned int TextRecords = 1; // operator type: comes back with WriteDBFinished, nothing else
+
+const QString PositionColumns = QStringLiteral(":/pos_data.txt");
+const QString StatusColumns = QStringLiteral(":/uas_status.txt");
+const QString CompleteColumns = QStringLiteral(":/flight_complete.txt");
+
+/// The operator reads a mission's document and puts it into a statement as it then stands: a quote would end
+/// the text there, also one that came as an escape, and "%5" would be replaced.
+QString harmless(QString text)
+{
+    return text.replace(QLatin1Char('\''), QChar(0x2019)).replace(QLatin1Char('%'), QChar(0xFF05));
+}
+
+QString newId()
+{
+    return UidToString(QUuid::createUuid());
+}
+} // namespace
+
+FlightRecorder::FlightRecorder(const Project& project, const MissionFormat& format)
+    : m_project(project), m_format(format), m_projectId(project.id())
+{
+    static const bool Once = (initTableDescriptions(), true);
+    Q_UNUSED(Once)
+    makeOperator();
+}
+
+FlightRecorder::~FlightRecorder() = default;
+
+void FlightRecorder::makeOperator()
+{
+    m_operator = std::make_unique<CKvFlightDataDbOperator>(nullptr, EUploadEnv::None);
+    m_link.connectTo(m_operator.get());
+    connect(m_operator.get(), SIGNAL(WriteDBFinished(QString, uint, QString)), this, SLOT(noteWritten()));
+    connect(m_operator.get(), SIGNAL(RecBreakPointRet(bool)), this, SLOT(noteBreakpoint(bool)));
+}
+
+/// An operator that could not open its file keeps its lock; even its destructor would wait for that lock.
+void FlightRecorder::abandonOperator()
+{
+    m_operator->disconnect(this);
+    m_link.disconnect(m_operator.get());
+    m_operator.release(); // NOLINT(bugprone-unused-return-value): left behind on purpose
+    makeOperator();
+}
+
+RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, const QString& aircraft,
+                                      const QString& log)
+{
+    m_flight = RecordedFlight();
+    m_flight.name = name;
+    m_tracker = VehicleTracker();
+    m_positions = QJsonArray();
+    m_statuses = QJsonArray();
+    m_sinceWritten.start();
+    try {
+        recordFrames(source, aircraft, log);
+    } catch (const Failure& failure) {
+        m_flight.error = failure.words();
+    }
+    return m_flight;
+}
+
+void FlightRecorder::recordFrames(FrameSource& source, const QString& aircraft, const QString& log)
+{
+    TelemetryFrame frame;
+    while (source.next(&frame)) {
+        if (m_flight.messages == 0) {
+            beginMission(frame.usec, aircraft, log);
+        }
+        take(frame);
+        if (m_flight.messages % FramesBetweenEvents == 0) {
+            Q_EMIT progress(source.position(), source.size());
+            QCoreApplication::processEvents();
+        }
+    }
+    if (m_flight.messages == 0) {
+        throw Failure(QStringLiteral("holds no telemetry frame"));
+    }
+    endMission(frame.usec);
+    Q_EMIT progress(source.size(), source.size());
+    verify();
+    writeBreakpoint();
+}
+
+void FlightRecorder::beginMission(qint64 startUsec, const QString& aircraft, const QString& log)
+{
+    if (m_projectId.isEmpty()) {
+        throw Failure(QStringLiteral("cannot write %1/project.ini").arg(m_project.path()));
+    }
+    m_flight.missionId = newId();
+    m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
+    // Flights of one name in one project fly the same plan.
+    m_planId = UidToString(QUuid::createUuidV5(QUuid(m_projectId), m_flight.name));
+    Q_EMIT m_link.missionFile(m_flight.file);
+    Q_EMIT m_link.missionId(m_flight.missionId);
+    writeMission(VehicleTracker::timeText(startUsec), aircraft, log);
+}
+
+void FlightRecorder::writeMission(const QString& startedAt, const QString& aircraft, const QString& log)
+{
+    const QJsonObject data{{"name", harmless(m_flight.name)},
+                           {"aircraft", harmless(aircraft)},
+                           {"started_at", startedAt},
+                           {"plan_id", m_planId}};
+    QJsonObject row{
+        {"id", m_flight.missionId},
+        {"project_id", m_projectId},
+        {"mission_id", m_planId},
+        {"name", m_flight.name},
+        {"aircraft", aircraft},
+        {"started_at", startedAt},
+        {"flight_mission_data", QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
+    };
+    if (!log.isEmpty()) {
+        row.insert("video_file", log);
+    }
+    writeText({row}, QStringLiteral(":/%1.txt").arg(m_format.missionTable));
+}
+
+void FlightRecorder::take(const TelemetryFrame& frame)
+{
+    Q_EMIT m_link.message(frame.bytes);
+    ++m_flight.messages;
+    VehicleTracker::Records records = m_tracker.take(frame);
+    if (records.position || records.status) {
+        Q_EMIT told(records);
+    }
+    if (records.position && m_format.uploadKinds.contains(PosDataTableName)) {
+        records.position->insert(QStringLiteral("id"), newId());
+        records.position->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);
+        m_positions.append(*records.position);
+        ++m_flight.positions;
+    }
+    if (records.status) {
+        records.status->insert(QStringLiteral("id"), newId());
+        records.status->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);
+        records.status->insert(QStringLiteral("mission_id"), m_planId);
+        m_statuses.append(*records.status);
+        ++m_flight.statuses;
+    }
+    const bool old = m_sinceWritten.elapsed() >= LongestWait;
+    if (old || m_positions.size() >= PositionBatch) {
+        writePositions();
+    }
+    if (old || m_statuses.size() >= StatusBatch) {
+        writeStatuses();
+    }
+    if (old) {
+        m_sinceWritten.start();
+    }
+}
+
+void FlightRecorder::writePositions()
+{
+    if (!m_positions.isEmpty()) {
+        Q_EMIT m_link.positions(m_positions, PositionColumns, m_flight.missionId);
+        m_positions = QJsonArray();
+    }
+}
+
+void FlightRecorder::writeStatuses()
+{
+    if (!m_statuses.isEmpty()) {
+        writeText(m_statuses, StatusColumns);
+        m_statuses = QJsonArray();
+    }
+}
+
+void FlightRecorder::endMission(qint64 endUsec)
+{
+    writePositions();
+    writeStatuses();
+    if (!m_format.easyFly) {
+        m_flight.interruption = m_tracker.interruption(endUsec);
+        writeComplete(endUsec);
+    }
+    // Closes the file, so that the messages that still wait are written.
+    Q_EMIT m_link.startUploadTimer(false);
+}
+
+void FlightRecorder::writeComplete(qint64 endUsec)
+{
+    writeText({QJsonObject{{"id", newId()},
+                           {"flight_mission_id", m_flight.missionId},
+                           {"completed_at", VehicleTracker::timeText(endUsec)},
+                           {"result", m_flight.interruption ? "interrupted" : "completed"}}},
+              CompleteColumns);
+}
+
+/// Last of all, in a file that is whole without it.
+void FlightRecorder::writeBreakpoint()
+{
+    if (!m_flight.interruption || !m_flight.interruption->breakpoint) {
+        return;
+    }
+    const Breakpoint& here = *m_flight.interruption->breakpoint;
+    if (!storeBreakpoint(m_flight.file, m_flight.missionId, here)) {
+        throw Failure(QStringLiteral("the breakpoint (%1) was not stored; all other records are in %2")
+                          .arg(here.text(), m_flight.file));
+    }
+}
+
+bool FlightRecorder::storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here)
+{
+    m_breakpointStored = false;
+    Q_EMIT m_link.missionFile(file);
+    Q_EMIT m_link.breakpoint(here.waypoint, here.lng, here.lat, missionId, here.completion);
+    Q_EMIT m_link.startUploadTimer(false); // closes the file
+    const auto stored = MissionFile(file).breakpoint(missionId);
+    return m_breakpointStored && stored && stored->text() == here.text() &&
+           stored->completion == here.completion;
+}
+
+/// Writes records whose values are text; the operator closes the file afterwards.
+void FlightRecorder::writeText(const QJsonArray& records, const QString& description)
+{
+    m_written = false;
+    Q_EMIT m_link.records(records, description, m_flight.missionId, TextRecords, m_flight.file);
+    if (!m_written) {
+        abandonOperator();
+        throw Failure(QStringLiteral("cannot write %1").arg(m_flight.file));
+    }
+}
+
+/// No writer reports an error, so the rows are counted.
+void FlightRecorder::verify()
+{
+    const QString mine = QStringLiteral("SELECT count(*) FROM %1 WHERE %2 = '%3'");
+    QVector<std::pair<QString, qint64>> expected{
+        {m_format.missionTable, 1},
+        {UasStatusTableName, m_flight.statuses},
+        {FlightLogTableName, m_flight.messages},
+    };
+    if (!m_format.easyFly) {
+        expected += {{PosDataTableName, m_flight.positions}, {FlightCompleteTableName, 1}};
+    }
+    MissionFile file(m_flight.file);
+    for (const auto& [kind, rows] : expected) {
+        qint64 found = 0;
+        file.read(mine.arg(kind, MissionFile::missionColumn(kind), m_flight.missionId),
+                  [&found](const QSqlQuery& row) { found = row.value(0).toLongLong(); });
+        if (found != rows) {
+            throw Failure(
+                QStringLiteral("%1 of %2 %3 rows are in %4").arg(found).arg(rows).arg(kind, m_flight.file));
+        }
+    }
+}

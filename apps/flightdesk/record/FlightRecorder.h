@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "operator/OperatorLink.h"
+#include "project/Project.h"
+#include "telemetry/FrameSource.h"
+#include "telemetry/VehicleTracker.h"
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QJsonArray>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+#include <memory>
+
+class CKvFlightDataDbOperator;
+
+/// What became of one flight.
+struct RecordedFlight {
+    QString missionId;
+    QString name;
+    QString file;
+    qint64 messages = 0; ///< handed over; with an empty error also found in the file
+    qint64 positions = 0;
+    qint64 statuses = 0;
+    std::optional<Interruption> interruption;
+    QString error; ///< empty when the flight was recorded whole
+};
+
+/// Records flights into mission files of a project, one after another, with one operator.
+class FlightRecorder : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit FlightRecorder(const Project& project, const MissionFormat& format = MissionFormat::flight());
+    ~FlightRecorder() override;
+
+    /// Records all frames of the source as one mission. Events are processed on the way.
+    /// \param log  file name of the source; empty when it is no file
+    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
+                          const QString& log = {});
+    /// Stores where a recorded mission stopped, and has its row sent again; false when that failed.
+    bool storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here);
+
+Q_SIGNALS:
+    void progress(qint64 done, qint64 size);
+    /// A frame was more than a message: the vehicle's position or status was in it.
+    void told(const VehicleTracker::Records& records);
+
+private Q_SLOTS:
+    void noteWritten() { m_written = true; }
+    void noteBreakpoint(bool stored) { m_breakpointStored = stored; }
+
+private:
+    void recordFrames(FrameSource& source, const QString& aircraft, const QString& log);
+    void makeOperator();
+    void abandonOperator();
+    void beginMission(qint64 startUsec, const QString& aircraft, const QString& log);
+    void writeMission(const QString& startedAt, const QString& aircraft, const QString& log);
+    void take(const TelemetryFrame& frame);
+    void writePositions();
+    void writeStatuses();
+    void endMission(qint64 endUsec);
+    void writeComplete(qint64 endUsec);
+    void writeBreakpoint();
+    void writeText(const QJsonArray& records, const QString& description);
+    void verify();
+
+    Project m_project;
+    const MissionFormat& m_format;
+    QString m_projectId;
+    OperatorLink m_link;
+    std::unique_ptr<CKvFlightDataDbOperator> m_operator;
+    RecordedFlight m_flight;
+    QString m_planId;
+    VehicleTracker m_tracker;
+    QJsonArray m_positions;
+    QJsonArray m_statuses;
+    QElapsedTimer m_sinceWritten;
+    bool m_written = false;
+    bool m_breakpointStored = false;
+};

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include "record/RecorderPool.h"
+
+#include "Failure.h"
+#include "telemetry/FlightSimulator.h"
+#include "telemetry/PacedSource.h"
+#include "telemetry/TelemetryLog.h"
+
+#include <KvLog.h>
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
+
+#include <utility>
+
+namespace
+{
+constexpr int AtOnce = 6; // a flight replayed at its own speed hardly takes a processor
+
+constexpr int ReportInterval = 100; // milliseconds
+
+std::unique_ptr<FrameSource> open(const FlightTask& task)
+{
+    if (task.log.isEmpty()) {
+        return std::make_unique<FlightSimulator>(task.seed, 0, task.minutes, task.interrupted);
+    }
+    return std::make_unique<TelemetryLog>(task.log);
+}
+} // namespace
+
+RecorderPool::RecorderPool(QObject* parent) : QObject(parent)
+{
+    qRegisterMetaType<RecordedFlight>();
+    qRegisterMetaType<QVector<FlightSample>>();
+    m_threads.setMaxThreadCount(AtOnce);
+}
+
+RecorderPool::~RecorderPool()
+{
+    cancelAll();
+    m_threads.waitForDone();
+}
+
+int RecorderPool::record(const Project& project, const FlightTask& task)
+{
+    const int flight = ++m_last;
+    const auto cancelled = std::make_shared<std::atomic_bool>(false);
+    m_cancelled.insert(flight, cancelled);
+    m_threads.start([this, flight, project, task, cancelled] {
+        const RecordedFlight result = run(flight, project, task, *cancelled);
+        QMetaObject::invokeMethod(this, [this, flight, result] {
+            m_cancelled.remove(flight);
+            Q_EMIT finished(flight, result);
+        });
+    });
+    return flight;
+}
+
+/// On a thread of the pool.
+RecordedFlight RecorderPool::run(int flight, const Project& project, const FlightTask& task,
+                                 const std::atomic_bool& cancelled)
+{
+    Q_EMIT started(flight);
+    RecordedFlight result;
+    try {
+        if (!cancelled) {
+            result = fly(flight, project, task, cancelled);
+        }
+    } catch (const Failure& failure) {
+        result.error = failure.words();
+    }
+    if (cancelled && result.messages == 0) {
+        result.error = tr("cancelled before its first message");
+    }
+    result.name = task.name;
+    return result;
+}
+
+RecordedFlight RecorderPool::fly(int flight, const Project& project, const FlightTask& task,
+                                 const std::atomic_bool& cancelled)
+{
+    const auto source = open(task);
+    PacedSource paced(*source, task.speed, cancelled);
+    FlightRecorder recorder(project, task.easyFly ? MissionFormat::video() : MissionFormat::flight());
+    FlightSample sample;
+    QVector<FlightSample> samples;
+    QElapsedTimer sinceReport;
+    const auto report = [&] {
+        sinceReport.start();
+        Q_EMIT sampled(flight, std::exchange(samples, {}));
+        Q_EMIT progress(flight, source->position(), source->size());
+    };
+    sinceReport.start();
+    connect(&recorder, &FlightRecorder::told, [&](const VehicleTracker::Records& records) {
+        if (sample.note(records)) {
+            sample.seconds = paced.flownSeconds();
+            samples.append(sample);
+        }
+        if (sinceReport.elapsed() >= ReportInterval) {
+            report();
+        }
+    });
+    const QString log = QFileInfo(task.log).fileName();
+    RecordedFlight result =
+        recorder.record(paced, task.name, log.isEmpty() ? tr("simulated quadrotor") : tr("unknown"), log);
+    report();
+    if (!source->error().isEmpty()) {
+        result.error = tr("cannot be read to its end: %1").arg(source->error());
+    }
+    return result;
+}
+
+void RecorderPool::cancel(int flight)
+{
+    if (const Flag cancelled = m_cancelled.value(flight)) {
+        *cancelled = true;
+    }
+}
+
+void RecorderPool::cancelAll()
+{
+    for (const Flag& cancelled : m_cancelled) {
+        *cancelled = true;
+    }
+}
+
+void RecorderPool::storeBreakpoint(const Project& project, const RecordedFlight& flight)
+{
+    m_threads.start([project, flight] {
+        FlightRecorder recorder(project);
+        if (!recorder.storeBreakpoint(flight.file, flight.missionId, *flight.interruption->breakpoint)) {
+            Logger::instance().write(Level::Warn,
+                                     tr("the breakpoint was not stored again in %1").arg(flight.file));
+        }
+    });
+}

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "record/FlightRecorder.h"
+#include "telemetry/FlightTrack.h"
+
+#include <QtCore/QMap>
+#include <QtCore/QObject>
+#include <QtCore/QThreadPool>
+
+#include <atomic>
+#include <memory>
+
+/// A flight to record: a telemetry log, or a simulated flight when no log is named.
+struct FlightTask {
+    QString name;
+    QString log;
+    int minutes = 3;
+    quint32 seed = 0;
+    bool interrupted = false; ///< the simulated telemetry breaks off in mid-air
+    bool easyFly = false;
+    double speed = 0; ///< times the flight's own; 0 is as fast as possible
+};
+
+Q_DECLARE_METATYPE(RecordedFlight)
+
+/// Records flights side by side, each on a thread with an operator of its own; some wait for their turn.
+class RecorderPool : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit RecorderPool(QObject* parent = nullptr);
+    /// Cancels all, and waits until what was received is in the files.
+    ~RecorderPool() override;
+
+    /// \return a number for the flight
+    int record(const Project& project, const FlightTask& task);
+    /// Ends a recording early. What was received stays; an aircraft in the air gets a breakpoint.
+    void cancel(int flight);
+    void cancelAll();
+    bool isBusy() const { return !m_cancelled.isEmpty(); }
+    /// Stores a breakpoint once more.
+    void storeBreakpoint(const Project& project, const RecordedFlight& flight);
+
+Q_SIGNALS:
+    void started(int flight);
+    void progress(int flight, qint64 done, qint64 size);
+    void sampled(int flight, const QVector<FlightSample>& samples);
+    void finished(int flight, const RecordedFlight& result);
+
+private:
+    using Flag = std::shared_ptr<std::atomic_bool>;
+    RecordedFlight run(int flight, const Project& project, const FlightTask& task,
+                       const std::atomic_bool& cancelled);
+    RecordedFlight fly(int flight, const Project& project, const FlightTask& task,
+                       const std::atomic_bool& cancelled);
+
+    QThreadPool m_threads;
+    QMap<int, Flag> m_cancelled; ///< of the flights that have not finished
+    int m_last = 0;
+};

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+#include <QtCore/QtGlobal>
+
+/// One frame as the ground station received it.
+struct TelemetryFrame {
+    qint64 usec = 0; ///< microseconds since 1970, UTC
+    QByteArray bytes;
+};
+
+/// Where the frames of one flight come from.
+class FrameSource
+{
+public:
+    FrameSource() = default;
+    virtual ~FrameSource() = default;
+    FrameSource(const FrameSource&) = delete;
+    FrameSource& operator=(const FrameSource&) = delete;
+
+    /// Reads the next frame; false at the end.
+    virtual bool next(TelemetryFrame* frame) = 0;
+    /// How far next() has come, in the unit of size().
+    virtual qint64 position() const = 0;
+    virtual qint64 size() const = 0;
+    /// What made next() end before the end; empty when nothing did.
+    virtual QString error() const { return {}; }
+};

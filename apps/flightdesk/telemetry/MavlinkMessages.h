@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QDataStream>
+
+#include <tuple>
+
+/// The messages that the host reads and writes: their fields in the order of the wire. Id, CRC_EXTRA and the
+/// length without extension fields belong to each.
+namespace mavlink
+{
+struct Heartbeat {
+    enum : quint32 { Id = 0, Extra = 50, Length = 9 };
+    quint32 customMode = 0;
+    quint8 type = 0, autopilot = 0, baseMode = 0, systemStatus = 0, version = 3;
+    auto fields() { return std::tie(customMode, type, autopilot, baseMode, systemStatus, version); }
+};
+
+struct SysStatus {
+    enum : quint32 { Id = 1, Extra = 124, Length = 31 };
+    quint32 present = 0, enabled = 0, health = 0;
+    quint16 load = 0;
+    quint16 millivolt = 0xFFFF; ///< 0xFFFF is unknown
+    qint16 centiampere = -1;
+    quint16 dropRate = 0, dropErrors = 0, errors1 = 0, errors2 = 0, errors3 = 0, errors4 = 0;
+    qint8 remaining = -1; ///< per cent of the battery; -1 is unknown
+    auto fields()
+    {
+        return std::tie(present, enabled, health, load, millivolt, centiampere, dropRate, dropErrors, errors1,
+                        errors2, errors3, errors4, remaining);
+    }
+};
+
+struct GpsRawInt {
+    enum : quint32 { Id = 24, Extra = 24, Length = 30 };
+    quint64 usec = 0;
+    qint32 lat = 0, lng = 0, alt = 0; ///< degrees times 1e7, millimetres
+    quint16 eph = 0, epv = 0, speed = 0, course = 0;
+    quint8 fixType = 0;
+    quint8 satellites = 0xFF; ///< 0xFF is unknown
+    auto fields() { return std::tie(usec, lat, lng, alt, eph, epv, speed, course, fixType, satellites); }
+};
+
+struct Attitude {
+    enum : quint32 { Id = 30, Extra = 39, Length = 28 };
+    quint32 msec = 0;
+    float roll = 0, pitch = 0, yaw = 0; ///< radians
+    float rollSpeed = 0, pitchSpeed = 0, yawSpeed = 0;
+    auto fields() { return std::tie(msec, roll, pitch, yaw, rollSpeed, pitchSpeed, yawSpeed); }
+};
+
+struct GlobalPositionInt {
+    enum : quint32 { Id = 33, Extra = 104, Length = 28 };
+    quint32 msec = 0;
+    qint32 lat = 0, lng = 0;         ///< degrees times 1e7
+    qint32 alt = 0, relativeAlt = 0; ///< millimetres
+    qint16 vx = 0, vy = 0, vz = 0;   ///< centimetres a second
+    quint16 heading = 0xFFFF;        ///< degrees times 100; 0xFFFF is unknown
+    auto fields() { return std::tie(msec, lat, lng, alt, relativeAlt, vx, vy, vz, heading); }
+};
+
+struct MissionCurrent {
+    enum : quint32 { Id = 42, Extra = 28, Length = 2 };
+    quint16 waypoint = 0;
+    auto fields() { return std::tie(waypoint); }
+};
+
+struct MissionCount {
+    enum : quint32 { Id = 44, Extra = 221, Length = 4 };
+    quint16 waypoints = 0;
+    quint8 targetSystem = 0, targetComponent = 0;
+    quint8 missionType = 0; ///< an extension; 0 is the flight plan, fences and rally points are others
+    auto fields() { return std::tie(waypoints, targetSystem, targetComponent, missionType); }
+};
+
+inline void setUp(QDataStream& stream)
+{
+    stream.setByteOrder(QDataStream::LittleEndian);
+    stream.setFloatingPointPrecision(QDataStream::SinglePrecision);
+}
+
+/// A message from its payload; what the payload lacks is zero.
+template<typename Message>
+Message read(const QByteArray& payload)
+{
+    Message message;
+    QDataStream stream(payload);
+    setUp(stream);
+    std::apply([&stream](auto&... field) { (stream >> ... >> field); }, message.fields());
+    return message;
+}
+
+/// A message's payload without extension fields.
+template<typename Message>
+QByteArray payload(Message message)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    setUp(stream);
+    std::apply([&stream](const auto&... field) { (stream << ... << field); }, message.fields());
+    return bytes.left(Message::Length);
+}
+} // namespace mavlink

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "telemetry/Breakpoint.h"
+#include "telemetry/FrameSource.h"
+#include "telemetry/MavlinkCodec.h"
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+
+#include <optional>
+
+/// Turns the telemetry of one vehicle into position and status records.
+class VehicleTracker
+{
+public:
+    /// What one frame gives; neither record has ids yet.
+    struct Records {
+        std::optional<QJsonObject> position; ///< numbers as numbers
+        std::optional<QJsonObject> status;   ///< every value as text; null is unknown
+    };
+
+    Records take(const TelemetryFrame& frame);
+
+    /// What kept the flight from its regular end; nothing when the aircraft was disarmed when last heard.
+    /// \param endUsec  time of the telemetry's last frame
+    std::optional<Interruption> interruption(qint64 endUsec) const;
+
+    /// ISO 8601 in UTC with milliseconds.
+    static QString timeText(qint64 usec);
+
+private:
+    bool isOurs(const mavlink::Message& message);
+    QJsonObject status(qint64 usec, const mavlink::Heartbeat& heartbeat) const;
+    QJsonObject position(qint64 usec, const mavlink::GlobalPositionInt& here);
+
+    std::optional<quint8> m_vehicle;               ///< system id, known from its first heartbeat on
+    std::optional<mavlink::SysStatus> m_sysStatus; ///< the latest, nothing until the first
+    std::optional<mavlink::GpsRawInt> m_gps;
+    std::optional<mavlink::Attitude> m_attitude;
+    qint64 m_heardUsec = 0; ///< latest heartbeat
+    bool m_armed = false;
+    int m_waypoints = 0; ///< of the mission, 0 until told
+    Breakpoint m_place;  ///< where the vehicle is now
+    bool m_located = false;
+};

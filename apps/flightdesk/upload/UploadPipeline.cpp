@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include "upload/UploadPipeline.h"
+
+#include <QtCore/QCoreApplication>
+
+namespace
+{
+QString tr(const char* text)
+{
+    return QCoreApplication::translate("UploadPipeline", text);
+}
+} // namespace
+
+void UploadPipeline::noteBegan(OperatorLog::Rows rows, const QString& mission)
+{
+    using Rows = OperatorLog::Rows;
+    noteSending(rows == Rows::Mission     ? tr("the mission row")
+                : rows == Rows::Positions ? tr("positions")
+                                          : tr("status rows"),
+                mission);
+}
+
+void UploadPipeline::noteBatch(const QString& mission)
+{
+    noteSending(tr("log rows"), mission);
+}
+
+void UploadPipeline::noteSending(const QString& kind, const QString& mission)
+{
+    m_kind = kind;
+    m_mission = mission;
+    m_failure.reset();
+}
+
+void UploadPipeline::noteFailed(const RequestFailure& failure, qint64 now)
+{
+    m_failure = failure;
+    m_failedAt = now;
+    m_mission.clear();
+}
+
+QString UploadPipeline::text(qint64 now, int interval,
+                             const std::function<QString(const QString&)>& name) const
+{
+    if (m_failure) {
+        const qint64 left = (m_failedAt + interval - now + 999) / 1000;
+        return left > 0 ? tr("Failed: %1. Next try in %2 s.").arg(m_failure->words).arg(left)
+                        : tr("Failed: %1. Trying again.").arg(m_failure->words);
+    }
+    return m_mission.isEmpty() ? QString() : tr("Sending %1 of %2.").arg(m_kind, name(m_mission));
+}

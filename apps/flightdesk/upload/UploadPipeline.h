@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "operator/OperatorLog.h"
+
+#include <QtCore/QString>
+
+#include <functional>
+#include <optional>
+
+/// What an uploading operator is doing, as far as its log and its signals tell.
+class UploadPipeline
+{
+public:
+    void noteBegan(OperatorLog::Rows rows, const QString& mission);
+    /// The operator announced a batch of log rows.
+    void noteBatch(const QString& mission);
+    void noteFailed(const RequestFailure& failure, qint64 now);
+    void noteMarked() { m_failure.reset(); }
+
+    /// In words, empty when nothing is known to be on its way.
+    /// \param interval  milliseconds between a failure and the next try
+    QString text(qint64 now, int interval, const std::function<QString(const QString& mission)>& name) const;
+    /// The last request failed.
+    bool hasFailed() const { return m_failure.has_value(); }
+
+private:
+    void noteSending(const QString& kind, const QString& mission);
+
+    QString m_kind; ///< of the rows on their way
+    QString m_mission;
+    std::optional<RequestFailure> m_failure; ///< of the last request
+    qint64 m_failedAt = 0;
+};

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+#include "window/WindowCommand.h"
+
+#include "command/CommandLine.h"
+#include "window/EndSignals.h"
+#include "window/MainWindow.h"
+#include "window/ProjectPage.h"
+#include "window/Theme.h"
+#include "window/UploadPage.h"
+
+#include <QtCore/QSettings>
+#include <QtCore/QStandardPaths>
+#include <QtWidgets/QApplication>
+
+namespace
+{
+/// Folder of the project, server address and place of the window; never the token.
+class Memory
+{
+public:
+    QString project() { return m_settings.value(QStringLiteral("project")).toString(); }
+    QString server() { return m_settings.value(QStringLiteral("server")).toString(); }
+    void restore(MainWindow& window)
+    {
+        window.restoreGeometry(m_settings.value(QStringLiteral("geometry")).toByteArray());
+    }
+    void keep(MainWindow& window)
+    {
+        m_settings.setValue(QStringLiteral("project"), window.session().projectPath());
+        m_settings.setValue(QStringLiteral("server"), window.uploadPage()->server());
+        m_settings.setValue(QStringLiteral("geometry"), window.saveGeometry());
+    }
+
+private:
+    QSettings m_settings{QStringLiteral("flightdesk"), QStringLiteral("flightdesk")};
+};
+
+QString makeLogFile()
+{
+    const QString file =
+        QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QStringLiteral("/flightdesk.log");
+    return Logger::instance().setLogFile(file) ? file : QString();
+}
+
+int showWindow(const QString& project, const QString& server, bool forDevelopers)
+{
+    MainWindow window(makeLogFile(), forDevelopers);
+    Memory memory;
+    window.resize(1280, 800);
+    memory.restore(window);
+    window.uploadPage()->setServer(server.isEmpty() ? memory.server() : server);
+    window.show();
+    const QString folder = project.isEmpty() ? memory.project() : project;
+    if (!folder.isEmpty()) {
+        window.projectPage()->open(folder, !project.isEmpty());
+    }
+    const QString token = qEnvironmentVariable("KV_TOKEN");
+    qunsetenv("KV_TOKEN"); // no child process needs it
+    if (!token.isEmpty() && window.session().hasProject()) {
+        window.uploadPage()->signIn(token);
+    }
+    const EndSignals endSignals;
+    const int exitCode = QApplication::exec();
+    memory.keep(window);
+    return exitCode;
+}
+
+bool hasDisplay()
+{
+    return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY") ||
+           qEnvironmentVariableIsSet("QT_QPA_PLATFORM");
+}
+} // namespace
+
+Application makeWindowApplication(int& argc, char** argv)
+{
+    if (!hasDisplay()) {
+        Console::printError(QStringLiteral("there is no display for the window; "
+                                           "the commands need none (see flightdesk --help)"));
+        return nullptr;
+    }
+    QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    auto application = std::make_unique<QApplication>(argc, argv);
+    QApplication::setStyle(new theme::Style);
+    QApplication::setPalette(theme::palette(theme::isDark(QApplication::palette())));
+    return application;
+}
+
+Application makePictureApplication(int& argc, char** argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    return makeWindowApplication(argc, argv);
+}
+
+int runWindow(const QStringList& arguments)
+{
+    CommandLine line(QStringLiteral("Records, uploads and downloads in a window."),
+                     {{"project", "Folder of the project, made when it is missing.", "DIR"},
+                      {"server", "Address of the server; with KV_TOKEN set the upload starts.", "URL"},
+                      {"developer", "Show figures that are of use to developers only."}},
+                     CommandLine::Scope::Window);
+    if (const auto exitCode = line.read(arguments)) {
+        return *exitCode;
+    }
+    return showWindow(line.project(), line.value(QStringLiteral("server")),
+                      line.isSet(QStringLiteral("developer")));
+}
