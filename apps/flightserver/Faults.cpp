@@ -24,6 +24,47 @@ constexpr Syntax Syntaxes[] = {
     {"empty", Fault::What::Empty, 0, 0},      {"drop", Fault::What::Drop, 0, 0},
 };
 
+constexpr int NoStatus = -1; // of an answer that names none
+
+Answer cutAnswer()
+{
+    Answer answer;
+    answer.status = NoStatus;
+    answer.content = R"({"status":)";
+    answer.ending = Answer::Ending::Cut;
+    return answer;
+}
+
+// Of a fault after which nothing is stored.
+Answer answerOf(const Fault& fault)
+{
+    Answer answer;
+    answer.status = NoStatus;
+    switch (fault.what) {
+    case Fault::What::Http:
+        answer.http = answer.status = fault.value;
+        break;
+    case Fault::What::Status:
+        answer = makeAnswer(fault.value, "fault");
+        answer.http = 200;
+        break;
+    case Fault::What::Stall:
+        answer.ending = Answer::Ending::Silent;
+        break;
+    case Fault::What::Garbage:
+        answer.content = "<html>no json</html>";
+        answer.type = "text/html";
+        break;
+    case Fault::What::Empty:
+        answer.content = "{}";
+        break;
+    default:
+        answer = cutAnswer();
+        break;
+    }
+    return answer;
+}
+
 [[noreturn]] void refuse(const QString& text, const char* why)
 {
     throw std::runtime_error("fault \"" + text.toStdString() + "\": " + why);
@@ -74,12 +115,39 @@ Fault parseFault(const QString& text)
     return fault;
 }
 
-const Fault* Faults::next()
+void FaultyHandler::handle(Request request, Reply reply)
 {
-    const std::uint64_t before = m_requests.fetch_add(1);
+    const std::uint64_t before = m_requests++;
     const auto strikes = [before](const Fault& fault) {
         return before >= fault.after && before - fault.after < fault.count;
     };
     const auto fault = std::find_if(m_faults.begin(), m_faults.end(), strikes);
-    return fault == m_faults.end() ? nullptr : &*fault;
+    if (fault == m_faults.end()) {
+        m_handler.handle(std::move(request), std::move(reply));
+    } else if (fault->what == Fault::What::Delay) {
+        delay(fault->value, std::move(request), std::move(reply));
+    } else if (fault->what == Fault::What::Drop) {
+        m_handler.handle(std::move(request),
+                         [reply = std::move(reply)](const Answer&) { reply(cutAnswer()); });
+    } else {
+        reply(answerOf(*fault));
+    }
+}
+
+void FaultyHandler::delay(int ms, Request request, Reply reply)
+{
+    const auto timer = m_delays.emplace(m_delays.end(), m_io);
+    timer->expires_after(std::chrono::milliseconds(ms));
+    timer->async_wait([this, timer, request = std::move(request),
+                       reply = std::move(reply)](boost::system::error_code) mutable {
+        m_delays.erase(timer);
+        m_handler.handle(std::move(request), std::move(reply));
+    });
+}
+
+void FaultyHandler::stop()
+{
+    for (boost::asio::steady_timer& timer : m_delays) {
+        timer.cancel();
+    }
 }

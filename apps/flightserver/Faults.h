@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Handler.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+
 #include <QtCore/QString>
 
-#include <atomic>
 #include <cstdint>
+#include <list>
 #include <vector>
 
-// One way to misbehave, for the POST requests numbered after < n <= after + count.
+// One way to misbehave, for the requests numbered after < n <= after + count.
 struct Fault {
     enum class What { Http, Status, Delay, Stall, Cut, Garbage, Empty, Drop };
 
@@ -20,16 +25,25 @@ struct Fault {
 // Reads "WHAT[:AFTER[:COUNT]]"; throws std::runtime_error with words for the user.
 Fault parseFault(const QString& text);
 
-// Counts the requests and says which fault strikes; the first one given wins.
-class Faults
+// Counts the requests, and misbehaves for those that a fault strikes; the first one given wins.
+class FaultyHandler : public Handler
 {
 public:
-    explicit Faults(std::vector<Fault> faults) : m_faults(std::move(faults)) {}
+    FaultyHandler(boost::asio::io_context& io, Handler& handler, std::vector<Fault> faults)
+        : m_io(io), m_handler(handler), m_faults(std::move(faults))
+    {
+    }
 
-    // nullptr: this request is served as it should be.
-    const Fault* next();
+    void handle(Request request, Reply reply) override;
+    // Delays end now.
+    void stop();
 
 private:
-    std::vector<Fault> m_faults;
-    std::atomic<std::uint64_t> m_requests{0};
+    void delay(int ms, Request request, Reply reply);
+
+    boost::asio::io_context& m_io;
+    Handler& m_handler;
+    const std::vector<Fault> m_faults;
+    std::uint64_t m_requests = 0;
+    std::list<boost::asio::steady_timer> m_delays;
 };

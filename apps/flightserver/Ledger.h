@@ -2,49 +2,64 @@
 #pragma once
 
 #include "Records.h"
+#include "Tokens.h"
 
-#include <memory>
-#include <mutex>
+#include <functional>
+#include <optional>
 #include <string>
 
-struct sqlite3;
-struct sqlite3_stmt;
-
-// One answered request.
-struct RequestLine {
-    const std::string& path;
-    std::size_t bytes;
-    int status;
+// Who sends, as the ledger knows him.
+struct Sender {
+    const Owner* owner;
+    std::optional<TokenHash> token; // none: let in whatever the ledger says
+    bool mayBeUnknown = false;      // let in because no token had been given out
 };
 
-// What the server has received, in an SQLite file that others may read meanwhile. Every member throws
-// std::runtime_error with SQLite's words.
+struct Result {
+    enum class Outcome { Stored, Revoked, Refused, Failed };
+    Outcome outcome = Outcome::Failed;
+    std::string words;     // where it was not stored
+    std::size_t again = 0; // rows that were there already
+};
+
+// The rows of a request on their way.
+struct Delivery {
+    Sender sender;
+    Batch batch;
+    std::function<void(Result)> done; // called once, on a thread of the ledger
+};
+
+// In place of a file: gone with the process.
+constexpr const char* LedgerInMemory = ":memory:";
+
+struct LedgerCounts {
+    std::uint64_t commits = 0;
+    double commitSeconds = 0;
+    std::uint64_t rows = 0;
+    std::uint64_t again = 0;
+};
+
+// What the server has received. What it has reported as stored survives whatever happens to process, system
+// and power.
 class Ledger
 {
 public:
-    explicit Ledger(const std::string& file);
+    Ledger() = default;
+    Ledger(const Ledger&) = delete;
+    Ledger& operator=(const Ledger&) = delete;
+    virtual ~Ledger() = default;
 
-    // Returns once the request, and the batch that it brought, is committed.
-    void store(const RequestLine& request, const Endpoint& endpoint, const Batch& batch);
-    void storeRefused(const RequestLine& request);
+    // Takes what comes, and answers when it is stored. Does not wait.
+    virtual void store(Delivery delivery) = 0;
+    // Tells whether a write goes through now.
+    virtual void probe(std::function<void(bool)> done) = 0;
 
-private:
-    struct Close {
-        void operator()(sqlite3* database) const;
-        void operator()(sqlite3_stmt* statement) const;
-    };
-    using Statement = std::unique_ptr<sqlite3_stmt, Close>;
+    // Who has this token; nobody: it is unknown or revoked. Asked for each request, so it may answer from
+    // memory: a change that it has missed shows when the rows are stored.
+    virtual std::optional<Sender> senderOf(const TokenHash& token) = 0;
+    // Whether a token has ever been given out, as far as is known.
+    [[nodiscard]] virtual bool knowsTokens() const = 0;
+    virtual const Owner* ownerNamed(const std::string& name) = 0;
 
-    void execute(const char* sql);
-    [[nodiscard]] Statement prepare(const char* sql) const;
-    void run(const Statement& statement);
-    void insertRecords(const Endpoint& endpoint, const Batch& batch);
-    void insertRequest(const RequestLine& request, const Batch& batch);
-    [[noreturn]] void fail() const;
-
-    const std::string m_file;
-    std::mutex m_mutex;
-    std::unique_ptr<sqlite3, Close> m_database;
-    Statement m_insertRow;
-    Statement m_insertRequest;
+    [[nodiscard]] virtual LedgerCounts counts() const = 0;
 };

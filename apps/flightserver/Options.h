@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Faults.h"
+#include "Limits.h"
 
 #include <optional>
 #include <string>
@@ -9,13 +10,23 @@
 
 class QCoreApplication;
 
-struct Options {
+struct Place {
     std::string host;
     int port = 0; // 0: any free one
-    std::optional<std::string> token;
+};
+
+struct Options {
+    std::vector<std::string> command; // empty: serve
+    Place place;
+    std::optional<Place> admin;
+    std::string token; // empty: none
+    bool requireToken = false;
     std::string tlsCertificate; // empty: plain HTTP
     std::string tlsKey;
     std::string ledger;
+    std::string accessLog; // empty: none
+    bool allButNewest = false;
+    Limits limits;
     std::vector<Fault> faults;
 };
 

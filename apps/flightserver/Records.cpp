@@ -1,88 +1,154 @@
 // SPDX-License-Identifier: MIT
 #include "Records.h"
 
-#include <QtCore/QJsonArray>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
+#include <simdjson.h>
 
 #include <algorithm>
-#include <cctype>
-#include <string_view>
+#include <array>
+#include <cstring>
+#include <optional>
 
 namespace
 {
-constexpr Endpoint Endpoints[] = {
-    {"/flight/upload", "flight_mission", false},
-    {"/flight/posupload", "pos_data", true},
-    {"/flight/uasstatusupload", "uas_status", true},
-    {"/flight/detailupload", "flight_monitor_detail_log", true},
-    {"/flight/upload4video", "flight_video_mission", false},
-};
 constexpr int BadRequest = 400;
+constexpr int TooLarge = 413;
+constexpr int NoRoom = 503;
 
-bool isHexDigit(char character)
+constexpr std::size_t MaxRecord = 4 << 20;
+constexpr std::size_t MaxId = 1024;
+constexpr std::size_t RoomStep = 512 / sizeof(Record); // what a deque takes at a time
+
+// A parser keeps what its largest text needed, several times that text's size.
+constexpr std::size_t SmallRecord = 64 << 10;
+
+int hexDigit(char character)
 {
-    return std::isxdigit(static_cast<unsigned char>(character)) != 0;
+    if (character >= '0' && character <= '9') {
+        return character - '0';
+    }
+    const char lower = static_cast<char>(character | 0x20);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-// Qt's decoder turns a stray "%" into some other character, which would hide a sender's fault.
-void checkEscapes(std::string_view text)
+struct Text {
+    char* begin;
+    char* end;
+};
+
+// Decodes "+" and "%XX" where they stand.
+Text decodeFormText(Text text)
 {
-    for (std::size_t at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 1)) {
-        if (at + 2 >= text.size() || !isHexDigit(text[at + 1]) || !isHexDigit(text[at + 2])) {
+    const auto encoded = [](char character) { return character == '%' || character == '+'; };
+    char* out = std::find_if(text.begin, text.end, encoded);
+    for (const char* in = out; in != text.end; ++in) {
+        if (*in != '%') {
+            *out++ = *in == '+' ? ' ' : *in;
+            continue;
+        }
+        const int high = text.end - in > 2 ? hexDigit(in[1]) : -1;
+        const int low = high >= 0 ? hexDigit(in[2]) : -1;
+        if (low < 0) {
             throw Refusal(BadRequest, "the form holds a \"%\" without two hexadecimal digits");
         }
+        *out++ = static_cast<char>(high * 16 + low);
+        in += 2;
     }
+    return {text.begin, out};
 }
 
-QByteArray decodeFormText(std::string_view text)
+// The encoded value of the first field with that name.
+Text formValue(Body& body, std::string_view name)
 {
-    checkEscapes(text);
-    QByteArray bytes(text.data(), static_cast<int>(text.size()));
-    return QByteArray::fromPercentEncoding(bytes.replace('+', ' '));
-}
-
-// The value of the first field with that name. httplib's own parser is of no use here: it trims blanks and
-// keeps only what follows the last "=" of a pair.
-QByteArray formValue(std::string_view body, std::string_view name)
-{
-    while (!body.empty()) {
-        const std::string_view pair = body.substr(0, body.find('&'));
-        body.remove_prefix(std::min(pair.size() + 1, body.size()));
-        const std::size_t equals = pair.find('=');
-        if (equals != std::string_view::npos && pair.substr(0, equals) == name) {
-            return decodeFormText(pair.substr(equals + 1));
+    char* const end = body.data() + body.size();
+    for (char* pair = body.data(); pair < end;) {
+        char* const pairEnd = std::find(pair, end, '&');
+        const auto pairLength = static_cast<std::size_t>(pairEnd - pair);
+        if (pairLength > name.size() && pair[name.size()] == '=' &&
+            std::memcmp(pair, name.data(), name.size()) == 0) {
+            return {pair + name.size() + 1, pairEnd};
         }
+        pair = pairEnd + 1;
     }
     throw Refusal(BadRequest, "the form has no field \"" + std::string(name) + "\"");
 }
 
-QJsonDocument parseJson(const QByteArray& text)
+bool isBlank(char character)
 {
-    QJsonParseError error{};
-    QJsonDocument document = QJsonDocument::fromJson(text, &error);
-    if (error.error != QJsonParseError::NoError) {
-        throw Refusal(BadRequest, "\"data\" is no JSON: " + error.errorString().toStdString() + " at byte " +
-                                      std::to_string(error.offset));
-    }
-    return document;
+    return character == ' ' || character == '\t' || character == '\n' || character == '\r';
 }
 
-Record toRecord(const QJsonValue& value)
+char* skipBlanks(char* at, const char* end)
 {
-    if (!value.isObject()) {
+    while (at != end && isBlank(*at)) {
+        ++at;
+    }
+    return at;
+}
+
+// Behind the object that begins here, whatever stands in it: the parser looks at that. nullptr: it does not
+// end.
+char* objectEnd(char* at, const char* end)
+{
+    static constexpr auto Special = [] {
+        std::array<bool, 256> special{};
+        for (const char character : std::string_view(R"("{}[])")) {
+            special[static_cast<unsigned char>(character)] = true;
+        }
+        return special;
+    }();
+    std::size_t depth = 0;
+    for (; at != end; ++at) {
+        if (!Special[static_cast<unsigned char>(*at)]) {
+            continue;
+        }
+        if (*at == '"') {
+            for (++at; at != end && *at != '"'; ++at) {
+                at += *at == '\\' && at + 1 != end ? 1 : 0;
+            }
+            if (at == end) {
+                return nullptr;
+            }
+        } else if (*at == '{' || *at == '[') {
+            ++depth;
+        } else if (--depth == 0) {
+            return at + 1;
+        }
+    }
+    return nullptr;
+}
+
+[[noreturn]] void refuseJson(const char* why)
+{
+    throw Refusal(BadRequest, std::string("\"data\" is no JSON: ") + why);
+}
+
+// Reads the whole object, so that nothing unsound is stored, and hands out its id, which lives in the parser.
+std::string_view parseId(simdjson::dom::parser& parser, const char* object, std::size_t length)
+{
+    simdjson::dom::object members;
+    const simdjson::error_code error = parser.parse(object, length, false).get(members);
+    if (error == simdjson::INCORRECT_TYPE) {
         throw Refusal(BadRequest, "\"data\" holds something that is no object");
     }
-    const QJsonObject object = value.toObject();
-    QByteArray id = object.value(QLatin1String("id")).toString().toUtf8();
-    if (id.isEmpty()) {
+    if (error != simdjson::SUCCESS) {
+        refuseJson(simdjson::error_message(error));
+    }
+    std::string_view id;
+    if (members["id"].get(id) != simdjson::SUCCESS || id.empty()) {
         throw Refusal(BadRequest, "an object has no text member \"id\"");
     }
-    return {std::move(id), QJsonDocument(object).toJson(QJsonDocument::Compact)};
+    return id;
+}
+
+void checkKey(std::string_view key, const char* name)
+{
+    if (key.size() > MaxId || key.find('\0') != std::string_view::npos) {
+        throw Refusal(BadRequest, std::string(name) + " is too long or holds a zero character");
+    }
 }
 } // namespace
 
-const Endpoint* findEndpoint(const std::string& path)
+const Endpoint* findEndpoint(std::string_view path)
 {
     const auto* const found =
         std::find_if(std::begin(Endpoints), std::end(Endpoints),
@@ -90,26 +156,91 @@ const Endpoint* findEndpoint(const std::string& path)
     return found == std::end(Endpoints) ? nullptr : found;
 }
 
-Batch parseBatch(const Endpoint& endpoint, const std::string& body)
+Body::Body(std::size_t size) : m_bytes(new char[size + simdjson::SIMDJSON_PADDING]), m_size(size) {}
+
+Batch::Batch(const Endpoint& endpoint, Body body, Bound::Reservation room)
+    : m_endpoint(&endpoint), m_body(std::move(body)), m_room(std::move(room))
 {
-    Batch batch;
-    const QJsonDocument document = parseJson(formValue(body, "data"));
+    Text data = formValue(m_body, "data");
     if (!endpoint.isBatch) {
-        batch.records.push_back(toRecord(document.object()));
-        batch.mission = batch.records.front().id;
-        return batch;
+        data = decodeFormText(data);
+        readMission(data.begin, data.end);
+        return;
     }
-    batch.mission = formValue(body, "flight_mission_id");
-    if (batch.mission.isEmpty()) {
-        throw Refusal(BadRequest, "\"flight_mission_id\" is empty");
+    const Text mission = decodeFormText(formValue(m_body, "flight_mission_id"));
+    data = decodeFormText(data); // after the fields have been told apart: it may hold any character now
+    m_mission = {mission.begin, static_cast<std::size_t>(mission.end - mission.begin)};
+    if (m_mission.empty() || !simdjson::validate_utf8(m_mission.data(), m_mission.size())) {
+        throw Refusal(BadRequest, "\"flight_mission_id\" is empty or no UTF-8");
     }
-    if (!document.isArray()) {
+    checkKey(m_mission, "\"flight_mission_id\"");
+    readArray(data.begin, data.end);
+}
+
+void Batch::readMission(char* at, const char* end)
+{
+    at = skipBlanks(at, end);
+    char* const behind = at != end && *at == '{' ? objectEnd(at, end) : nullptr;
+    if (behind == nullptr || skipBlanks(behind, end) != end) {
+        refuseJson("one object was expected");
+    }
+    add(at, static_cast<std::size_t>(behind - at));
+    m_mission = m_records.front().id();
+}
+
+void Batch::readArray(char* at, const char* end)
+{
+    at = skipBlanks(at, end);
+    if (at == end || *at != '[') {
         throw Refusal(BadRequest, "\"data\" is no JSON array");
     }
-    const QJsonArray array = document.array();
-    batch.records.reserve(static_cast<std::size_t>(array.size()));
-    for (const QJsonValue& value : array) {
-        batch.records.push_back(toRecord(value));
+    at = skipBlanks(at + 1, end);
+    const bool isEmpty = at != end && *at == ']';
+    while (!isEmpty) {
+        if (at != end && *at != '{') {
+            throw Refusal(BadRequest, "\"data\" holds something that is no object");
+        }
+        char* const behind = at != end ? objectEnd(at, end) : nullptr;
+        if (behind == nullptr) {
+            refuseJson("it ends too early");
+        }
+        add(at, static_cast<std::size_t>(behind - at));
+        at = skipBlanks(behind, end);
+        if (at != end && *at == ']') {
+            break;
+        }
+        if (at == end || *at != ',') {
+            refuseJson("a comma or the end of the array was expected");
+        }
+        at = skipBlanks(at + 1, end);
     }
-    return batch;
+    if (skipBlanks(at + 1, end) != end) {
+        refuseJson("something follows the array");
+    }
+}
+
+void Batch::add(const char* object, std::size_t length)
+{
+    if (length > MaxRecord) {
+        throw Refusal(TooLarge, "a row is longer than 4 MiB");
+    }
+    if (m_records.size() % RoomStep == 0 && !m_room.grow(RoomStep * sizeof(Record))) {
+        throw Refusal(NoRoom, "no room for the rows now");
+    }
+    // One parser a thread for all the small texts; a large one's goes with it.
+    static thread_local simdjson::dom::parser smallParser;
+    std::optional<simdjson::dom::parser> largeParser;
+    simdjson::dom::parser& parser = length > SmallRecord ? largeParser.emplace() : smallParser;
+    const std::string_view id = keepId(parseId(parser, object, length), {object, length});
+    m_records.push_back(
+        {object, id.data(), static_cast<std::uint32_t>(length), static_cast<std::uint32_t>(id.size())});
+}
+
+// Mostly the id stands in the body just as it is.
+std::string_view Batch::keepId(std::string_view id, std::string_view object)
+{
+    checkKey(id, "an id");
+    const std::size_t at = object.find(id);
+    return at != std::string_view::npos ? object.substr(at, id.size())
+                                        : std::string_view(m_unescaped.emplace_back(id));
 }

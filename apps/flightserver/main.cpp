@@ -1,71 +1,161 @@
 // SPDX-License-Identifier: MIT
-#include "IngestServer.h"
-#include "Ledger.h"
+#include "Admin.h"
+#include "Faults.h"
+#include "Ingest.h"
 #include "Options.h"
+#include "SqliteLedger.h"
+#include "Tls.h"
+#include "TokenCommand.h"
+
+#include <boost/asio/signal_set.hpp>
 
 #include <QtCore/QCoreApplication>
 
-#include <chrono>
+#include <algorithm>
 #include <csignal>
 #include <iostream>
-#include <thread>
+#include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace
 {
-// Blocked before the first thread starts, so that every thread inherits it and only sigwait sees them.
-sigset_t blockEndSignals()
-{
-    sigset_t endSignals;
-    sigemptyset(&endSignals);
-    sigaddset(&endSignals, SIGINT);
-    sigaddset(&endSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
-    return endSignals;
-}
+namespace asio = boost::asio;
 
-// Serves until a signal ends it; false: the server failed by itself.
-bool serve(IngestServer& server, const std::string& address, const sigset_t& endSignals)
+constexpr unsigned int EndSeconds = 9; // a disk that hangs must not hold the end
+constexpr std::size_t OtherFiles = 64; // beside connections
+
+// As many connections as the system lets one process have.
+void raiseConnectionLimit(Limits& limits)
 {
-    std::atomic<bool> failed{false};
-    std::thread listener([&server, &failed] {
-        if (!server.listen()) {
-            failed = true;
-            kill(getpid(), SIGTERM); // wakes sigwait below
-        }
-    });
-    // A stop before the listener runs would be lost.
-    while (!server.isRunning() && !failed) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0) {
+        return;
     }
-    std::cout << "flightserver listening on " << address << std::endl;
-
-    int signal = 0;
-    sigwait(&endSignals, &signal);
-    const bool ok = !failed;
-    server.stop();
-    listener.join();
-    return ok;
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
+    const std::size_t most = files.rlim_max > 2 * OtherFiles ? files.rlim_max - OtherFiles : OtherFiles;
+    limits.maxConnections = std::min(limits.maxConnections, most);
 }
+
+// What large bodies leave behind goes back to the system, however large the last one was.
+void keepHeapSmall()
+{
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TRIM_THRESHOLD, 16 << 20);
+    mallopt(M_ARENA_MAX, 2);
+}
+
+// The server with everything that belongs to it.
+class Service
+{
+public:
+    explicit Service(const Options& options)
+        : m_options(options)
+        , m_accessLog(options.accessLog)
+        , m_ledger(options.ledger)
+        , m_gate(m_ledger, options.token, !options.requireToken && isLoopback(options.place.host))
+        , m_ingest(m_io, m_ledger)
+        , m_faulty(m_io, m_ingest, options.faults)
+    {
+        if (!options.tlsCertificate.empty()) {
+            m_tls = std::make_unique<Tls>(options.tlsCertificate, options.tlsKey);
+        }
+        Handler* handler = &m_ingest;
+        if (!options.faults.empty()) {
+            handler = &m_faulty;
+        }
+        m_front = std::make_unique<Front>(m_io, options.limits,
+                                          Backing{*handler, m_gate, m_metrics, m_accessLog}, m_tls.get());
+        m_admin = std::make_unique<Admin>(m_io, m_ledger, *m_front, m_metrics);
+    }
+
+    void run()
+    {
+        waitForSignal();
+        const std::string address = m_front->listen(m_options.place.host, m_options.place.port);
+        std::string admin;
+        if (m_options.admin) {
+            admin = m_admin->listen(m_options.admin->host, m_options.admin->port);
+        }
+        std::cout << "flightserver listening on " << address << std::endl;
+        if (!admin.empty()) {
+            std::cout << "flightserver watched on " << admin << std::endl;
+        }
+        m_io.run();
+    }
+
+private:
+    static bool isLoopback(const std::string& host)
+    {
+        boost::system::error_code error;
+        const auto address = asio::ip::make_address(host, error);
+        return host == "localhost" || (!error && address.is_loopback());
+    }
+
+    void waitForSignal()
+    {
+        m_signals.async_wait([this](boost::system::error_code error, int signal) {
+            if (error) {
+                return;
+            }
+            if (signal == SIGHUP) {
+                reload();
+                waitForSignal();
+                return;
+            }
+            alarm(EndSeconds);
+            m_front->stop();
+            m_admin->stop();
+            m_faulty.stop();
+        });
+    }
+
+    void reload()
+    {
+        try {
+            m_accessLog.reopen();
+            if (m_tls) {
+                m_tls->reload();
+                std::cerr << "flightserver: certificate read again" << std::endl;
+            }
+        } catch (const std::exception& error) {
+            std::cerr << "flightserver: " << error.what() << "; the old one stays" << std::endl;
+        }
+    }
+
+    const Options& m_options;
+    asio::io_context m_io{1};
+    asio::signal_set m_signals{m_io, SIGINT, SIGTERM, SIGHUP};
+    std::unique_ptr<Tls> m_tls;
+    AccessLog m_accessLog;
+    Metrics m_metrics;
+    std::unique_ptr<Front> m_front;
+    std::unique_ptr<Admin> m_admin;
+    SqliteLedger m_ledger; // goes before what its answers are for
+    Gate m_gate;
+    Ingest m_ingest;
+    FaultyHandler m_faulty;
+};
 } // namespace
 
 int main(int argc, char* argv[])
 {
     constexpr int UsageError = 2;
-    const sigset_t endSignals = blockEndSignals();
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName("flightserver");
     QCoreApplication::setApplicationVersion(KV_VERSION);
     try {
-        const Options options = parseOptions(application);
-        Ledger ledger(options.ledger);
-        IngestServer server(options, ledger);
-        const std::string address = server.bind(options.host, options.port);
-        if (serve(server, address, endSignals)) {
-            return 0;
+        Options options = parseOptions(application);
+        if (!options.command.empty()) {
+            return runTokenCommand(options);
         }
-        std::cerr << "flightserver: the listening socket failed" << std::endl;
-        return 1;
+        std::signal(SIGPIPE, SIG_IGN);
+        std::signal(SIGALRM, [](int) { _exit(1); });
+        raiseConnectionLimit(options.limits);
+        keepHeapSmall();
+        Service(options).run();
+        return 0;
     } catch (const std::exception& error) {
         std::cerr << "flightserver: " << error.what() << std::endl;
         return UsageError;

@@ -83,6 +83,9 @@ void TargetFile::readOrigin()
     std::ifstream origin(m_originPath, std::ios::binary);
     std::getline(origin, m_url);
     std::getline(origin, m_validator);
+    if (!(origin >> m_total)) {
+        m_total = -1;
+    }
 }
 
 bool TargetFile::canResume(const std::string& url) const
@@ -90,7 +93,7 @@ bool TargetFile::canResume(const std::string& url) const
     return m_size > 0 && (m_url.empty() || m_url == url);
 }
 
-void TargetFile::restart(const std::string& url, const std::string& validator)
+void TargetFile::restart(const std::string& url, const std::string& validator, std::int64_t total)
 {
     if (m_size > 0) {
         std::error_code error;
@@ -102,8 +105,9 @@ void TargetFile::restart(const std::string& url, const std::string& validator)
     m_size = 0;
     m_url = url;
     m_validator = validator;
+    m_total = total;
     // Only after the old bytes are gone, so that no moment attributes them to the new version.
-    std::ofstream(m_originPath, std::ios::binary) << url << '\n' << validator << '\n';
+    std::ofstream(m_originPath, std::ios::binary) << url << '\n' << validator << '\n' << total << '\n';
 }
 
 void TargetFile::append(const char* data, std::size_t size)

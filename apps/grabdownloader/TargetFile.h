@@ -26,9 +26,11 @@ public:
     bool canResume(const std::string& url) const;
     /// ETag or Last-Modified of the resource the bytes were taken from, empty when unknown.
     const std::string& validator() const { return m_validator; }
+    /// Whether that resource had this size, as far as is known.
+    bool mayBePartOf(std::int64_t total) const { return m_total < 0 || m_total == total; }
 
-    /// Empties the file for the bytes of another version.
-    void restart(const std::string& url, const std::string& validator);
+    /// Empties the file for the bytes of another version, of a size that is negative when unknown.
+    void restart(const std::string& url, const std::string& validator, std::int64_t total);
     void append(const char* data, std::size_t size);
     /// The file is whole: brings it safely to the disk.
     void commit();
@@ -44,5 +46,6 @@ private:
     std::int64_t m_size = 0;
     std::string m_url;
     std::string m_validator;
+    std::int64_t m_total = -1;
     bool m_whole = false;
 };

@@ -97,6 +97,7 @@ void Transfer::setRequestHeaders()
         const std::string& known = m_target.validator();
         if (!known.empty() && known.rfind("W/", 0) != 0) { // a weak one never matches there
             addHeader("If-Range: " + known);
+            m_conditional = true;
         }
     }
     set(CURLOPT_HTTPHEADER, m_headers.get());
@@ -170,7 +171,7 @@ Transfer::Verdict Transfer::judge()
         curl_off_t length = -1;
         curl_easy_getinfo(m_curl.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
         m_total = length;
-        m_target.restart(m_url, validator());
+        m_target.restart(m_url, validator(), m_total);
         return Verdict::StoreBody;
     }
     if (m_offset > 0 && status == 206) {
@@ -178,7 +179,7 @@ Transfer::Verdict Transfer::judge()
     }
     if (m_offset > 0 && status == 416) {
         const bool whole = parseContentRange(header("Content-Range")).total == m_offset;
-        return whole ? Verdict::AlreadyWhole : Verdict::StartOver;
+        return whole && m_target.mayBePartOf(m_offset) ? Verdict::AlreadyWhole : Verdict::StartOver;
     }
     throw std::runtime_error("the server answered with HTTP status " + std::to_string(status));
 }
@@ -192,7 +193,8 @@ Transfer::Verdict Transfer::judgePart()
     }
     const std::string known = m_target.validator();
     const std::string now = validator();
-    if (!known.empty() && !now.empty() && known != now) {
+    const bool vouched = known.empty() || known == now || (now.empty() && m_conditional);
+    if (!vouched || !m_target.mayBePartOf(range.total)) {
         return Verdict::StartOver;
     }
     m_total = range.total;

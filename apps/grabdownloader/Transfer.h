@@ -45,6 +45,7 @@ private:
     TargetFile& m_target;
     Progress& m_progress;
     const std::int64_t m_offset;
+    bool m_conditional = false; // the server was asked for a part only of the version that is known
 
     std::unique_ptr<CURL, void (*)(CURL*)> m_curl;
     std::unique_ptr<curl_slist, void (*)(curl_slist*)> m_headers;

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "Tls.h"
+
+#include <openssl/err.h>
+
+#include <stdexcept>
+
+Tls::Tls(std::string certificate, std::string key)
+    : m_certificate(std::move(certificate)), m_key(std::move(key)), m_context(load())
+{
+}
+
+void Tls::reload()
+{
+    m_context = load();
+}
+
+SSL* Tls::newConnection(int socket) const
+{
+    SSL* const connection = SSL_new(m_context.get());
+    if (connection == nullptr || SSL_set_fd(connection, socket) != 1) {
+        SSL_free(connection);
+        throw std::bad_alloc();
+    }
+    SSL_set_accept_state(connection);
+    return connection;
+}
+
+Tls::Context Tls::load() const
+{
+    Context context(SSL_CTX_new(TLS_server_method()));
+    const bool isUsable = context && SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) == 1 &&
+                          SSL_CTX_use_certificate_chain_file(context.get(), m_certificate.c_str()) == 1 &&
+                          SSL_CTX_use_PrivateKey_file(context.get(), m_key.c_str(), SSL_FILETYPE_PEM) == 1 &&
+                          SSL_CTX_check_private_key(context.get()) == 1;
+    ERR_clear_error();
+    if (!isUsable) {
+        throw std::runtime_error("cannot use certificate " + m_certificate + " with key " + m_key);
+    }
+    SSL_CTX_set_options(context.get(), SSL_OP_NO_RENEGOTIATION | SSL_OP_IGNORE_UNEXPECTED_EOF);
+    SSL_CTX_set_mode(context.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
+                                        SSL_MODE_RELEASE_BUFFERS);
+    return context;
+}
