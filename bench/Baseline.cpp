@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
 
+#include "KvAlgorthm.h"
 #include "MissionFile.h"
 #include "Report.h"
 
@@ -8,12 +9,18 @@ namespace
 {
 const char* const SelectLog = "select * from flight_monitor_detail_log WHERE is_uploaded = 0 AND "
                               "flight_mission_id='5c02a798-84e5-5220-a4fe-a173392aa9c4' LIMIT 1000";
-enum LogColumn { IdColumn, MissionColumn, MessageColumn, CreatedAtColumn };
+enum LogColumn { IdColumn, MessageColumn = 2, CreatedAtColumn };
 
 QByteArray column(const Database::Statement& statement, int index)
 {
     return {static_cast<const char*>(sqlite3_column_blob(statement.get(), index)),
             sqlite3_column_bytes(statement.get(), index)};
+}
+
+void newId(sqlite3_context* context, int /*count*/, sqlite3_value** /*values*/)
+{
+    const QByteArray id = UidToString(QUuid::createUuid()).toLatin1();
+    sqlite3_result_text(context, id.constData(), id.size(), SQLITE_TRANSIENT);
 }
 
 size_t keepReply(const char* data, size_t size, size_t count, void* reply)
@@ -31,8 +38,7 @@ Database::Database(const QString& file)
     m_database.reset(database);
     check(result == SQLITE_OK);
     sqlite3_busy_timeout(database, 30000);
-    run("PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA; PRAGMA temp_store=MEMORY;"
-        "PRAGMA cache_size=-65536");
+    run("PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA; PRAGMA temp_store=MEMORY");
 }
 
 void Database::run(const QByteArray& sql)
@@ -52,6 +58,12 @@ qint64 Database::number(const QByteArray& sql)
     const Statement statement = prepare(sql);
     check(sqlite3_step(statement.get()) == SQLITE_ROW);
     return sqlite3_column_int64(statement.get(), 0);
+}
+
+void Database::provideIds()
+{
+    check(sqlite3_create_function(m_database.get(), "new_id", 0, SQLITE_UTF8, nullptr, newId, nullptr,
+                                  nullptr) == SQLITE_OK);
 }
 
 void Database::insert(const Statement& statement)
@@ -101,8 +113,7 @@ LogBatch readLogBatch(Database& database)
     while (sqlite3_step(rows.get()) == SQLITE_ROW) {
         const QByteArray id = column(rows, IdColumn);
         batch.body += batch.ids.isEmpty() ? R"({"created_at":")" : R"(,{"created_at":")";
-        batch.body += column(rows, CreatedAtColumn) + R"(","flight_mission_id":")" +
-                      column(rows, MissionColumn) + R"(","id":")" + id + R"(","message":")" +
+        batch.body += column(rows, CreatedAtColumn) + R"(","id":")" + id + R"(","message":")" +
                       column(rows, MessageColumn)
                           .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals) +
                       R"("})";

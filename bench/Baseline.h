@@ -25,6 +25,8 @@ public:
     void run(const QByteArray& sql);
     Statement prepare(const char* sql);
     qint64 number(const QByteArray& sql);
+    // Makes ids of the library's available to statements, as new_id().
+    void provideIds();
     // Executes an insert and makes it ready for the next row.
     void insert(const Statement& statement);
 

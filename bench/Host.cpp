@@ -42,8 +42,8 @@ void Host::drain()
     };
     connect(&op, &CKvFlightDataDbOperator::UploadFinished, &loop, finish);
     QTimer::singleShot(PatienceMs, &loop, &QEventLoop::quit);
-    emit signedIn();
-    emit tick();
+    Q_EMIT signedIn();
+    Q_EMIT tick();
     if (!finished) {
         loop.exec();
     }

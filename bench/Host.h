@@ -22,7 +22,7 @@ private:
 public:
     CKvFlightDataDbOperator op;
 
-signals:
+Q_SIGNALS:
     void message(QByteArray);
     void positions(QJsonArray, QString, QString);
     void signedIn();

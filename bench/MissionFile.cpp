@@ -15,7 +15,6 @@ const QByteArray MissionId = "5c02a798-84e5-5220-a4fe-a173392aa9c4";
 
 namespace
 {
-// Random ids, as flights have them.
 const char* const RandomId =
     "lower(hex(randomblob(4))||'-'||hex(randomblob(2))||'-'||hex(randomblob(2))||'-'||"
     "hex(randomblob(2))||'-'||hex(randomblob(6)))";
@@ -42,6 +41,7 @@ void fill(const QString& file, const QByteArray& sql)
 {
     {
         Database database(file);
+        database.provideIds();
         database.run("PRAGMA synchronous=OFF; PRAGMA cache_size=-1000000");
         database.run("BEGIN;" + sql + ";COMMIT");
     }
@@ -63,22 +63,17 @@ void makeMissionFile(const QString& file)
 {
     CKvDataBase database(file);
     require(database.open(), "cannot make " + file);
-    QSqlDatabase* const instance = database.DBInstance();
     database.transaction();
-    CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), instance);
-    CreateTable(FlightLogTableName, GetFlightLogTableContents(), instance);
-    CreateTable(UasStatusTableName, GetUasStatusTableContents(), instance);
-    CreateTable(PosDataTableName, GetPosDataTableContents(), instance);
-    CreateTable(FlightCompleteTableName, GetFlightCompleteTableContents(), instance);
+    CreateMissionTables(database.DBInstance());
     database.exec("INSERT INTO flight_mission(id, project_id, is_uploaded) VALUES('" + MissionId +
                   "', 'project', 1)");
     require(database.commit(), "cannot fill " + file);
 }
 
-void addLog(const QString& file, int rows)
+void addLog(const QString& file, int rows, int messageBytes, bool randomIds)
 {
-    fill(file, series(rows) + InsertLog + RandomId + ", '" + MissionId + "', randomblob(" +
-                   QByteArray::number(MessageBytes) + "), " + TimeText + ", 0 FROM n");
+    fill(file, series(rows) + InsertLog + (randomIds ? RandomId : "new_id()") + ", '" + MissionId +
+                   "', randomblob(" + QByteArray::number(messageBytes) + "), " + TimeText + ", 0 FROM n");
 }
 
 void addUploadedLog(const QString& file, int rows)
@@ -92,7 +87,7 @@ void addPositions(const QString& file, int rows)
     fill(file, series(rows) +
                    "INSERT INTO pos_data(id, flight_mission_id, time, lng, lat, alt, relative_alt, speed, "
                    "heading, created_at) SELECT " +
-                   RandomId + ", '" + MissionId + "', " + TimeText +
+                   "new_id(), '" + MissionId + "', " + TimeText +
                    ", 8.545 + i * 1e-6, 47.397 + i * 1e-6, 488.5, i % 120 + 0.25, 12.5, i % 360, " +
                    TimeText + " FROM n");
 }
@@ -107,6 +102,17 @@ void copyFile(const QString& from, const QString& to)
 qint64 countRows(const QString& file, const char* table)
 {
     return Database(file).number("SELECT count(*) FROM " + QByteArray(table));
+}
+
+qint64 bytesOfLog(const QString& file)
+{
+    return Database(file).number(
+        "SELECT sum(pgsize) FROM dbstat WHERE name LIKE '%flight_monitor_detail_log%'");
+}
+
+qint64 bytesOfMessages(const QString& file)
+{
+    return Database(file).number("SELECT sum(length(message)) FROM flight_monitor_detail_log");
 }
 
 void requireDrained(const QString& file)

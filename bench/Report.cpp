@@ -56,7 +56,7 @@ void Report::print() const
     for (const Row& row : m_rows) {
         const bool judged = row.reach > 0;
         line(row.what, row.ours, row.baseline, QString::number(row.ratio, 'f', 2),
-             judged ? QString::number(row.reach, 'f', 1) : "-",
+             judged ? QString::number(row.reach, 'g', 3) : "-",
              !judged                  ? ""
              : row.ratio <= row.reach ? "ok"
                                       : "over");

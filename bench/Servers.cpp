@@ -29,6 +29,8 @@ SinkServer::SinkServer(bool eager) : m_server(std::make_unique<httplib::Server>(
             return true;
         });
         m_largestBody = std::max<qint64>(m_largestBody, bytes);
+        const std::lock_guard lock(m_mutex);
+        m_received[request.path] += bytes;
         response.set_content(R"({"status":0,"message":""})", "application/json");
     });
     m_port = m_server->bind_to_any_port("127.0.0.1"); // takes over what is set above
@@ -50,10 +52,21 @@ QByteArray SinkServer::url() const
     return "http://127.0.0.1:" + QByteArray::number(m_port);
 }
 
-FlightServer::FlightServer()
+qint64 SinkServer::received(const std::string& path)
 {
+    const std::lock_guard lock(m_mutex);
+    qint64 bytes = 0;
+    for (const auto& [of, received] : m_received) {
+        bytes += path.empty() || of == path ? received : 0;
+    }
+    return bytes;
+}
+
+FlightServer::FlightServer(const QString& program, const QStringList& arguments)
+{
+    const QString ours = QCoreApplication::applicationDirPath() + "/flightserver";
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_process.start(QCoreApplication::applicationDirPath() + "/flightserver", QStringList());
+    m_process.start(program.isEmpty() ? ours : program, arguments);
     const QByteArray greeting = "flightserver listening on ";
     while (!m_process.canReadLine()) {
         require(m_process.waitForReadyRead(PatienceMs), "flightserver does not start");

@@ -5,7 +5,10 @@
 #include <QtCore/QProcess>
 
 #include <atomic>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <thread>
 
 namespace httplib
@@ -24,23 +27,28 @@ public:
     SinkServer& operator=(const SinkServer&) = delete;
     QByteArray url() const;
     qint64 largestBody() const { return m_largestBody; }
+    // Bytes of all bodies that were posted to the path, or to any.
+    qint64 received(const std::string& path = {});
 
 private:
     std::unique_ptr<httplib::Server> m_server;
     std::atomic<qint64> m_largestBody{0};
+    std::mutex m_mutex;
+    std::map<std::string, qint64> m_received;
     int m_port = 0;
     std::thread m_thread;
 };
 
-// A flightserver process with an empty ledger in memory.
+// A flightserver process, with an empty ledger in memory unless the arguments name one.
 class FlightServer
 {
 public:
-    FlightServer();
+    explicit FlightServer(const QString& program = {}, const QStringList& arguments = {});
     ~FlightServer();
     FlightServer(const FlightServer&) = delete;
     FlightServer& operator=(const FlightServer&) = delete;
     QByteArray url() const { return m_url; }
+    qint64 processId() const { return m_process.processId(); }
 
 private:
     QProcess m_process;

@@ -10,6 +10,9 @@ void benchScan(Report& report);
 void benchDrain(Report& report);
 void benchRequests(Report& report);
 void benchMemory(Report& report);
+// Of the telemetry logs, recorded with flightdesk; without one, of a log with frames of the usual size.
+void benchLine(Report& report, const QStringList& logs);
+void benchServer(Report& report);
 
 // What a process of its own measures for benchMemory(): prints its figures.
 void measureInChild(const QStringList& arguments);

@@ -75,11 +75,11 @@ void benchBacklog(Report& report)
     constexpr int Many = 1000000;
     const QTemporaryDir folder(diskFolder());
     const SinkServer sink;
-    const auto perRow = [&](int rows) {
+    const auto perRow = [&](int rows, bool randomIds = false) {
         const QString file = folder.filePath("backlog.kv");
         QFile::remove(file);
         makeMissionFile(file);
-        addLog(file, rows);
+        addLog(file, rows, MessageBytes, randomIds);
         return drainFile(file, sink.url()) / rows;
     };
     const Pair pair = interleave(
@@ -90,6 +90,7 @@ void benchBacklog(Report& report)
                 .ours;
         });
     report.add("draining 1,000,000 log rows / 10,000, one row", pair, Unit::Seconds, 1.3);
+    report.add("the same / 1,000,000 with random ids", {pair.ours, perRow(Many, true)}, Unit::Seconds);
 }
 
 void benchFlightServer(Report& report)

@@ -5,20 +5,19 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLoggingCategory>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QSet>
 
+#include <functional>
 #include <iostream>
 
 namespace
 {
 struct Suite {
     const char* name;
-    void (*run)(Report& report);
+    std::function<void(Report& report)> run;
+    bool always = true; // also where none is named
 };
-constexpr Suite Suites[] = {{"store", benchStore},
-                            {"scan", benchScan},
-                            {"drain", benchDrain},
-                            {"requests", benchRequests},
-                            {"memory", benchMemory}};
 
 void prepareHost()
 {
@@ -26,12 +25,21 @@ void prepareHost()
     CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetNetWorkConnected(true);
 }
 
-bool runSuites(const QStringList& wanted)
+bool runSuites(const QStringList& arguments)
 {
+    const QStringList logs = arguments.filter(QRegularExpression("\\.tlog$"));
+    const QSet<QString> wanted =
+        QSet<QString>(arguments.cbegin(), arguments.cend()) - QSet<QString>(logs.cbegin(), logs.cend());
+    const Suite suites[] = {
+        {"store", benchStore},          {"scan", benchScan},
+        {"drain", benchDrain},          {"requests", benchRequests},
+        {"memory", benchMemory},        {"line", [&logs](Report& report) { benchLine(report, logs); }},
+        {"server", benchServer, false},
+    };
     Report report;
     bool any = false;
-    for (const Suite& suite : Suites) {
-        if (!wanted.isEmpty() && !wanted.contains(suite.name)) {
+    for (const Suite& suite : suites) {
+        if (wanted.isEmpty() ? !suite.always : !wanted.contains(suite.name)) {
             continue;
         }
         any = true;
@@ -58,7 +66,8 @@ int main(int argc, char* argv[])
         if (runSuites(arguments)) {
             return 0;
         }
-        std::cerr << "usage: kvbench [store] [scan] [drain] [requests] [memory]" << std::endl;
+        std::cerr << "usage: kvbench [store] [scan] [drain] [requests] [memory] [line] [server] [LOG.tlog...]"
+                  << std::endl;
         return 2;
     } catch (const std::exception& error) {
         std::cerr << "kvbench: " << error.what() << std::endl;

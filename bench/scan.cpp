@@ -64,7 +64,7 @@ double tick(Host& host, int ticks)
 {
     return seconds([&host, ticks] {
                for (int i = 0; i < ticks; ++i) {
-                   emit host.tick();
+                   Q_EMIT host.tick();
                }
            }) /
            ticks;

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QByteArray>
+
+#include <functional>
+#include <vector>
+
+// What many clients do at once, on one thread of this process.
+struct Load {
+    QByteArray url;
+    int connections = 1;
+    double seconds = 3;    // then nothing new is sent
+    int rows = 1;          // in each request
+    double retryAfter = 3; // seconds after a refusal, as the library does it
+};
+
+struct LoadResult {
+    double seconds = 0; // until the last answer
+    qint64 accepted = 0;
+    qint64 refused = 0;            // answered with another status
+    qint64 broken = 0;             // connections that ended without an answer
+    int unserved = 0;              // connections of which nothing was accepted
+    std::vector<double> accepting; // seconds from the first byte to the answer
+    double slowest = 0;            // of all answers
+
+    [[nodiscard]] double perSecond() const { return static_cast<double>(accepted) / seconds; }
+    [[nodiscard]] double percentile(double part) const;
+};
+
+LoadResult run(const Load& load);
+
+// Connections that say nothing.
+class IdleConnections
+{
+public:
+    IdleConnections(const QByteArray& url, int count);
+    IdleConnections(const IdleConnections&) = delete;
+    IdleConnections& operator=(const IdleConnections&) = delete;
+    ~IdleConnections();
+
+private:
+    std::vector<int> m_sockets;
+};
+
+// Seconds until one request is answered: its header, with a length, and what there is of a body.
+double timeAnswer(const QByteArray& url, const QByteArray& request);
