@@ -49,6 +49,9 @@ set(CPACK_COMPONENT_APPS_DEPENDS runtime)
 set(CPACK_DEBIAN_APPS_PACKAGE_NAME ${apps_package})
 set(CPACK_DEBIAN_APPS_PACKAGE_SECTION misc)
 
+install(FILES apps/flightserver/systemd/flightserver.service DESTINATION lib/systemd/system COMPONENT apps)
+install(FILES docs/server.md docs/server-protocol.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${apps_package} COMPONENT apps)
+
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${PROJECT_BINARY_DIR}/changelog.Debian
 "kvprojectdboperator (${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) bookworm; urgency=medium

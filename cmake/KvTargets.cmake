@@ -12,11 +12,17 @@ function(kv_target_defaults target)
     CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
+  # As a host may be built: Qt's lower-case keywords belong to others there.
+  target_compile_definitions(${target} PRIVATE QT_NO_KEYWORDS QT_STRICT_ITERATORS)
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow
       $<$<BOOL:${KV_WARNINGS_AS_ERRORS}>:-Werror>)
   endif()
 endfunction()
+
+# What KDE's and KDAB's libraries are built with; the public headers have to do with all of it.
+set(KV_STRICT_QT QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING
+  QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_FOREACH)
 
 # A shared library that is installed with the package, under the name KvProjectDbOperator::<target>. Its public
 # headers go to <include>/<folder>.
@@ -26,9 +32,11 @@ function(kv_add_library target)
   add_library(KvProjectDbOperator::${target} ALIAS ${target})
   kv_target_defaults(${target})
   string(TOUPPER ${target} upper)
-  target_compile_definitions(${target} PRIVATE ${upper}_LIBRARY)
+  # No text of a library becomes another encoding by accident.
+  target_compile_definitions(${target} PRIVATE ${upper}_LIBRARY ${KV_STRICT_QT})
   set_target_properties(${target} PROPERTIES
     KV_DESCRIPTION "${arg_DESCRIPTION}"
+    KV_PUBLIC_HEADERS "${arg_HEADERS}"
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     INSTALL_RPATH "$ORIGIN")

@@ -5,6 +5,8 @@
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 
+#include <QtNetwork/QNetworkAccessManager>
+
 #include <cstdio>
 #include <memory>
 #include <random>
@@ -106,7 +108,7 @@ class tst_download : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void wholeInside()
     {
         for (const int size : {0, 1, 100 * 1024 * 1024}) {
@@ -215,6 +217,31 @@ private slots:
         QVERIFY(download.GetDeltaProgress() <= 2000 - 5000 || download.progress.count(2000) > 1);
     }
 
+    void redirectsAreNotFollowed()
+    {
+        ScriptedServer target;
+        ScriptedServer server;
+        server.script = [&](const SRequest& request) {
+            return ScriptedServer::reply(request.path.mid(1) + ' ' + target.url() + "/target");
+        };
+        for (const bool post : {false, true}) {
+            Download download(server.url() + "/200");
+            download.SetMethod(post);
+            download.setRawHeader("token", "t0k3n");
+            download.slotRequestData(); // makes the manager
+            managerOf(download)->setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
+            for (const char* const status : {"301", "302", "303", "307", "308"}) {
+                QTRY_COMPARE(download.ends(), QString("finished"));
+                download.outcomes.clear();
+                download.SetUrl(server.url() + '/' + status);
+                download.slotRequestData();
+            }
+            QTRY_COMPARE(download.ends(), QString("finished")); // its own reply
+        }
+        QCOMPARE(server.requests.size(), 12);
+        QCOMPARE(target.requests.size(), 0);
+    }
+
     void callerData()
     {
         Download download("http://127.0.0.1:1/\xC3\xA4");
@@ -275,6 +302,65 @@ private slots:
         download.slotRequestData();
         QTRY_COMPARE(download.ends(), QString("error finished"));
         QCOMPARE(server.requests.value(1).headers.value("range"), QByteArray("bytes=200000-"));
+        QVERIFY(download.GetByteData() == bytes);
+    }
+
+    void resumesTheSameFileOnly_data()
+    {
+        QTest::addColumn<QByteArray>("before");
+        QTest::addColumn<QByteArray>("after");
+        QTest::addColumn<bool>("honest"); // heeds If-Range
+        QTest::addColumn<int>("size");
+        const QByteArray date = "Date: Tue, 03 Nov 2026 10:00:00 GMT\r\n";
+        const QByteArray monday = date + "Last-Modified: Mon, 02 Nov 2026 10:00:00 GMT\r\n";
+        const QByteArray tuesday = date + "Last-Modified: Tue, 03 Nov 2026 09:00:00 GMT\r\n";
+        const QByteArray one = "ETag: \"1\"\r\n";
+        const QByteArray two = "ETag: \"2\"\r\n";
+        QTest::newRow("tags") << one << two << true << 300000;
+        QTest::newRow("tags, no If-Range") << one << two << false << 300000;
+        QTest::newRow("a tag, then none") << one << QByteArray() << true << 300000;
+        QTest::newRow("dates") << monday << tuesday << true << 300000;
+        QTest::newRow("dates, no If-Range") << monday << tuesday << false << 300000;
+        QTest::newRow("weak tag, then none")
+            << QByteArray("ETag: W/\"1\"\r\n") << QByteArray() << false << 300000;
+        QTest::newRow("longer") << QByteArray() << QByteArray() << false << 400000;
+        QTest::newRow("as long as the part") << QByteArray() << QByteArray() << false << 200000;
+    }
+    void resumesTheSameFileOnly()
+    {
+        QFETCH(QByteArray, before);
+        QFETCH(QByteArray, after);
+        QFETCH(bool, honest);
+        QFETCH(int, size);
+        const Home home;
+        const QByteArray old = pattern(300000);
+        const QByteArray bytes = QByteArray(size, 'n');
+        ScriptedServer server;
+        server.script = [&](const SRequest& request) {
+            Reply reply = ScriptedServer::file(bytes);
+            const bool first = server.requests.size() == 1;
+            const QByteArray known = request.headers.value("if-range");
+            const int from = request.headers.value("range").mid(6).split('-').value(0).toInt();
+            if (first) {
+                reply = ScriptedServer::file(old.left(200000), old.size());
+            } else if (from > 0 && (!honest || known.isEmpty() || after.contains(known))) {
+                const QByteArray total = '/' + QByteArray::number(size);
+                const QByteArray range = QByteArray::number(from) + '-' + QByteArray::number(size - 1);
+                reply = ScriptedServer::file(bytes.mid(from));
+                reply.wire.replace("200 OK", (from < size ? "206 Part\r\nContent-Range: bytes " + range
+                                                          : "416 No\r\nContent-Range: bytes *") +
+                                                 total);
+            }
+            reply.wire.replace("Content-Length", (first ? before : after) + "Content-Length");
+            return reply;
+        };
+        External download(server.url() + "/file.bin");
+        download.slotRequestData();
+        QTRY_COMPARE(QFileInfo(home.path("TmpData/file.bin")).size(), qint64(200000));
+        download.StopDownload();
+        QTRY_COMPARE(download.ends(), QString("error"));
+        download.slotRequestData();
+        QTRY_COMPARE(download.ends(), QString("error finished"));
         QVERIFY(download.GetByteData() == bytes);
     }
 

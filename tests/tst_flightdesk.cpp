@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "Backlog.h"
-#include "Commands.h"
-#include "FlightRecorder.h"
-#include "FlightSimulator.h"
+#include "record/FlightRecorder.h"
+#include "support/ScriptedServer.h"
 #include "support/TestProject.h"
-#include "TelemetryLog.h"
-#include "UploadSupervisor.h"
+#include "telemetry/FlightSimulator.h"
+#include "telemetry/TelemetryLog.h"
+#include "upload/Backlog.h"
+#include "upload/Uploader.h"
 
 #include <QtTest/QtTest>
 
@@ -20,7 +20,7 @@ const QByteArray Payload = QByteArray::fromHex("050000000203d10400");
 /// message that nobody decodes (u), the heartbeat with a wrong checksum (w), u with a wrong length (l).
 QByteArray frame(QChar letter)
 {
-    const QByteArray a = mavlink::encode({mavlink::Heartbeat, 1, 1, Payload}, 7);
+    const QByteArray a = mavlink::encode({mavlink::Heartbeat::Id, 1, 1, Payload}, 7);
     const QByteArray u = QByteArray::fromHex("fe04010101c801020304aabb");
     QByteArray b = QByteArray::fromHex("fd080100000101000000") + Payload.left(8);
     const quint16 crc = mavlink::checksum(b.constData() + 1, b.size() - 1, 50);
@@ -30,13 +30,11 @@ QByteArray frame(QChar letter)
 }
 } // namespace
 
-class TestFlightdesk : public QObject
+class tst_flightdesk : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void initTestCase() { initFlightdeskResources(); }
-
+private Q_SLOTS:
     void decodesCheckedFramesOnly()
     {
         QCOMPARE(mavlink::checksum("12345678", 8, '9'),
@@ -65,7 +63,6 @@ private slots:
             }
             const TestProject project;
             TelemetryLog reader(project.file("a.tlog", bytes));
-            QVERIFY(reader.open());
             QString read;
             for (TelemetryFrame next; reader.next(&next);) {
                 QCOMPARE(next.usec, qint64(0x00051a2b3c4d5e6f));
@@ -92,7 +89,6 @@ private slots:
             }
             log.truncate(int(random() % uint(log.size())));
             TelemetryLog reader(project.file("a.tlog", log));
-            QVERIFY(reader.open());
             qint64 bytes = 0;
             for (TelemetryFrame next; reader.next(&next);) {
                 bytes += Stamp.size() + next.bytes.size();
@@ -103,10 +99,8 @@ private slots:
     void recordsWhatWasFlown()
     {
         const TestProject folder;
-        QString error;
         FlightSimulator flight(5, 2, 1), again(5, 2, 1);
-        const auto recorded =
-            FlightRecorder(*Project::make(folder.path("p"), &error)).record(flight, "n", "a");
+        const auto recorded = FlightRecorder(Project::make(folder.path("p"))).record(flight, "n", "a");
         QCOMPARE(recorded.error, QString());
         QVariantList flown;
         for (TelemetryFrame next; again.next(&next);) {
@@ -120,20 +114,49 @@ private slots:
                 50);
         QVERIFY(!values("SELECT 1 FROM uas_status WHERE armed = 1 AND flight_mode = 'LAND'").isEmpty());
     }
+    void tellsWhatWasNotStored_data()
+    {
+        QTest::addColumn<QString>("table");
+        for (const char* table : {"pos_data", "uas_status", "flight_monitor_detail_log", "flight_complete"}) {
+            QTest::newRow(table) << table;
+        }
+    }
+    /// Rows that a file drops without a word are missed at the end.
+    void tellsWhatWasNotStored()
+    {
+        QFETCH(QString, table);
+        const TestProject folder;
+        FlightSimulator flight(5, 2, 1);
+        FlightRecorder recorder(Project::make(folder.path("p")));
+        QString file;
+        connect(&recorder, &FlightRecorder::told, this, [&] {
+            QDirIterator files(folder.path("p"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+            if (file.isEmpty() && files.hasNext()) {
+                file = files.next();
+                TestProject::run(file, {"CREATE TRIGGER dropped BEFORE INSERT ON " + table +
+                                        " BEGIN SELECT RAISE(IGNORE); END"});
+            }
+        });
+        const auto recorded = recorder.record(flight, "n", "a");
+        const int found = TestProject::value(file, "SELECT count(*) FROM " + table).toInt();
+        QVERIFY2(recorded.error.startsWith(QString::number(found) + " of ") &&
+                     recorded.error.endsWith(' ' + table + " rows are in " + file),
+                 qPrintable(recorded.error));
+    }
     void tellsHowAFlightEnded()
     {
         // A letter a second. H, h: heartbeat, armed and disarmed; p, o: position, known and not; c: waypoint
         // 3; n, m: 10 waypoints, told by the vehicle and by the ground station; .: other traffic.
         const QByteArray fix = QByteArray(4, 0) + QByteArray::fromHex("c0a5f5eac0dade58") + QByteArray(16, 0);
         const QMap<QChar, mavlink::Message> messages{
-            {'H', {mavlink::Heartbeat, 1, 1, Payload}},
-            {'h', {mavlink::Heartbeat, 1, 1, QByteArray(Payload).replace(6, 1, "Q")}},
-            {'p', {mavlink::GlobalPositionInt, 1, 1, fix}},
-            {'o', {mavlink::GlobalPositionInt, 1, 1, QByteArray(28, 0)}},
-            {'c', {mavlink::MissionCurrent, 1, 1, QByteArray::fromHex("0300")}},
-            {'n', {mavlink::MissionCount, 1, 1, QByteArray::fromHex("0a00ff00")}},
-            {'m', {mavlink::MissionCount, 255, 190, QByteArray::fromHex("0a000101")}},
-            {'.', {mavlink::Heartbeat, 255, 190, QByteArray::fromHex("000000000608c00003")}},
+            {'H', {mavlink::Heartbeat::Id, 1, 1, Payload}},
+            {'h', {mavlink::Heartbeat::Id, 1, 1, QByteArray(Payload).replace(6, 1, "Q")}},
+            {'p', {mavlink::GlobalPositionInt::Id, 1, 1, fix}},
+            {'o', {mavlink::GlobalPositionInt::Id, 1, 1, QByteArray(28, 0)}},
+            {'c', {mavlink::MissionCurrent::Id, 1, 1, QByteArray::fromHex("0300")}},
+            {'n', {mavlink::MissionCount::Id, 1, 1, QByteArray::fromHex("0a00ff00")}},
+            {'m', {mavlink::MissionCount::Id, 255, 190, QByteArray::fromHex("0a000101")}},
+            {'.', {mavlink::Heartbeat::Id, 255, 190, QByteArray::fromHex("000000000608c00003")}},
         };
         const std::pair<QString, QString> cases[] = {
             {"hHpcnh.......", ""},
@@ -160,8 +183,7 @@ private slots:
     void recordsInterruptedAndVideoFlights()
     {
         const TestProject folder;
-        QString error;
-        const Project project = *Project::make(folder.path("p"), &error);
+        const Project project = Project::make(folder.path("p"));
         // Characters that would break the statement that stores a breakpoint.
         const QString name = "it's %5, 100 % \"%1\"";
         FlightSimulator interrupted(5, 2, 1, true), video(5, 2, 1);
@@ -189,16 +211,84 @@ private slots:
         for (const auto& [change, waiting, sendable] : cases) {
             const TestProject folder;
             TestProject::addMission(folder.missionFile("m/flight.kv"), "m", 2, 2, 4);
-            QString error;
             const QString broken = folder.file("broken/flight.kv", QByteArray(5000, 'x'));
-            Backlog backlog(*Project::open(folder.path(""), &error));
-            backlog.countAll();
+            BacklogCounter counter(Project::open(folder.path("")));
+            counter.countAll();
             QVERIFY(TestProject::run(folder.path("m/flight.kv"), {change}));
-            backlog.recount();
+            counter.recount();
+            const Backlog backlog = counter.backlog();
             QCOMPARE(int(backlog.waiting()), waiting);
             QCOMPARE(int(backlog.sendable()), sendable);
-            QCOMPARE(backlog.unreadable(), QStringList(broken));
+            QCOMPARE(backlog.unreadable, QStringList(broken));
         }
+    }
+    void leavesWhatTheServerRefuses_data()
+    {
+        QTest::addColumn<QStringList>(
+            "refused"); // a mission, and how often; m.n is the n-th of the m-th file
+        QTest::addColumn<QString>("left");
+        QTest::newRow("one, once") << QStringList{"1.1 1"} << "";
+        QTest::newRow("the last of a file, once") << QStringList{"1.3 1"} << "";
+        QTest::newRow("every one once")
+            << QStringList{"1.1 1", "1.2 1", "1.3 1", "2.1 1", "2.2 1", "2.3 1", "3.1 1", "3.2 1", "3.3 1"}
+            << "";
+        QTest::newRow("one for good") << QStringList{"1.1 999"} << "1.1";
+        QTest::newRow("two of a file for good") << QStringList{"1.1 999", "1.2 999"} << "1.1 1.2";
+        QTest::newRow("some of each file for good")
+            << QStringList{"1.2 999", "1.3 999", "2.1 999", "2.3 999", "3.2 1"} << "1.2 1.3 2.1 2.3";
+        QTest::newRow("a queued row vanishes, so that the operator rests")
+            << QStringList{"1.2 gone"} << "1.2";
+    }
+    /// Three files with three missions each. What is refused leaves ids behind in the operator's queue, which
+    /// are of no use in the next file.
+    void leavesWhatTheServerRefuses()
+    {
+        QFETCH(QStringList, refused);
+        QFETCH(QString, left);
+        const TestProject folder;
+        for (const char* name : {"1", "2", "3"}) {
+            const QString file = folder.missionFile(QString(name) + "/flight.kv");
+            for (const char* number : {".1", ".2", ".3"}) {
+                TestProject::addMission(file, QString(name) + number, 2, 2, 2);
+            }
+        }
+        folder.file("2b/flight.kv", QByteArray(5000, 'x')); // no database
+        QMap<QString, int> refusals;
+        for (const QString& mission : refused) {
+            refusals[mission.section(' ', 0, 0)] = mission.section(' ', 1).toInt();
+        }
+        ScriptedServer server;
+        server.script = [&](const SRequest& request) {
+            if (refused.contains("1.2 gone")) {
+                TestProject::run(folder.path("1/flight.kv"), {"DELETE FROM flight_mission WHERE id = '1.2'"});
+            }
+            const QString mission = request.ids().value(0).left(3);
+            return refusals.value(mission) > 0 && refusals[mission]--
+                       ? ScriptedServer::reply(R"(200 {"status":9,"message":"no"})")
+                       : ScriptedServer::accepted();
+        };
+        SetServerIP(server.url());
+        SKvUserInfo user;
+        user.m_strToken = "token";
+        SetCurUserInfo(user);
+        BacklogCounter counter(Project::open(folder.path("")));
+        counter.countAll();
+        const LogFeed feed;
+        Uploader uploader(feed);
+        uploader.setInterval(20);
+        uploader.start();
+        const auto waiting = [&] {
+            counter.recount();
+            uploader.look(counter.backlog(), true);
+            QSet<QString> missions;
+            for (const WaitingRows& rows : counter.backlog().rows) {
+                missions.insert(rows.mission);
+            }
+            QStringList sorted = missions.values();
+            sorted.sort();
+            return sorted.join(' ');
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(waiting(), left, 60000);
     }
     void supervises()
     {
@@ -231,5 +321,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestFlightdesk)
+QTEST_GUILESS_MAIN(tst_flightdesk)
 #include "tst_flightdesk.moc"

@@ -4,11 +4,39 @@
 
 #include <QtSql/QSqlError>
 
+#include <atomic>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace
+{
+std::atomic<qint64> secondsAhead{0}; ///< the system's clock, as this process sees it
+
+/// The part of a stamped id that tells the time, in milliseconds since 1970.
+qint64 timeOf(const QString& id)
+{
+    return QString(id).remove('-').left(12).toLongLong(nullptr, 16);
+}
+
+QString freshId()
+{
+    return UidToString(QUuid::createUuid());
+}
+} // namespace
+
+/// Takes the place of the C library's clock, so that a test can set it back.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    time->tv_sec += clock == CLOCK_REALTIME ? secondsAhead.load() : 0;
+    return result;
+}
+
 class tst_host : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void serverAddress_data() { addRows(); }
     void serverAddress()
     {
@@ -51,18 +79,85 @@ private slots:
     {
         CKvDataBase database(":memory:");
         QVERIFY(database.open());
-        QSqlQuery query =
-            database.exec("SELECT " + cell("literal") + " AS v, 0 AS is_uploaded, 'text' AS message");
+        QSqlQuery query = database.exec("SELECT " + cell("literal") +
+                                        " AS v, 0 AS is_uploaded, 'text' AS message, 'm1' AS "
+                                        "flight_mission_id");
         QVERIFY(query.next());
         const auto compact = [](const QJsonObject& o) {
             return QJsonDocument(o).toJson(QJsonDocument::Compact);
         };
-        const QByteArray json = cell("json").toUtf8();
-        QCOMPARE(compact(PosDataComboJsonInfo(&query)), R"({"message":"text","v":)" + json + '}');
-        QCOMPARE(compact(FlightLogComboJsonInfo(&query)), R"({"message":"dGV4dA","v":)" + json + '}');
+        const QByteArray json = R"("v":)" + cell("json").toUtf8() + '}';
+        for (const auto& single : {FlightMissionComboJsonInfo, FlightVideoMissionComboJsonInfo}) {
+            QCOMPARE(compact(single(&query)), R"({"flight_mission_id":"m1","message":"text",)" + json);
+        }
+        const QByteArray ofBatch = cell("value") == "null" ? QByteArray("}") : ',' + json;
+        QCOMPARE(compact(PosDataComboJsonInfo(&query)), R"({"message":"text")" + ofBatch);
+        QCOMPARE(compact(UasStatusComboJsonInfo(&query)), R"({"message":"text")" + ofBatch);
+        QCOMPARE(compact(FlightLogComboJsonInfo(&query)), R"({"message":"dGV4dA")" + ofBatch);
         QVERIFY(!query.next());
     }
 
+    /// Only what is random is stamped.
+    void fixedIds()
+    {
+        const QUuid random("c232ab00-9414-4ec8-b3c8-68bdeced9f5a");
+        const qint64 before = QDateTime::currentMSecsSinceEpoch();
+        const QString stamped = UidToString(random);
+        static const QRegularExpression form("^[0-9a-f]{8}-[0-9a-f]{4}-7ec8-b3c8-68bdeced9f5a$");
+        QVERIFY2(form.match(stamped).hasMatch(), qPrintable(stamped));
+        QVERIFY(timeOf(stamped) >= before);
+        for (const QString& text : {stamped, QString("886313e1-3b8a-5372-9b90-0c9aee199e5d"),
+                                    QString("00000000-0000-0000-0000-000000000000"),
+                                    QString("c232ab00-9414-11ec-b3c8-9f68bdeced84"),
+                                    QString("c232ab00-9414-4ec8-d3c8-68bdeced9f5a")}) { // not of RFC 9562
+            QCOMPARE(UidToString(QUuid(text)), text);
+        }
+    }
+
+    /// Ids made one after the other sort by time, on all threads, while the clock is set ahead and back.
+    void idsSortByTime()
+    {
+        constexpr int Ids = 50000;
+        std::vector<QStringList> made(4);
+        std::vector<std::unique_ptr<QThread>> threads;
+        for (QStringList& ids : made) {
+            threads.emplace_back(QThread::create([&ids] {
+                for (int i = 0; i < Ids; ++i) {
+                    ids.append(freshId());
+                }
+            }));
+            threads.back()->start();
+        }
+        QStringList& mine = made.front();
+        QVERIFY(threads.front()->wait());
+        for (const int seconds : {0, 3600, -3600, 7200, 0}) {
+            secondsAhead = seconds;
+            for (int i = 0; i < 1000; ++i) {
+                mine.append(freshId());
+            }
+        }
+        for (const auto& thread : threads) {
+            QVERIFY(thread->wait());
+        }
+        QSet<QString> all;
+        const auto earlier = [](const QString& a, const QString& b) { return timeOf(a) < timeOf(b); };
+        for (const QStringList& ids : made) {
+            QVERIFY(std::is_sorted(ids.cbegin(), ids.cend(), earlier));
+            all.unite(QSet<QString>(ids.cbegin(), ids.cend()));
+        }
+        QCOMPARE(all.size(), 4 * Ids + 5000);
+        QVERIFY(timeOf(mine.constLast()) - timeOf(mine.constFirst()) >= 7200 * 1000LL);
+        QTRY_VERIFY(earlier(mine.constLast(), freshId())); // the time goes on although the clock is back
+    }
+
+    void showsNeitherSecretsNorControlCharacters()
+    {
+        Logger& logger = Logger::instance();
+        logger.addSecret("sixsix");
+        logger.addSecret("six"); // found within many a word
+        QCOMPARE(logger.printable(QString("is sixsix six\x1b[2J") + QChar(0x9b)),
+                 QString(R"(is *** six\x1b[2J\x9b)"));
+    }
     void logLines()
     {
         const auto write = [] {
@@ -85,22 +180,66 @@ private slots:
         QCOMPARE(QDir(project.path("logs")).entryList(QDir::Files).size(), 3); // it rotates
     }
 
+    /// What no waiting mends: said once, with the path and the reason, and nothing is held or made.
     void openRefuses()
     {
         const FlightProject project;
-        const QString locked = project.missionFile("m1/locked.kv");
-        CKvDataBase foreign(locked);
-        QVERIFY(foreign.open() && !foreign.exec("BEGIN EXCLUSIVE").lastError().isValid());
-        for (const QString& path :
-             {QString(), project.path("missing/flight.kv"), project.path("m1"), locked,
-              project.file("g.kv", QByteArray(5000, 'g')), project.file("short.kv", "garbage")}) {
+        QVERIFY(QFile::link(project.path("m1/nowhere"), project.path("m1/broken.kv")));
+        const QList<QPair<QString, QString>> refused = {
+            {QString(), "no file is named"},
+            {project.path("missing/flight.kv"), "its folder does not exist"},
+            {project.path("m1"), "it is a folder"},
+            {"/dev/null", "it is a device"},
+            {project.path("m1/broken.kv"), "it is a link that leads nowhere"},
+            {project.file("g.kv", QByteArray(5000, 'g')), "file is not a database"},
+            {project.file("short.kv", "garbage"), "file is not a database"}};
+        for (const auto& [path, reason] : refused) {
             CKvDataBase database(path);
-            QVERIFY2(!database.open() && !database.isOpen(), qPrintable(path));
+            const QStringList lines = loggedBy(Level::Error, [&database] {
+                for (int i = 0; i < 3; ++i) {
+                    QVERIFY(!database.open() && !database.isOpen());
+                }
+            });
+            QCOMPARE(lines, QStringList{"4 " + path + ": cannot be opened: " + reason});
             database.close();
             database.DBInstance()->setDatabaseName(project.db);
             QVERIFY(database.open()); // stays usable
             QCOMPARE(database.databaseName(), project.db);
         }
+        QVERIFY(!QFile::exists(project.path("m1/nowhere")));
+    }
+
+    /// Somebody else's lock passes: the file is open, and what has to be set up is set up once it can be.
+    void openBesideOthers_data()
+    {
+        QTest::addColumn<QString>("foreign");
+        QTest::newRow("exclusive lock") << "BEGIN EXCLUSIVE";
+        QTest::newRow("write-ahead log in use") << "PRAGMA journal_mode=WAL";
+    }
+    void openBesideOthers()
+    {
+        QFETCH(QString, foreign);
+        const FlightProject project;
+        CKvDataBase other(project.db);
+        QVERIFY(other.open() && !other.exec(foreign).lastError().isValid());
+        other.exec("SELECT id FROM pos_data").next();
+        CKvDataBase database(project.db);
+        QVERIFY(database.open());
+        const auto pragma = [&database](const char* name) {
+            QSqlQuery query = database.exec(QString("PRAGMA ") + name);
+            return query.next() ? query.value(0).toString() : QString("none");
+        };
+        if (foreign.contains("WAL")) {
+            QVERIFY(database.transaction() && database.commit());
+            QCOMPARE(pragma("journal_mode"), QString("wal"));
+            QCOMPARE(pragma("synchronous"), QString("3"));
+        } else {
+            QVERIFY(!database.transaction());
+        }
+        other.close();
+        QVERIFY(database.transaction() && database.commit());
+        QCOMPARE(pragma("journal_mode"), QString("delete"));
+        QCOMPARE(pragma("synchronous"), QString("3"));
     }
 
     void openKeepsStatements()

@@ -90,7 +90,7 @@ private:
             c.uploader->op.SetFilghtMissionID("m1");
             c.uploader->op.SetFlightModeEasyFly(true);
         }
-        emit c.uploader->slotStartUpload();
+        Q_EMIT c.uploader->slotStartUpload();
     }
     ScriptedServer::SReply answer(const SRequest& request, const QString& behaviour, bool accepts)
     {
@@ -117,7 +117,7 @@ private:
         return ScriptedServer::accepted();
     }
 
-private slots:
+private Q_SLOTS:
     void cleanup() { m_cases.clear(); }
 
     /// The fault at every request of an upload, each of a mission of its own at the same time: exactly what

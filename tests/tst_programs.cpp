@@ -31,17 +31,17 @@ class tst_programs : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void initTestCase() { qunsetenv("QT_LOGGING_RULES"); } // what the programs say is tested here
 
     /// A telemetry log, recorded and uploaded: the ledger holds each frame once, byte for byte.
     void everyFrameOnce()
     {
-        const Project project;
+        const FlownProject project;
         QList<QByteArray> frames = makeFrames(2100);
         const QString log = project.file("flight.tlog", asLog(frames) + "cut off");
-        auto server =
-            std::make_unique<IngestServer>(QStringList{"--token", Token, "--ledger", project.ledger});
+        auto server = std::make_unique<IngestServer>(QStringList{"--token", Token, "--ledger", project.ledger,
+                                                                 "--access-log", project.path("access.log")});
         for (int round = 1; round <= 2; ++round) {
             QCOMPARE(project.desk("record", {log}).exitCode, 0);
             project.uploadAll(server->url);
@@ -60,16 +60,25 @@ private slots:
         QCOMPARE(received.size(), frames.size());
         QVERIFY(received == frames);
         QCOMPARE(TestProject::value(project.ledger, "SELECT max(times) FROM \"row\""), QVariant(1));
-        QCOMPARE(
-            TestProject::text(project.ledger,
-                              "SELECT rows FROM request WHERE path = '/flight/detailupload' ORDER BY seq"),
-            QString("1000 1000 100 1000 1000 100"));
+        // Two flights of one project, though they began at the same time: a file for each.
+        QCOMPARE(QDir(project.path("project")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 2);
+        QCOMPARE(TestProject::value(project.ledger,
+                                    "SELECT count(DISTINCT json_extract(json, '$.project_id')) FROM \"row\" "
+                                    "WHERE kind = 'flight_mission'"),
+                 QVariant(1));
+        QStringList rows;
+        for (const QByteArray& line : TestProject::contents(project.path("access.log")).split('\n')) {
+            if (line.contains(" /flight/detailupload owner=demo status=0 ")) {
+                rows.append(line.mid(line.indexOf(" rows=") + 6).split(' ').constFirst());
+            }
+        }
+        QCOMPARE(rows.join(' '), QString("1000 1000 100 1000 1000 100"));
     }
 
     void faultyServer_data() { addRows(); }
     void faultyServer()
     {
-        const Project project;
+        const FlownProject project;
         QStringList arguments{"--token", Token, "--ledger", project.ledger};
         for (const QString& fault : cell("options").split(' ')) {
             arguments += {"--fault", fault};
@@ -82,7 +91,7 @@ private slots:
     void hopelessUploads_data() { addRows(); }
     void hopelessUploads()
     {
-        const Project project;
+        const FlownProject project;
         const QString trouble = cell("trouble");
         QStringList options{"--token", trouble == "token" ? "other" : Token, "--ledger", project.ledger};
         if (trouble == "untrusted") { // for a certificate that nobody vouches for
@@ -106,14 +115,14 @@ private slots:
         QVERIFY(!said.contains(Token.toUtf8()));
         server.reset();
         if (trouble == "untrusted") {
-            QCOMPARE(TestProject::value(project.ledger, "SELECT count(*) FROM request"), QVariant(0));
+            QCOMPARE(TestProject::value(project.ledger, "SELECT count(*) FROM \"row\""), QVariant(0));
         }
     }
 
     /// Interrupted flights and video missions beside one another: each kind of upload takes its own.
     void interruptedAndEasyFly()
     {
-        const Project project;
+        const FlownProject project;
         auto server =
             std::make_unique<IngestServer>(QStringList{"--token", Token, "--ledger", project.ledger});
         const QStringList flight{"--missions", "1", "--minutes", "1", "--seed", "3"};

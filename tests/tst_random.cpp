@@ -46,7 +46,7 @@ class tst_random : public QObject
 
     const TestProject m_config;
 
-private slots:
+private Q_SLOTS:
     void initTestCase()
     {
         qputenv("XDG_CONFIG_HOME", m_config.path("").toUtf8());
@@ -117,8 +117,8 @@ private slots:
             const QString id = QString::number(i);
             TestProject::addMission(project.db, id, 1, 0, 0);
             Host host(EUploadEnv::OncePerRequest, project.db);
-            emit host.slotCheckNewData();
-            emit host.slotStartUpload();
+            Q_EMIT host.slotCheckNewData();
+            Q_EMIT host.slotStartUpload();
             QTRY_COMPARE(project.waiting("pos_data"), 0);
         }
     }
@@ -134,8 +134,8 @@ private slots:
                 "pos_data.txt", damaged("id text\nlng real\nlat real\ntime text\nis_uploaded integer\n"));
             const QJsonArray records = QJsonDocument::fromJson(upTo(2) == 0 ? json : damaged(json)).array();
             host.op.slotParseJson(records, columns, "m", 1, project.db);
-            emit host.slotParseJson(records, columns, "m");
-            emit host.slotParseSingleJson(records.at(0).toObject(), columns, "pos_data");
+            Q_EMIT host.slotParseJson(records, columns, "m");
+            Q_EMIT host.slotParseSingleJson(records.at(0).toObject(), columns, "pos_data");
         }
         const QString good = project.file("pos_data.txt", "id text");
         host.op.slotParseJson({QJsonObject{{"id", "last"}}}, good, "m", 1, project.db);
@@ -154,10 +154,10 @@ private slots:
             const QString bad = project.file("m1/flight.kv", damaged(damaged(good)));
             Host host(EUploadEnv::WholeProject, bad);
             host.op.SetFilghtMissionID("m1");
-            emit host.slotCheckNewData();
-            emit host.slotStartUpload();
+            Q_EMIT host.slotCheckNewData();
+            Q_EMIT host.slotStartUpload();
             for (int message = 0; message < 55; ++message) {
-                emit host.slotWriteFlightMonitor("message");
+                Q_EMIT host.slotWriteFlightMonitor("message");
             }
             QTest::qWait(10);
         }

@@ -43,7 +43,7 @@ public:
     void run(const SStep& step)
     {
         step.run(*this);
-        emit m_host->slotStartUploadTimer(false); // writes the messages that wait
+        Q_EMIT m_host->slotStartUploadTimer(false); // writes the messages that wait
     }
     void end() { m_host.reset(); }
     const QString file;
@@ -57,7 +57,7 @@ private:
     void messages(int count)
     {
         for (int i = 0; i < count; ++i) {
-            emit m_host->slotWriteFlightMonitor("message");
+            Q_EMIT m_host->slotWriteFlightMonitor("message");
         }
     }
     static QJsonArray records(const QString& id, int count)
@@ -95,14 +95,14 @@ const QList<Flight::SStep> Flight::Steps = {
     {[](Flight& f) { f.write("flight_mission", records("m", 1)); }, 1},
     {[](Flight& f) { f.messages(50); }, 50},
     {[](Flight& f) { f.messages(3); }, 3},
-    {[](Flight& f) { emit f.m_host->slotParseJson(records("p", 3), f.columns("pos_data"), "m1"); }, 3},
+    {[](Flight& f) { Q_EMIT f.m_host->slotParseJson(records("p", 3), f.columns("pos_data"), "m1"); }, 3},
     {[](Flight& f) {
          const QJsonObject status = records("s", 1).at(0).toObject();
-         emit f.m_host->slotParseSingleJson(status, f.columns("uas_status"), "uas_status");
+         Q_EMIT f.m_host->slotParseSingleJson(status, f.columns("uas_status"), "uas_status");
      },
      1},
     {[](Flight& f) { f.write("uas_status", records("t", 3)); }, 3},
-    {[](Flight& f) { emit f.m_host->slotUpdateBreakpoint(3, 8.5, 47.25, "m1", 0.5); }, 0},
+    {[](Flight& f) { Q_EMIT f.m_host->slotUpdateBreakpoint(3, 8.5, 47.25, "m1", 0.5); }, 0},
 };
 } // namespace
 
@@ -143,7 +143,7 @@ private:
         connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, &loop, &QEventLoop::quit);
         connect(&quiet, &QTimer::timeout, &loop, &QEventLoop::quit);
         connect(m_server.get(), &QTcpServer::newConnection, &quiet, [&quiet] { quiet.start(); });
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         quiet.start(patience);
         loop.exec();
     }
@@ -166,7 +166,7 @@ private:
         QCOMPARE(TestProject::text(file, "PRAGMA integrity_check"), QString("ok"));
     }
 
-private slots:
+private Q_SLOTS:
     void initTestCase()
     {
         Logger::instance().setLoggingLevel(static_cast<Level>(5)); // there will be thousands of errors
@@ -184,6 +184,7 @@ private slots:
             Flight flight(project);
             startServer();
             QSet<QString> stored;
+            int recorded = 0;
             disk.failAt(step, n, cell("code").toInt(), cell("then") == "so on");
             for (const Flight::SStep& part : Flight::Steps) {
                 const int before = disk.failures();
@@ -192,8 +193,11 @@ private slots:
                 const bool failed = disk.failures() > before;
                 const QSet<QString> now = rowsOf(flight.file);
                 QVERIFY2(now.contains(stored), qPrintable(QString("lost, %1").arg(n)));
-                QVERIFY2(failed || now.size() == stored.size() + part.rows,
+                recorded += part.rows;
+                // A batch that the disk did not take may come with the next one.
+                QVERIFY2(failed || now.size() >= stored.size() + part.rows,
                          qPrintable(QString("not written, %1").arg(n)));
+                QVERIFY2(now.size() <= recorded, qPrintable(QString("written twice, %1").arg(n)));
                 stored = now;
                 if (failed && part.rows == 0) {
                     flight.run(Flight::Steps[0]);

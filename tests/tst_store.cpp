@@ -27,7 +27,7 @@ struct Recorder : Host {
     void write(int messages)
     {
         for (int i = 0; i < messages; ++i) {
-            emit slotWriteFlightMonitor(RawMessage + QByteArray::number(i));
+            Q_EMIT slotWriteFlightMonitor(RawMessage + QByteArray::number(i));
         }
         written += messages;
     }
@@ -50,7 +50,7 @@ class tst_store : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     /// Hosts connect by these texts.
     void metaObject()
     {
@@ -106,9 +106,9 @@ private slots:
             if (call == "value" || call == "command 2") {
                 host.op.slotUpdateGeneralOneValue(call == "value" ? 1 : 2, "is_uploaded", 0, Mission);
             } else if (call == "record") {
-                emit host.slotParseSingleJson({{"id", "1"}}, "missing", "pos_data");
+                Q_EMIT host.slotParseSingleJson({{"id", "1"}}, "missing", "pos_data");
             } else if (call == "breakpoint") {
-                emit host.slotUpdateBreakpoint(1, 2, 3, Mission, 4);
+                Q_EMIT host.slotUpdateBreakpoint(1, 2, 3, Mission, 4);
             } else {
                 const QJsonArray one{QJsonObject{{"id", "1"}}};
                 host.op.slotParseJson(call == "none" ? QJsonArray() : one, "pos_data.txt", Mission, 1,
@@ -192,9 +192,9 @@ private slots:
                  });
                  record(r, project.db);
              }},
-            {"pause", [](Recorder& r) { emit r.slotStartUploadTimer(false); }},
-            {"end of pass", [](Recorder& r) { emit r.slotStartUpload(); }},
-            {"scan", [](Recorder& r) { emit r.slotStartUpload(); }},
+            {"pause", [](Recorder& r) { Q_EMIT r.slotStartUploadTimer(false); }},
+            {"end of pass", [](Recorder& r) { Q_EMIT r.slotStartUpload(); }},
+            {"scan", [](Recorder& r) { Q_EMIT r.slotStartUpload(); }},
         };
         control()->SetNetWorkConnected(true);
         for (const auto& [name, event] : events) {
@@ -254,21 +254,57 @@ private slots:
                  cell("rows"));
     }
 
+    /// Tables of other makers: a record is skipped where its id, as a literal, finds a row, whatever that
+    /// takes.
+    void knownIdsOfForeignTables()
+    {
+        // The number stands for the empty text.
+        const QString texts =
+            QString::fromUtf8("|7|07| 7|7.0|7e0|x1|X1|x1 |y|a:b|?|ü|a'b|y' OR '1'='1|7' --|7") + QChar(0) +
+            "|7" + QChar(0xd83d);
+        QJsonArray ids = QJsonArray::fromStringList(texts.split('|'));
+        ids.append(5);
+        for (const char* const type : {"", "TEXT", "TEXT COLLATE NOCASE", "TEXT COLLATE RTRIM UNIQUE",
+                                       "INTEGER", "INTEGER PRIMARY KEY", "REAL", "NUMERIC UNIQUE", "BLOB"}) {
+            const FlightProject project;
+            QVERIFY(project.run(QString("CREATE TABLE foreign_rows(id ") + type + ", name)"));
+            for (const char* const stored :
+                 {"7", "7.5", "'7'", "'7.0'", "'x1'", "''", "'a:b'", "x'37'", "'ü'", "NULL"}) {
+                project.run(QString("INSERT INTO foreign_rows(id) VALUES(") + stored +
+                            ")"); // not all fit everywhere
+            }
+            const QString columns = project.file("foreign_rows.txt", "name t");
+            Recorder recorder(project.db);
+            for (const QJsonValue& value : qAsConst(ids)) {
+                const QString id = value.toString();
+                const QString found =
+                    project.text("SELECT count(*) > 0 FROM foreign_rows WHERE id = '" + id + "'");
+                recorder.op.slotParseJson({QJsonObject{{"id", value}, {"name", 'n' + id}}}, columns, Mission,
+                                          1, project.db);
+                const QString written =
+                    project.text("SELECT count(*) FROM foreign_rows WHERE name IS NOT NULL");
+                QVERIFY2((found == "1") == (written == "0"),
+                         qPrintable(QString(type) + " '" + id + "' " + found + written));
+                QVERIFY(project.run("DELETE FROM foreign_rows WHERE name IS NOT NULL"));
+            }
+        }
+    }
+
     void typedRecords()
     {
         const FlightProject project;
         const QString columns = project.file("any.txt", "id t time t lng d is_uploaded i speed d alt d");
         Recorder recorder(project.db);
-        emit recorder.slotParseJson({}, columns, Mission);
-        emit recorder.slotParseJson({QJsonObject{{"id", "p1"}, {"lng", 116.5}, {"unknown", 1}},
-                                     QJsonObject{{"lng", -0.25}, {"time", ""}}},
-                                    columns, Mission);
+        Q_EMIT recorder.slotParseJson({}, columns, Mission);
+        Q_EMIT recorder.slotParseJson({QJsonObject{{"id", "p1"}, {"lng", 116.5}, {"unknown", 1}},
+                                       QJsonObject{{"lng", -0.25}, {"time", ""}}},
+                                      columns, Mission);
         QCOMPARE(recorder.finished, (QList<QVariantList>{{Mission, 2U, project.db}}));
-        emit recorder.slotParseSingleJson(QJsonObject{{"id", 7}, {"lng", 1.5}, {"alt", true}}, columns,
-                                          "pos_data");
+        Q_EMIT recorder.slotParseSingleJson(QJsonObject{{"id", 7}, {"lng", 1.5}, {"alt", true}}, columns,
+                                            "pos_data");
         QCOMPARE(project.text("SELECT lng || typeof(lng) || is_uploaded || typeof(speed) || typeof(time) || "
                               "length(id) || ifnull(alt, '') FROM pos_data ORDER BY rowid"),
-                 QString("116.5real0nullnull2 -0.25real0nulltext32 1.5real0nullnull11.0"));
+                 QString("116.5real0nullnull2 -0.25real0nulltext36 1.5real0nullnull11.0"));
     }
 
     void damagedDescriptions()
@@ -283,8 +319,8 @@ private slots:
             recorder.write(3);
             const QJsonObject record{{"id", "1"}};
             recorder.op.slotParseJson({record}, description, Mission, 1, project.db);
-            emit recorder.slotParseJson({record}, description, Mission);
-            emit recorder.slotParseSingleJson(record, description, "pos_data");
+            Q_EMIT recorder.slotParseJson({record}, description, Mission);
+            Q_EMIT recorder.slotParseSingleJson(record, description, "pos_data");
             QCOMPARE(recorder.finished.count(), 2);
             QVERIFY2(count(project.db, "pos_data") == 0 && count(project.db, Log) == 3, columns);
         }
@@ -325,7 +361,7 @@ private slots:
         const QVariant stored = TestProject::value(project.db, document);
         Recorder recorder(project.db);
         QSignalSpy answered(&recorder.op, SIGNAL(RecBreakPointRet(bool)));
-        emit recorder.slotUpdateBreakpoint(12, 116.4, -0.5, Mission, 62.5);
+        Q_EMIT recorder.slotUpdateBreakpoint(12, 116.4, -0.5, Mission, 62.5);
         QCOMPARE(answered.count(QVariantList{true}), cell("answers").toInt());
         QCOMPARE(answered.count(), cell("answers").toInt());
         QCOMPARE(project.text("SELECT is_uploaded || ' ' || last_waypoint_index || ' ' || "
@@ -335,13 +371,37 @@ private slots:
         recorder.op.slotParseJson({}, {}, {}, 0, {}); // the lock is free again
     }
 
+    /// On a file that somebody else held when it was pointed at: a breakpoint says no and leaves the
+    /// document, and a pause writes what was kept.
+    void besideALock()
+    {
+        const FlightProject project(0, 0, 0);
+        QVERIFY(project.run("UPDATE flight_mission SET flight_mission_data = '{\"a\":1}'"));
+        CKvDataBase::SetLockWait(100);
+        Recorder recorder(project.db);
+        CKvDataBase::SetLockWait(30000);
+        QSignalSpy answered(&recorder.op, SIGNAL(RecBreakPointRet(bool)));
+        {
+            CKvDataBase foreign(project.db);
+            QVERIFY(foreign.open() && !foreign.exec("BEGIN EXCLUSIVE").lastError().isValid());
+            recorder.op.SetFlightMissionFilePath(project.db);
+            Q_EMIT recorder.slotUpdateBreakpoint(1, 2, 3, Mission, 4);
+            recorder.write(50);
+        }
+        QCOMPARE(answered, (QList<QVariantList>{{false}}));
+        QCOMPARE(project.text("SELECT flight_mission_data FROM flight_mission"), QString("{\"a\":1}"));
+        QCOMPARE(count(project.db, Log), 0);
+        Q_EMIT recorder.slotStartUploadTimer(false);
+        QCOMPARE(count(project.db, Log), 50);
+    }
+
     void breakpointLines()
     {
         const FlightProject project;
         Recorder recorder(project.db);
         const QStringList lines = loggedBy(Level::Info, [&recorder] {
-            emit recorder.slotUpdateBreakpoint(1, 2, 3, "none", 4.5);
-            emit recorder.slotUpdateBreakpoint(1, 2, 3, "it's", 4.5);
+            Q_EMIT recorder.slotUpdateBreakpoint(1, 2, 3, "none", 4.5);
+            Q_EMIT recorder.slotUpdateBreakpoint(1, 2, 3, "it's", 4.5);
         });
         const QString method = "2 CKvFlightDataDbOperator::slotUpdateBreakpoint ";
         const QString sql =

@@ -41,11 +41,11 @@ int record(const QString& file)
     int rows = 0;
     for (int tick = 0; time.elapsed() < seconds() * 1000; ++tick) {
         for (int i = 0; i < MessagesInTick; ++i, ++rows) {
-            emit recorder.slotWriteFlightMonitor("message");
+            Q_EMIT recorder.slotWriteFlightMonitor("message");
         }
         if (tick % 10 == 0) {
             const QJsonObject position{{"id", QString::number(++rows)}, {"flight_mission_id", "m1"}};
-            emit recorder.slotParseJson({position}, columns, "m1");
+            Q_EMIT recorder.slotParseJson({position}, columns, "m1");
         }
         QThread::msleep(static_cast<unsigned long>(qMax<qint64>(0, (tick + 1) * TickMs - time.elapsed())));
     }
@@ -58,7 +58,7 @@ class tst_together : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void recordAndUpload_data()
     {
         QTest::addColumn<bool>("processes");
@@ -95,7 +95,7 @@ private slots:
         ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
         const auto pass = [&] {
             uploader.rearm(project.db);
-            emit uploader.slotStartUpload();
+            Q_EMIT uploader.slotStartUpload();
         };
         connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, &uploader, pass,
                 Qt::QueuedConnection); // one pass after the other

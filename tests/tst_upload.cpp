@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "KvProjectDbOperator/CKvUpLoadObject.h"
 #include "support/Rows.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
+
+#include <QtNetwork/QNetworkAccessManager>
 
 #include <functional>
 #include <memory>
@@ -16,9 +19,11 @@ void onSmallStack(const std::function<void()>& function)
     const std::unique_ptr<QThread> thread(QThread::create(function));
     thread->setStackSize(512 * 1024);
     thread->start();
-    QTRY_VERIFY_WITH_TIMEOUT(thread->isFinished(), 60000);
+    QTRY_VERIFY_WITH_TIMEOUT(thread->isFinished(), 240000);
 }
 } // namespace
+
+Q_DECLARE_METATYPE(Qt::ConnectionType)
 
 class tst_upload : public QObject
 {
@@ -27,7 +32,7 @@ class tst_upload : public QObject
 private:
     std::unique_ptr<ScriptedServer> m_server;
 
-private slots:
+private Q_SLOTS:
     void init()
     {
         m_server = std::make_unique<ScriptedServer>();
@@ -41,7 +46,7 @@ private slots:
         const QString second = project.missionFile("m2/flight.kv");
         TestProject::addMission(second, "m2", 0, 0, 1);
         ArmedHost uploader(EUploadEnv::WholeProject);
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE_WITH_TIMEOUT(TestProject::waiting(project.db) + TestProject::waiting(second), 0, 20000);
         QCOMPARE(uploader.missions.count(), 2);
         QCOMPARE(uploader.uploading.count(), 4);
@@ -84,7 +89,7 @@ private slots:
         }
         QVERIFY(project.run("UPDATE " + Log + " SET message = x'" + bytes.toHex() + "'"));
         ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), 4);
         for (int i = 0; i < Tables.size(); ++i) {
             const QJsonObject record = m_server->requests[i].records().at(0).toObject();
@@ -111,7 +116,7 @@ private slots:
         const auto env = static_cast<EUploadEnv>(cell("env").toInt());
         ArmedHost uploader(env, project.db);
         uploader.op.SetFilghtMissionID(cell("current"));
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), cell("requests").toInt());
         QTest::qWait(100);
         QCOMPARE(m_server->requests.size(), cell("requests").toInt());
@@ -134,6 +139,8 @@ private slots:
     void rowsWithoutIdOrMark()
     {
         const FlightProject project(0, 0, 0);
+        const auto time = [](const QString& id) { return id.left(13); };
+        const QString before = time(UidToString(QUuid::createUuid()));
         for (const QString& table : Tables.mid(1)) {
             QVERIFY(project.run("INSERT INTO " + table + "(flight_mission_id) VALUES('m1'), ('m1')",
                                 "INSERT INTO " + table +
@@ -141,13 +148,18 @@ private slots:
                                     "(7, 'm1', '0'), ('8.50', 'm1', 0.0)"));
         }
         ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(uploader.finished.count(), 1);
         QCOMPARE(TestProject::waiting(project.db), 0);
         QCOMPARE(m_server->requests.size(), 4);
         QStringList ids = m_server->requests[3].ids();
         QCOMPARE(ids.size(), 5);
         QCOMPARE(ids.removeDuplicates(), 0);
+        for (const QString& id : ids.mid(0, 3)) {
+            QVERIFY(time(id) >= before && time(id) <= time(UidToString(QUuid::createUuid())));
+            static const QRegularExpression form("^.{14}7[0-9a-f]{3}-8[0-9a-f]{3}-[0-9a-f]{12}$");
+            QVERIFY2(form.match(id).hasMatch(), qPrintable(id));
+        }
         QVERIFY(ids.contains("7") && ids.contains("8.50"));
     }
 
@@ -161,7 +173,7 @@ private slots:
             return ScriptedServer::accepted();
         };
         ArmedHost uploader(EUploadEnv::WholeProject);
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(m_server->paths().count("/flight/posupload"), 1);
         QTRY_COMPARE(project.text("SELECT id FROM pos_data WHERE is_uploaded = 0"), QString("late"));
         QTRY_COMPARE_WITH_TIMEOUT(TestProject::waiting(project.db), 0, 6000); // the cycle after 3000 ms
@@ -177,7 +189,7 @@ private slots:
                                 " BEGIN SELECT RAISE(FAIL, 'read-only'); END"));
         }
         ArmedHost uploader(EUploadEnv::WholeProject);
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), 3);
         QCOMPARE(TestProject::waiting(project.db), 5);
         for (const QString& table : Tables.mid(0, 3)) {
@@ -195,12 +207,12 @@ private slots:
         };
         {
             ArmedHost uploader(EUploadEnv::WholeProject, {}, "");
-            emit uploader.slotStartUpload();
+            Q_EMIT uploader.slotStartUpload();
             QTRY_COMPARE(m_server->requests.size(), 2); // tries again after the interval
             QCOMPARE(TestProject::waiting(project.db), 1);
         }
         ArmedHost uploader(EUploadEnv::WholeProject); // a new token takes a new operator
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(TestProject::waiting(project.db), 0);
     }
 
@@ -217,7 +229,7 @@ private slots:
         uploader.op.SetFilghtMissionID(cell("current"));
         const auto tick = [&](const QString& expected) {
             m_server->requests.clear();
-            emit uploader.slotStartUpload();
+            Q_EMIT uploader.slotStartUpload();
             const auto paths = [this] {
                 QStringList list = m_server->paths();
                 list.sort();
@@ -240,7 +252,7 @@ private slots:
         const FlightProject project(0, 0, 1);
         ArmedHost uploader(EUploadEnv::WholeProject);
         control()->SetNetWorkConnected(false);
-        emit uploader.slotCheckNewData(); // the timer ticks every 10 ms from here on
+        Q_EMIT uploader.slotCheckNewData(); // the timer ticks every 10 ms from here on
         QTest::qWait(200);
         QCOMPARE(m_server->requests.size(), 0);
         control()->SetNetWorkConnected(true);
@@ -253,11 +265,11 @@ private slots:
         ArmedHost uploader(EUploadEnv::WholeProject);
         m_server->script = [&](const SRequest&) {
             if (m_server->requests.size() == 2) { // the first part of the log
-                emit uploader.slotStartUploadTimer(false);
+                Q_EMIT uploader.slotStartUploadTimer(false);
             }
             return ScriptedServer::accepted();
         };
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(m_server->requests.size(), 2);
         QTest::qWait(300);
         QCOMPARE(m_server->requests.size(), 2);
@@ -276,7 +288,7 @@ private slots:
                 uploader.op.slotResetUploadFlow();
             }
         });
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(project.waiting(Log), 1500);
         QTest::qWait(1000);
         QCOMPARE(m_server->requests.size(), 2);
@@ -289,13 +301,140 @@ private slots:
     {
         const FlightProject project(0, 0, 1);
         ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
-        emit uploader.slotStartUploadTimer(false);
+        Q_EMIT uploader.slotStartUploadTimer(false);
         QTest::ignoreMessage(QtDebugMsg, "Data base not open ");
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QCOMPARE(TestProject::waiting(project.db), 2);
         uploader.op.SetFlightMissionFilePath(project.db);
-        emit uploader.slotStartUpload();
+        Q_EMIT uploader.slotStartUpload();
         QTRY_COMPARE(TestProject::waiting(project.db), 0);
+    }
+
+    /// A dialog that a host opens when something goes and closes at the end, where only the log is left to
+    /// send.
+    void dialog()
+    {
+        const FlightProject project(1, 1, 2500);
+        for (const QString& table : Tables.mid(0, 3)) {
+            QVERIFY(project.run("UPDATE " + table + " SET is_uploaded = 1"));
+        }
+        ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
+        QEventLoop opened;
+        connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, &opened, &QEventLoop::quit);
+        connect(&uploader.op, &CKvFlightDataDbOperator::UpLoading, this, [&] {
+            if (!opened.isRunning()) {
+                QTimer::singleShot(20000, &opened, [&opened] { opened.exit(1); });
+                QCOMPARE(opened.exec(), 0);
+            }
+        });
+        Q_EMIT uploader.slotStartUpload();
+        QCOMPARE(uploader.finished, (QList<QVariantList>{{"", "m1"}}));
+        QCOMPARE(uploader.uploading.count(), 3);
+        QCOMPARE(TestProject::waiting(project.db), 0);
+    }
+
+    void everyReceiverSeesTheSame_data()
+    {
+        QTest::addColumn<bool>("easyFly");
+        QTest::addRow("a receiver causes the post of another mission") << false;
+        QTest::addRow("a receiver sets another current mission") << true;
+    }
+    void everyReceiverSeesTheSame()
+    {
+        QFETCH(bool, easyFly);
+        const FlightProject project(0, 0, 1500);
+        TestProject::addMission(project.db, "m2", 0, 0, 1);
+        QVERIFY(project.run("UPDATE flight_mission SET is_uploaded = 1"));
+        ArmedHost uploader(easyFly ? EUploadEnv::None : EUploadEnv::WholeProject, project.db);
+        uploader.op.SetFlightModeEasyFly(easyFly);
+        uploader.op.SetFilghtMissionID("m1");
+        QVERIFY(!easyFly ||
+                project.run("UPDATE flight_monitor_detail_log SET is_uploaded = 1 WHERE rowid > 9"));
+        connect(&uploader.op, &CKvFlightDataDbOperator::UpLoading, this, [&] {
+            uploader.op.SetFilghtMissionID("m2");
+            if (uploader.uploading.count() == 2) {
+                Q_EMIT uploader.slotStartUpload();
+            }
+        });
+        QSignalSpy last(&uploader.op, SIGNAL(UpLoading(QString, QString)));
+        Q_EMIT uploader.slotStartUpload();
+        QTRY_VERIFY(uploader.uploading.contains(
+            {"project-" + QString(easyFly ? "m1" : "m2"), easyFly ? "m1" : "m2"}));
+        QList<QVariantList> first = uploader.uploading;
+        QCOMPARE(last.count(), first.count());
+        for (const QVariantList& arguments : qAsConst(last)) {
+            QVERIFY(first.removeOne(arguments));
+        }
+    }
+
+    /// What follows UploadFinished() closes the file and blocks the timer.
+    void rearmedByTheEnd_data()
+    {
+        QTest::addColumn<Qt::ConnectionType>("connection");
+        QTest::addRow("direct") << Qt::DirectConnection;
+        QTest::addRow("queued") << Qt::QueuedConnection;
+    }
+    void rearmedByTheEnd()
+    {
+        QFETCH(Qt::ConnectionType, connection);
+        const FlightProject project(0, 0, 1);
+        ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
+        const auto rearm = [&] {
+            if (uploader.finished.count() == 1) {
+                TestProject::addMission(project.db, "m2", 0, 0, 1);
+                uploader.rearm(project.db);
+            }
+        };
+        connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, this, rearm, connection);
+        Q_EMIT uploader.slotStartUpload();
+        QTRY_COMPARE(uploader.finished.count(), 1);
+        if (connection == Qt::DirectConnection) {
+            QTest::ignoreMessage(QtDebugMsg, "Data base not open ");
+            Q_EMIT uploader.slotStartUpload();
+            QCOMPARE(TestProject::waiting(project.db), 2);
+        } else {
+            QTRY_COMPARE(TestProject::waiting(project.db), 0);
+        }
+    }
+
+    /// More requests than a manager has connections are swallowed, and then the server is well.
+    void silentLine()
+    {
+        const FlightProject project(0, 0, 1);
+        m_server->script = [](const SRequest&) { return ScriptedServer::reply("silence"); };
+        ArmedHost uploader(EUploadEnv::WholeProject);
+        for (int silences = 1; silences <= 9; ++silences) {
+            Q_EMIT uploader.slotStartUpload();
+            QTRY_COMPARE(m_server->requests.size(), silences);
+        }
+        m_server->script = [](const SRequest&) { return ScriptedServer::accepted(); };
+        Q_EMIT uploader.slotStartUpload();
+        QTRY_COMPARE(TestProject::waiting(project.db), 0);
+    }
+
+    /// The managers would follow here, as those of a newer Qt do, and the other server takes everything.
+    void redirected()
+    {
+        const FlightProject project;
+        ScriptedServer target;
+        m_server->script = [&](const SRequest& request) {
+            return ScriptedServer::reply(request.ids().value(0) + ' ' + target.url() + "/flight/upload");
+        };
+        std::vector<std::unique_ptr<ArmedHost>> uploaders;
+        for (const char* const status : {"301", "302", "303", "307", "308"}) {
+            const QString file = project.missionFile(QString(status) + "/flight.kv");
+            TestProject::addMission(file, status, 1, 1, 1);
+            uploaders.push_back(std::make_unique<ArmedHost>(EUploadEnv::OncePerRequest, file));
+            for (const CKvUpLoadObject* const upload : uploadsOf(uploaders.back()->op)) {
+                managerOf(*upload)->setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
+            }
+            Q_EMIT uploaders.back()->slotStartUpload();
+        }
+        QTRY_VERIFY(m_server->requests.size() >= 10); // again after the failure
+        QCOMPARE(target.requests.size(), 0);
+        for (const char* const status : {"301", "302", "303", "307", "308"}) {
+            QCOMPARE(TestProject::waiting(project.path(QString(status) + "/flight.kv")), 4);
+        }
     }
 
     /// Ten thousand files without anything to send.
@@ -314,7 +453,7 @@ private slots:
         onSmallStack([&] {
             ArmedHost uploader(EUploadEnv::WholeProject);
             before = openFiles();
-            emit uploader.slotStartUpload();
+            Q_EMIT uploader.slotStartUpload();
             after = openFiles();
         });
         QCOMPARE(after, before + 1); // the file that the connection names last
@@ -339,7 +478,7 @@ private slots:
             ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
             QEventLoop loop;
             connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, &loop, &QEventLoop::quit);
-            emit uploader.slotStartUpload();
+            Q_EMIT uploader.slotStartUpload();
             loop.exec();
         });
         QCOMPARE(m_server->requests.size(), 2);
@@ -372,7 +511,7 @@ private slots:
             QVERIFY(project.run("DELETE FROM flight_mission", "DELETE FROM pos_data"));
             TestProject::addMission(project.db, "m1", 2, 0, 0);
             ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
-            emit uploader.slotStartUpload();
+            Q_EMIT uploader.slotStartUpload();
             QTRY_COMPARE(uploader.finished.count(), 1);
             uploader.op.slotResetUploadFlow();
             QMetaObject::invokeMethod(&uploader.op, "slotUasStatusUpLoadfailed");

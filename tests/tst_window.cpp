@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
-#include "Commands.h"
-#include "DownloadPage.h"
-#include "EndSignals.h"
-#include "FlightSimulator.h"
-#include "MainWindow.h"
-#include "Plot.h"
-#include "ProjectPage.h"
-#include "RecordPage.h"
+#include "support/Programs.h"
 #include "support/Rows.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
-#include "UploadPage.h"
+#include "telemetry/FlightSimulator.h"
+#include "window/DownloadPage.h"
+#include "window/EndSignals.h"
+#include "window/MainWindow.h"
+#include "window/Plot.h"
+#include "window/ProjectPage.h"
+#include "window/RecordPage.h"
+#include "window/UploadPage.h"
 
 #include <QtWidgets/QtWidgets>
 
@@ -139,7 +139,7 @@ struct Desk {
         QTRY_VERIFY_WITH_TIMEOUT(
             window.session().flights()->rowCount() == 1 && !window.session().flights()->isRunning(0), Long);
     }
-    QString said() const { return const_cast<MainWindow&>(window).session().uploader()->text(); }
+    QString said() const { return const_cast<MainWindow&>(window).session().uploadText(); }
 
     const TestProject& project;
     const MissionFormat* format = &MissionFormat::flight();
@@ -187,16 +187,15 @@ struct Account : ScriptedServer {
 };
 } // namespace
 
-class TestWindow : public QObject
+class tst_window : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void initTestCase()
     {
         QStandardPaths::setTestModeEnabled(true);
         QApplication::setStyle(new theme::Style);
-        initFlightdeskResources();
     }
 
     void opensAndSaysWhatIsWrong()
@@ -323,7 +322,8 @@ private slots:
         if (cell("when") == "paused") {
             const int requests = server.requests.size();
             answer();
-            QTest::qWait(2500); // two intervals, in which nothing may come
+            QSignalSpy looks(&desk.window.session(), &WindowSession::looked);
+            QTRY_VERIFY(looks.size() >= 4); // more than two intervals, in which nothing may come
             QCOMPARE(server.requests.size(), requests);
             QCOMPARE(desk.waiting("flight_monitor_detail_log"), waiting);
             QVERIFY(desk.said().startsWith("Paused."));
@@ -412,23 +412,19 @@ private slots:
             const QString id = QString("m%1").arg(i);
             TestProject::addMission(project.missionFile("project/" + id + "/flight.kv"), id, 5, 5, 5);
         }
-        QProcess server;
-        server.start(QCoreApplication::applicationDirPath() + "/flightserver", QStringList());
-        QVERIFY(server.waitForReadyRead());
+        const IngestServer server({});
         Desk desk(project);
         QVERIFY(desk.isShown());
         desk.goTo(2);
         desk.click("Simulate"); // at ten times its speed
-        desk.window.uploadPage()->setServer(server.readAll().simplified().split(' ').last());
+        desk.window.uploadPage()->setServer(server.url);
         desk.window.uploadPage()->signIn("t");
         desk.window.gaps().restart();
         MissionModel& missions = *desk.window.session().missions();
-        QTRY_VERIFY_WITH_TIMEOUT(missions.totals(false).marked > rows, 300000);
+        QTRY_VERIFY_WITH_TIMEOUT(missions.backlog(false).settled > rows, 300000);
         QTest::setBenchmarkResult(desk.window.gaps().longestMilliseconds(), QTest::WalltimeMilliseconds);
-        server.terminate();
-        QVERIFY(server.waitForFinished());
     }
 };
 
-QTEST_MAIN(TestWindow)
+QTEST_MAIN(tst_window)
 #include "tst_window.moc"

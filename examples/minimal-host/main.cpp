@@ -19,7 +19,7 @@ class Host : public QObject
 {
     Q_OBJECT
 
-signals:
+Q_SIGNALS:
     void message(QByteArray byte); // one raw flight monitor message
     void signedIn();
 };
@@ -47,8 +47,8 @@ void record(const QString& file, const QString& mission)
     recorder.slotParseJson({row}, ":/flight_mission.txt", mission, 1, file);
     recorder.SetFlightMissionFilePath(file);
     recorder.SetFilghtMissionID(mission);
-    emit host.message("take-off");
-    emit host.message("landed");
+    Q_EMIT host.message("take-off");
+    Q_EMIT host.message("landed");
 }
 
 /// Ends the event loop with 0 once the server has accepted every row of the file.
@@ -59,7 +59,7 @@ void upload(CKvFlightDataDbOperator* uploader, const QString& file)
     QObject::connect(uploader, &CKvFlightDataDbOperator::UploadFinished, qApp, &QCoreApplication::quit);
     QTimer::singleShot(30000, [] { QCoreApplication::exit(1); });
     uploader->SetFlightMissionFilePath(file);
-    emit host.signedIn();
+    Q_EMIT host.signedIn();
 }
 } // namespace
 

@@ -67,8 +67,8 @@ int truncate(sqlite3_file* file, sqlite3_int64 size)
     return result;
 }
 
-/// A new journal's first sync stores its directory entry as well, and so all others. Nothing is synced in
-/// truth, which would take most of the time.
+/// A new journal's or log's first sync stores its directory entry as well, and so all others. Nothing is
+/// synced in truth, which would take most of the time.
 int sync(sqlite3_file* file, int)
 {
     const int result = g_faults.fail(FaultVfs::Sync);
@@ -76,7 +76,7 @@ int sync(sqlite3_file* file, int)
     if (result == SQLITE_OK) {
         inode->sync();
         const QByteArray path = g_faults.live.key(inode);
-        if (path.endsWith("-journal") && g_faults.durable.value(path) != inode) {
+        if ((path.endsWith("-journal") || path.endsWith("-wal")) && g_faults.durable.value(path) != inode) {
             g_faults.durable = g_faults.live;
         }
     }
@@ -87,7 +87,7 @@ sqlite3_io_methods fileMethods()
 {
     using Io = sqlite3_io_methods;
     Io methods{};
-    methods.iVersion = 1;
+    methods.iVersion = 2; // with the memory that users of a write-ahead log share
     methods.xClose = close;
     methods.xRead = passUnlessFailing<FaultVfs::Read, &Io::xRead>;
     methods.xWrite = write;
@@ -100,6 +100,13 @@ sqlite3_io_methods fileMethods()
     methods.xFileControl = pass<&Io::xFileControl>;
     methods.xSectorSize = pass<&Io::xSectorSize>;
     methods.xDeviceCharacteristics = pass<&Io::xDeviceCharacteristics>;
+    methods.xShmMap = pass<&Io::xShmMap>;
+    methods.xShmLock = pass<&Io::xShmLock>;
+    methods.xShmBarrier = [](sqlite3_file* file) {
+        sqlite3_file* const system = shim(file)->system();
+        system->pMethods->xShmBarrier(system);
+    };
+    methods.xShmUnmap = pass<&Io::xShmUnmap>;
     return methods;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "flightserver/ServerProcess.h"
 #include "TestProject.h"
 
 const QString Token = QStringLiteral("t0k3n-of-the-operator");
@@ -31,17 +32,7 @@ struct Program : QProcess {
     }
 };
 
-/// A flightserver that has told its address.
-struct IngestServer : Program {
-    explicit IngestServer(const QStringList& arguments) : Program("flightserver", arguments)
-    {
-        while (!url.endsWith('\n') && waitForReadyRead()) {
-            url += readAllStandardOutput();
-        }
-        url = url.section(' ', 3).trimmed();
-    }
-    QString url;
-};
+using IngestServer = ServerProcess;
 
 /// How a program ended, and what it said.
 struct SResult {
@@ -58,7 +49,7 @@ inline SResult runProgram(const QString& name, const QStringList& arguments)
 }
 
 /// A project folder, flown and uploaded with the real programs.
-struct Project : TestProject {
+struct FlownProject : TestProject {
     QString ledger = path("ledger.db");
     QStringList command(const QString& name, const QStringList& more) const
     {

@@ -66,7 +66,7 @@ ScriptedServer::SReply ScriptedServer::reply(const QString& words)
     const QByteArray status = words.section(' ', 0, 0).toLatin1();
     const QByteArray body = words.section(' ', 1).toUtf8();
     SReply whole = file(body);
-    whole.wire.replace("200 OK", status + (status == "302" ? " there\r\nLocation: " + body : " so"));
+    whole.wire.replace("200 OK", status + (status.startsWith("30") ? " there\r\nLocation: " + body : " so"));
     const QMap<QString, SReply> broken = {
         {"silence", {}}, {"slam", {"", true}}, {"cut", {half, true}}, {"reset", {half, false, true}}};
     return broken.value(words, whole);
@@ -112,7 +112,8 @@ void ScriptedServer::read(QTcpSocket* socket)
     const SReply reply = script(request);
     if (reply.slow) {
         for (int i = 0; i < reply.wire.size(); ++i) {
-            QTimer::singleShot(10 * i, socket, [socket, byte = reply.wire[i]] { socket->putChar(byte); });
+            QTimer::singleShot(10 * i, Qt::PreciseTimer, socket,
+                               [socket, byte = reply.wire[i]] { socket->putChar(byte); });
         }
         return;
     }

@@ -43,7 +43,7 @@ public:
 
     /// A body with its right length, or another one.
     static SReply file(const QByteArray& body, int length = -1);
-    /// An HTTP status and a body, which is the Location too where the status is 302; or "silence", "slam"
+    /// An HTTP status and a body, which is the Location too where the status is 30x; or "silence", "slam"
     /// (closed without a byte), "cut" or "reset" (closed or broken within the body); or "slowly" and a
     /// status and a body.
     static SReply reply(const QString& words);

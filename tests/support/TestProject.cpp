@@ -1,30 +1,39 @@
 // SPDX-License-Identifier: MIT
 #include "TestProject.h"
 
+#include "KvProjectDbOperator/CKvDownLoadObject.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
 
 #include <QtSql/QSqlError>
 
-namespace
-{
-void deleteUpload(CKvUpLoadObject* upload)
-{
-    if (upload) {
-        upload->deleteLater();
-    }
-}
-} // namespace
-
 /// Private members, which an explicit instantiation may name.
 template<CKvUpLoadObject* CKvFlightDataDbOperator::*... uploads>
-struct LeftBehind {
-    friend void deleteUploads(const CKvFlightDataDbOperator& op) { (deleteUpload(op.*uploads), ...); }
+struct Uploads {
+    friend QList<CKvUpLoadObject*> uploadsOf(const CKvFlightDataDbOperator& op) { return {op.*uploads...}; }
 };
-void deleteUploads(const CKvFlightDataDbOperator& op);
-template struct LeftBehind<
+template struct Uploads<
     &CKvFlightDataDbOperator::m_pFlightMonitorUpLoad, &CKvFlightDataDbOperator::m_pFlightMissionUpLoad,
     &CKvFlightDataDbOperator::m_pPosDataUpLoad, &CKvFlightDataDbOperator::m_pUasStatusUpLoad,
     &CKvFlightDataDbOperator::m_pVideoMissionUpLoad>;
+
+template<class Object, QNetworkAccessManager* Object::*manager>
+struct Manager {
+    friend QNetworkAccessManager* inside(const Object& object) { return object.*manager; }
+};
+QNetworkAccessManager* inside(const CKvUpLoadObject& upload);
+QNetworkAccessManager* inside(const CKvDownLoadObject& download);
+template struct Manager<CKvUpLoadObject, &CKvUpLoadObject::m_pNetManager>;
+template struct Manager<CKvDownLoadObject, &CKvDownLoadObject::m_pNetManager>;
+
+QNetworkAccessManager* managerOf(const CKvUpLoadObject& upload)
+{
+    return inside(upload);
+}
+
+QNetworkAccessManager* managerOf(const CKvDownLoadObject& download)
+{
+    return inside(download);
+}
 
 Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
 {
@@ -47,20 +56,24 @@ ArmedHost::ArmedHost(EUploadEnv env, const QString& file, const QByteArray& toke
     user.m_strToken = token;
     SetCurUserInfo(user);
     op.SetStartTimeInterval(1000000); // no tick of its own before a cycle has run
-    emit slotCheckNewData();
+    Q_EMIT slotCheckNewData();
     op.SetStartTimeInterval(10);
 }
 
 ArmedHost::~ArmedHost()
 {
-    deleteUploads(op);
+    for (CKvUpLoadObject* const upload : uploadsOf(op)) {
+        if (upload) {
+            upload->deleteLater();
+        }
+    }
 }
 
 void ArmedHost::rearm(const QString& file)
 {
     op.SetFlightMissionFilePath(file);
-    emit slotStartUploadTimer(true);
-    emit slotCheckNewData();
+    Q_EMIT slotStartUploadTimer(true);
+    Q_EMIT slotCheckNewData();
 }
 
 CKvControl* control()
@@ -106,10 +119,7 @@ QString TestProject::missionFile(const QString& name) const
     database.open();
     database.transaction();
     QSqlDatabase* const db = database.DBInstance();
-    CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), db);
-    CreateTable(FlightLogTableName, GetFlightLogTableContents(), db);
-    CreateTable(UasStatusTableName, GetUasStatusTableContents(), db);
-    CreateTable(PosDataTableName, GetPosDataTableContents(), db);
+    CreateMissionTables(db);
     CreateTable(FlightVideoTableName, GetFlightVideoTableContents(), db);
     if (!database.commit()) {
         qFatal("cannot make %s", qPrintable(full));

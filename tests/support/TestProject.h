@@ -10,6 +10,10 @@
 
 #include <functional>
 
+class CKvDownLoadObject;
+class CKvUpLoadObject;
+class QNetworkAccessManager;
+
 /// A host: an operator on a file, and signals by which its private slots of the same names are reached.
 class Host : public QObject
 {
@@ -19,7 +23,7 @@ public:
     explicit Host(EUploadEnv env, const QString& file = {});
     CKvFlightDataDbOperator op;
 
-signals:
+Q_SIGNALS:
     void slotWriteFlightMonitor(QByteArray);
     void slotParseJson(QJsonArray, QString, QString);
     void slotParseSingleJson(QJsonObject, QString, QString);
@@ -42,6 +46,13 @@ struct ArmedHost : Host {
     QSignalSpy finished;
     QSignalSpy missions;
 };
+
+/// An operator's upload objects, of which there are none before it is armed.
+QList<CKvUpLoadObject*> uploadsOf(const CKvFlightDataDbOperator& op);
+
+/// What an object sends its requests through; a download has none before its first one.
+QNetworkAccessManager* managerOf(const CKvUpLoadObject& upload);
+QNetworkAccessManager* managerOf(const CKvDownLoadObject& download);
 
 /// The tables of the upload chain, in its order.
 const QStringList Tables = {"flight_mission", "pos_data", "uas_status", "flight_monitor_detail_log"};

@@ -1,0 +1,440 @@
+// SPDX-License-Identifier: MIT
+// Other programs that have the file open, or take it away.
+#include "support/Foreign.h"
+#include "support/ScriptedServer.h"
+
+#include <cstdio>
+#include <map>
+#include <memory>
+
+namespace
+{
+constexpr int Wait = 100; // milliseconds that a connection waits for a lock here
+const QString Mission = QStringLiteral("m1");
+const QString MessagesSql = QStringLiteral("SELECT message FROM flight_monitor_detail_log ORDER BY rowid");
+
+/// The same as another process.
+class ForeignProcess
+{
+public:
+    ForeignProcess(const QString& kind, const QString& file)
+    {
+        m_process.start(QCoreApplication::applicationFilePath(), {"--hold", kind, file});
+        if (!m_process.waitForReadyRead()) {
+            qFatal("no foreign process");
+        }
+    }
+    ~ForeignProcess()
+    {
+        m_process.closeWriteChannel();
+        m_process.waitForFinished();
+    }
+
+private:
+    QProcess m_process;
+};
+
+int hold(const QString& kind, const QString& file)
+{
+    const Foreign foreign(kind, file);
+    puts("held");
+    fflush(stdout);
+    while (getchar() != EOF) {
+    }
+    return 0;
+}
+
+/// What Qt's critical output says.
+QStringList g_criticals;
+QtMessageHandler g_testHandler;
+
+void noteCritical(QtMsgType type, const QMessageLogContext& context, const QString& text)
+{
+    if (type == QtCriticalMsg) {
+        g_criticals.append(text);
+    } else {
+        g_testHandler(type, context, text);
+    }
+}
+
+/// A recorder with three messages in the file and three that wait, and what it does.
+struct Scene {
+    const FlightProject project{0, 0, 0};
+    const QString columns = project.file("pos_data.txt", "id TEXT flight_mission_id TEXT");
+    const QString other = project.missionFile("m2/flight.kv");
+    const QString video = project.file("m1/easy.db");
+    QString file = project.db;
+    std::unique_ptr<Recorder> recorder;
+
+    static QJsonArray records(const char* first, const char* second)
+    {
+        return {QJsonObject{{"id", first}, {"flight_mission_id", "m1"}},
+                QJsonObject{{"id", second}, {"flight_mission_id", "m1"}}};
+    }
+    void begin(const QString& action)
+    {
+        if (action == "video file") {
+            file = video;
+            TestProject::run(video,
+                             {"CREATE TABLE flight_mission(id)", "INSERT INTO flight_mission VALUES('m1')"});
+        }
+        recorder = std::make_unique<Recorder>(project.db);
+        recorder->write(3);
+        recorder->op.SetFlightMissionFilePath(project.db);
+        recorder->write(3);
+    }
+    QString contents() const
+    {
+        QString text;
+        for (const QString& sql :
+             {MessagesSql, QStringLiteral("SELECT id FROM pos_data ORDER BY rowid"),
+              QStringLiteral("SELECT is_uploaded || ifnull(last_waypoint_index, '-') FROM flight_mission")}) {
+            text += TestProject::text(file, sql) + '\n';
+        }
+        return text + TestProject::text(project.db, MessagesSql);
+    }
+};
+
+using Action = std::function<void(Scene&)>;
+
+const std::map<QString, Action>& actions()
+{
+    static const std::map<QString, Action> all = {
+        {"message", [](Scene& s) { s.recorder->write(1); }},
+        {"fiftieth message", [](Scene& s) { s.recorder->write(47); }},
+        {"messages in turns",
+         [](Scene& s) {
+             s.recorder->op.SetFlightMissionFilePath(s.file);
+             for (int i = 0; i < 20; ++i) {
+                 QCoreApplication::processEvents();
+                 s.recorder->write(1);
+             }
+         }},
+        {"five arguments",
+         [](Scene& s) {
+             s.recorder->op.slotParseJson(Scene::records("p1", "p2"), s.columns, Mission, 1, s.file);
+         }},
+        {"three arguments",
+         [](Scene& s) { Q_EMIT s.recorder->slotParseJson(Scene::records("p1", "p2"), s.columns, Mission); }},
+        {"single record",
+         [](Scene& s) {
+             Q_EMIT s.recorder->slotParseSingleJson(Scene::records("p1", "")[0].toObject(), s.columns,
+                                                    "pos_data");
+         }},
+        {"one value",
+         [](Scene& s) { s.recorder->op.slotUpdateGeneralOneValue(1, "last_waypoint_index", 7, Mission); }},
+        {"breakpoint", [](Scene& s) { Q_EMIT s.recorder->slotUpdateBreakpoint(7, 1, 2, Mission, 3); }},
+        {"same file", [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.file); }},
+        {"other file", [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.other); }},
+        {"video file", [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.video); }},
+        {"pause", [](Scene& s) { Q_EMIT s.recorder->slotStartUploadTimer(false); }},
+        {"construction", [](Scene&) { const CKvFlightDataDbOperator op(nullptr, EUploadEnv::None); }},
+        {"end, 3 messages", [](Scene& s) { s.recorder.reset(); }},
+        {"end, 49 messages",
+         [](Scene& s) {
+             s.recorder->write(46);
+             s.recorder.reset();
+         }},
+    };
+    return all;
+}
+
+struct Outcome {
+    QString before;
+    QString after;
+    QStringList errors;
+    int waited = 0;
+};
+
+/// Plays a scene beside a foreign user who goes while the action waits for him ("in time"), after it ("late",
+/// a process of its own), or after the recorder ("never").
+Outcome play(const QString& name, const QString& kind, const QString& goes)
+{
+    const Action& action = actions().at(name);
+    Scene scene;
+    scene.begin(name);
+    Outcome outcome;
+    outcome.before = scene.contents();
+    std::shared_ptr<void> foreign;
+    if (goes == "late") {
+        foreign = std::make_shared<ForeignProcess>(kind, scene.file);
+    } else {
+        foreign = std::make_shared<Foreign>(kind, scene.file);
+    }
+    outcome.errors = loggedBy(Level::Error, [&] {
+        if (goes == "in time") {
+            t_whileWaiting = [&foreign] { foreign.reset(); };
+        }
+        outcome.waited = waited([&] { action(scene); });
+        t_whileWaiting = nullptr;
+        if (scene.recorder) {
+            takeLock(*scene.recorder);
+        }
+        if (goes != "never") {
+            foreign.reset();
+        }
+        if (scene.recorder && goes != "never") {
+            if (name == "other file") {
+                scene.recorder->op.SetFlightMissionFilePath(scene.file);
+            }
+            scene.recorder->write(50);
+            if (!scene.recorder->stored || name == "one value") {
+                scene.recorder->op.SetFlightMissionFilePath(scene.file);
+                action(scene);
+            }
+        }
+        scene.recorder.reset();
+    });
+    foreign.reset();
+    outcome.after = scene.contents();
+    return outcome;
+}
+
+/// What is in the file in the end where nobody is in the way.
+QString undisturbed(const QString& action, bool usedAgain)
+{
+    static std::map<QString, QString> known;
+    QString& text = known[action + (usedAgain ? "" : ", once")];
+    if (text.isEmpty()) {
+        text = play(action, "none", usedAgain ? "in time" : "never").after;
+    }
+    return text;
+}
+} // namespace
+
+class tst_foreign : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        CKvDataBase::SetLockWait(Wait);
+        g_testHandler = qInstallMessageHandler(noteCritical);
+        control()->SetNetWorkConnected(true);
+    }
+    void init() { g_criticals.clear(); }
+
+    void everyCell_data()
+    {
+        QTest::addColumn<QString>("action");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("goes");
+        const std::map<QString, QStringList> kinds = {{"exclusive", {"in time", "late", "never"}},
+                                                      {"reserved", {"in time", "late", "never"}},
+                                                      {"reader", {"in time", "late", "never"}},
+                                                      {"idle WAL", {"late", "never"}},
+                                                      {"replaced", {"late"}},
+                                                      {"moved away", {"late", "never"}},
+                                                      {"deleted", {"late", "never"}}};
+        for (const auto& [action, function] : actions()) {
+            for (const auto& [kind, times] : kinds) {
+                for (const QString& goes : times) {
+                    // What is made in a file's place gets the tables; and the messages go to another file.
+                    if (action == "video file" &&
+                        (goes == "never" || kind == "moved away" || kind == "deleted")) {
+                        continue;
+                    }
+                    QTest::addRow("%s, %s, %s", qPrintable(action), qPrintable(kind), qPrintable(goes))
+                        << action << kind << goes;
+                }
+            }
+        }
+    }
+    void everyCell()
+    {
+        QFETCH(QString, action);
+        QFETCH(QString, kind);
+        QFETCH(QString, goes);
+        const Outcome outcome = play(action, kind, goes);
+        QVERIFY2(outcome.waited < Wait * 3 / 2, QByteArray::number(outcome.waited));
+        const bool gone =
+            kind == "moved away" || kind == "deleted"; // a second file in its place, a second line
+        QVERIFY2(outcome.errors.size() <= (gone ? 2 : 1), qPrintable(outcome.errors.join('\n')));
+        const QString all = undisturbed(action, goes != "never");
+        QCOMPARE(outcome.after, g_criticals.isEmpty() ? all : outcome.before);
+    }
+
+    /// A chain whose n-th request finds the foreign user there, with ticks until everything is marked.
+    void upload_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("inTime");
+        for (const char* kind : {"exclusive", "reserved", "reader"}) {
+            QTest::addRow("%s, in time", kind) << kind << true;
+            QTest::addRow("%s, late", kind) << kind << false;
+        }
+        QTest::newRow("idle WAL") << "idle WAL" << false;
+    }
+    void upload()
+    {
+        QFETCH(QString, kind);
+        QFETCH(bool, inTime);
+        for (int request = 0; request <= 4; ++request) {
+            const FlightProject project(3, 2, 4);
+            std::unique_ptr<Foreign> foreign;
+            int longest = 0;
+            QSet<QString> accepted;
+            ScriptedServer server;
+            server.script = [&](const SRequest& asked) {
+                for (const QString& id : asked.ids()) {
+                    accepted.insert(id);
+                }
+                longest = qMax(longest, static_cast<int>(std::exchange(t_slept, 0) / 1000));
+                foreign.reset(); // a mark that fails has the rows sent again
+                if (server.requests.size() == request) {
+                    foreign = std::make_unique<Foreign>(kind, project.db);
+                }
+                return ScriptedServer::accepted();
+            };
+            SetServerIP(server.url());
+            ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
+            if (inTime) {
+                t_whileWaiting = [&foreign] { foreign.reset(); };
+            }
+            if (request == 0) {
+                foreign = std::make_unique<Foreign>(kind, project.db);
+            }
+            t_slept = 0;
+            Q_EMIT uploader.slotStartUpload();
+            QTRY_COMPARE(uploader.finished.count(), 1);
+            t_whileWaiting = nullptr;
+            QVERIFY2(qMax(longest, static_cast<int>(t_slept / 1000)) < Wait * 3 / 2,
+                     QByteArray::number(request));
+            foreign.reset();
+            for (int pass = 2; TestProject::waiting(project.db) > 0 && pass < 9; ++pass) {
+                uploader.rearm(project.db);
+                Q_EMIT uploader.slotStartUpload();
+                QTRY_COMPARE(uploader.finished.count(), pass);
+            }
+            QCOMPARE(TestProject::waiting(project.db), 0);
+            QCOMPARE(accepted.size(), 10);
+        }
+    }
+
+    /// A locked file costs the start-up one short wait, however long records would be waited for.
+    void startUp()
+    {
+        const FlightProject project;
+        const Foreign foreign("exclusive", project.db);
+        CKvDataBase::SetLockWait(5000);
+        const int slept = waited([] { const CKvFlightDataDbOperator op(nullptr, EUploadEnv::None); });
+        CKvDataBase::SetLockWait(Wait);
+        QVERIFY2(slept < 1500, QByteArray::number(slept));
+    }
+
+    /// Within one turn of the event loop a second lock finds what the first has left of the wait.
+    void severalLocksInOneTurn()
+    {
+        const FlightProject project;
+        CKvDataBase database(QString{});
+        database.DBInstance()->setDatabaseName(project.db);
+        QVERIFY(database.open());
+        auto foreign = std::make_unique<Foreign>("exclusive", project.db);
+        t_whileWaiting = [&foreign] { foreign.reset(); };
+        const auto read = [&database] { database.exec("SELECT count(*) FROM pos_data"); };
+        int slept = waited(read); // a part of the wait
+        foreign = std::make_unique<Foreign>("exclusive", project.db);
+        for (int i = 0; i < 8; ++i) {
+            slept += waited(read);
+        }
+        QVERIFY2(slept < Wait * 3 / 2, QByteArray::number(slept));
+    }
+
+    /// What cannot be stored is kept up to a limit; that it is reached is said once.
+    void limit()
+    {
+        const FlightProject project;
+        auto foreign = std::make_unique<Foreign>("exclusive", project.db);
+        Recorder recorder(project.db);
+        const QByteArray megabyte(1 << 20, 'm');
+        for (int i = 0; i < 150; ++i) {
+            Q_EMIT recorder.slotWriteFlightMonitor(QByteArray::number(i) + megabyte);
+        }
+        QCOMPARE(g_criticals,
+                 QStringList(project.db + ": too much waits in memory; records are lost from now on"));
+        foreign.reset();
+        recorder.write(50);
+        QCOMPARE(project.text("SELECT group_concat(length(message) > 1000) FROM flight_monitor_detail_log"),
+                 QString("1,").repeated(50) + QString("0,").repeated(50).chopped(1));
+    }
+
+    /// A host's own connection answers well again once the lock is gone.
+    void tablesOnPlainConnection()
+    {
+        const FlightProject project;
+        {
+            QSqlDatabase plain = QSqlDatabase::addDatabase("QSQLITE", "plain");
+            plain.setDatabaseName(project.db);
+            plain.setConnectOptions(QString("QSQLITE_BUSY_TIMEOUT=%1").arg(Wait));
+            QVERIFY(plain.open());
+            const auto create = [&plain](const char* table) {
+                return CreateTable(table, GetPosDataTableContents(), &plain);
+            };
+            auto foreign = std::make_unique<Foreign>("exclusive", project.db);
+            const int slept = waited([&] {
+                for (const char* table : {"one", "two", "three"}) {
+                    QVERIFY(!create(table));
+                }
+            });
+            QVERIFY2(slept < Wait * 3 / 2, QByteArray::number(slept));
+            foreign.reset();
+            QVERIFY(create("one") && create("two") && create("pos_data"));
+            QSqlQuery timeout("PRAGMA busy_timeout", plain);
+            QVERIFY(timeout.next() && timeout.value(0) == Wait);
+        }
+        QSqlDatabase::removeDatabase("plain");
+    }
+
+    /// A file that was switched to a write-ahead log while it was open is one file again.
+    void switchedToWriteAheadLog()
+    {
+        const FlightProject project;
+        Recorder recorder(project.db);
+        recorder.write(50);
+        {
+            const Foreign foreign("idle WAL", project.db);
+        }
+        recorder.write(50);
+        QVERIFY(!QFileInfo::exists(project.db + "-wal"));
+        QCOMPARE(project.text("SELECT count(*) FROM flight_monitor_detail_log"), QString("100"));
+    }
+
+    /// SQLite leaves the mode without a look at what others have written since it read its pages last.
+    void writesOfOthersBesideWriteAheadLog()
+    {
+        const FlightProject project(0, 0, 0);
+        auto foreign = std::make_unique<Foreign>("idle WAL", project.db);
+        CKvDataBase database(project.db);
+        CKvDataBase other(project.db);
+        QVERIFY(database.open() && other.open());
+        for (const char* row : {"1", "2", "3"}) {
+            QVERIFY(other.transaction());
+            other.exec(QString("INSERT INTO pos_data(id) VALUES('%1')").arg(row));
+            QVERIFY(other.commit());
+            QVERIFY(*row == '3' || database.exec("SELECT * FROM pos_data").next());
+        }
+        other.close();
+        foreign.reset();
+        QVERIFY(database.transaction());
+        database.exec("UPDATE pos_data SET is_uploaded = 1");
+        QVERIFY(database.commit());
+        QCOMPARE(project.text("SELECT id FROM pos_data WHERE is_uploaded = 1 ORDER BY rowid"),
+                 QString("1 2 3"));
+        QCOMPARE(project.text("PRAGMA integrity_check"), QString("ok"));
+    }
+};
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    countSleeps();
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == "--hold") {
+        return hold(arguments[2], arguments[3]);
+    }
+    tst_foreign test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_foreign.moc"

@@ -1,0 +1,355 @@
+// SPDX-License-Identifier: MIT
+#include "SqliteSchema.h"
+#include "SqliteStore.h"
+#include "support/FaultVfs.h"
+#include "support/RawClient.h"
+#include "support/Rows.h"
+#include "support/ScriptedServer.h"
+#include "support/TestProject.h"
+
+#include <memory>
+
+namespace
+{
+FaultVfs& disk = FaultVfs::install();
+constexpr int IoError = 10;
+Bound bound(64 << 20);
+
+Batch batchOf(const QString& path, const QByteArray& form)
+{
+    Body body(static_cast<std::size_t>(form.size()));
+    std::copy(form.begin(), form.end(), body.data());
+    return {*findEndpoint(path.toStdString()), std::move(body), bound.reservation()};
+}
+
+/// A store, and what it has acknowledged.
+struct SLedger {
+    explicit SLedger(QString path) : file(std::move(path)) { reopen(); }
+
+    /// False where the ledger cannot be opened now.
+    bool reopen()
+    {
+        store.reset();
+        try {
+            store = std::make_unique<SqliteStore>(file.toStdString());
+            alice = store->ownerNamed("alice");
+            bob = store->ownerNamed("bob");
+        } catch (const std::runtime_error&) {
+            store.reset();
+        }
+        return store != nullptr;
+    }
+    std::shared_ptr<Delivery> delivery(const QString& path, const QByteArray& form, bool ofBob = false) const
+    {
+        return std::make_shared<Delivery>(
+            Delivery{{ofBob ? bob : alice, std::nullopt}, batchOf(path, form), {}});
+    }
+    /// The outcomes of deliveries that are stored together.
+    QList<Result::Outcome> put(const std::vector<std::shared_ptr<Delivery>>& deliveries)
+    {
+        std::vector<Portion> portions;
+        portions.reserve(deliveries.size());
+        for (const auto& delivery : deliveries) {
+            portions.push_back({delivery.get(), 0, delivery->batch.records().size(), {}});
+        }
+        QList<Result::Outcome> outcomes;
+        if (store) {
+            store->store(portions);
+        }
+        for (const Portion& portion : portions) {
+            outcomes.append(portion.result.outcome);
+            if (portion.result.outcome == Result::Outcome::Stored) {
+                for (const Record& record : portion.delivery->batch.records()) {
+                    acknowledged.insert(QString::fromStdString(std::string(record.id())));
+                }
+            }
+        }
+        return outcomes;
+    }
+    QSet<QString> ids() const
+    {
+        SqliteFile reader(file.toStdString());
+        SqliteFile::Statement select = reader.prepare(R"(SELECT id FROM "row")");
+        QSet<QString> found;
+        while (select.step()) {
+            found.insert(QString::fromStdString(select.text(0)));
+        }
+        return found;
+    }
+    QString text(const QString& sql) const
+    {
+        return QString::fromStdString(SqliteFile(file.toStdString()).text(qPrintable(sql)));
+    }
+
+    const QString file;
+    std::unique_ptr<SqliteStore> store;
+    const Owner* alice = nullptr;
+    const Owner* bob = nullptr;
+    QSet<QString> acknowledged;
+};
+
+/// What a ledger goes through: new rows, rows again, a mission that changes, a restart (which writes the log
+/// back).
+const QList<std::function<void(SLedger&)>> Life = {
+    [](SLedger& ledger) {
+        ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m1"})"),
+                    ledger.delivery("/flight/detailupload", logBody(logRow("a") + ',' + logRow("b")))});
+    },
+    [](SLedger& ledger) { ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b")))}); },
+    [](SLedger& ledger) { ledger.reopen(); },
+    [](SLedger& ledger) {
+        ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b") + ',' + logRow("c")), true),
+                    ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"new"})")});
+    },
+    [](SLedger& ledger) { ledger.store.reset(); },
+};
+
+const QString FirstVersion = "CREATE TABLE \"row\"(kind TEXT NOT NULL, id TEXT NOT NULL, mission TEXT NOT "
+                             "NULL, json TEXT NOT NULL, times "
+                             "INTEGER NOT NULL, PRIMARY KEY(kind,id))";
+
+void makeFirstVersion(const QString& file)
+{
+    TestProject::run(
+        file, {FirstVersion, "CREATE TABLE request(seq INTEGER PRIMARY KEY)",
+               "INSERT INTO \"row\" VALUES('pos_data','p1','m1','{}',3),('uas_status','s1','m1','{}',1)"});
+}
+const QString TakenOver = "demo pos_data p1 m1 3;demo uas_status s1 m1 1";
+const QString SelectAll =
+    "SELECT group_concat(line, ';') FROM (SELECT owner || ' ' || kind || ' ' || id || ' ' || "
+    "mission || ' ' || times AS line FROM \"row\" ORDER BY 1)";
+} // namespace
+
+class tst_ledger : public QObject
+{
+    Q_OBJECT
+
+private:
+    /// Everything that was acknowledged is there, and the file is sound.
+    static void check(const SLedger& ledger, int n)
+    {
+        const FaultVfs::Pause pause;
+        QVERIFY2(ledger.ids().contains(ledger.acknowledged), qPrintable(QString("lost, %1").arg(n)));
+        QCOMPARE(ledger.text("PRAGMA integrity_check"), QString("ok"));
+    }
+    static void powerCutData()
+    {
+        QTest::addColumn<int>("seed");
+        QTest::newRow("only what was synced stays") << 0;
+        QTest::newRow("of the rest anything may stay") << 1;
+        QTest::newRow("or something else") << 2;
+    }
+
+private Q_SLOTS:
+    void cleanup() { disk.clear(); }
+
+    void powerCut_data() { powerCutData(); }
+    void powerCut()
+    {
+        QFETCH(int, seed);
+        std::mt19937 coin(static_cast<unsigned int>(seed));
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const TestProject folder;
+            disk.mount(QFileInfo(folder.path("x")).path());
+            disk.failAt(FaultVfs::Any, n, IoError, true);
+            SLedger ledger(folder.path("ledger.db"));
+            for (const auto& step : Life) {
+                step(ledger);
+            }
+            ledger.store.reset();
+            failures = disk.failures();
+            disk.clear();
+            disk.losePower(seed > 0 ? &coin : nullptr);
+            QVERIFY2(ledger.reopen(), qPrintable(QString::number(n)));
+            check(ledger, n);
+            QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
+                     {Result::Outcome::Stored});
+        }
+    }
+
+    /// Every step fails once, or from there on: nothing that was acknowledged is lost, nothing that was not
+    /// stored is acknowledged, and the same server stores again once the disk is well.
+    void faults_data()
+    {
+        QTest::addColumn<int>("step");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<bool>("forGood");
+        const QList<QPair<FaultVfs::Step, int>> faults = {{FaultVfs::Write, 13},
+                                                          {FaultVfs::Write, IoError},
+                                                          {FaultVfs::Write, 8},
+                                                          {FaultVfs::Sync, IoError},
+                                                          {FaultVfs::Read, IoError}};
+        for (const auto& [step, code] : faults) {
+            for (const bool forGood : {false, true}) {
+                QTest::addRow("%s %d%s", qPrintable(FaultVfs::stepNames().at(step)), code,
+                              forGood ? " for good" : "")
+                    << int(step) << code << forGood;
+            }
+        }
+    }
+    void faults()
+    {
+        QFETCH(int, step);
+        QFETCH(int, code);
+        QFETCH(bool, forGood);
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const TestProject folder;
+            SLedger ledger(folder.path("ledger.db"));
+            disk.failAt(static_cast<FaultVfs::Step>(step), n, code, forGood);
+            Life[0](ledger);
+            Life[1](ledger);
+            Life[3](ledger);
+            failures = disk.failures();
+            check(ledger, n);
+            disk.clear();
+            QVERIFY(ledger.store->probe());
+            QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
+                     {Result::Outcome::Stored});
+            check(ledger, n);
+        }
+    }
+
+    void countsAndKeeps()
+    {
+        const TestProject folder;
+        SLedger ledger(folder.path("ledger.db"));
+        const QByteArray odd = R"({ "id" : "od\u0064", "x":1.50 ,"y":null})";
+        ledger.put({ledger.delivery("/flight/detailupload", logBody(odd + ',' + odd))});
+        ledger.put({ledger.delivery("/flight/detailupload", logBody(R"({"id":"odd"})")),
+                    ledger.delivery("/flight/detailupload", logBody(logRow("odd")), true),
+                    ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"first"})"),
+                    ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"last"})")});
+        QCOMPARE(ledger.text(R"(SELECT json FROM "row" WHERE owner = 'alice' AND id = 'odd')"), QString(odd));
+        QCOMPARE(ledger.text(SelectAll),
+                 QString("alice flight_mission m1 m1 2;alice flight_monitor_detail_log odd m1 "
+                         "3;bob flight_monitor_detail_log odd m1 1"));
+        QCOMPARE(ledger.text("SELECT json FROM \"row\" WHERE id = 'm1'"),
+                 QString(R"({"id":"m1","name":"last"})"));
+    }
+
+    /// One request whose rows the ledger does not take fails alone.
+    void poisoned()
+    {
+        const TestProject folder;
+        SLedger ledger(folder.path("ledger.db"));
+        SqliteFile(ledger.file.toStdString())
+            .execute("CREATE TRIGGER poison BEFORE INSERT ON record WHEN new.id = 'poison' BEGIN "
+                     "SELECT raise(ABORT, 'poison'); END");
+        using Outcome = Result::Outcome;
+        QCOMPARE(ledger.put(
+                     {ledger.delivery("/flight/detailupload", logBody(logRow("a"))),
+                      ledger.delivery("/flight/detailupload", logBody(logRow("b") + ',' + logRow("poison"))),
+                      ledger.delivery("/flight/detailupload", logBody(logRow("c")))}),
+                 (QList<Outcome>{Outcome::Stored, Outcome::Refused, Outcome::Stored}));
+        QCOMPARE(ledger.ids(), (QSet<QString>{"a", "c"}));
+    }
+
+    void takesOver_data() { powerCutData(); }
+    void takesOver()
+    {
+        QFETCH(int, seed);
+        std::mt19937 coin(static_cast<unsigned int>(seed));
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const TestProject folder;
+            const QString file = folder.path("ledger.db");
+            makeFirstVersion(file);
+            disk.mount(QFileInfo(folder.path("x")).path());
+            disk.failAt(FaultVfs::Any, n, IoError, true);
+            SLedger ledger(file);
+            ledger.store.reset();
+            failures = disk.failures();
+            disk.clear();
+            disk.losePower(seed > 0 ? &coin : nullptr);
+            for (int start = 0; start < 2; ++start) {
+                QVERIFY(ledger.reopen());
+                QCOMPARE(ledger.text(SelectAll), TakenOver);
+            }
+        }
+    }
+
+    void foreignFiles()
+    {
+        const TestProject folder;
+        for (const QString& sql : {QString("CREATE TABLE other(x)"), QString("PRAGMA user_version=99")}) {
+            const QString file = folder.path("other.db");
+            QFile::remove(file);
+            CKvDataBase database(file);
+            database.open();
+            database.exec(sql);
+            database.close();
+            const QByteArray before = TestProject::contents(file);
+            QVERIFY(!SLedger(file).store);
+            QCOMPARE(TestProject::contents(file), before);
+        }
+    }
+
+    /// The file is moved away beneath the server: nothing is acknowledged that would go with it.
+    void movedAway()
+    {
+        const TestProject folder;
+        SLedger ledger(folder.path("ledger.db"));
+        Life[0](ledger);
+        QVERIFY(QFile::rename(ledger.file, folder.path("elsewhere.db")));
+        QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
+                 {Result::Outcome::Failed});
+        QVERIFY(!ledger.store->probe());
+        QVERIFY(QFile::rename(folder.path("elsewhere.db"), ledger.file));
+        QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
+                 {Result::Outcome::Stored});
+    }
+
+    /// The whole chain with the power cut at each step, of the client's file or of the ledger: every row that
+    /// the client has marked is in the ledger.
+    void chain_data() { powerCutData(); }
+    void chain()
+    {
+        QFETCH(int, seed);
+        std::mt19937 coin(static_cast<unsigned int>(seed));
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const FlightProject project(2, 1, 3);
+            QVERIFY(QFile::rename(project.db, project.path("flight.kv")));
+            const QString client = project.path("flight.kv");
+            disk.mount(QFileInfo(client).path());
+            SLedger ledger(project.path("ledger.db"));
+            disk.failAt(FaultVfs::Any, n, IoError, true);
+            ScriptedServer server;
+            SetServerIP(server.url());
+            control()->SetNetWorkConnected(true);
+            server.script = [&ledger](const SRequest& request) {
+                const bool stored = ledger.put({ledger.delivery(request.path, request.body)}) ==
+                                    QList<Result::Outcome>{Result::Outcome::Stored};
+                return stored ? ScriptedServer::accepted() : ScriptedServer::reply(R"(500 {"status":500})");
+            };
+            uploadOnce(client);
+            ledger.store.reset();
+            failures = disk.failures();
+            disk.clear();
+            disk.losePower(seed > 0 ? &coin : nullptr);
+            QVERIFY(ledger.reopen());
+            check(ledger, n);
+            for (const QString& table : Tables) {
+                for (const QVariant& id :
+                     TestProject::values(client, "SELECT id FROM " + table + " WHERE is_uploaded = 1")) {
+                    QVERIFY2(ledger.ids().contains(id.toString()),
+                             qPrintable(QString("%1: %2").arg(n).arg(table)));
+                }
+            }
+        }
+    }
+
+private:
+    static void uploadOnce(const QString& client)
+    {
+        ArmedHost uploader(EUploadEnv::OncePerRequest, client);
+        QEventLoop loop;
+        QTimer quiet;
+        connect(&uploader.op, &CKvFlightDataDbOperator::UploadFinished, &loop, &QEventLoop::quit);
+        connect(&quiet, &QTimer::timeout, &loop, &QEventLoop::quit);
+        Q_EMIT uploader.slotStartUpload();
+        quiet.start(50);
+        loop.exec();
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_ledger)
+#include "tst_ledger.moc"

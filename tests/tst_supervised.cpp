@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+#include "support/ScriptedServer.h"
+#include "support/TestProject.h"
+
+#include "operator/LogFeed.h"
+#include "operator/OperatorLink.h"
+#include "upload/Uploader.h"
+
+namespace
+{
+constexpr int Speed = 10; // of the supervisor's clock
+constexpr int Interval = 10;
+
+/// A host that leaves it to its operator to go through the project, with the watch that flightdesk has. Its
+/// clock runs ahead, so that a rest of half a minute ends after seconds.
+struct SupervisedHost : ArmedHost {
+    explicit SupervisedHost(QStringList missionFiles)
+        : ArmedHost(EUploadEnv::WholeProject), files(std::move(missionFiles)), supervisor(Interval)
+    {
+        link.connectTo(&op);
+        supervisor.connectTo(link);
+        connect(&timer, &QTimer::timeout, this, [this] { look(clock.elapsed() * Speed); });
+        clock.start();
+        timer.start(50);
+        Q_EMIT slotStartUpload();
+    }
+    int waiting() const
+    {
+        int rows = 0;
+        for (const QString& file : files) {
+            rows += TestProject::waiting(file);
+        }
+        return rows;
+    }
+    void look(qint64 now)
+    {
+        const int rows = waiting();
+        if (rows != last) {
+            supervisor.noteSignOfLife(now);
+        }
+        last = rows;
+        const auto first = std::find_if(files.cbegin(), files.cend(),
+                                        [](const QString& file) { return TestProject::waiting(file) > 0; });
+        supervisor.look(now, first == files.cend() ? QString() : *first, true);
+    }
+
+    const QStringList files;
+    OperatorLink link;
+    UploadSupervisor supervisor;
+    QElapsedTimer clock;
+    QTimer timer;
+    int last = -1;
+};
+} // namespace
+
+/// Rests in which an operator stays by itself, and the watch that leads out of each.
+class tst_supervised : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<TestProject> m_project;
+    std::unique_ptr<ScriptedServer> m_server;
+    QStringList m_files;
+
+private Q_SLOTS:
+    void init()
+    {
+        m_project = std::make_unique<TestProject>();
+        m_server = std::make_unique<ScriptedServer>();
+        m_files.clear();
+        SetServerIP(m_server->url());
+        control()->SetNetWorkConnected(true);
+        for (const char* const letter : {"a", "b"}) {
+            const QString name = letter;
+            m_files.append(m_project->missionFile(name + "/flight.kv"));
+            for (int i = 0; i < 3; ++i) {
+                TestProject::addMission(m_files.constLast(), name + QString::number(i), 2, 1, 3);
+            }
+        }
+    }
+
+    /// Each fault once, in the middle of a project of several files with several missions each.
+    void everythingArrives_data()
+    {
+        QTest::addColumn<QString>("behaviour");
+        QTest::addColumn<bool>("accepted");
+        const QStringList refusals = {"silence",
+                                      "slam",
+                                      "reset",
+                                      "cut",
+                                      "401 {\"status\":401}",
+                                      "403 {\"status\":403}",
+                                      "413 <html>",
+                                      "500",
+                                      "500 {\"status\":500}",
+                                      "302 http://127.0.0.1:1/",
+                                      R"(200 {"status":0,"message":")",
+                                      "200 []",
+                                      "200 {\"status\":-1}",
+                                      "200 nobody"};
+        for (const QString& behaviour : refusals) {
+            QTest::newRow(qPrintable(behaviour)) << behaviour << false;
+        }
+        for (const char* behaviour : {R"(slowly 200 {"status":0})", R"(200 {"status":"no"})"}) {
+            QTest::newRow(behaviour) << behaviour << true;
+        }
+    }
+    void everythingArrives()
+    {
+        QFETCH(QString, behaviour);
+        QFETCH(bool, accepted);
+        constexpr int Faulty = 5; // the second mission of the first file
+        QStringList rows;
+        m_server->script = [&](const SRequest& request) {
+            const bool faulty = m_server->requests.size() == Faulty;
+            if (!faulty || accepted) {
+                for (const QString& id : request.ids()) {
+                    rows.append(request.path + id);
+                }
+            }
+            return faulty ? ScriptedServer::reply(behaviour) : ScriptedServer::accepted();
+        };
+        SKvUserInfo user;
+        user.m_strToken = "token";
+        SetCurUserInfo(user);
+        BacklogCounter counter(Project::open(m_project->path("")));
+        counter.countAll();
+        const LogFeed feed;
+        Uploader uploader(feed);
+        uploader.setInterval(Interval);
+        uploader.start();
+        const auto waiting = [&] {
+            counter.recount();
+            uploader.look(counter.backlog(), true);
+            return counter.backlog().waiting();
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(waiting(), 0, 120000);
+        QCOMPARE(rows.removeDuplicates(), 0);
+        QCOMPARE(rows.size(), 2 * 3 * (1 + 2 + 1 + 3));
+    }
+
+    /// The files that a pass comes to next cannot be opened, while it lasts or for good.
+    void nextFileCannotBeOpened_data()
+    {
+        QTest::addColumn<bool>("forGood");
+        QTest::newRow("no database") << true;
+        QTest::newRow("its folder is moved away and back") << false;
+    }
+    void nextFileCannotBeOpened()
+    {
+        QFETCH(bool, forGood);
+        const QString away = m_project->path("away");
+        QStringList gone;
+        if (forGood) {
+            for (const char* name : {"a/x.kv", "b/x.kv", "c/x.kv", "d/x.kv"}) {
+                m_project->file(name, QByteArray(5000, 'g'));
+            }
+        }
+        m_server->script = [&](const SRequest& request) {
+            if (!forGood && m_server->requests.size() == 1) {
+                // The file that is not being sent now
+                const bool inA = request.ids().value(0).startsWith('a');
+                gone = QStringList{m_project->path(inA ? "b" : "a"), away};
+                QDir().rename(gone[0], gone[1]);
+            }
+            return ScriptedServer::accepted();
+        };
+        SupervisedHost uploader(m_files);
+        if (!forGood) {
+            QTRY_VERIFY(!gone.isEmpty() && TestProject::waiting(m_files[gone[0].endsWith('b') ? 0 : 1]) == 0);
+            QVERIFY(QDir().rename(gone[1], gone[0]));
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(uploader.waiting(), 0, 60000);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_supervised)
+#include "tst_supervised.moc"
