@@ -95,7 +95,7 @@ private Q_SLOTS:
                                       "500",
                                       "500 {\"status\":500}",
                                       "302 http://127.0.0.1:1/",
-                                      R"(200 {"status":0,"message":")",
+                                      R"(200 {"status":0,"message":)",
                                       "200 []",
                                       "200 {\"status\":-1}",
                                       "200 nobody"};
