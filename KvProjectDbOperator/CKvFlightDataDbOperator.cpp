@@ -38,6 +38,7 @@ bool CreateVideoTables(QSqlDatabase* pInstance)
     return bLog && bStatus && bVideo;
 }
 
+/// KvData can do the same in one call, but a host may bring a KvData of its own, which need not.
 void CreateTables(QSqlDatabase* pInstance)
 {
     CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), pInstance);
@@ -115,7 +116,7 @@ void CKvFlightDataDbOperator::SetFlightModeEasyFly(bool easyMode)
 
 void CKvFlightDataDbOperator::_initDataBase()
 {
-    const QString strUserName = GetCurUserInfo().m_strUserName;
+    const QString strUserName = GetCurUserInfo().m_strUserName; // hosts rely on being asked, not on its use
     Q_UNUSED(strUserName)
     const auto listFile = ProjectMissionFiles();
     if (!listFile) {
@@ -344,7 +345,7 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
         description.BindRecordAsText(query, record);
         query.exec();
         if (query.lastError().type() != QSqlError::NoError) {
-            IsTestServer();
+            IsTestServer(); // hosts see in this call that a record was refused
         }
     }
 }

@@ -110,7 +110,8 @@ KVALGORTHM_EXPORT QList<QVariant> ReadJsonArray(const QJsonValue& value);
 /// but "is_uploaded", under the column's name. The query is only read, never moved.
 ///
 /// Positions, status records and monitor messages travel many to a request, which names their mission: their
-/// objects leave out "flight_mission_id" and every column that is NULL.
+/// objects leave out every column that is NULL, and "flight_mission_id" unless its text holds what a form would
+/// change: a "%", "&", "+", "=" or ";", or anything but ASCII.
 ///
 /// Bodies are posted as form data without further encoding, so the values are safe there: after a form
 /// decoder has worked on the body, a JSON reader gives

@@ -13,22 +13,29 @@
 namespace
 {
 /// What a form decoder would change: its own signs, and bytes that it may take for another encoding.
+bool FormChanges(QChar c)
+{
+    return c == QLatin1Char('%') || c == QLatin1Char('&') || c == QLatin1Char('+') ||
+           c == QLatin1Char('=') || c == QLatin1Char(';') || c.unicode() > 0x7e;
+}
+
+bool IsFormSafe(const QString& text)
+{
+    return std::none_of(text.cbegin(), text.cend(), FormChanges);
+}
+
 /// Quotes, backslashes and control characters are left to the JSON writer, which escapes them.
 QString FormSafe(const QString& text)
 {
-    const auto changes = [](QChar c) {
-        return c == QLatin1Char('%') || c == QLatin1Char('&') || c == QLatin1Char('+') ||
-               c == QLatin1Char('=') || c == QLatin1Char(';') || c.unicode() > 0x7e;
-    };
-    const QByteArray utf8 = std::any_of(text.cbegin(), text.cend(), changes) ? text.toUtf8() : QByteArray();
-    if (utf8.isEmpty()) {
+    if (IsFormSafe(text)) {
         return text;
     }
+    const QByteArray utf8 = text.toUtf8();
     QString safe;
     safe.reserve(utf8.size() * 2);
     for (const char c : utf8) {
         const auto code = static_cast<uchar>(c);
-        if (changes(QLatin1Char(c))) {
+        if (FormChanges(QLatin1Char(c))) {
             safe += QLatin1Char('%') + QString::number(code, 16).toUpper();
         } else {
             safe += QLatin1Char(c);
@@ -111,12 +118,14 @@ QJsonObject SingleRecord(QSqlQuery* query)
 }
 
 /// One of many rows of a request that names their mission. What says nothing is paid for a million times a
-/// flight: the mission again, and columns without a value.
+/// flight: columns without a value, and the mission again, unless the form, which takes its id as it is, would
+/// change that.
 QJsonObject BatchRecord(QSqlQuery* query, const QString& binaryColumn = QString())
 {
     QJsonObject object;
     ForEachColumn(query, [&](const QString& name, const QVariant& value) {
-        if (name != QLatin1String("flight_mission_id") && !IsNull(value)) {
+        const bool said = name == QLatin1String("flight_mission_id") && IsFormSafe(value.toString());
+        if (!said && !IsNull(value)) {
             object.insert(name, name == binaryColumn ? Base64Url(value.toByteArray()) : ColumnValue(value));
         }
     });

@@ -11,6 +11,7 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <memory>
@@ -154,7 +155,11 @@ void Logger::addSecret(const QString& text)
 {
     const QMutexLocker lock(&d->mutex);
     if (text.size() >= ShortestSecret && !d->secrets.contains(text)) {
-        d->secrets.append(text);
+        // The longest first: another may be its beginning.
+        const auto shorter = std::find_if(d->secrets.begin(), d->secrets.end(), [&text](const QString& s) {
+            return s.size() < text.size();
+        });
+        d->secrets.insert(shorter, text);
     }
 }
 

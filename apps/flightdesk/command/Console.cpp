@@ -21,6 +21,16 @@ QByteArray printable(const QString& text)
     return lines.join(QLatin1Char('\n')).toLocal8Bit();
 }
 
+/// A JSON text holds control characters above the ASCII ones as they are.
+QString withControlsEscaped(const QByteArray& json)
+{
+    QString text = QString::fromUtf8(json);
+    for (ushort c = 0x7f; c <= 0x9f; ++c) {
+        text.replace(QChar(c), QStringLiteral("\\u%1").arg(c, 4, 16, QLatin1Char('0')));
+    }
+    return text;
+}
+
 void print(FILE* stream, const QByteArray& bytes)
 {
     std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
@@ -69,7 +79,7 @@ void Console::document(const QJsonObject& object)
 {
     clearBar();
     if (m_json) {
-        print(stdout, printable(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Indented))));
+        print(stdout, printable(withControlsEscaped(QJsonDocument(object).toJson(QJsonDocument::Indented))));
     }
 }
 

@@ -64,7 +64,10 @@ public:
         m_uploader->setInterval(interval);
         m_uploader->setEasyFly(m_easyFly);
         Uploader* const uploader = m_uploader.get();
-        QObject::connect(uploader, &Uploader::ready, uploader, [this] { m_sinceAccepted.start(); });
+        QObject::connect(uploader, &Uploader::ready, uploader, [this] {
+            m_sinceAccepted.start();
+            m_lookTimer.start(LookInterval);
+        });
         QObject::connect(uploader, &Uploader::failed, uploader,
                          [this](const RequestFailure& failure) { noteFailure(failure); });
         QObject::connect(uploader, &Uploader::rearmed, uploader,
@@ -72,6 +75,7 @@ public:
         QObject::connect(uploader, &Uploader::unmarkable, uploader, [this](const QString& file) {
             m_reasons.append(QStringLiteral("accepted rows cannot be marked in %1").arg(file));
             m_console.note(m_reasons.last());
+            m_sinceAccepted.start(); // the rest that follows is not the fault of the next file
         });
         QObject::connect(&m_lookTimer, &QTimer::timeout, &m_lookTimer, [this] { look(); });
     }
@@ -85,7 +89,6 @@ public:
         if (m_backlog.sendable() > 0) {
             m_uploader->start();
             m_uploader->look(m_backlog, isNetworkThere());
-            m_lookTimer.start(LookInterval);
             QCoreApplication::exec();
         }
         m_uploader.reset(); // waits for what the operator is doing

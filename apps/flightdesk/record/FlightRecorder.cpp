@@ -147,9 +147,7 @@ void FlightRecorder::take(const TelemetryFrame& frame)
     Q_EMIT m_link.message(frame.bytes);
     ++m_flight.messages;
     VehicleTracker::Records records = m_tracker.take(frame);
-    if (records.position || records.status) {
-        Q_EMIT told(records);
-    }
+    Q_EMIT told(records);
     if (records.position && m_format.uploadKinds.contains(PosDataTableName)) {
         records.position->insert(QStringLiteral("id"), newId());
         records.position->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);

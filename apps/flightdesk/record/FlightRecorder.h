@@ -45,7 +45,7 @@ public:
 
 Q_SIGNALS:
     void progress(qint64 done, qint64 size);
-    /// A frame was more than a message: the vehicle's position or status was in it.
+    /// A frame was taken, which may have told the vehicle's position or status.
     void told(const VehicleTracker::Records& records);
 
 private Q_SLOTS:

@@ -58,6 +58,8 @@ void Uploader::stop()
     m_supervisor.reset();
     m_pipeline = {};
     m_backlog = {};
+    m_failures = 0;
+    m_unmarkable.clear();
     m_place = Place::NotReady;
     m_current = {};
     setState(State::Off);
