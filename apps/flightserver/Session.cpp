@@ -8,8 +8,8 @@
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
 
+#include <algorithm>
 #include <cstring>
-#include <iostream>
 
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
@@ -63,7 +63,6 @@ struct Session::Exchange {
     Bound::Reservation room;
     Clock::time_point start = Clock::now();
     bool keepAlive = false;
-    bool letIn = false;
     Answer::Ending ending = Answer::Ending::Whole;
 };
 
@@ -94,24 +93,27 @@ void Session::wait(What what)
     });
 }
 
+// The bytes that were moved; where it is none the session goes on when the stream can, or is closed.
+std::size_t Session::advance(const Stream::Result& result)
+{
+    if (result.what == What::Closed) {
+        close();
+    } else if (result.what != What::Done) {
+        wait(result.what);
+    }
+    return result.bytes;
+}
+
 void Session::readOn()
 {
     for (int turn = 0; turn < ReadsInTurn; ++turn) {
         const std::span<char> buffer = target();
-        const Stream::Result result = m_stream.read(buffer);
-        if (result.what == What::Closed) {
-            close();
+        const std::size_t bytes = advance(m_stream.read(buffer));
+        m_received += bytes;
+        if (bytes == 0 || !take(buffer.first(bytes))) {
             return;
         }
-        if (result.what != What::Done) {
-            wait(result.what);
-            return;
-        }
-        m_received += result.bytes;
-        if (!take(buffer.first(result.bytes))) {
-            return;
-        }
-        if (result.bytes < buffer.size() && !m_stream.mayHoldMore()) {
+        if (bytes < buffer.size() && !m_stream.mayHoldMore()) {
             wait(What::WantsRead);
             return;
         }
@@ -254,7 +256,6 @@ Session::Judgement Session::judgeLength(const Header& header, std::optional<std:
 // rest: what is there of the body, and of what follows.
 bool Session::admit(std::size_t length, std::span<char> rest, bool waitsForLeave)
 {
-    m_exchange->letIn = true;
     m_exchange->bytes = length;
     const std::size_t there = std::min(length, rest.size());
     std::copy_n(rest.data(), there, m_exchange->body.data());
@@ -295,11 +296,11 @@ void Session::handle()
     }
     setState(State::Handling);
     const std::size_t bytes = m_exchange->bytes;
-    m_front.m_pace.begin(bytes);
+    m_front.m_pace.begin(bytes, Clock::now());
     m_front.m_backing.handler.handle(
         {m_exchange->endpoint, *m_exchange->sender, std::move(m_exchange->body), std::move(m_exchange->room)},
         [self = shared_from_this(), bytes](const Answer& answered) {
-            self->m_front.m_pace.end(bytes);
+            self->m_front.m_pace.end(bytes, Clock::now());
             self->answer(answered);
         });
 }
@@ -326,16 +327,11 @@ void Session::answer(const Answer& answer)
 void Session::writeOn()
 {
     while (m_written < m_out.size()) {
-        const Stream::Result result = m_stream.write(std::span(m_out).subspan(m_written));
-        if (result.what == What::Closed) {
-            close();
+        const std::size_t bytes = advance(m_stream.write(std::span(m_out).subspan(m_written)));
+        if (bytes == 0) {
             return;
         }
-        if (result.what != What::Done) {
-            wait(result.what);
-            return;
-        }
-        m_written += result.bytes;
+        m_written += bytes;
     }
     finishAnswer();
 }
@@ -375,7 +371,7 @@ void Session::next()
 void Session::log(const Answer& answer)
 {
     const Exchange& exchange = *m_exchange;
-    if (exchange.letIn) {
+    if (exchange.endpoint != nullptr) {
         m_front.m_backing.metrics.countRequest(*exchange.endpoint, answer.status);
     }
     if (!m_front.m_backing.accessLog.isOn()) {

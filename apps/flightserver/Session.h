@@ -47,6 +47,7 @@ private:
     using Header = boost::beast::http::request<boost::beast::http::empty_body>;
 
     void wait(Stream::Result::What what);
+    std::size_t advance(const Stream::Result& result);
     void readOn();
     std::span<char> target();
     bool take(std::span<char> bytes);

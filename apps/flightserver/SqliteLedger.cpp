@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "SqliteLedger.h"
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 

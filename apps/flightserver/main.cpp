@@ -113,12 +113,20 @@ private:
 
     void reload()
     {
-        try {
-            m_accessLog.reopen();
-            if (m_tls) {
+        orKeep([this] { m_accessLog.reopen(); });
+        if (m_tls) {
+            orKeep([this] {
                 m_tls->reload();
                 std::cerr << "flightserver: certificate read again" << std::endl;
-            }
+            });
+        }
+    }
+
+    template<class Function>
+    static void orKeep(Function&& renew)
+    {
+        try {
+            std::forward<Function>(renew)();
         } catch (const std::exception& error) {
             std::cerr << "flightserver: " << error.what() << "; the old one stays" << std::endl;
         }
