@@ -29,28 +29,6 @@ QByteArray flightLog(quint32 seed)
 struct SRound : FlownProject {
     IngestServer server{{"--token", Token, "--ledger", ledger, "--access-log", path("access.log")}};
 
-    /// Rows of all files, as "table/id", of which the condition holds; a row of the ledger is "received".
-    QSet<QString> rows(const QString& condition = "1") const
-    {
-        QSet<QString> found;
-        QDirIterator files(path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-        while (files.hasNext()) {
-            CKvDataBase database(files.next());
-            if (!database.open()) {
-                continue; // it is just being made
-            }
-            database.exec("ATTACH '" + ledger + "' AS ledger");
-            for (const QString& table : Tables) {
-                const QString sql = "SELECT '%1/' || id FROM %1 LEFT JOIN (SELECT id AS received FROM "
-                                    "ledger.row WHERE kind = '%1') ON received = id WHERE %2";
-                QSqlQuery query = database.exec(sql.arg(table, condition));
-                while (query.next()) {
-                    found.insert(query.value(0).toString());
-                }
-            }
-        }
-        return found;
-    }
     QVariant inLedger(const QString& sql) const
     {
         CKvDataBase database(path("none.db"));

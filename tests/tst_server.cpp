@@ -7,10 +7,10 @@
 
 #include <boost/asio/post.hpp>
 
+#include <QtCore/QRegularExpression>
 #include <QtNetwork/QSslCertificate>
 
 #include <csignal>
-#include <thread>
 
 namespace
 {
@@ -306,6 +306,60 @@ private Q_SLOTS:
         for (const char* secret : {"secret", "wrong-token", "body-text", "other"}) {
             QVERIFY(!old.contains(secret));
         }
+    }
+
+    /// As docs/server.md has it, in its words and while rows come in: the copy, put in the ledger's place,
+    /// holds whatever had been acknowledged before.
+    void backedUp()
+    {
+        SServer server;
+        Senders senders(server.url(), 4, "row");
+        QTRY_VERIFY(senders.count() > 500);
+        const QSet<QByteArray> before = senders.acknowledged();
+        QProcess shell;
+        shell.setWorkingDirectory(QFileInfo(server.ledger).path());
+        const QString recipe = TestProject::contents(":/server.md");
+        shell.start("sh",
+                    {"-c", QRegularExpression("printf .*\\.backup copy\\.db.*").match(recipe).captured()});
+        QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
+        senders.end();
+        QVERIFY(senders.count() > before.size() && senders.failed() == 0);
+        server.program.reset();
+        QVERIFY(QFile::remove(server.ledger) && QFile::rename(server.folder.path("copy.db"), server.ledger));
+        server.start();
+        QVERIFY(server.ids().contains(before));
+        QCOMPARE(server.text("PRAGMA integrity_check"), QString("ok"));
+    }
+
+    /// Behind is a ledger that has more to do than it takes in time; small requests say nothing of how fast
+    /// it is.
+    void pace()
+    {
+        using namespace std::chrono_literals;
+        constexpr std::size_t MiB = 1 << 20;
+        Pace::Time now;
+        Pace pace(8s);
+        const auto pass = [&](int times, std::size_t bytes) {
+            for (int i = 0; i < times; ++i) {
+                pace.begin(bytes, now);
+                pace.end(bytes, now += 1s);
+                pace.measure(now);
+            }
+        };
+        pass(60, 600);
+        pace.begin(32 * MiB, now);
+        QVERIFY(!pace.isBehind());
+        pass(9, MiB); // a second each
+        QVERIFY(pace.isBehind());
+        pass(9, 8 * MiB);
+        QVERIFY(!pace.isBehind());
+        pace.measure(now += 60s); // it hangs
+        pace.measure(now += 60s);
+        QVERIFY(pace.isBehind());
+        Limits limits = shortLimits();
+        limits.longestWait = -1ms;
+        const ImpatientServer server(limits);
+        QCOMPARE(RawClient(server.url).post(LogPath, Secret, logBody(logRow("1"))), 503);
     }
 
     /// Renewed certificates are taken at SIGHUP, without a break for those who are connected.

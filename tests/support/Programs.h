@@ -63,14 +63,37 @@ struct FlownProject : TestProject {
     {
         return runProgram("flightdesk", command(name, more));
     }
-    bool simulate(int missions) const
+    bool simulate(int missions, int seed = 3) const
     {
-        return desk("simulate", {"--missions", QString::number(missions), "--minutes", "1", "--seed", "3"})
+        return desk("simulate", {"--missions", QString::number(missions), "--minutes", "1", "--seed",
+                                 QString::number(seed)})
                    .exitCode == 0;
     }
     SResult upload(const QString& url, const QStringList& more = {}) const
     {
         return runProgram("flightdesk", uploadCommand(url) + more);
+    }
+    /// Rows of all files, as "table/id", of which the condition holds; a row of the ledger is "received".
+    QSet<QString> rows(const QString& condition = "1") const
+    {
+        QSet<QString> found;
+        QDirIterator files(path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            CKvDataBase database(files.next());
+            if (!database.open()) {
+                continue; // it is just being made
+            }
+            database.exec("ATTACH '" + ledger + "' AS ledger");
+            for (const QString& table : Tables) {
+                const QString sql = "SELECT '%1/' || id FROM %1 LEFT JOIN (SELECT id AS received FROM "
+                                    "ledger.row WHERE kind = '%1') ON received = id WHERE %2";
+                QSqlQuery query = database.exec(sql.arg(table, condition));
+                while (query.next()) {
+                    found.insert(query.value(0).toString());
+                }
+            }
+        }
+        return found;
     }
     /// Uploads everything and compares it with the server's ledger.
     void uploadAll(const QString& url) const

@@ -31,6 +31,11 @@ struct SServer {
     QByteArray addToken(const QString& owner) const { return token({"add", owner}).out.trimmed(); }
     SqliteFile open() const { return SqliteFile(ledger.toStdString()); }
     QString text(const char* sql) const { return QString::fromStdString(open().text(sql)); }
+    QSet<QByteArray> ids() const
+    {
+        const QByteArrayList ids = text("SELECT group_concat(id) FROM record").toUtf8().split(',');
+        return {ids.cbegin(), ids.cend()};
+    }
 
     const TestProject folder;
     const QString ledger = folder.path("ledger.db");
@@ -38,18 +43,21 @@ struct SServer {
     std::unique_ptr<IngestServer> program;
 };
 
-/// Clients that send rows one by one until they are told to end; what was acknowledged is remembered.
-class Senders
+/// Threads that do the same again and again until they are told to end.
+class Crowd
 {
 public:
-    Senders(const QString& url, int count, int seed)
+    ~Crowd() { end(); }
+    template<class Function>
+    void add(Function again)
     {
-        for (int i = 0; i < count; ++i) {
-            m_threads.emplace_back(
-                [this, url, i, seed] { send(url, QByteArray::number(seed) + '-' + QByteArray::number(i)); });
-        }
+        m_threads.emplace_back([this, again = std::move(again)]() mutable {
+            while (!m_end) {
+                again();
+            }
+        });
     }
-    ~Senders() { end(); }
+    bool isEnding() const { return m_end; }
     void end()
     {
         m_end = true;
@@ -58,44 +66,63 @@ public:
         }
         m_threads.clear();
     }
-    int acknowledgedCount() const { return m_count; }
-    /// After the end: milliseconds until each answer, in order, and the rows.
-    std::vector<qint64>& times()
-    {
-        std::sort(m_times.begin(), m_times.end());
-        return m_times;
-    }
-    QSet<QByteArray>& acknowledged() { return m_acknowledged; }
 
 private:
-    void send(const QString& url, const QByteArray& name)
-    {
-        std::unique_ptr<RawClient> client;
-        QSet<QByteArray> mine;
-        std::vector<qint64> times;
-        for (int i = 0; !m_end; ++i) {
-            if (!client) {
-                client = std::make_unique<RawClient>(url);
-            }
-            const QByteArray id = name + '-' + QByteArray::number(i);
-            QElapsedTimer time;
-            time.start();
-            if (client->post(LogPath, Secret, logBody(logRow(id))) == 0) {
-                mine.insert(id);
-                ++m_count;
-                times.push_back(time.elapsed());
-            } else {
-                client.reset();
-            }
-        }
-        const std::lock_guard lock(m_mutex);
-        m_acknowledged += mine;
-        m_times.insert(m_times.end(), times.begin(), times.end());
-    }
     std::atomic<bool> m_end{false};
-    std::atomic<int> m_count{0};
+    std::vector<std::thread> m_threads;
+};
+
+/// Clients that send rows one by one until they are told to end; what was acknowledged is remembered.
+class Senders
+{
+public:
+    Senders(const QString& url, int count, const QByteArray& name)
+    {
+        for (int i = 0; i < count; ++i) {
+            m_crowd.add([this, url, mine = name + '-' + QByteArray::number(i) + '-', n = 0,
+                         client = std::unique_ptr<RawClient>()]() mutable {
+                if (!client) {
+                    client = std::make_unique<RawClient>(url);
+                }
+                QElapsedTimer time;
+                time.start();
+                const QByteArray id = mine + QByteArray::number(n++);
+                const int status = client->post(LogPath, Secret, logBody(logRow(id)));
+                const std::lock_guard lock(m_mutex);
+                if (status == 0) {
+                    m_acknowledged.insert(id);
+                    m_times.push_back(time.elapsed());
+                } else {
+                    client.reset();
+                    ++m_failed;
+                }
+            });
+        }
+    }
+    void end() { m_crowd.end(); }
+    QSet<QByteArray> acknowledged()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_acknowledged;
+    }
+    int count()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_acknowledged.size();
+    }
+    /// After the end: requests that were not acknowledged, and the milliseconds in which 99 of 100 others
+    /// were.
+    int failed() const { return m_failed; }
+    qint64 p99()
+    {
+        std::sort(m_times.begin(), m_times.end());
+        return m_times.at(m_times.size() * 99 / 100);
+    }
+
+private:
     std::mutex m_mutex;
     QSet<QByteArray> m_acknowledged;
     std::vector<qint64> m_times;
-    std::vector<std::thread> m_threads;
+    int m_failed = 0;
+    Crowd m_crowd;
 };
