@@ -3,6 +3,7 @@
 
 #include "KvAlgorthm.h"
 #include "KvData.h"
+#include "KvProjectDbOperator/CKvUpLoadObject.h"
 #include "MissionFile.h"
 #include "Report.h"
 
@@ -53,6 +54,21 @@ void Host::drain()
 void setProject(const QString& folder)
 {
     CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetProjectDirPath(folder);
+}
+
+double postSmallOnes(const QByteArray& url, const QByteArray& body)
+{
+    CKvUpLoadObject object;
+    object.SetUrl(url + "/flight/detailupload");
+    object.SetFilePathArray(body);
+    QEventLoop loop;
+    QObject::connect(&object, &CKvUpLoadObject::upLoadFinished, &loop, &QEventLoop::quit);
+    return SmallRequests / seconds([&] {
+               for (int i = 0; i < SmallRequests; ++i) {
+                   object.PostNetWorkReplyMessage();
+                   loop.exec();
+               }
+           });
 }
 
 double drainFile(const QString& file, const QByteArray& url)

@@ -31,5 +31,9 @@ Q_SIGNALS:
 
 void setProject(const QString& folder);
 
+// Small requests that an upload object sends in a second, one after the other.
+constexpr int SmallRequests = 50;
+double postSmallOnes(const QByteArray& url, const QByteArray& body);
+
 // Sends everything that waits in the file to the server; the seconds that took.
 double drainFile(const QString& file, const QByteArray& url);

@@ -129,6 +129,9 @@ public:
 
     LoadResult run()
     {
+        if (m_load.warm) {
+            warmUp();
+        }
         for (std::size_t i = 0; i < m_clients.size(); ++i) {
             m_later.emplace(0, i);
         }
@@ -144,6 +147,21 @@ public:
     }
 
 private:
+    void warmUp()
+    {
+        m_isWarming = true;
+        for (Client& client : m_clients) {
+            ++m_busy;
+            begin(client);
+            while (m_busy > 0) {
+                handleEvents();
+            }
+            require(client.isServed, "a client is not served");
+        }
+        m_isWarming = false;
+        m_result = {};
+        m_start = Clock::now();
+    }
     void startLater()
     {
         while (!m_later.empty() && m_later.top().first <= since(m_start) && since(m_start) < m_load.seconds) {
@@ -219,7 +237,7 @@ private:
         ++m_result.accepted;
         client.isServed = true;
         m_result.accepting.push_back(time);
-        if (since(m_start) < m_load.seconds) {
+        if (!m_isWarming && since(m_start) < m_load.seconds) {
             begin(client);
         } else {
             --m_busy;
@@ -248,7 +266,8 @@ private:
     std::vector<Client> m_clients;
     std::priority_queue<Later, std::vector<Later>, std::greater<>> m_later;
     int m_busy = 0;
-    const Clock::time_point m_start = Clock::now();
+    bool m_isWarming = false;
+    Clock::time_point m_start = Clock::now();
     LoadResult m_result;
 };
 } // namespace

@@ -13,6 +13,9 @@ struct Load {
     double seconds = 3;    // then nothing new is sent
     int rows = 1;          // in each request
     double retryAfter = 3; // seconds after a refusal, as the library does it
+    // Each connection is served once, one after the other, before the time begins: a server with a short
+    // queue of those who want to connect has some of them try again for half a minute.
+    bool warm = false;
 };
 
 struct LoadResult {

@@ -63,6 +63,14 @@ void Report::print() const
     }
 }
 
+int rounds()
+{
+    constexpr int Usual = 5;
+    bool isSet = false;
+    const int wanted = qEnvironmentVariableIntValue("KV_ROUNDS", &isSet);
+    return isSet ? std::max(wanted, 1) : Usual;
+}
+
 Pair interleave(int rounds, const std::function<double()>& ours, const std::function<double()>& baseline)
 {
     std::vector<double> oursAll;

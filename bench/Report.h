@@ -35,6 +35,9 @@ private:
     std::vector<Row> m_rows;
 };
 
+// Of whatever is compared with an earlier server, as KV_ROUNDS says, or 5.
+int rounds();
+
 // Medians of both, measured in turn so that a busy machine is equally busy for the two.
 Pair interleave(int rounds, const std::function<double()>& ours, const std::function<double()>& baseline);
 

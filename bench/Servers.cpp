@@ -2,11 +2,15 @@
 #include "Servers.h"
 
 #include "Connections.h"
+#include "MissionFile.h"
 #include "Report.h"
 
 #include <httplib.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
+
+#include <unistd.h>
 
 namespace
 {
@@ -80,4 +84,37 @@ FlightServer::~FlightServer()
     if (!m_process.waitForFinished(PatienceMs)) {
         m_process.kill();
     }
+}
+
+QString firstServer()
+{
+    return qEnvironmentVariable("KV_FIRST_SERVER");
+}
+
+ServerOnDisk::ServerOnDisk(const QString& program, const QStringList& more)
+    : m_folder(diskFolder())
+    , m_server(program, QStringList{"--ledger", m_folder.filePath("ledger.db")} + more)
+{
+}
+
+double ServerOnDisk::seconds() const
+{
+    constexpr int UserTime = 11; // fields behind the name in brackets; the system's follows
+    const QByteArray stat = process(QString("task/%1/stat").arg(m_server.processId()));
+    const QByteArrayList fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return (fields.value(UserTime).toDouble() + fields.value(UserTime + 1).toDouble()) /
+           static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+double ServerOnDisk::statusBytes(const QByteArray& line) const
+{
+    const QByteArray text = process("status");
+    return text.mid(text.indexOf(line) + line.size()).trimmed().split(' ')[0].toDouble() * 1024;
+}
+
+QByteArray ServerOnDisk::process(const QString& file) const
+{
+    QFile of(QString("/proc/%1/%2").arg(m_server.processId()).arg(file));
+    require(of.open(QIODevice::ReadOnly), "no /proc of the server");
+    return of.readAll();
 }

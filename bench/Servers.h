@@ -3,6 +3,7 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QProcess>
+#include <QtCore/QTemporaryDir>
 
 #include <atomic>
 #include <map>
@@ -53,4 +54,27 @@ public:
 private:
     QProcess m_process;
     QByteArray m_url;
+};
+
+// Its program in an earlier version, which scripts/bench builds; empty: none.
+QString firstServer();
+
+// One on a ledger on disk, with nothing in it.
+class ServerOnDisk
+{
+public:
+    explicit ServerOnDisk(const QString& program = {}, const QStringList& more = {});
+    [[nodiscard]] QByteArray url() const { return m_server.url(); }
+    // Bytes that are resident now, and that were at most.
+    [[nodiscard]] double memory() const { return statusBytes("VmRSS:"); }
+    [[nodiscard]] double peakMemory() const { return statusBytes("VmHWM:"); }
+    // That the thread of the connections has worked.
+    [[nodiscard]] double seconds() const;
+
+private:
+    [[nodiscard]] double statusBytes(const QByteArray& line) const;
+    [[nodiscard]] QByteArray process(const QString& file) const;
+
+    const QTemporaryDir m_folder;
+    FlightServer m_server;
 };

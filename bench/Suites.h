@@ -13,6 +13,8 @@ void benchMemory(Report& report);
 // Of the telemetry logs, recorded with flightdesk; without one, of a log with frames of the usual size.
 void benchLine(Report& report, const QStringList& logs);
 void benchServer(Report& report);
+// Of it, what the project's own clients see, and what TLS costs.
+void benchServerClients(Report& report);
 
 // What a process of its own measures for benchMemory(): prints its figures.
 void measureInChild(const QStringList& arguments);

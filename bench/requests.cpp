@@ -1,32 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
-#include "KvProjectDbOperator/CKvUpLoadObject.h"
+#include "Host.h"
 #include "MissionFile.h"
 #include "Servers.h"
 #include "Suites.h"
 
 #include <QtCore/QEventLoop>
 #include <QtNetwork/QNetworkAccessManager>
+#include <QtNetwork/QNetworkReply>
 
 namespace
 {
-constexpr int Requests = 50;
-
-double postSmallOnes(const QByteArray& url, const QByteArray& body)
-{
-    CKvUpLoadObject object;
-    object.SetUrl(url + "/flight/detailupload");
-    object.SetFilePathArray(body);
-    QEventLoop loop;
-    QObject::connect(&object, &CKvUpLoadObject::upLoadFinished, &loop, &QEventLoop::quit);
-    return Requests / seconds([&] {
-               for (int i = 0; i < Requests; ++i) {
-                   object.PostNetWorkReplyMessage();
-                   loop.exec();
-               }
-           });
-}
-
 double postSmallOnesByManager(const QByteArray& url, const QByteArray& body)
 {
     QNetworkAccessManager manager;
@@ -34,8 +18,8 @@ double postSmallOnesByManager(const QByteArray& url, const QByteArray& body)
     request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
     QEventLoop loop;
     QObject::connect(&manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
-    return Requests / seconds([&] {
-               for (int i = 0; i < Requests; ++i) {
+    return SmallRequests / seconds([&] {
+               for (int i = 0; i < SmallRequests; ++i) {
                    manager.post(request, body);
                    loop.exec();
                }
@@ -45,8 +29,8 @@ double postSmallOnesByManager(const QByteArray& url, const QByteArray& body)
 double postSmallOnesByCurl(const QByteArray& url, const QByteArray& body)
 {
     Poster poster(url, "/flight/detailupload");
-    return Requests / seconds([&] {
-               for (int i = 0; i < Requests; ++i) {
+    return SmallRequests / seconds([&] {
+               for (int i = 0; i < SmallRequests; ++i) {
                    poster.post(body);
                }
            });

@@ -4,43 +4,16 @@
 #include "Servers.h"
 #include "Suites.h"
 
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
-
 #include <iostream>
 
 namespace
 {
-constexpr int Rounds = 5;
 constexpr double MiB = 1 << 20;
-
-// A flightserver on a ledger on disk, with nothing in it.
-struct OnDisk {
-    explicit OnDisk(const QString& program = {}, const QStringList& more = {})
-        : server(program, QStringList{"--ledger", folder.filePath("ledger.db")} + more)
-    {
-    }
-    [[nodiscard]] double peakMemory() const
-    {
-        QFile status(QString("/proc/%1/status").arg(server.processId()));
-        require(status.open(QIODevice::ReadOnly), "no /proc of the server");
-        const QByteArray text = status.readAll();
-        return text.mid(text.indexOf("VmHWM:") + 6).trimmed().split(' ')[0].toDouble() * 1024;
-    }
-    const QTemporaryDir folder{diskFolder()};
-    FlightServer server;
-};
-
-// The program of an earlier version, which scripts/bench builds; empty: none.
-QString firstServer()
-{
-    return qEnvironmentVariable("KV_FIRST_SERVER");
-}
 
 double acceptedPerSecond(const QString& program, Load load)
 {
-    const OnDisk disk(program);
-    load.url = disk.server.url();
+    const ServerOnDisk disk(program);
+    load.url = disk.url();
     const LoadResult result = run(load);
     require(result.broken == 0 && result.refused == 0, "not every request was accepted");
     return result.perSecond();
@@ -50,19 +23,19 @@ void compareWithFirst(Report& report, const QString& what, const Load& load, dou
 {
     const auto ours = [&load] { return acceptedPerSecond({}, load); };
     if (firstServer().isEmpty()) {
-        report.add(what + ", alone", interleave(Rounds, ours, ours), Unit::PerSecond);
+        report.add(what + ", alone", interleave(rounds(), ours, ours), Unit::PerSecond);
         return;
     }
-    const Pair pair = interleave(Rounds, ours, [&load] { return acceptedPerSecond(firstServer(), load); });
+    const Pair pair = interleave(rounds(), ours, [&load] { return acceptedPerSecond(firstServer(), load); });
     report.add(what + " / first server, NORMAL", pair, Unit::PerSecond, 1 / reach);
 }
 
 void benchMany(Report& report, int connections, double most)
 {
     const auto p99 = [connections] {
-        const OnDisk disk;
+        const ServerOnDisk disk;
         Load load;
-        load.url = disk.server.url();
+        load.url = disk.url();
         load.connections = connections;
         load.seconds = 5;
         const LoadResult result = run(load);
@@ -71,7 +44,7 @@ void benchMany(Report& report, int connections, double most)
         std::cerr << "    " << result.perSecond() << "/s\n";
         return result.percentile(0.99);
     };
-    const Pair pair = interleave(Rounds, p99, [most] { return most; });
+    const Pair pair = interleave(rounds(), p99, [most] { return most; });
     report.add(QString("1 row from %1 connections, p99 / at most").arg(connections), pair, Unit::Seconds, 1);
 }
 
@@ -79,13 +52,13 @@ void benchRefusals(Report& report)
 {
     constexpr int Requests = 200;
     constexpr double Most = 0.001;
-    const OnDisk disk({}, {"--token", "secret"});
+    const ServerOnDisk disk({}, {"--token", "secret"});
     const double before = disk.peakMemory();
     const auto refuse = [&disk](const QByteArray& token, const QByteArray& length) {
         const QByteArray request = "POST /flight/detailupload HTTP/1.1\r\nHost: bench\r\ntoken: " + token +
                                    "\r\nContent-Length: " + length + "\r\n\r\n" + QByteArray(16384, 'x');
         return interleave(
-                   Requests, [&] { return timeAnswer(disk.server.url(), request); }, [] { return 0.0; })
+                   Requests, [&] { return timeAnswer(disk.url(), request); }, [] { return 0.0; })
             .ours;
     };
     report.add("refusal of a token, 1 GiB announced / at most", {refuse("other", "1073741824"), Most},
@@ -98,18 +71,18 @@ void benchIdle(Report& report)
 {
     constexpr int Connections = 10000;
     const auto each = [] {
-        const OnDisk disk;
+        const ServerOnDisk disk;
         Load load;
-        load.url = disk.server.url();
+        load.url = disk.url();
         load.seconds = 1; // one request warms the server
         run(load);
-        const double before = disk.peakMemory();
+        const double before = disk.memory();
         const IdleConnections idle(load.url, Connections);
         require(run(load).accepted > 0, "nobody is served beside idle connections");
-        return (disk.peakMemory() - before) / Connections;
+        return (disk.memory() - before) / Connections;
     };
-    report.add("memory of an idle connection, 10,000 / 2 kB", interleave(Rounds, each, [] { return 2000.0; }),
-               Unit::Bytes, 1);
+    report.add("memory of an idle connection, 10,000 / 2 kB",
+               interleave(rounds(), each, [] { return 2000.0; }), Unit::Bytes, 1);
 }
 
 // After an outage everybody has something to send.
@@ -122,9 +95,9 @@ void benchCrowd(Report& report)
     double memory = 0;
     double slowest = 0;
     const auto crowd = [&] {
-        const OnDisk disk;
+        const ServerOnDisk disk;
         Load many = load;
-        many.url = disk.server.url();
+        many.url = disk.url();
         many.connections = 3000;
         const LoadResult result = run(many);
         memory = std::max(memory, disk.peakMemory());
@@ -134,7 +107,7 @@ void benchCrowd(Report& report)
         return result.perSecond();
     };
     load.connections = 8;
-    const Pair pair = interleave(Rounds, crowd, [&load] { return acceptedPerSecond({}, load); });
+    const Pair pair = interleave(rounds(), crowd, [&load] { return acceptedPerSecond({}, load); });
     report.add("1000 rows from 3000 clients at once / from 8", pair, Unit::PerSecond, 1 / 0.6);
     report.add("the same, memory / bound and 64 MiB", {memory, Bound + 64 * MiB}, Unit::Bytes, 1);
     report.add("the same, slowest answer / 20 s", {slowest, 20}, Unit::Seconds, 1);
@@ -144,6 +117,7 @@ void benchCrowd(Report& report)
 void benchServer(Report& report)
 {
     Load load;
+    load.warm = true;
     load.connections = 64;
     compareWithFirst(report, "64 connections of 1 row", load, 3);
     load.connections = 8;
@@ -154,4 +128,5 @@ void benchServer(Report& report)
     benchRefusals(report);
     benchIdle(report);
     benchCrowd(report);
+    benchServerClients(report);
 }
