@@ -166,11 +166,16 @@ private Q_SLOTS:
         auto holder = std::make_unique<RawClient>(server.url);
         holder->send(postText(LogPath, Secret, "data=", 900000));
         QTRY_VERIFY(server.reserved() > 900000);
+        RawClient half(server.url);
+        half.send(QByteArray(15000, 'x'));
+        QTRY_VERIFY(server.reserved() > 915000);
         RawClient other(server.url);
         other.send(postText(LogPath, Secret, "", 200000));
         QCOMPARE(other.status(), 503);
         QCOMPARE(RawClient(server.url).post(LogPath, Secret, logBody(logRow("1"))), 0);
         holder.reset();
+        half.send("\r\n\r\n");
+        QCOMPARE(half.status(), 400);
         QTRY_COMPARE(server.reserved(), std::size_t{0});
         const QByteArray rows =
             logRow("1") + (',' + logRow("1")).repeated(10000); // more in memory than on the line

@@ -156,14 +156,32 @@ bool Session::takeHead(std::span<char> bytes)
     if (m_head.empty()) {
         return begin(bytes);
     }
-    m_head.append(bytes.data(), bytes.size());
+    if (!keep(bytes)) {
+        return false;
+    }
     const bool mayBeWhole = bytes.empty() || std::find(bytes.begin(), bytes.end(), '\n') != bytes.end();
     if (!mayBeWhole && m_head.size() < m_front.m_limits.maxHeader) {
         return true;
     }
     std::string whole = std::move(m_head);
     m_head.clear();
+    m_headRoom = {};
     return begin(whole);
+}
+
+// What waits for the rest of its header, or behind another request, takes room as well. False: there is none.
+bool Session::keep(std::span<const char> bytes)
+{
+    if (m_head.empty()) {
+        m_headRoom = m_front.bound().reservation();
+    }
+    if (!m_headRoom.grow(bytes.size())) {
+        m_exchange = std::make_unique<Exchange>();
+        refuse(NoRoom, "room", "no room for the request now");
+        return false;
+    }
+    m_head.append(bytes.data(), bytes.size());
+    return true;
 }
 
 // bytes: a header, or what there is of it, and what follows.
@@ -173,8 +191,7 @@ bool Session::begin(std::span<char> bytes)
     const std::size_t most = m_front.m_limits.maxHeader;
     const std::size_t end = std::string_view(bytes.data(), bytes.size()).find(HeaderEnd);
     if (end == std::string_view::npos && bytes.size() < most) {
-        m_head.assign(bytes.data(), bytes.size());
-        return true;
+        return keep(bytes);
     }
     m_exchange = std::make_unique<Exchange>();
     if (end == std::string_view::npos || end > most) {
@@ -259,7 +276,9 @@ bool Session::admit(std::size_t length, std::span<char> rest, bool waitsForLeave
     m_exchange->bytes = length;
     const std::size_t there = std::min(length, rest.size());
     std::copy_n(rest.data(), there, m_exchange->body.data());
-    m_head.assign(rest.data() + there, rest.size() - there);
+    if (!keep(rest.subspan(there))) {
+        return false;
+    }
     if (there < length) {
         m_stream.acknowledgeAtOnce();
         if (waitsForLeave) {
@@ -452,4 +471,5 @@ void Session::close(const char* reason)
     error_code ignored;
     m_stream.socket().close(ignored);
     m_exchange.reset();
+    m_headRoom = {};
 }

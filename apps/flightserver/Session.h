@@ -53,6 +53,7 @@ private:
     bool take(std::span<char> bytes);
     bool takeHead(std::span<char> bytes);
     bool takeBody(std::size_t bytes);
+    bool keep(std::span<const char> bytes);
     bool begin(std::span<char> bytes);
     bool admit(std::size_t length, std::span<char> rest, bool waitsForLeave);
     Judgement judge(const Header& header, std::optional<std::uint64_t> length);
@@ -73,6 +74,7 @@ private:
     Clock::time_point m_since;  // of the state, or of the window in which a sender is measured
     std::size_t m_received = 0; // in that window
     std::string m_head;         // of a request whose header is not whole yet, or that came behind another one
+    Bound::Reservation m_headRoom;
     std::string m_out;
     std::size_t m_written = 0;
     std::unique_ptr<Exchange> m_exchange;
