@@ -101,6 +101,13 @@ const QList<std::function<void(SLedger&)>> Life = {
         ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b") + ',' + logRow("c")), true),
                     ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"new"})")});
     },
+    [](SLedger& ledger) { // the log is written back beneath the server, which begins it anew
+        try {
+            SqliteFile(ledger.file.toStdString()).execute("PRAGMA wal_checkpoint");
+        } catch (const SqliteError&) { // the power has gone
+        }
+        ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("d")))});
+    },
     [](SLedger& ledger) { ledger.store.reset(); },
 };
 
