@@ -8,6 +8,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 
+#include <array>
 #include <atomic>
 
 namespace
@@ -64,7 +65,7 @@ void benchBothServers(Report& report)
 // What several clients bring in some seconds, on connections that stay or on a new one each time.
 double postedPerSecond(const QByteArray& url, const QByteArray& body, bool anew)
 {
-    constexpr int Clients = 8;
+    constexpr std::size_t Clients = 8;
     constexpr auto Time = std::chrono::seconds(3);
     std::atomic<int> count{0};
     std::atomic<bool> failed{false};
@@ -83,9 +84,9 @@ double postedPerSecond(const QByteArray& url, const QByteArray& body, bool anew)
         }
     };
     const double time = seconds([&post] {
-        std::vector<std::thread> threads;
-        for (int i = 0; i < Clients; ++i) {
-            threads.emplace_back(post);
+        std::array<std::thread, Clients> threads;
+        for (std::thread& thread : threads) {
+            thread = std::thread(post);
         }
         for (std::thread& thread : threads) {
             thread.join();
