@@ -47,7 +47,7 @@ int connectTo(const QByteArray& url)
     require(socket >= 0, "no more sockets: raise ulimit -n");
     const int yes = 1;
     setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof(yes));
-    connect(socket, reinterpret_cast<const sockaddr*>(&to), sizeof(to)); // goes on in the background
+    (void)connect(socket, reinterpret_cast<const sockaddr*>(&to), sizeof(to)); // goes on in the background
     return socket;
 }
 
