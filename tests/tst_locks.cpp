@@ -3,11 +3,11 @@
 #include "support/ScriptedServer.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <random>
 
-#include <signal.h>
 #include <sys/prctl.h>
 
 namespace
