@@ -209,12 +209,12 @@ bool CKvFlightDataDbOperator::_Transact(const std::function<void()>& write)
     return m_pDataBase->commit();
 }
 
-/// Writes what is kept, hardly waiting for those who hold the files.
+/// Writes what is kept, hardly waiting for those who hold the files: one short wait for all of them.
 void CKvFlightDataDbOperator::_WriteKept()
 {
-    for (const QString& strFile : m_pKept->Files()) {
-        CKvDataBase visit(strFile);
-        _WriteKept(strFile, visit);
+    if (!m_pKept->IsEmpty()) {
+        CKvDataBase visit(m_pKept->Files().constFirst());
+        _WriteKept(visit);
     }
 }
 
@@ -222,19 +222,19 @@ void CKvFlightDataDbOperator::_WriteKept()
 void CKvFlightDataDbOperator::_WriteKeptAtLast()
 {
     CKvDataBase database{QString()};
-    for (const QString& strFile : m_pKept->Files()) {
-        database.DBInstance()->setDatabaseName(strFile);
-        _WriteKept(strFile, database);
-    }
+    _WriteKept(database);
 }
 
-void CKvFlightDataDbOperator::_WriteKept(const QString& strFile, CKvDataBase& database)
+void CKvFlightDataDbOperator::_WriteKept(CKvDataBase& database)
 {
-    if (!TakesRows(strFile) || !database.open()) {
-        return;
-    }
     const QScopedValueRollback<CKvDataBase*> visiting(m_pDataBase, &database);
-    m_pKept->HandOver(strFile, [this](const CKvKeptBatches::Write& write) { return _Transact(write); });
+    for (const QString& strFile : m_pKept->Files()) {
+        database.DBInstance()->setDatabaseName(strFile);
+        if (TakesRows(strFile) && database.open()) {
+            m_pKept->HandOver(strFile,
+                              [this](const CKvKeptBatches::Write& write) { return _Transact(write); });
+        }
+    }
 }
 
 QSqlError CKvFlightDataDbOperator::_write2DB(const QString& sql, const QString&, unsigned int)

@@ -212,7 +212,7 @@ private:
     bool _Transact(const std::function<void()>& write);
     void _WriteKept();
     void _WriteKeptAtLast();
-    void _WriteKept(const QString& strFile, CKvDataBase& database);
+    void _WriteKept(CKvDataBase& database);
     void _EmitUnderLock(const std::function<void()>& emitSignal);
 
     // Upload pipeline, in the order in which it runs

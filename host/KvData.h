@@ -7,6 +7,8 @@
 #include <QtSql/QSqlError>
 #include <QtSql/QSqlQuery>
 
+#include <functional>
+
 #if defined(KVDATA_LIBRARY)
 #define KVDATA_EXPORT Q_DECL_EXPORT
 #else
@@ -18,7 +20,7 @@
 
 class CKvPatience;
 
-/// One SQLite connection, used on the thread that constructed it.
+/// One SQLite connection, used on one thread: the one that constructed it, or to which its owner moved since.
 ///
 /// A mission database is one file at rest: a rollback journal, synced so that a committed row survives a
 /// loss of power. Where another program holds the file open in WAL mode, that mode is left alone until it has
@@ -86,6 +88,7 @@ public:
 
 private:
     QSqlError _Run(const QString& sql) const;
+    QSqlError _Insist(const std::function<QSqlError()>& run) const;
     QSqlError _Settle();
     QSqlError _Begin();
     QSqlError _Touch() const;

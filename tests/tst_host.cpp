@@ -5,11 +5,14 @@
 #include <QtSql/QSqlError>
 
 #include <atomic>
+#include <sys/fsuid.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace
 {
+constexpr uid_t Nobody = 65534;
+
 std::atomic<qint64> secondsAhead{0}; ///< the system's clock, as this process sees it
 
 /// The part of a stamped id that tells the time, in milliseconds since 1970.
@@ -192,13 +195,19 @@ private Q_SLOTS:
             {"/dev/null", "it is a device"},
             {project.path("m1/broken.kv"), "it is a link that leads nowhere"},
             {project.file("g.kv", QByteArray(5000, 'g')), "file is not a database"},
-            {project.file("short.kv", "garbage"), "file is not a database"}};
+            {project.file("short.kv", "garbage"), "file is not a database"},
+            {project.file("secret.kv"), "unable to open database file"}};
+        QVERIFY(QFile::setPermissions(project.path("secret.kv"), {}));
+        QVERIFY(QFile::setPermissions(project.path(""),
+                                      QFile::ExeGroup | QFile::ReadUser | QFile::WriteUser | QFile::ExeUser));
         for (const auto& [path, reason] : refused) {
             CKvDataBase database(path);
             const QStringList lines = loggedBy(Level::Error, [&database] {
+                const auto user = setfsuid(Nobody); // nothing is refused to root
                 for (int i = 0; i < 3; ++i) {
                     QVERIFY(!database.open() && !database.isOpen());
                 }
+                setfsuid(static_cast<uid_t>(user));
             });
             QCOMPARE(lines, QStringList{"4 " + path + ": cannot be opened: " + reason});
             database.close();

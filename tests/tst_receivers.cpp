@@ -331,9 +331,12 @@ private Q_SLOTS:
         if (!m_nested.isEmpty()) {
             QCOMPARE(life.transcript, m_nested.value(QTest::currentDataTag()).toString().split('\n'));
         }
+        // A tick of the host's puts a second post beside the one in flight, whose reply counts for it then.
+        const QStringList& markable =
+            deeds.contains(EDeed::Tick) ? QueuedUploads::sent : QueuedUploads::accepted;
         for (const QString& file : life.files()) {
             for (const QString& id : Life::marked(file)) {
-                QVERIFY2(QueuedUploads::sent.contains(id), qPrintable(id));
+                QVERIFY2(markable.contains(id), qPrintable(id));
             }
         }
         if (life.op && !easyFly && env >= EUploadEnv::WholeProject) {

@@ -8,18 +8,21 @@
 
 namespace
 {
-constexpr int Speed = 10; // of the supervisor's clock
+constexpr int Speed = 7; // of the supervisor's clock, whose rest stays longer than a failure's 3 s
 constexpr int Interval = 10;
 
 /// A host that leaves it to its operator to go through the project, with the watch that flightdesk has. Its
 /// clock runs ahead, so that a rest of half a minute ends after seconds.
 struct SupervisedHost : ArmedHost {
-    explicit SupervisedHost(QStringList missionFiles)
+    explicit SupervisedHost(QStringList missionFiles, int speed = Speed)
         : ArmedHost(EUploadEnv::WholeProject), files(std::move(missionFiles)), supervisor(Interval)
     {
+        empty.missionFile("nothing/flight.kv");
+        control()->SetProjectDirPath(QFileInfo(files[0]).dir().filePath(".."));
+        supervisor.setEmptyProject(empty.path(""));
         link.connectTo(&op);
         supervisor.connectTo(link);
-        connect(&timer, &QTimer::timeout, this, [this] { look(clock.elapsed() * Speed); });
+        connect(&timer, &QTimer::timeout, this, [this, speed] { look(clock.elapsed() * speed); });
         clock.start();
         timer.start(50);
         Q_EMIT slotStartUpload();
@@ -45,6 +48,7 @@ struct SupervisedHost : ArmedHost {
     }
 
     const QStringList files;
+    const TestProject empty;
     OperatorLink link;
     UploadSupervisor supervisor;
     QElapsedTimer clock;
@@ -63,6 +67,22 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
     QStringList m_files;
 
+    void uploadByFlightdesk()
+    {
+        BacklogCounter counter(Project::open(m_project->path("")));
+        counter.countAll();
+        const LogFeed feed;
+        Uploader uploader(feed);
+        uploader.setInterval(Interval);
+        uploader.start();
+        const auto waiting = [&] {
+            counter.recount();
+            uploader.look(counter.backlog(), true);
+            return counter.backlog().waiting();
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(waiting(), 0, 120000);
+    }
+
 private Q_SLOTS:
     void init()
     {
@@ -80,11 +100,13 @@ private Q_SLOTS:
         }
     }
 
-    /// Each fault once, in the middle of a project of several files with several missions each.
+    /// Each fault once, in the middle of a project of several files with several missions each: through it
+    /// goes flightdesk, or an operator by itself, whose queue and files are out of step then.
     void everythingArrives_data()
     {
         QTest::addColumn<QString>("behaviour");
         QTest::addColumn<bool>("accepted");
+        QTest::addColumn<bool>("byItself");
         const QStringList refusals = {"silence",
                                       "slam",
                                       "reset",
@@ -99,17 +121,21 @@ private Q_SLOTS:
                                       "200 []",
                                       "200 {\"status\":-1}",
                                       "200 nobody"};
-        for (const QString& behaviour : refusals) {
-            QTest::newRow(qPrintable(behaviour)) << behaviour << false;
-        }
-        for (const char* behaviour : {R"(slowly 200 {"status":0})", R"(200 {"status":"no"})"}) {
-            QTest::newRow(behaviour) << behaviour << true;
+        for (const bool byItself : {false, true}) {
+            const char* const who = byItself ? "by itself" : "flightdesk";
+            for (const QString& behaviour : refusals) {
+                QTest::addRow("%s: %s", who, qPrintable(behaviour)) << behaviour << false << byItself;
+            }
+            for (const char* behaviour : {R"(slowly 200 {"status":0})", R"(200 {"status":"no"})"}) {
+                QTest::addRow("%s: %s", who, behaviour) << behaviour << true << byItself;
+            }
         }
     }
     void everythingArrives()
     {
         QFETCH(QString, behaviour);
         QFETCH(bool, accepted);
+        QFETCH(bool, byItself);
         constexpr int Faulty = 5; // the second mission of the first file
         QStringList rows;
         m_server->script = [&](const SRequest& request) {
@@ -124,18 +150,12 @@ private Q_SLOTS:
         SKvUserInfo user;
         user.m_strToken = "token";
         SetCurUserInfo(user);
-        BacklogCounter counter(Project::open(m_project->path("")));
-        counter.countAll();
-        const LogFeed feed;
-        Uploader uploader(feed);
-        uploader.setInterval(Interval);
-        uploader.start();
-        const auto waiting = [&] {
-            counter.recount();
-            uploader.look(counter.backlog(), true);
-            return counter.backlog().waiting();
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(waiting(), 0, 120000);
+        if (byItself) {
+            const SupervisedHost host(m_files, behaviour == "silence" ? 1 : Speed);
+            QTRY_COMPARE_WITH_TIMEOUT(host.waiting(), 0, 300000);
+        } else {
+            uploadByFlightdesk();
+        }
         QCOMPARE(rows.removeDuplicates(), 0);
         QCOMPARE(rows.size(), 2 * 3 * (1 + 2 + 1 + 3));
     }

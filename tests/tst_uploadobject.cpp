@@ -203,6 +203,26 @@ private Q_SLOTS:
         QVERIFY(upload.outcomes.constLast().startsWith("finished"));
     }
 
+    /// A receiver runs an event loop in a reply's signal, in which that reply's manager is given up.
+    void givenUpInReceiver()
+    {
+        DeadLine line;
+        Upload upload("http://127.0.0.1:" + QByteArray::number(line.serverPort()) + "/x");
+        int posts = 0;
+        connect(&upload, &CKvUpLoadObject::uploadProgress, &upload, [&] {
+            while (posts < 25) {
+                upload.PostNetWorkReplyMessage();
+                ++posts;
+                QTRY_COMPARE(line.connections, posts + 1);
+            }
+        });
+        const QPointer<QNetworkAccessManager> first = managerOf(upload);
+        upload.PostNetWorkReplyMessage();
+        QTRY_COMPARE(posts, 25);
+        QTRY_VERIFY(!first);
+        QCOMPARE(upload.outcomes, QStringList());
+    }
+
     void hourOfSilence_data()
     {
         QTest::addColumn<bool>("sameBody");

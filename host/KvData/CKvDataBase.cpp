@@ -138,19 +138,18 @@ bool CKvDataBase::open()
 /// Opens the file; returns what is wrong with it for good.
 QString CKvDataBase::_SetUp()
 {
-    m_nBusyTimeout = m_pPatience->Left();
+    m_nBusyTimeout = LockPoll;
     m_database.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(m_nBusyTimeout));
     m_nSettled = 0;
     m_bOpenedEmpty = QFileInfo(m_database.databaseName()).size() == 0;
     if (!m_database.open()) {
         return m_database.lastError().databaseText();
     }
-    QElapsedTimer waited;
-    waited.start();
-    const QSqlError error = _Settle();
-    if (IsBusy(error)) {
-        m_pPatience->Spend(waited.elapsed());
-    }
+    QSqlError error;
+    _Insist([this, &error] {
+        error = _Settle();
+        return m_nSettled < SafeToWrite ? error : QSqlError();
+    });
     return IsForGood(error) ? error.databaseText() : QString();
 }
 
@@ -190,19 +189,42 @@ QSqlError CKvDataBase::_Run(const QString& sql) const
 
 QSqlQuery CKvDataBase::exec(const QString& sql) const
 {
-    constexpr qint64 SomebodyWasThere = 20; // milliseconds
-    _SetBusyTimeout(m_pPatience->Left());
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
-    QElapsedTimer waited;
-    waited.start();
-    const bool bDone = query.exec(sql);
-    // Within a transaction nobody else is waited for.
-    if (!m_bInTransaction &&
-        (waited.elapsed() >= SomebodyWasThere || (!bDone && IsBusy(query.lastError())))) {
-        m_pPatience->Spend(waited.elapsed());
+    const auto run = [&query, &sql] {
+        query.exec(sql);
+        return query.lastError();
+    };
+    if (m_bInTransaction) { // in which nobody else is waited for
+        run();
+    } else {
+        _Insist(run);
     }
     return query;
+}
+
+/// Runs something again and again until nobody else holds the file, or the patience is used up. SQLite, left
+/// to wait by itself, asks ever more rarely and starves beside a program that writes all the time; nor does
+/// it tell a wait from long work.
+QSqlError CKvDataBase::_Insist(const std::function<QSqlError()>& run) const
+{
+    const int nPatience = m_pPatience->Left();
+    _SetBusyTimeout(std::min(LockPoll, nPatience));
+    QElapsedTimer waited;
+    waited.start();
+    for (qint64 nWaited = -1;;) {
+        QSqlError error = run();
+        const bool bBusy = IsBusy(error);
+        if (bBusy) {
+            nWaited = waited.elapsed();
+        }
+        if (!bBusy || nWaited >= nPatience) {
+            if (nWaited >= 0) {
+                m_pPatience->Spend(nWaited);
+            }
+            return error;
+        }
+    }
 }
 
 bool CKvDataBase::transaction()
@@ -210,28 +232,11 @@ bool CKvDataBase::transaction()
     if (!isOpen()) {
         return false;
     }
-    // A deferred transaction that has read first cannot become a writer once somebody else has written. And
-    // SQLite, left to wait by itself, asks ever more rarely and starves beside a program that writes all the
-    // time, so it is asked again and again.
-    const int nPatience = m_pPatience->Left();
-    QElapsedTimer waited;
-    waited.start();
-    qint64 nWaited = 0;
-    _SetBusyTimeout(LockPoll);
-    for (;;) {
-        const QSqlError error = _Begin();
-        m_bInTransaction = !error.isValid();
-        if (m_bInTransaction) {
-            break;
-        }
-        nWaited = waited.elapsed();
-        if (!IsBusy(error) || nWaited >= nPatience) {
-            _ReportNotBegun(error);
-            break;
-        }
-    }
-    if (nWaited > 0) {
-        m_pPatience->Spend(nWaited);
+    // A deferred transaction that has read first cannot become a writer once somebody else has written.
+    const QSqlError error = _Insist([this] { return _Begin(); });
+    m_bInTransaction = !error.isValid();
+    if (!m_bInTransaction) {
+        _ReportNotBegun(error);
     }
     _SetBusyTimeout(m_pPatience->Left());
     return m_bInTransaction;
@@ -292,18 +297,13 @@ bool CKvDataBase::commit()
     if (!m_bInTransaction) {
         return false; // transaction() has said why
     }
-    QElapsedTimer waited;
-    waited.start();
-    const QSqlError error = _Run(QStringLiteral("COMMIT"));
+    const QSqlError error = _Insist([this] { return _Run(QStringLiteral("COMMIT")); });
     m_bInTransaction = false;
     if (!error.isValid()) {
         m_bToldReadOnly = false;
         ClearTrouble(ETrouble::Writing, m_strOpenFile);
         _LeaveWriteAheadLog();
         return true;
-    }
-    if (IsBusy(error)) {
-        m_pPatience->Spend(waited.elapsed());
     }
     ReportTrouble(ETrouble::Writing, m_strOpenFile,
                   QStringLiteral("the last batch was not stored: ") + error.databaseText());

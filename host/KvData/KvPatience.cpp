@@ -2,6 +2,7 @@
 #include "KvPatience.h"
 
 #include <QtCore/QAbstractEventDispatcher>
+#include <QtCore/QTimer>
 
 #include <algorithm>
 
@@ -15,7 +16,7 @@ int CKvPatience::Left() const
 /// What was left before a wait that has ended just now: waiting itself gives nothing back.
 int CKvPatience::_LeftBefore(qint64 nMilliseconds) const
 {
-    if (m_nLeft == m_nWhole) {
+    if (m_nLeft == m_nWhole || (m_pTurnOver && *m_pTurnOver)) {
         return m_nWhole;
     }
     return static_cast<int>(std::min<qint64>(m_nWhole, m_nLeft + m_sinceSpent.elapsed() - nMilliseconds));
@@ -26,13 +27,9 @@ void CKvPatience::Spend(qint64 nMilliseconds)
     const int nMost = std::max(0, m_nWhole - 1); // so that some of it counts as spent
     m_nLeft = static_cast<int>(std::clamp<qint64>(_LeftBefore(nMilliseconds) - nMilliseconds, 0, nMost));
     m_sinceSpent.start();
-    if (!QAbstractEventDispatcher::instance()) {
-        return;
+    m_pTurnOver.reset();
+    if (QAbstractEventDispatcher* const pLoop = QAbstractEventDispatcher::instance()) {
+        m_pTurnOver = std::make_shared<std::atomic<bool>>(false);
+        QTimer::singleShot(0, pLoop, [pOver = m_pTurnOver] { *pOver = true; });
     }
-    if (!m_pTurn) {
-        m_pTurn = std::make_unique<QTimer>();
-        m_pTurn->setSingleShot(true);
-        QObject::connect(m_pTurn.get(), &QTimer::timeout, m_pTurn.get(), [this] { m_nLeft = m_nWhole; });
-    }
-    m_pTurn->start(0);
 }

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QTimer>
 
+#include <atomic>
 #include <memory>
 
 /// How long a connection still waits for locks that others hold.
@@ -27,5 +27,5 @@ private:
     const int m_nWhole;
     int m_nLeft;
     QElapsedTimer m_sinceSpent;
-    std::unique_ptr<QTimer> m_pTurn; ///< made by the first wait, on the thread that waits
+    std::shared_ptr<std::atomic<bool>> m_pTurnOver; ///< set by the thread that waited last, in its event loop
 };

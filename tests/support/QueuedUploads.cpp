@@ -12,6 +12,7 @@ namespace QueuedUploads
 int refused = 0;
 std::function<void(const QString&)> posted;
 QStringList sent;
+QStringList accepted;
 
 namespace
 {
@@ -27,6 +28,7 @@ void reset()
     }
     posted = nullptr;
     sent.clear();
+    accepted.clear();
     refused = posts = outstanding = 0;
 }
 
@@ -57,14 +59,16 @@ void CKvUpLoadObject::PostNetWorkReplyMessage()
 {
     ++QueuedUploads::outstanding;
     const bool refused = ++QueuedUploads::posts == QueuedUploads::refused;
-    QueuedUploads::sent += m_listRecordID.isEmpty() ? QStringList{m_strRecordKey} : m_listRecordID;
+    const QStringList ids = m_listRecordID.isEmpty() ? QStringList{m_strRecordKey} : m_listRecordID;
     const QString path = QString::fromLatin1(m_byteUrl.mid(GetServerIP().size()));
     QueuedUploads::posted(path + ' ' + m_strRecordKey + ' ' + m_listRecordID.join(' '));
-    const auto answer = [this, refused] {
+    QueuedUploads::sent += ids;
+    const auto answer = [this, refused, ids] {
         --QueuedUploads::outstanding;
         if (refused) {
             Q_EMIT NetWorkError();
         } else {
+            QueuedUploads::accepted += ids;
             Q_EMIT upLoadFinished("{}");
         }
     };

@@ -12,6 +12,7 @@ namespace QueuedUploads
 extern int refused;                                ///< number of the post that is answered by NetWorkError()
 extern std::function<void(const QString&)> posted; ///< told of each post: path, mission, row ids
 extern QStringList sent;                           ///< ids of the rows posted so far
+extern QStringList accepted;                       ///< those of them that were not refused
 /// Forgets everything and deletes the objects that are left.
 void reset();
 bool areOutstanding();

@@ -3,7 +3,10 @@
 
 #include "operator/OperatorLink.h"
 
+#include <KvData.h>
 #include <KvProjectDbOperator/CKvUpLoadObject.h>
+
+#include <utility>
 
 namespace
 {
@@ -11,12 +14,22 @@ constexpr int Margin = 2000; // milliseconds
 
 // The second batch of a mission follows only when the first was accepted, so its marks must have shown.
 constexpr int BatchesWithoutMark = 3;
+
+CKvControl* control()
+{
+    return CKvControl::GetInstance(false, EPlaneType::Multirotor);
+}
 } // namespace
 
 UploadSupervisor::UploadSupervisor(int interval, QObject* parent)
     : QObject(parent)
     , m_quietTime(qint64(CKvUpLoadObject::RequestTimeout) + CKvUpLoadObject::ErrorDelay + Margin + interval)
 {
+}
+
+UploadSupervisor::~UploadSupervisor()
+{
+    showOwnProject();
 }
 
 void UploadSupervisor::connectTo(const OperatorLink& link) const
@@ -48,6 +61,9 @@ void UploadSupervisor::noteBatch(const QString& mission)
 
 void UploadSupervisor::look(qint64 now, const QString& waitingFile, bool network)
 {
+    if (m_emptySince >= 0 && now - m_emptySince >= m_quietTime) {
+        showOwnProject();
+    }
     if (m_batches >= BatchesWithoutMark) {
         m_batches = 0;
         m_lastSign = now;
@@ -63,6 +79,24 @@ void UploadSupervisor::look(qint64 now, const QString& waitingFile, bool network
         return;
     }
     m_lastSign = now;
+    if (!m_emptyProject.isEmpty() && !std::exchange(m_wasEmptied, !m_wasEmptied)) {
+        showEmptyProject(now);
+    }
     arm(waitingFile);
     Q_EMIT rearmed(waitingFile);
+}
+
+void UploadSupervisor::showEmptyProject(qint64 now)
+{
+    m_project = control()->GetProjectDirPath();
+    control()->SetProjectDirPath(m_emptyProject);
+    m_emptySince = now;
+}
+
+void UploadSupervisor::showOwnProject()
+{
+    if (m_emptySince >= 0) {
+        control()->SetProjectDirPath(m_project);
+        m_emptySince = -1;
+    }
 }

@@ -13,6 +13,11 @@ class OperatorLink;
 /// but they share one sign: rows wait, the network is there, and nothing is accepted or refused any more.
 /// Then the operator is pointed at a file that waits, its ticks are let through and its timer is started.
 ///
+/// One that goes through the project by itself (EUploadEnv::WholeProject) may also look for each mission in
+/// another file for ever: failures leave missions in its queue, and each scan adds as many as a tick takes.
+/// It is first shown an empty project for as long as the rest has lasted; there each tick takes one, and none
+/// is added.
+///
 /// The host tells what it sees, calls look() about once a second, and has the first four signals reach
 /// SetFlightMissionFilePath, slotStartUploadTimer, slotCheckNewData and slotResetUploadFlow of the operator,
 /// through queued connections: what the operator does at the end of a pass would undo a direct call.
@@ -23,9 +28,13 @@ class UploadSupervisor : public QObject
 public:
     /// \param interval  the operator's start interval, in milliseconds
     explicit UploadSupervisor(int interval, QObject* parent = nullptr);
+    ~UploadSupervisor() override;
 
     /// The operator that is brought back.
     void connectTo(const OperatorLink& link) const;
+    /// For an operator that goes through the project by itself: a project folder whose only mission file
+    /// holds no rows. The host has no use of its own for the current project while it is shown.
+    void setEmptyProject(const QString& folder) { m_emptyProject = folder; }
     /// Has the operator begin with a file, whatever state it is in; no request may be in flight.
     void arm(const QString& file);
 
@@ -55,7 +64,14 @@ Q_SIGNALS:
     void unmarkable(const QString& mission);
 
 private:
+    void showEmptyProject(qint64 now);
+    void showOwnProject();
+
     const qint64 m_quietTime;
+    QString m_emptyProject;
+    QString m_project;        ///< the host's, while the empty one is shown
+    qint64 m_emptySince = -1; ///< when that began
+    bool m_wasEmptied = false;
     qint64 m_lastSign = 0;
     int m_batches = 0; ///< in a row, with nothing marked and nothing refused
     QString m_mission;
