@@ -80,66 +80,6 @@ private Q_SLOTS:
         }
     }
 
-    /// Each fault once, in the middle of a project of several files with several missions each.
-    void everythingArrives_data()
-    {
-        QTest::addColumn<QString>("behaviour");
-        QTest::addColumn<bool>("accepted");
-        const QStringList refusals = {"silence",
-                                      "slam",
-                                      "reset",
-                                      "cut",
-                                      "401 {\"status\":401}",
-                                      "403 {\"status\":403}",
-                                      "413 <html>",
-                                      "500",
-                                      "500 {\"status\":500}",
-                                      "302 http://127.0.0.1:1/",
-                                      R"(200 {"status":0,"message":)",
-                                      "200 []",
-                                      "200 {\"status\":-1}",
-                                      "200 nobody"};
-        for (const QString& behaviour : refusals) {
-            QTest::newRow(qPrintable(behaviour)) << behaviour << false;
-        }
-        for (const char* behaviour : {R"(slowly 200 {"status":0})", R"(200 {"status":"no"})"}) {
-            QTest::newRow(behaviour) << behaviour << true;
-        }
-    }
-    void everythingArrives()
-    {
-        QFETCH(QString, behaviour);
-        QFETCH(bool, accepted);
-        constexpr int Faulty = 5; // the second mission of the first file
-        QStringList rows;
-        m_server->script = [&](const SRequest& request) {
-            const bool faulty = m_server->requests.size() == Faulty;
-            if (!faulty || accepted) {
-                for (const QString& id : request.ids()) {
-                    rows.append(request.path + id);
-                }
-            }
-            return faulty ? ScriptedServer::reply(behaviour) : ScriptedServer::accepted();
-        };
-        SKvUserInfo user;
-        user.m_strToken = "token";
-        SetCurUserInfo(user);
-        BacklogCounter counter(Project::open(m_project->path("")));
-        counter.countAll();
-        const LogFeed feed;
-        Uploader uploader(feed);
-        uploader.setInterval(Interval);
-        uploader.start();
-        const auto waiting = [&] {
-            counter.recount();
-            uploader.look(counter.backlog(), true);
-            return counter.backlog().waiting();
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(waiting(), 0, 120000);
-        QCOMPARE(rows.removeDuplicates(), 0);
-        QCOMPARE(rows.size(), 2 * 3 * (1 + 2 + 1 + 3));
-    }
-
     /// The files that a pass comes to next cannot be opened, while it lasts or for good.
     void nextFileCannotBeOpened_data()
     {

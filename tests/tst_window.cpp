@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "support/Programs.h"
-#include "support/Rows.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 #include "telemetry/FlightSimulator.h"
@@ -198,22 +197,6 @@ private Q_SLOTS:
         QApplication::setStyle(new theme::Style);
     }
 
-    void opensAndSaysWhatIsWrong()
-    {
-        const TestProject project;
-        Desk desk(project);
-        QVERIFY(desk.isShown());
-        desk.goTo(3);
-        desk.type("Server", "fly.example");
-        desk.press(Qt::Key_Return);
-        QVERIFY(desk.find<QLabel>("Enter the token that the server has given you."));
-        desk.signIn("fly.example", "t");
-        QVERIFY(desk.find<QLabel>("Enter the server's address, as in https://fly.example."));
-        desk.goTo(4);
-        desk.click("Download");
-        QVERIFY(desk.find<QLabel>("Enter an address that begins with http:// or https://."));
-    }
-
     /// With Tab alone every button and field of every page is reached.
     void keyboardReachesEverything()
     {
@@ -297,9 +280,19 @@ private Q_SLOTS:
         QTRY_COMPARE(desk.said(), QString("Everything is uploaded."));
     }
 
-    void pauses_data() { addRows(); }
+    void pauses_data()
+    {
+        QTest::addColumn<bool>("accepted");
+        QTest::addColumn<bool>("paused"); // when the answer comes
+        for (const bool accepted : {true, false}) {
+            QTest::addRow("%s, paused", accepted ? "accepted" : "refused") << accepted << true;
+            QTest::addRow("%s, resumed", accepted ? "accepted" : "refused") << accepted << false;
+        }
+    }
     void pauses()
     {
+        QFETCH(bool, accepted);
+        QFETCH(bool, paused);
         const TestProject project;
         Desk desk(project);
         Account server("t");
@@ -312,14 +305,14 @@ private Q_SLOTS:
         desk.click("Pause");
         const auto answer = [&] {
             server.holdLog = false;
-            if (cell("answer") == "accepted") {
+            if (accepted) {
                 server.accept(server.requests.last());
-                server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":0}").wire);
-            } else {
-                server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":9}").wire);
             }
+            server.sendMore(
+                "/flight/detailupload",
+                ScriptedServer::reply(accepted ? R"(200 {"status":0})" : R"(200 {"status":9})").wire);
         };
-        if (cell("when") == "paused") {
+        if (paused) {
             const int requests = server.requests.size();
             answer();
             QSignalSpy looks(&desk.window.session(), &WindowSession::looked);
@@ -329,7 +322,7 @@ private Q_SLOTS:
             QVERIFY(desk.said().startsWith("Paused."));
         }
         desk.click("Start");
-        if (cell("when") == "resumed") {
+        if (!paused) {
             answer();
         }
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
