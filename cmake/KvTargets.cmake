@@ -2,6 +2,11 @@
 
 include(CMakePackageConfigHelpers)
 
+# No text becomes another encoding by accident: what KDE's and KDAB's libraries are built with. The public headers
+# have to do with all of it.
+set(KV_STRICT_QT QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING
+  QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_FOREACH)
+
 # Settings of every target: language level, hidden symbols, warnings.
 function(kv_target_defaults target)
   target_compile_features(${target} PUBLIC cxx_std_17)
@@ -13,16 +18,12 @@ function(kv_target_defaults target)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
   # As a host may be built: Qt's lower-case keywords belong to others there.
-  target_compile_definitions(${target} PRIVATE QT_NO_KEYWORDS QT_STRICT_ITERATORS)
+  target_compile_definitions(${target} PRIVATE QT_NO_KEYWORDS QT_STRICT_ITERATORS ${KV_STRICT_QT})
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow
       $<$<BOOL:${KV_WARNINGS_AS_ERRORS}>:-Werror>)
   endif()
 endfunction()
-
-# What KDE's and KDAB's libraries are built with; the public headers have to do with all of it.
-set(KV_STRICT_QT QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING
-  QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_FOREACH)
 
 # A shared library that is installed with the package, under the name KvProjectDbOperator::<target>. Its public
 # headers go to <include>/<folder>.
@@ -32,8 +33,7 @@ function(kv_add_library target)
   add_library(KvProjectDbOperator::${target} ALIAS ${target})
   kv_target_defaults(${target})
   string(TOUPPER ${target} upper)
-  # No text of a library becomes another encoding by accident.
-  target_compile_definitions(${target} PRIVATE ${upper}_LIBRARY ${KV_STRICT_QT})
+  target_compile_definitions(${target} PRIVATE ${upper}_LIBRARY)
   set_target_properties(${target} PROPERTIES
     KV_DESCRIPTION "${arg_DESCRIPTION}"
     KV_PUBLIC_HEADERS "${arg_HEADERS}"

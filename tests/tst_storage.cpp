@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "support/FaultVfs.h"
-#include "support/Rows.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 
@@ -45,6 +44,7 @@ public:
         step.run(*this);
         Q_EMIT m_host->slotStartUploadTimer(false); // writes the messages that wait
     }
+
     void end() { m_host.reset(); }
     const QString file;
 
@@ -135,6 +135,7 @@ private:
             return ScriptedServer::accepted();
         };
     }
+
     /// A pass until its end, or until nothing has happened for so long.
     void pass(ArmedHost& uploader, int patience)
     {
@@ -147,6 +148,7 @@ private:
         quiet.start(patience);
         loop.exec();
     }
+
     /// Uploads; all is sent within two passes once the disk is well again.
     void upload(const QString& file)
     {
@@ -175,17 +177,39 @@ private Q_SLOTS:
 
     /// Every single step fails once, and everything from a step on: what was stored stays, what was not
     /// accepted is not marked.
-    void faults_data() { addRows(); }
+    void faults_data()
+    {
+        QTest::addColumn<int>("step");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<bool>("forGood");
+        // Busy, read-only, input or output, corrupt, full; a write is neither locked out nor of a reader's.
+        for (const int code : {5, 8, 10, 11, 13}) {
+            for (int step = FaultVfs::Open; step < FaultVfs::Any; ++step) {
+                const char* const name = FaultVfs::Names[step];
+                if (step != FaultVfs::Write || code >= 10) {
+                    QTest::addRow("%s %d", name, code) << step << code << false;
+                }
+                if (code == (step == FaultVfs::Write  ? 13
+                             : step == FaultVfs::Open ? 8
+                                                      : 10) &&
+                    step != FaultVfs::Lock) {
+                    QTest::addRow("%s %d for good", name, code) << step << code << true;
+                }
+            }
+        }
+    }
     void faults()
     {
-        const auto step = static_cast<FaultVfs::Step>(FaultVfs::stepNames().indexOf(cell("step")));
+        QFETCH(int, step);
+        QFETCH(int, code);
+        QFETCH(bool, forGood);
         for (int n = 1, failures = 1; failures > 0; ++n) {
             const TestProject project;
             Flight flight(project);
             startServer();
             QSet<QString> stored;
             int recorded = 0;
-            disk.failAt(step, n, cell("code").toInt(), cell("then") == "so on");
+            disk.failAt(static_cast<FaultVfs::Step>(step), n, code, forGood);
             for (const Flight::SStep& part : Flight::Steps) {
                 const int before = disk.failures();
                 flight.run(part);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "support/Programs.h"
-#include "support/Rows.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 #include "telemetry/FlightSimulator.h"
@@ -59,13 +58,14 @@ struct Desk {
         return files.hasNext() ? files.next() : QString();
     }
     int waiting(const QString& table) const { return TestProject::waiting(file(), table); }
-    QStringList ids() const
+    QSet<QString> ids() const
     {
-        QStringList all;
+        QSet<QString> all;
         for (const QString& table : format->uploadKinds) {
-            all += QVariant(TestProject::values(file(), "SELECT id FROM " + table)).toStringList();
+            for (const QVariant& id : TestProject::values(file(), "SELECT id FROM " + table)) {
+                all.insert(id.toString());
+            }
         }
-        all.sort();
         return all;
     }
 
@@ -172,12 +172,6 @@ struct Account : ScriptedServer {
         }
         last = request.path;
     }
-    QStringList all() const
-    {
-        QStringList sorted = ids.values();
-        sorted.sort();
-        return sorted;
-    }
     QByteArray token;
     QString trouble; ///< every reply
     bool holdLog = false;
@@ -196,22 +190,6 @@ private Q_SLOTS:
     {
         QStandardPaths::setTestModeEnabled(true);
         QApplication::setStyle(new theme::Style);
-    }
-
-    void opensAndSaysWhatIsWrong()
-    {
-        const TestProject project;
-        Desk desk(project);
-        QVERIFY(desk.isShown());
-        desk.goTo(3);
-        desk.type("Server", "fly.example");
-        desk.press(Qt::Key_Return);
-        QVERIFY(desk.find<QLabel>("Enter the token that the server has given you."));
-        desk.signIn("fly.example", "t");
-        QVERIFY(desk.find<QLabel>("Enter the server's address, as in https://fly.example."));
-        desk.goTo(4);
-        desk.click("Download");
-        QVERIFY(desk.find<QLabel>("Enter an address that begins with http:// or https://."));
     }
 
     /// With Tab alone every button and field of every page is reached.
@@ -270,7 +248,7 @@ private Q_SLOTS:
         QTest::keyClicks(QApplication::focusWidget(), "second");
         desk.press(Qt::Key_Return);
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
-        QCOMPARE(server.all(), desk.ids());
+        QCOMPARE(server.ids, desk.ids());
         for (const SRequest& request : server.requests) {
             if (request.path == "/flight/upload") {
                 QCOMPARE(request.records().first().toObject()["break_point_lng"].toString(),
@@ -291,15 +269,25 @@ private Q_SLOTS:
         desk.record(interruptedLog());
         desk.signIn(server.url(), "t");
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
-        QVERIFY(server.all().isEmpty()); // the flight missions are meant
+        QVERIFY(server.ids.isEmpty()); // the flight missions are meant
         desk.click("Easy-fly missions");
-        QTRY_VERIFY_WITH_TIMEOUT(server.all() == desk.ids(), Long);
+        QTRY_VERIFY_WITH_TIMEOUT(server.ids == desk.ids(), Long);
         QTRY_COMPARE(desk.said(), QString("Everything is uploaded."));
     }
 
-    void pauses_data() { addRows(); }
+    void pauses_data()
+    {
+        QTest::addColumn<bool>("accepted");
+        QTest::addColumn<bool>("paused"); // when the answer comes
+        for (const bool accepted : {true, false}) {
+            QTest::addRow("%s, paused", accepted ? "accepted" : "refused") << accepted << true;
+            QTest::addRow("%s, resumed", accepted ? "accepted" : "refused") << accepted << false;
+        }
+    }
     void pauses()
     {
+        QFETCH(bool, accepted);
+        QFETCH(bool, paused);
         const TestProject project;
         Desk desk(project);
         Account server("t");
@@ -312,14 +300,14 @@ private Q_SLOTS:
         desk.click("Pause");
         const auto answer = [&] {
             server.holdLog = false;
-            if (cell("answer") == "accepted") {
+            if (accepted) {
                 server.accept(server.requests.last());
-                server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":0}").wire);
-            } else {
-                server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":9}").wire);
             }
+            server.sendMore(
+                "/flight/detailupload",
+                ScriptedServer::reply(accepted ? R"(200 {"status":0})" : R"(200 {"status":9})").wire);
         };
-        if (cell("when") == "paused") {
+        if (paused) {
             const int requests = server.requests.size();
             answer();
             QSignalSpy looks(&desk.window.session(), &WindowSession::looked);
@@ -329,11 +317,11 @@ private Q_SLOTS:
             QVERIFY(desk.said().startsWith("Paused."));
         }
         desk.click("Start");
-        if (cell("when") == "resumed") {
+        if (!paused) {
             answer();
         }
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
-        QCOMPARE(server.all(), desk.ids());
+        QCOMPARE(server.ids, desk.ids());
     }
 
     /// The window is closed, or its process told to end, while it records and uploads: what was received is
@@ -366,7 +354,7 @@ private Q_SLOTS:
         QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
         desk->signIn(server.url(), "t");
         QTRY_COMPARE_WITH_TIMEOUT(desk->said(), QString("Everything is uploaded."), Long);
-        QCOMPARE(server.all(), desk->ids());
+        QCOMPARE(server.ids, desk->ids());
     }
 
     void downloads()

@@ -83,13 +83,14 @@ std::uint64_t parseCount(const QString& number, const QString& text)
 
 Fault parseFault(const QString& text)
 {
-    const QStringList parts = text.split(':');
+    const QStringList parts = text.split(QLatin1Char(':'));
     if (parts.size() > 3) {
         refuse(text, "expected WHAT[:AFTER[:COUNT]]");
     }
-    const QString name = parts[0].section('=', 0, 0);
-    const auto* const syntax = std::find_if(std::begin(Syntaxes), std::end(Syntaxes),
-                                            [&name](const Syntax& known) { return name == known.name; });
+    const QString name = parts[0].section(QLatin1Char('='), 0, 0);
+    const auto* const syntax =
+        std::find_if(std::begin(Syntaxes), std::end(Syntaxes),
+                     [&name](const Syntax& known) { return name == QLatin1String(known.name); });
     if (syntax == std::end(Syntaxes)) {
         refuse(text, "expected http=N, status=N, delay=MS, stall, cut, garbage, empty or drop");
     }
@@ -99,7 +100,7 @@ Fault parseFault(const QString& text)
     const bool takesValue = syntax->least != syntax->most;
     if (takesValue) {
         bool ok = false;
-        fault.value = parts[0].section('=', 1).toInt(&ok);
+        fault.value = parts[0].section(QLatin1Char('='), 1).toInt(&ok);
         if (!ok || fault.value < syntax->least || fault.value > syntax->most) {
             refuse(text, "the number after \"=\" is missing or out of range");
         }

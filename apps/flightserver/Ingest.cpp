@@ -44,7 +44,8 @@ Answer makeAnswer(int status, const std::string& message)
         return answer;
     }
     answer.http = status >= 200 && status <= 599 ? status : answer.http;
-    const QJsonObject object{{"status", status}, {"message", QString::fromStdString(message)}};
+    const QJsonObject object{{QStringLiteral("status"), status},
+                             {QStringLiteral("message"), QString::fromStdString(message)}};
     answer.content = QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
     return answer;
 }

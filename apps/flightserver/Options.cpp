@@ -8,37 +8,57 @@
 
 namespace
 {
-const QCommandLineOption HostOption("host", "Address to listen on (default 127.0.0.1).", "ADDRESS",
-                                    "127.0.0.1");
-const QCommandLineOption PortOption("port", "Port to listen on (default 0: any free one).", "N", "0");
+const QCommandLineOption HostOption(QStringLiteral("host"),
+                                    QStringLiteral("Address to listen on (default 127.0.0.1)."),
+                                    QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1"));
+const QCommandLineOption PortOption(QStringLiteral("port"),
+                                    QStringLiteral("Port to listen on (default 0: any free one)."),
+                                    QStringLiteral("N"), QStringLiteral("0"));
 const QCommandLineOption
-    TokenOption("token",
-                "Take requests whose \"token\" header is this one, as owner \"demo\", beside "
-                "those with a token of the ledger.",
-                "TOKEN");
+    TokenOption(QStringLiteral("token"),
+                QStringLiteral("Take requests whose \"token\" header is this one, as owner \"demo\", beside "
+                               "those with a token of the ledger."),
+                QStringLiteral("TOKEN"));
+const QCommandLineOption RequireTokenOption(
+    QStringLiteral("require-token"),
+    QStringLiteral("Refuse everybody as long as no token has been given out. On a loopback "
+                   "address whoever comes may send until then."));
+const QCommandLineOption TlsCertOption(QStringLiteral("tls-cert"),
+                                       QStringLiteral("Serve https with this certificate (PEM)."),
+                                       QStringLiteral("FILE"));
+const QCommandLineOption TlsKeyOption(QStringLiteral("tls-key"),
+                                      QStringLiteral("Private key of the certificate (PEM)."),
+                                      QStringLiteral("FILE"));
 const QCommandLineOption
-    RequireTokenOption("require-token",
-                       "Refuse everybody as long as no token has been given out. On a loopback "
-                       "address whoever comes may send until then.");
-const QCommandLineOption TlsCertOption("tls-cert", "Serve https with this certificate (PEM).", "FILE");
-const QCommandLineOption TlsKeyOption("tls-key", "Private key of the certificate (PEM).", "FILE");
-const QCommandLineOption LedgerOption("ledger", "SQLite file that keeps what was received (default: memory).",
-                                      "FILE", LedgerInMemory);
-const QCommandLineOption MemoryOption("memory", "Bytes that all requests together may hold (default 256M).",
-                                      "SIZE");
+    LedgerOption(QStringLiteral("ledger"),
+                 QStringLiteral("SQLite file that keeps what was received (default: memory)."),
+                 QStringLiteral("FILE"), QLatin1String(LedgerInMemory));
 const QCommandLineOption
-    MaxBodyOption("max-body", "Longest body of a request (default 512M, never above --memory).", "SIZE");
-const QCommandLineOption MaxConnectionsOption("max-connections", "Open connections (default 16384).", "N");
-const QCommandLineOption AdminOption("admin", "Answer GET /health, /ready and /metrics there.",
-                                     "ADDRESS:PORT");
-const QCommandLineOption AccessLogOption("access-log", "Write one line for each request.", "FILE");
-const QCommandLineOption AllButNewestOption("all-but-newest",
-                                            "For token revoke: keep the owner's newest token.");
-const QCommandLineOption FaultOption("fault",
-                                     "Misbehave after AFTER requests, for COUNT requests: http=N, status=N, "
-                                     "delay=MS, stall, cut, garbage, empty, drop (stored, reply cut). "
-                                     "May be repeated; the first one that applies wins.",
-                                     "WHAT[:AFTER[:COUNT]]");
+    MemoryOption(QStringLiteral("memory"),
+                 QStringLiteral("Bytes that all requests together may hold (default 256M)."),
+                 QStringLiteral("SIZE"));
+const QCommandLineOption
+    MaxBodyOption(QStringLiteral("max-body"),
+                  QStringLiteral("Longest body of a request (default 512M, never above --memory)."),
+                  QStringLiteral("SIZE"));
+const QCommandLineOption MaxConnectionsOption(QStringLiteral("max-connections"),
+                                              QStringLiteral("Open connections (default 16384)."),
+                                              QStringLiteral("N"));
+const QCommandLineOption AdminOption(QStringLiteral("admin"),
+                                     QStringLiteral("Answer GET /health, /ready and /metrics there."),
+                                     QStringLiteral("ADDRESS:PORT"));
+const QCommandLineOption AccessLogOption(QStringLiteral("access-log"),
+                                         QStringLiteral("Write one line for each request."),
+                                         QStringLiteral("FILE"));
+const QCommandLineOption
+    AllButNewestOption(QStringLiteral("all-but-newest"),
+                       QStringLiteral("For token revoke: keep the owner's newest token."));
+const QCommandLineOption
+    FaultOption(QStringLiteral("fault"),
+                QStringLiteral("Misbehave after AFTER requests, for COUNT requests: http=N, status=N, "
+                               "delay=MS, stall, cut, garbage, empty, drop (stored, reply cut). "
+                               "May be repeated; the first one that applies wins."),
+                QStringLiteral("WHAT[:AFTER[:COUNT]]"));
 
 int portOf(const QString& text, const char* option)
 {
@@ -53,13 +73,13 @@ int portOf(const QString& text, const char* option)
 // "ADDRESS:PORT", the address of IPv6 in brackets.
 Place placeOf(QString text)
 {
-    const int colon = text.lastIndexOf(':');
+    const int colon = text.lastIndexOf(QLatin1Char(':'));
     if (colon <= 0) {
         throw std::runtime_error("--admin takes ADDRESS:PORT");
     }
     const int port = portOf(text.mid(colon + 1), "the port of --admin");
     text.truncate(colon);
-    const bool isBracketed = text.startsWith('[') && text.endsWith(']');
+    const bool isBracketed = text.startsWith(QLatin1Char('[')) && text.endsWith(QLatin1Char(']'));
     return {(isBracketed ? text.mid(1, text.size() - 2) : text).toStdString(), port};
 }
 
@@ -143,14 +163,16 @@ Options readValues(const QCommandLineParser& parser)
 Options parseOptions(const QCoreApplication& application)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription("Reference ingest server for flight records.");
+    parser.setApplicationDescription(QStringLiteral("Reference ingest server for flight records."));
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     parser.addOptions({HostOption, PortOption, TokenOption, RequireTokenOption, TlsCertOption, TlsKeyOption,
                        LedgerOption, MemoryOption, MaxBodyOption, MaxConnectionsOption, AdminOption,
                        AccessLogOption, AllButNewestOption, FaultOption});
     parser.addPositionalArgument(
-        "token", "Instead of serving: token add NAME, token list, token revoke NAME.", "[token ...]");
+        QStringLiteral("token"),
+        QStringLiteral("Instead of serving: token add NAME, token list, token revoke NAME."),
+        QStringLiteral("[token ...]"));
     if (!parser.parse(application.arguments())) {
         throw std::runtime_error(parser.errorText().toStdString());
     }

@@ -151,8 +151,8 @@ int main(int argc, char* argv[])
 {
     constexpr int UsageError = 2;
     const QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName("flightserver");
-    QCoreApplication::setApplicationVersion(KV_VERSION);
+    QCoreApplication::setApplicationName(QStringLiteral("flightserver"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(KV_VERSION));
     try {
         Options options = parseOptions(application);
         if (!options.command.empty()) {

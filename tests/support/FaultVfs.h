@@ -18,7 +18,7 @@ class FaultVfs
 {
 public:
     enum Step { Open, Read, Write, Sync, Lock, Delete, Any };
-    static QStringList stepNames() { return {"open", "read", "write", "sync", "lock", "delete"}; }
+    static constexpr const char* Names[] = {"open", "read", "write", "sync", "lock", "delete"};
 
     static FaultVfs& install();
 

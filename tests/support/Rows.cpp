@@ -3,28 +3,35 @@
 
 #include <QtTest/QtTest>
 
+namespace
+{
+QStringList cells(const QString& line)
+{
+    QStringList cells = line.split('|');
+    for (QString& text : cells) {
+        text = text.trimmed();
+    }
+    return cells;
+}
+} // namespace
+
 void addRows()
 {
     QFile table(QString(":/rows/%1.txt").arg(QTest::currentTestFunction()));
     if (!table.open(QIODevice::ReadOnly)) {
         qFatal("no %s", qPrintable(table.fileName()));
     }
-    static const QRegularExpression bar(R"(\s*(?<=\s)\|(?=\s|$)\s*)");
-    QStringList lines = QString::fromUtf8(table.readAll()).trimmed().split('\n');
-    const QStringList columns = lines.takeFirst().split(bar);
     static QList<QByteArray> names; // Qt Test keeps pointers to them
+    const QStringList columns = cells(table.readLine());
     for (const QString& column : columns) {
         names.append(column.toUtf8());
         QTest::addColumn<QString>(names.constLast().constData());
     }
-    for (const QString& line : qAsConst(lines)) {
-        const QStringList cells = line.split(bar);
-        if (cells.size() != columns.size()) {
-            qFatal("not %d cells: %s", columns.size(), qPrintable(line));
-        }
-        QTestData& row = QTest::newRow(cells[0].toUtf8());
-        for (const QString& text : cells) {
-            row << text;
+    while (!table.atEnd()) {
+        const QStringList row = cells(QString::fromUtf8(table.readLine()));
+        QTestData& data = QTest::newRow(row[0].toUtf8());
+        for (int i = 0; i < columns.size(); ++i) {
+            data << row.value(i);
         }
     }
 }

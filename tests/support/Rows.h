@@ -4,7 +4,7 @@
 #include <QtCore/QString>
 
 /// Adds the rows of the test function whose data are asked for: rows/<function>.txt, a line each below the
-/// names of the columns. Cells are separated by " | "; the first one is the row's name as well.
+/// names of the columns, with "|" between the cells. The first cell is the row's name as well.
 void addRows();
 
 /// A cell of the row that is being tested.

@@ -5,7 +5,11 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QMap>
 #include <QtCore/QTimer>
+#include <QtNetwork/QNetworkReply>
 #include <QtNetwork/QTcpSocket>
+#include <QtTest/QSignalSpy>
+
+#include <algorithm>
 
 QByteArray SRequest::field(const QByteArray& name) const
 {
@@ -79,6 +83,16 @@ QStringList ScriptedServer::paths() const
         paths.append(request.path);
     }
     return paths;
+}
+
+void ScriptedServer::settle()
+{
+    QNetworkAccessManager manager;
+    const QNetworkReply* const reply = manager.get(QNetworkRequest(QUrl(url() + "/settled")));
+    QSignalSpy(reply, &QNetworkReply::finished).wait();
+    const auto last = std::find_if(requests.begin(), requests.end(),
+                                   [](const SRequest& request) { return request.path == "/settled"; });
+    requests.erase(last);
 }
 
 void ScriptedServer::sendMore(const QByteArray& path, const QByteArray& bytes)

@@ -54,6 +54,8 @@ public:
     std::function<bool(const SRequest& request, int received)> hangUp;
     QList<SRequest> requests; ///< every request so far
     QStringList paths() const;
+    /// Returns once a request that is made now has been answered, and so what was posted before is here.
+    void settle();
     /// Sends further bytes on the connection over which the path was asked for last.
     void sendMore(const QByteArray& path, const QByteArray& bytes);
 

@@ -1,39 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "TestProject.h"
 
-#include "KvProjectDbOperator/CKvDownLoadObject.h"
-#include "KvProjectDbOperator/CKvUpLoadObject.h"
-
 #include <QtSql/QSqlError>
-
-/// Private members, which an explicit instantiation may name.
-template<CKvUpLoadObject* CKvFlightDataDbOperator::*... uploads>
-struct Uploads {
-    friend QList<CKvUpLoadObject*> uploadsOf(const CKvFlightDataDbOperator& op) { return {op.*uploads...}; }
-};
-template struct Uploads<
-    &CKvFlightDataDbOperator::m_pFlightMonitorUpLoad, &CKvFlightDataDbOperator::m_pFlightMissionUpLoad,
-    &CKvFlightDataDbOperator::m_pPosDataUpLoad, &CKvFlightDataDbOperator::m_pUasStatusUpLoad,
-    &CKvFlightDataDbOperator::m_pVideoMissionUpLoad>;
-
-template<class Object, QNetworkAccessManager* Object::*manager>
-struct Manager {
-    friend QNetworkAccessManager* inside(const Object& object) { return object.*manager; }
-};
-QNetworkAccessManager* inside(const CKvUpLoadObject& upload);
-QNetworkAccessManager* inside(const CKvDownLoadObject& download);
-template struct Manager<CKvUpLoadObject, &CKvUpLoadObject::m_pNetManager>;
-template struct Manager<CKvDownLoadObject, &CKvDownLoadObject::m_pNetManager>;
-
-QNetworkAccessManager* managerOf(const CKvUpLoadObject& upload)
-{
-    return inside(upload);
-}
-
-QNetworkAccessManager* managerOf(const CKvDownLoadObject& download)
-{
-    return inside(download);
-}
 
 Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
 {
@@ -58,15 +26,25 @@ ArmedHost::ArmedHost(EUploadEnv env, const QString& file, const QByteArray& toke
     op.SetStartTimeInterval(1000000); // no tick of its own before a cycle has run
     Q_EMIT slotCheckNewData();
     op.SetStartTimeInterval(10);
+    QCoreApplication::instance()->installEventFilter(this);
 }
 
 ArmedHost::~ArmedHost()
 {
-    for (CKvUpLoadObject* const upload : uploadsOf(op)) {
-        if (upload) {
-            upload->deleteLater();
+    for (const QPointer<QNetworkAccessManager>& manager : qAsConst(m_managers)) {
+        if (manager) {
+            manager->clearConnectionCache();
         }
     }
+}
+
+bool ArmedHost::eventFilter(QObject* watched, QEvent* event)
+{
+    const auto* const reply = qobject_cast<QNetworkReply*>(watched);
+    if (reply && !m_managers.contains(reply->manager())) {
+        m_managers.append(reply->manager());
+    }
+    return Host::eventFilter(watched, event);
 }
 
 void ArmedHost::rearm(const QString& file)

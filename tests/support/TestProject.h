@@ -6,13 +6,10 @@
 #include "KvLog.h"
 #include "KvProjectDbOperator/CKvFlightDataDbOperator.h"
 
+#include <QtNetwork/QNetworkAccessManager>
 #include <QtTest/QtTest>
 
 #include <functional>
-
-class CKvDownLoadObject;
-class CKvUpLoadObject;
-class QNetworkAccessManager;
 
 /// A host: an operator on a file, and signals by which its private slots of the same names are reached.
 class Host : public QObject
@@ -33,26 +30,22 @@ Q_SIGNALS:
     void slotStartUploadTimer(bool);
 };
 
-/// An uploader that is armed with a token; ticks are given by hand or by its timer. It takes along what its
-/// operator leaves behind: upload objects, each with a thread and a file descriptor, and some tests make
-/// thousands of them.
+/// An uploader that is armed with a token; ticks are given by hand or by its timer. It ends the threads of
+/// the upload objects that its operator leaves behind, as some tests make thousands of them.
 struct ArmedHost : Host {
     explicit ArmedHost(EUploadEnv env, const QString& file = {}, const QByteArray& token = "token");
     ~ArmedHost() override;
+    bool eventFilter(QObject* watched, QEvent* event) override; ///< sees the replies that come
     /// The way out after a pause or the end of a pass, where the file is closed.
     void rearm(const QString& file);
 
     QSignalSpy uploading;
     QSignalSpy finished;
     QSignalSpy missions;
+
+private:
+    QList<QPointer<QNetworkAccessManager>> m_managers;
 };
-
-/// An operator's upload objects, of which there are none before it is armed.
-QList<CKvUpLoadObject*> uploadsOf(const CKvFlightDataDbOperator& op);
-
-/// What an object sends its requests through; a download has none before its first one.
-QNetworkAccessManager* managerOf(const CKvUpLoadObject& upload);
-QNetworkAccessManager* managerOf(const CKvDownLoadObject& download);
 
 /// The tables of the upload chain, in its order.
 const QStringList Tables = {"flight_mission", "pos_data", "uas_status", "flight_monitor_detail_log"};

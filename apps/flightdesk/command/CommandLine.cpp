@@ -2,6 +2,7 @@
 #include "command/CommandLine.h"
 
 #include "command/Commands.h"
+#include "telemetry/Latin1.h"
 
 #include <QtCore/QCoreApplication>
 
@@ -11,17 +12,17 @@ CommandLine::CommandLine(const QString& description, const QList<QCommandLineOpt
     : m_scope(scope)
 {
     m_parser.setApplicationDescription(description);
-    m_parser.addOption({{"h", "help"}, "Show this help."});
+    m_parser.addOption({{"h"_l1, "help"_l1}, "Show this help."_l1});
     if (m_scope == Scope::Project) {
-        m_parser.addOption({"project", "Folder of the project.", "DIR"});
+        m_parser.addOption({"project"_l1, "Folder of the project."_l1, "DIR"_l1});
     }
     m_parser.addOptions(options);
     if (m_scope == Scope::Window) {
         return;
     }
-    m_parser.addOption({"json", "Print one JSON document, for scripts."});
-    m_parser.addOption({"log", "Write the log to FILE.", "FILE"});
-    m_parser.addOption({"verbose", "Print the log's lines on standard error."});
+    m_parser.addOption({"json"_l1, "Print one JSON document, for scripts."_l1});
+    m_parser.addOption({"log"_l1, "Write the log to FILE."_l1, "FILE"_l1});
+    m_parser.addOption({"verbose"_l1, "Print the log's lines on standard error."_l1});
 }
 
 CommandLine::~CommandLine()

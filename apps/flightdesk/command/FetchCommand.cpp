@@ -2,6 +2,7 @@
 #include "command/CommandLine.h"
 #include "command/Commands.h"
 #include "download/FileDownload.h"
+#include "telemetry/Latin1.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFileInfo>
@@ -41,8 +42,8 @@ int runFetch(const QStringList& arguments)
 {
     CommandLine line(
         QStringLiteral("Downloads a file."),
-        {{"to", "Where the file is put, once it is whole.", "FILE"},
-         {"external", "Download through the download program, which resumes a broken download."}},
+        {{"to"_l1, "Where the file is put, once it is whole."_l1, "FILE"_l1},
+         {"external"_l1, "Download through the download program, which resumes a broken download."_l1}},
         CommandLine::Scope::NoProject);
     line.takes(QStringLiteral("URL"), QStringLiteral("Address of the file, http or https."),
                QStringLiteral("URL"));
@@ -59,11 +60,11 @@ int runFetch(const QStringList& arguments)
     Console& console = line.console();
     const Fetched fetched = fetch(line, url, path, console);
     const bool done = fetched.error.isEmpty();
-    console.document({{"ok", done},
-                      {"url", url},
-                      {"file", path},
-                      {"bytes", done ? fetched.bytes : 0},
-                      {"error", fetched.error}});
+    console.document({{"ok"_l1, done},
+                      {"url"_l1, url},
+                      {"file"_l1, path},
+                      {"bytes"_l1, done ? fetched.bytes : 0},
+                      {"error"_l1, fetched.error}});
     if (!done) {
         console.error(QStringLiteral("%1: %2").arg(url, fetched.error));
         return NotDone;

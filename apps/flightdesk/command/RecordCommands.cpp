@@ -4,6 +4,7 @@
 #include "Failure.h"
 #include "record/FlightRecorder.h"
 #include "telemetry/FlightSimulator.h"
+#include "telemetry/Latin1.h"
 #include "telemetry/TelemetryLog.h"
 
 #include <QtCore/QFileInfo>
@@ -50,17 +51,17 @@ public:
     {
         if (flight.interruption) {
             remark += words(*flight.interruption);
-            details.insert("interrupted", flight.interruption->reason);
+            details.insert("interrupted"_l1, flight.interruption->reason);
             if (flight.interruption->breakpoint) {
-                details.insert("breakpoint", flight.interruption->breakpoint->json());
+                details.insert("breakpoint"_l1, flight.interruption->breakpoint->json());
             }
         }
-        details.insert("name", flight.name);
-        details.insert("id", flight.missionId);
-        details.insert("file", flight.file);
-        details.insert("frames", flight.messages);
-        details.insert("positions", flight.positions);
-        details.insert("statuses", flight.statuses);
+        details.insert("name"_l1, flight.name);
+        details.insert("id"_l1, flight.missionId);
+        details.insert("file"_l1, flight.file);
+        details.insert("frames"_l1, flight.messages);
+        details.insert("positions"_l1, flight.positions);
+        details.insert("statuses"_l1, flight.statuses);
         if (flight.error.isEmpty()) {
             m_console.line(QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6")
                                .arg(flight.name, flight.missionId, QString::number(flight.messages),
@@ -68,7 +69,7 @@ public:
                                     remark));
         } else {
             m_console.error(QStringLiteral("%1: %2").arg(flight.name, flight.error));
-            details.insert("error", flight.error);
+            details.insert("error"_l1, flight.error);
             m_allDone = false;
         }
         m_missions.append(details);
@@ -76,7 +77,7 @@ public:
 
     int finish()
     {
-        m_console.document({{"ok", m_allDone}, {"missions", m_missions}});
+        m_console.document({{"ok"_l1, m_allDone}, {"missions"_l1, m_missions}});
         return m_allDone ? Done : NotDone;
     }
 
@@ -91,7 +92,7 @@ private:
 void recordLog(Recording& recording, const QString& path)
 {
     RecordedFlight flight;
-    QJsonObject details{{"log", path}, {"skipped_bytes", 0}, {"truncated_bytes", 0}};
+    QJsonObject details{{"log"_l1, path}, {"skipped_bytes"_l1, 0}, {"truncated_bytes"_l1, 0}};
     QString remark;
     try {
         TelemetryLog log(path);
@@ -100,8 +101,8 @@ void recordLog(Recording& recording, const QString& path)
         if (!log.error().isEmpty()) {
             flight.error = QStringLiteral("cannot be read: %1").arg(log.error());
         }
-        details["skipped_bytes"] = log.skippedBytes();
-        details["truncated_bytes"] = log.truncatedBytes();
+        details["skipped_bytes"_l1] = log.skippedBytes();
+        details["truncated_bytes"_l1] = log.truncatedBytes();
         if (log.skippedBytes() > 0) {
             remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
         }
@@ -133,10 +134,10 @@ int runRecord(const QStringList& arguments)
 int runSimulate(const QStringList& arguments)
 {
     CommandLine line(QStringLiteral("Records simulated flights; the same seed gives the same flights."),
-                     {{"missions", "Number of flights (default 1).", "N", "1"},
-                      {"minutes", "Length of each flight (default 3).", "M", "3"},
-                      {"seed", "Seed of the simulation (default 1).", "S", "1"},
-                      {"interrupted", "The telemetry breaks off in mid-air."},
+                     {{"missions"_l1, "Number of flights (default 1)."_l1, "N"_l1, "1"_l1},
+                      {"minutes"_l1, "Length of each flight (default 3)."_l1, "M"_l1, "3"_l1},
+                      {"seed"_l1, "Seed of the simulation (default 1)."_l1, "S"_l1, "1"_l1},
+                      {"interrupted"_l1, "The telemetry breaks off in mid-air."_l1},
                       EasyFly});
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;

@@ -3,6 +3,7 @@
 #include "command/Commands.h"
 #include "project/MissionFile.h"
 #include "project/Project.h"
+#include "telemetry/Latin1.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonArray>
@@ -37,10 +38,10 @@ public:
         QString verdict;
         const bool complete = isComplete(&verdict);
         printRow(m_total, QStringLiteral("all"));
-        m_console.document({{"ok", complete},
-                            {"missions", m_missions},
-                            {"total", describe(m_total)},
-                            {"unreadable", m_unreadable}});
+        m_console.document({{"ok"_l1, complete},
+                            {"missions"_l1, m_missions},
+                            {"total"_l1, describe(m_total)},
+                            {"unreadable"_l1, m_unreadable}});
         if (withLedger()) {
             for (const QString& missing : m_missing) {
                 m_console.line(missing);
@@ -61,7 +62,7 @@ private:
         if (mission.breakpoint) {
             m_console.line(QStringLiteral("  breakpoint: ") + mission.breakpoint->text());
         }
-        printRow({}, "recorded", "accepted", "marked", "waiting");
+        printRow({}, "recorded"_l1, "accepted"_l1, "marked"_l1, "waiting"_l1);
         QJsonArray kinds;
         for (const KindCount& count : mission.kinds) {
             printRow(count, count.kind);
@@ -75,16 +76,16 @@ private:
                                      .arg(count.marked));
             }
             QJsonObject kind = describe(count);
-            kind.insert("kind", count.kind);
+            kind.insert("kind"_l1, count.kind);
             kinds.append(kind);
         }
-        QJsonObject details{{"id", mission.id},
-                            {"name", mission.name},
-                            {"has_row", mission.hasRow},
-                            {"file", path},
-                            {"kinds", kinds}};
+        QJsonObject details{{"id"_l1, mission.id},
+                            {"name"_l1, mission.name},
+                            {"has_row"_l1, mission.hasRow},
+                            {"file"_l1, path},
+                            {"kinds"_l1, kinds}};
         if (mission.breakpoint) {
-            details.insert("breakpoint", mission.breakpoint->json());
+            details.insert("breakpoint"_l1, mission.breakpoint->json());
         }
         m_missions.append(details);
     }
@@ -92,9 +93,9 @@ private:
     [[nodiscard]] QJsonObject describe(const KindCount& count) const
     {
         QJsonObject object{
-            {"recorded", count.recorded}, {"marked", count.marked}, {"waiting", count.waiting}};
+            {"recorded"_l1, count.recorded}, {"marked"_l1, count.marked}, {"waiting"_l1, count.waiting}};
         if (withLedger()) {
-            object.insert("accepted", count.accepted);
+            object.insert("accepted"_l1, count.accepted);
         }
         return object;
     }
@@ -151,7 +152,7 @@ private:
 int runStatus(const QStringList& arguments)
 {
     CommandLine line(QStringLiteral("Shows what is recorded, accepted, marked and waiting."),
-                     {{"ledger", "Ledger of a flightserver, to see what it has accepted.", "FILE"}});
+                     {{"ledger"_l1, "Ledger of a flightserver, to see what it has accepted."_l1, "FILE"_l1}});
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }

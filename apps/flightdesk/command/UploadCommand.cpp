@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "command/CommandLine.h"
 #include "command/Commands.h"
+#include "telemetry/Latin1.h"
 #include "upload/Uploader.h"
 
 #include <KvAlgorthm.h>
@@ -101,26 +102,26 @@ public:
         QJsonArray remaining;
         for (const WaitingRows& some : qAsConst(m_backlog.rows)) {
             const QString obstacle = words(some.obstacle, m_easyFly);
-            remaining.append(QJsonObject{{"mission", some.mission},
-                                         {"kind", some.kind},
-                                         {"rows", some.rows},
-                                         {"file", some.file},
-                                         {"obstacle", obstacle}});
+            remaining.append(QJsonObject{{"mission"_l1, some.mission},
+                                         {"kind"_l1, some.kind},
+                                         {"rows"_l1, some.rows},
+                                         {"file"_l1, some.file},
+                                         {"obstacle"_l1, obstacle}});
             m_console.line(QStringLiteral("mission %1: %2 %3 rows wait in %4%5")
                                .arg(some.mission, QString::number(some.rows), some.kind, some.file,
-                                    obstacle.isEmpty() ? obstacle : ": " + obstacle));
+                                    obstacle.isEmpty() ? obstacle : ": "_l1 + obstacle));
         }
         for (const QString& file : qAsConst(m_backlog.unreadable)) {
             m_console.line(QStringLiteral("%1 cannot be read: locked, or no mission file").arg(file));
         }
         const QString why = done ? QString() : reason();
-        m_console.document({{"ok", done},
-                            {"accepted", m_backlog.settled},
-                            {"waiting", m_backlog.waiting()},
-                            {"remaining", remaining},
-                            {"unreadable", QJsonArray::fromStringList(m_backlog.unreadable)},
-                            {"reason", why},
-                            {"video_rows_waiting", videoRows}});
+        m_console.document({{"ok"_l1, done},
+                            {"accepted"_l1, m_backlog.settled},
+                            {"waiting"_l1, m_backlog.waiting()},
+                            {"remaining"_l1, remaining},
+                            {"unreadable"_l1, QJsonArray::fromStringList(m_backlog.unreadable)},
+                            {"reason"_l1, why},
+                            {"video_rows_waiting"_l1, videoRows}});
         if (done) {
             m_console.line(
                 QStringLiteral("%1 rows accepted and marked, nothing waits").arg(m_backlog.settled));
@@ -225,11 +226,11 @@ int runUpload(const QStringList& arguments)
 {
     CommandLine line(
         QStringLiteral("Uploads all that waits in a project."),
-        {{"server", "Address of the server, http or https.", "URL"},
-         {"token", "Token of the user; better given in the environment variable KV_TOKEN.", "T"},
-         {"interval", "Time between a failure and the next try (default 3000).", "MS", "3000"},
-         {"patience", "Give up after that long without an accepted row (default 60).", "S", "60"},
-         {"easy-fly", "Upload the video missions instead of the flight missions."}});
+        {{"server"_l1, "Address of the server, http or https."_l1, "URL"_l1},
+         {"token"_l1, "Token of the user; better given in the environment variable KV_TOKEN."_l1, "T"_l1},
+         {"interval"_l1, "Time between a failure and the next try (default 3000)."_l1, "MS"_l1, "3000"_l1},
+         {"patience"_l1, "Give up after that long without an accepted row (default 60)."_l1, "S"_l1, "60"_l1},
+         {"easy-fly"_l1, "Upload the video missions instead of the flight missions."_l1}});
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }

@@ -2,6 +2,7 @@
 #include "record/FlightRecorder.h"
 
 #include "Failure.h"
+#include "telemetry/Latin1.h"
 
 #include <KvAlgorthm.h>
 #include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
@@ -123,21 +124,21 @@ void FlightRecorder::beginMission(qint64 startUsec, const QString& aircraft, con
 
 void FlightRecorder::writeMission(const QString& startedAt, const QString& aircraft, const QString& log)
 {
-    const QJsonObject data{{"name", harmless(m_flight.name)},
-                           {"aircraft", harmless(aircraft)},
-                           {"started_at", startedAt},
-                           {"plan_id", m_planId}};
+    const QJsonObject data{{"name"_l1, harmless(m_flight.name)},
+                           {"aircraft"_l1, harmless(aircraft)},
+                           {"started_at"_l1, startedAt},
+                           {"plan_id"_l1, m_planId}};
     QJsonObject row{
-        {"id", m_flight.missionId},
-        {"project_id", m_projectId},
-        {"mission_id", m_planId},
-        {"name", m_flight.name},
-        {"aircraft", aircraft},
-        {"started_at", startedAt},
-        {"flight_mission_data", QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
+        {"id"_l1, m_flight.missionId},
+        {"project_id"_l1, m_projectId},
+        {"mission_id"_l1, m_planId},
+        {"name"_l1, m_flight.name},
+        {"aircraft"_l1, aircraft},
+        {"started_at"_l1, startedAt},
+        {"flight_mission_data"_l1, QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
     };
     if (!log.isEmpty()) {
-        row.insert("video_file", log);
+        row.insert("video_file"_l1, log);
     }
     writeText({row}, QStringLiteral(":/%1.txt").arg(m_format.missionTable));
 }
@@ -203,10 +204,10 @@ void FlightRecorder::endMission(qint64 endUsec)
 
 void FlightRecorder::writeComplete(qint64 endUsec)
 {
-    writeText({QJsonObject{{"id", newId()},
-                           {"flight_mission_id", m_flight.missionId},
-                           {"completed_at", VehicleTracker::timeText(endUsec)},
-                           {"result", m_flight.interruption ? "interrupted" : "completed"}}},
+    writeText({QJsonObject{{"id"_l1, newId()},
+                           {"flight_mission_id"_l1, m_flight.missionId},
+                           {"completed_at"_l1, VehicleTracker::timeText(endUsec)},
+                           {"result"_l1, m_flight.interruption ? "interrupted"_l1 : "completed"_l1}}},
               CompleteColumns);
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "telemetry/Latin1.h"
+
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
 
@@ -21,7 +23,7 @@ struct Breakpoint {
     }
     QJsonObject json() const
     {
-        return {{"waypoint", waypoint}, {"lng", lng}, {"lat", lat}, {"completion", completion}};
+        return {{"waypoint"_l1, waypoint}, {"lng"_l1, lng}, {"lat"_l1, lat}, {"completion"_l1, completion}};
     }
 };
 

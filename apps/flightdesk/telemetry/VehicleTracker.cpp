@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/VehicleTracker.h"
 
+#include "telemetry/Latin1.h"
+
 #include <QtCore/QDateTime>
 #include <QtCore/QtMath>
 
@@ -154,13 +156,13 @@ QJsonObject VehicleTracker::position(qint64 usec, const mavlink::GlobalPositionI
         m_place.lat = here.lat / 1e7;
     }
     return {
-        {"time", timeText(usec)},
-        {"lat", known ? QJsonValue(here.lat / 1e7) : QJsonValue()},
-        {"lng", known ? QJsonValue(here.lng / 1e7) : QJsonValue()},
-        {"alt", here.alt / 1e3},
-        {"relative_alt", here.relativeAlt / 1e3},
-        {"speed", rounded(std::hypot(here.vx, here.vy) / 100)},
-        {"heading", here.heading == 0xFFFF ? QJsonValue() : QJsonValue(here.heading / 100.0)},
+        {"time"_l1, timeText(usec)},
+        {"lat"_l1, known ? QJsonValue(here.lat / 1e7) : QJsonValue()},
+        {"lng"_l1, known ? QJsonValue(here.lng / 1e7) : QJsonValue()},
+        {"alt"_l1, here.alt / 1e3},
+        {"relative_alt"_l1, here.relativeAlt / 1e3},
+        {"speed"_l1, rounded(std::hypot(here.vx, here.vy) / 100)},
+        {"heading"_l1, here.heading == 0xFFFF ? QJsonValue() : QJsonValue(here.heading / 100.0)},
     };
 }
 
@@ -168,9 +170,9 @@ QJsonObject VehicleTracker::status(qint64 usec, const mavlink::Heartbeat& heartb
 {
     // Every key is there: a record that lacks one would be stored with the value of the record before.
     QJsonObject record{
-        {"time", timeText(usec)},
-        {"flight_mode", modeName(heartbeat)},
-        {"armed", isArmed(heartbeat) ? "1" : "0"},
+        {"time"_l1, timeText(usec)},
+        {"flight_mode"_l1, modeName(heartbeat)},
+        {"armed"_l1, isArmed(heartbeat) ? "1"_l1 : "0"_l1},
     };
     for (const char* key :
          {"battery_voltage", "battery_remaining", "satellites", "fix_type", "roll", "pitch", "yaw"}) {
@@ -178,18 +180,18 @@ QJsonObject VehicleTracker::status(qint64 usec, const mavlink::Heartbeat& heartb
     }
     if (m_sysStatus) {
         if (m_sysStatus->millivolt != 0xFFFF) {
-            record["battery_voltage"] = text(m_sysStatus->millivolt / 1e3);
+            record["battery_voltage"_l1] = text(m_sysStatus->millivolt / 1e3);
         }
-        record["battery_remaining"] = text(m_sysStatus->remaining, -1);
+        record["battery_remaining"_l1] = text(m_sysStatus->remaining, -1);
     }
     if (m_gps) {
-        record["fix_type"] = QString::number(m_gps->fixType);
-        record["satellites"] = text(m_gps->satellites, 0xFF);
+        record["fix_type"_l1] = QString::number(m_gps->fixType);
+        record["satellites"_l1] = text(m_gps->satellites, 0xFF);
     }
     if (m_attitude) {
-        record["roll"] = text(degrees(m_attitude->roll));
-        record["pitch"] = text(degrees(m_attitude->pitch));
-        record["yaw"] = text(fullCircle(degrees(m_attitude->yaw)));
+        record["roll"_l1] = text(degrees(m_attitude->roll));
+        record["pitch"_l1] = text(degrees(m_attitude->pitch));
+        record["yaw"_l1] = text(fullCircle(degrees(m_attitude->yaw)));
     }
     return record;
 }

@@ -63,7 +63,7 @@ void DownloadPanel::choosePath()
 {
     const QString name = QUrl(m_url->text()).fileName();
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save as"), folder + '/' + name);
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save as"), folder + QLatin1Char('/') + name);
     if (!path.isEmpty()) {
         m_path->setText(path);
     }

@@ -2,6 +2,7 @@
 #include "window/WindowCommand.h"
 
 #include "command/CommandLine.h"
+#include "telemetry/Latin1.h"
 #include "window/EndSignals.h"
 #include "window/MainWindow.h"
 #include "window/ProjectPage.h"
@@ -94,11 +95,12 @@ Application makePictureApplication(int& argc, char** argv)
 
 int runWindow(const QStringList& arguments)
 {
-    CommandLine line(QStringLiteral("Records, uploads and downloads in a window."),
-                     {{"project", "Folder of the project, made when it is missing.", "DIR"},
-                      {"server", "Address of the server; with KV_TOKEN set the upload starts.", "URL"},
-                      {"developer", "Show figures that are of use to developers only."}},
-                     CommandLine::Scope::Window);
+    CommandLine line(
+        QStringLiteral("Records, uploads and downloads in a window."),
+        {{"project"_l1, "Folder of the project, made when it is missing."_l1, "DIR"_l1},
+         {"server"_l1, "Address of the server; with KV_TOKEN set the upload starts."_l1, "URL"_l1},
+         {"developer"_l1, "Show figures that are of use to developers only."_l1}},
+        CommandLine::Scope::Window);
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
