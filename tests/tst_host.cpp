@@ -272,8 +272,8 @@ private Q_SLOTS:
         open.finish();
         QVERIFY(reader.transaction() && reader.commit());
         QCOMPARE(TestProject::value(project.db, "SELECT count(*) FROM pos_data"), QVariant(2));
-        QSqlQuery wait = reader.exec("PRAGMA busy_timeout"); // statements without a transaction wait as well
-        QVERIFY(wait.next() && wait.value(0).toInt() >= 1000);
+        QSqlQuery wait(*reader.DBInstance()); // statements of the caller's own wait as well
+        QVERIFY(wait.exec("PRAGMA busy_timeout") && wait.next() && wait.value(0).toInt() >= 1000);
     }
 
     void tablesOfOldFiles()
