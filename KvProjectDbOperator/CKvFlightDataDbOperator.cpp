@@ -4,8 +4,10 @@
 #include "KvAlgorthm.h"
 #include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvWarnings.h"
 #include "KvIdLookUp.h"
 #include "KvKeptBatches.h"
+#include "KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvTableDescription.h"
 #include "KvTrace.h"
@@ -86,6 +88,7 @@ CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUp
 
 CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
 {
+    KV_ON_OWN_THREAD;
     if (m_nSignalsUnderLock > 0) {
         m_mutexDB.unlock(); // a receiver deletes the operator, and the slot that emits ends without it
     }
@@ -101,16 +104,19 @@ CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
 
 void CKvFlightDataDbOperator::SetStartTimeInterval(unsigned int nStartTimeInterval)
 {
+    KV_ON_OWN_THREAD;
     m_nStartTimeInterval = nStartTimeInterval;
 }
 
 void CKvFlightDataDbOperator::SetFilghtMissionID(const QString& strMissionID)
 {
+    KV_ON_OWN_THREAD;
     m_strFlightMissionID = strMissionID;
 }
 
 void CKvFlightDataDbOperator::SetFlightModeEasyFly(bool easyMode)
 {
+    KV_ON_OWN_THREAD;
     m_bFlightModeEasyFly = easyMode;
 }
 
@@ -166,6 +172,7 @@ void CKvFlightDataDbOperator::_CloseDataBase()
 
 void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightMissionFilePath)
 {
+    KV_ON_OWN_THREAD;
     m_strFlightMissionFilePath = strFlightMissionFilePath;
     if (!m_pDataBase) {
         return;
@@ -194,7 +201,7 @@ bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
         return false;
     }
     if (!TakesRows(strFile)) {
-        qWarning("%s: has no tables; records wait in memory for them", qUtf8Printable(strFile));
+        WarnOnce(KvSql(), strFile, QStringLiteral("has no tables; records wait in memory for them"));
         return false;
     }
     return _Transact(write);
@@ -256,6 +263,7 @@ bool CKvFlightDataDbOperator::SelectRecord(QString strFields, QString strTable, 
     QSqlQuery query(*m_pDataBase->DBInstance());
     query.setForwardOnly(true);
     if (!query.exec(sql)) {
+        _WarnRefused(query);
         return false;
     }
     const int nFields = strFields.split(QLatin1Char(',')).size();
@@ -269,10 +277,27 @@ bool CKvFlightDataDbOperator::SelectRecord(QString strFields, QString strTable, 
     return true;
 }
 
+void CKvFlightDataDbOperator::_WarnRefused(const QSqlQuery& query) const
+{
+    WarnRefused(m_pDataBase->databaseName(), query.lastQuery(), query.lastError());
+}
+
+/// Tells of an update that was refused, or that found no row: to SQLite that is a success.
+void CKvFlightDataDbOperator::_WarnUnlessUpdated(const QSqlQuery& update, const QString& strID) const
+{
+    if (update.lastError().isValid()) {
+        _WarnRefused(update);
+    } else if (update.numRowsAffected() == 0) {
+        WarnOnce(KvSql(), m_pDataBase->databaseName(),
+                 QStringLiteral("has no flight mission \"%1\" to update").arg(strID));
+    }
+}
+
 void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, const QVariant& key,
                                                         const QVariant& value,
                                                         const QVariant& strFlightMissionID)
 {
+    KV_ON_OWN_THREAD;
     if (cmd.toInt() != 1) {
         return;
     }
@@ -289,7 +314,11 @@ void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, con
                             .arg(strFlightMissionID.toString());
     _WriteKept(); // the row may be among it
     bool bDone = false;
-    const bool bStored = _Transact([&] { bDone = QSqlQuery(*m_pDataBase->DBInstance()).exec(sql); });
+    const bool bStored = _Transact([&] {
+        QSqlQuery update(*m_pDataBase->DBInstance());
+        bDone = update.exec(sql);
+        _WarnUnlessUpdated(update, strFlightMissionID.toString());
+    });
     qDebug() << (bStored && bDone ? "----------------sql ====success  " : "----------------sql ====fail  ");
     m_mutexDB.unlock();
 }
@@ -297,6 +326,7 @@ void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, con
 void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFilePath, QString strMissionID,
                                             unsigned int iOperatorType, QString strFlightMissionFilePath)
 {
+    KV_ON_OWN_THREAD;
     m_mutexDB.lock();
     if (jsonArray.isEmpty()) {
         m_mutexDB.unlock();
@@ -335,7 +365,10 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
                                              const CKvTableDescription& description, const QString& strTable)
 {
     QSqlQuery query(*m_pDataBase->DBInstance());
-    query.prepare(description.InsertSql(strTable));
+    const bool bPrepared = query.prepare(description.InsertSql(strTable));
+    if (!bPrepared) {
+        _WarnRefused(query);
+    }
     CKvIdLookUp lookUp(*m_pDataBase->DBInstance(), strTable);
     for (const QVariant& element : listRecord) {
         const QJsonObject record = element.toJsonObject();
@@ -346,6 +379,9 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
         query.exec();
         if (query.lastError().type() != QSqlError::NoError) {
             IsTestServer(); // hosts see in this call that a record was refused
+            if (bPrepared) { // what is told otherwise is that nothing was
+                _WarnRefused(query);
+            }
         }
     }
 }
@@ -374,6 +410,7 @@ bool CKvFlightDataDbOperator::_IsRecorded(const QJsonObject& record, const QStri
 void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFilePath,
                                             QString strFlightMissionID)
 {
+    KV_ON_OWN_THREAD;
     m_strParseFlightMissionID = strFlightMissionID;
     if (jsonArray.isEmpty()) {
         return;
@@ -404,12 +441,15 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
 {
     QSqlQuery insert(*m_pDataBase->DBInstance());
     if (!insert.prepare(description.InsertSql(PosDataTableName))) {
+        _WarnRefused(insert);
         return;
     }
     m_listPosDataQuery = {insert};
     for (const QJsonValue& element : jsonArray) {
         description.BindRecord(insert, element.toObject());
-        insert.exec();
+        if (!insert.exec()) {
+            _WarnRefused(insert);
+        }
     }
     m_listPosDataQuery.clear();
 }
@@ -417,6 +457,7 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
 void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QString strFilePath,
                                                   QString strTableName)
 {
+    KV_ON_OWN_THREAD;
     m_mutexDB.lock();
     if (jsonObject.isEmpty()) {
         m_mutexDB.unlock();
@@ -429,9 +470,13 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
     _EnsureOpen();
     const auto write = [this, jsonObject, description, strTableName] {
         QSqlQuery query(*m_pDataBase->DBInstance());
-        if (query.prepare(description.InsertSql(strTableName))) {
+        bool bDone = query.prepare(description.InsertSql(strTableName));
+        if (bDone) {
             description.BindRecord(query, jsonObject);
-            query.exec();
+            bDone = query.exec();
+        }
+        if (!bDone) {
+            _WarnRefused(query);
         }
     };
     if (!_Store(write)) {
@@ -442,9 +487,15 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
 
 void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
 {
+    KV_ON_OWN_THREAD;
+    if (m_strFlightMissionID.isNull()) {
+        WarnOnce(KvHost(), QStringLiteral("no flight mission"),
+                 QStringLiteral("its messages are dropped; it is named with SetFilghtMissionID()"));
+    }
     if (m_strFlightMissionID.isEmpty() || !m_pDataBase) {
         return;
     }
+    m_bRecorded = true;
     m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
     _EnsureOpen();
     QSqlQuery query = _TakeMonitorInsert();
@@ -503,7 +554,9 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
             if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
                 CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
             } else {
-                query.exec();
+                if (!query.exec()) {
+                    _WarnRefused(query);
+                }
                 query.finish();
             }
         }
@@ -551,6 +604,7 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
                                                    QString strFlightMissionID,
                                                    double dCirculaTaskCompletionDegree)
 {
+    KV_ON_OWN_THREAD;
     const char* const strMethod = "CKvFlightDataDbOperator::slotUpdateBreakpoint";
     KV_TRACE << strMethod << 403 << "------record break point slot in" << strFlightMissionID
              << dCirculaTaskCompletionDegree;
@@ -591,6 +645,9 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
     const bool bPrepared = update.prepare(sql);
     const bool bDone = bPrepared && bRead && update.exec();
     const QSqlError error = update.lastError();
+    if (bRead) {
+        _WarnUnlessUpdated(update, strFlightMissionID);
+    }
     update.finish();
     const bool bStored = m_pDataBase->commit();
     if (!bPrepared) {
