@@ -14,6 +14,9 @@ class QNetworkAccessManager;
 class QNetworkRequest;
 class QTimer;
 
+/// \file
+/// A download over HTTP.
+
 /// Fetches one HTTP resource at a time into memory.
 ///
 /// A request ends with downLoadFinished() or NetWorkError(). The received bytes are for subclasses, which

@@ -12,6 +12,9 @@
 class QProcess;
 class QUrl;
 
+/// \file
+/// A download through a program.
+
 /// Downloads one file at a time through the program grabdownloader.exe, into memory.
 ///
 /// The program is "Talverinde/grabdownloader.exe" beside the folder of the application. It writes to

@@ -25,6 +25,9 @@ class CKvTableDescription;
 class CKvUpLoadObject;
 class QTimer;
 
+/// \file
+/// The operator: what a host creates to record flights and to upload them.
+
 /// Which mission files and flight missions an operator uploads.
 enum class EUploadEnv : int {
     None = 0,              ///< scans nothing; for an operator that only records
@@ -142,6 +145,11 @@ public Q_SLOTS:
     void slotResetUploadFlow();
 
 private Q_SLOTS:
+    /// \name Private slots
+    /// Reached by connections with text signatures, or by QMetaObject::invokeMethod(). Those of timer and
+    /// request objects are for these alone.
+    /// @{
+
     /// A tick of the upload timer: scans the next file while the network is there.
     void slotStartUpload();
     /// Arms the pipeline: creates timer and request objects on the first call, with the token of the user
@@ -192,6 +200,7 @@ private Q_SLOTS:
     void slotUasStatusUpLoadfailed();
     /// Log rows were not accepted; ends in slotUpLoadfailed().
     void slotFlightMonitorUpLoadfailed();
+    /// @}
 
 private:
     // Flight data store

@@ -18,6 +18,9 @@ class QNetworkAccessManager;
 class QNetworkRequest;
 class QTimer;
 
+/// \file
+/// A request that uploads.
+
 /// Sends one HTTP POST at a time and judges the server's JSON reply.
 ///
 /// Every post ends in a signal: upLoadFinished() when the server accepted it, NoLogin() when it asks for a
