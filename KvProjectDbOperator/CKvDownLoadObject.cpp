@@ -2,7 +2,10 @@
 #include "CKvDownLoadObject.h"
 
 #include "KvAlgorthm.h"
+#include "KvData/KvWarnings.h"
 #include "KvDebugProxy.h"
+#include "KvNetworkCause.h"
+#include "KvOwnThread.h"
 
 #include <QtCore/QPointer>
 #include <QtCore/QTimer>
@@ -32,11 +35,13 @@ CKvDownLoadObject::CKvDownLoadObject() : m_pRequest(new QNetworkRequest)
 
 CKvDownLoadObject::~CKvDownLoadObject()
 {
+    KV_ON_OWN_THREAD;
     m_byteRecvData.clear();
 }
 
 void CKvDownLoadObject::SetUrl(const QByteArray& byteUrl)
 {
+    KV_ON_OWN_THREAD;
     m_byteUrl = byteUrl;
 }
 
@@ -52,11 +57,13 @@ void CKvDownLoadObject::SetMethod(bool bPost)
 
 void CKvDownLoadObject::SetFilePathArray(const QByteArray& bytePostData)
 {
+    KV_ON_OWN_THREAD;
     m_bytePostData = bytePostData;
 }
 
 void CKvDownLoadObject::setRawHeader(const QByteArray& byteKey, const QByteArray& byteValue)
 {
+    KV_ON_OWN_THREAD;
     m_byteHeaderKey = byteKey;
     m_byteHeaderValue = byteValue;
 }
@@ -93,6 +100,7 @@ int CKvDownLoadObject::GetDeltaProgress()
 
 void CKvDownLoadObject::slotRequestData()
 {
+    KV_ON_OWN_THREAD;
     if (!m_byteHeaderKey.isEmpty()) {
         m_pRequest->setRawHeader(m_byteHeaderKey, m_byteHeaderValue);
     }
@@ -144,8 +152,12 @@ void CKvDownLoadObject::replyFinished(QNetworkReply* pReply)
 {
     m_pTimeoutTimer->stop();
     if (pReply->error() != QNetworkReply::NoError) {
+        if (pReply->error() != QNetworkReply::OperationCanceledError) { // the host's own doing
+            _Warn(NetworkCause(pReply));
+        }
         Q_EMIT NetWorkError();
     } else {
+        WellAgain(TellableUrl(m_pRequest->url()));
         Q_EMIT downLoadFinished();
     }
 }
@@ -153,11 +165,19 @@ void CKvDownLoadObject::replyFinished(QNetworkReply* pReply)
 void CKvDownLoadObject::slotReqTimeOut()
 {
     m_pTimeoutTimer->stop();
+    _Warn(QStringLiteral("nothing came for %1 ms").arg(m_nTimeoutInterval));
     Q_EMIT NetWorkError();
+}
+
+void CKvDownLoadObject::_Warn(const QString& strCause) const
+{
+    WarnOnce(KvNetwork(), TellableUrl(m_pRequest->url()),
+             WithoutSecret(strCause, QString::fromLatin1(m_byteHeaderValue)));
 }
 
 void CKvDownLoadObject::stop()
 {
+    KV_ON_OWN_THREAD;
     if (m_pReply) {
         m_pReply->abort();
     }

@@ -14,20 +14,26 @@ class QNetworkAccessManager;
 class QNetworkRequest;
 class QTimer;
 
+/// \file
+/// A download over HTTP.
+
 /// Fetches one HTTP resource at a time into memory.
 ///
 /// A request ends with downLoadFinished() or NetWorkError(). The received bytes are for subclasses, which
 /// override the virtual slots; this class writes no file. Redirects are not followed.
 ///
-/// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it, also
-/// in the middle of a transfer, in a receiver of its signals through deleteLater(), though a plain delete is
-/// survived. When EnabledFiddler() holds at construction, the application's proxy is set
-/// to 127.0.0.1 port 8888.
+/// Why a request failed is told to the log as a warning, once for each change.
+///
+/// An object lives on one thread with an event loop and is used there alone. It has no parent; whoever
+/// constructs it deletes it, also in the middle of a transfer, in a receiver of its signals through
+/// deleteLater(), though a plain delete is survived. When EnabledFiddler() holds at construction, the
+/// application's proxy is set to 127.0.0.1 port 8888.
 class KVPROJECTDBOPERATOR_EXPORT CKvDownLoadObject : public QObject
 {
     Q_OBJECT
 
 public:
+    /// Makes an object that posts, with no URL, header or body yet.
     CKvDownLoadObject();
     /// No signal follows. Replies and their manager live on until the process ends.
     ~CKvDownLoadObject() override;
@@ -69,7 +75,7 @@ Q_SIGNALS:
 public Q_SLOTS:
     /// Starts a request. An earlier one that still runs is no longer read, but its end is still signalled.
     virtual void slotRequestData();
-    /// Ends the current request with NetWorkError(). Valid only once a request has been started.
+    /// Ends the current request with NetWorkError(). Without a request it does nothing.
     void stop();
 
 protected Q_SLOTS:
@@ -96,6 +102,8 @@ protected:
     QNetworkReply* m_pReply = nullptr; ///< reply of the latest request, owned by its manager
 
 private:
+    void _Warn(const QString& strCause) const;
+
     QNetworkRequest* m_pRequest;
     QByteArray m_bytePostData;
     QByteArray m_byteHeaderKey;

@@ -2,11 +2,15 @@
 #include "CKvDownLoadObjectEX.h"
 
 #include "KvAlgorthm.h"
+#include "KvData/KvWarnings.h"
+#include "KvNetworkCause.h"
+#include "KvOwnThread.h"
 #include "KvTrace.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QPointer>
 #include <QtCore/QProcess>
 #include <QtCore/QUrl>
@@ -29,6 +33,7 @@ CKvDownLoadObjectEX::CKvDownLoadObjectEX() = default;
 
 CKvDownLoadObjectEX::~CKvDownLoadObjectEX()
 {
+    KV_ON_OWN_THREAD;
     m_byteData.clear();
     if (m_pProcess) {
         m_pProcess->kill();
@@ -41,6 +46,7 @@ CKvDownLoadObjectEX::~CKvDownLoadObjectEX()
 
 void CKvDownLoadObjectEX::SetUrl(const QByteArray& byteUrl)
 {
+    KV_ON_OWN_THREAD;
     m_byteUrl = byteUrl;
 }
 
@@ -66,7 +72,9 @@ const QByteArray& CKvDownLoadObjectEX::GetByteData() const
 
 void CKvDownLoadObjectEX::StopDownload()
 {
+    KV_ON_OWN_THREAD;
     if (m_pProcess) {
+        m_bStopped = true;
         m_pProcess->kill();
     }
 }
@@ -86,6 +94,7 @@ QString CKvDownLoadObjectEX::_GetDownloadFilePath(const QUrl& url)
 
 void CKvDownLoadObjectEX::slotRequestData()
 {
+    KV_ON_OWN_THREAD;
     if (m_pProcess) {
         m_pProcess->kill();
     } else {
@@ -102,10 +111,15 @@ void CKvDownLoadObjectEX::slotRequestData()
     const QString strProgram = _GetAppUpDirPath() + QStringLiteral("/Talverinde/grabdownloader.exe");
     KV_TRACE << "CKvDownLoadObjectEX::slotRequestData" << listArgument[0] << " " << listArgument[1] << " "
              << strProgram;
+    if (!QFileInfo::exists(QFileInfo(strTmpFile).path())) {
+        _Warn(QStringLiteral("there is no folder %1 to load into").arg(QFileInfo(strTmpFile).path()));
+    }
+    m_bStopped = false;
     m_pProcess->start(strProgram, listArgument, QIODevice::ReadWrite);
     if (!m_pProcess->waitForStarted(StartTimeout)) {
         KV_TRACE << "CKvDownLoadObjectEX::slotRequestData" << 148
                  << "DownLoad File Fail: Failed to open process";
+        _Warn(strProgram + QStringLiteral(" cannot be started: ") + m_pProcess->errorString());
         Q_EMIT NetWorkError();
     }
 }
@@ -159,12 +173,27 @@ void CKvDownLoadObjectEX::_JudgeEnd()
         KV_TRACE << 83 << strMethod;
         m_pProcess->kill();
         QFile::remove(strTmpFile);
+        WellAgain(_TellableUrl());
         Q_EMIT downLoadFinished();
         return;
     }
     KV_TRACE << strMethod << strResult;
+    if (!m_bStopped) {
+        _Warn(QStringLiteral("the program ends with \"%1\"").arg(strResult.simplified()));
+    }
     _RetryOrFail(strTmpFile, strResult.contains(QLatin1String("bad content length")) ||
                                  strResult.contains(QLatin1String("read tcp")));
+}
+
+QString CKvDownLoadObjectEX::_TellableUrl() const
+{
+    return TellableUrl(QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode));
+}
+
+void CKvDownLoadObjectEX::_Warn(const QString& strCause) const
+{
+    const QString strQuery = QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode).query();
+    WarnOnce(KvNetwork(), _TellableUrl(), WithoutSecret(strCause, strQuery));
 }
 
 void CKvDownLoadObjectEX::_RetryOrFail(const QString& strTmpFile, bool bRetryable)

@@ -12,22 +12,29 @@
 class QProcess;
 class QUrl;
 
+/// \file
+/// A download through a program.
+
 /// Downloads one file at a time through the program grabdownloader.exe, into memory.
 ///
 /// The program is "Talverinde/grabdownloader.exe" beside the folder of the application. It writes to
 /// GetHomeDir() + "TmpData/" + the last segment of the URL's path ("data" when that holds no "."); the
 /// folder must exist. The file is removed after success. Two objects must not load the same name at once.
 ///
-/// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it, also
-/// while the program runs, which is then killed, in a receiver of its signals through deleteLater(), though a
-/// plain delete is survived. A receiver of downloadProgress() that runs an event loop may hold up the end of
-/// the program, so it must not wait for that.
+/// Why a download failed is told to the log as a warning, once for each change.
+///
+/// An object lives on one thread with an event loop and is used there alone. It has no parent; whoever
+/// constructs it deletes it, also while the program runs, which is then killed, in a receiver of its signals
+/// through deleteLater(), though a plain delete is survived. A receiver of downloadProgress() that runs an
+/// event loop may hold up the end of the program, so it must not wait for that.
 class KVPROJECTDBOPERATOR_EXPORT CKvDownLoadObjectEX : public QObject
 {
     Q_OBJECT
 
 public:
+    /// Makes an object without a URL.
     CKvDownLoadObjectEX();
+    /// Kills the program; no signal follows.
     ~CKvDownLoadObjectEX() override;
 
     /// Sets the URL, UTF-8.
@@ -48,8 +55,8 @@ Q_SIGNALS:
     void downloadProgress(qint64 received, qint64 total);
     /// The file is whole; see GetByteData().
     void downLoadFinished();
-    /// The program could not be started, failed for good, or failed five times for a reason that may pass (a
-    /// broken connection or a short body).
+    /// The program could not be started (emitted before slotRequestData() returns), failed for good, or
+    /// failed five times for a reason that may pass (a broken connection or a short body).
     void NetWorkError();
 
 public Q_SLOTS:
@@ -68,6 +75,8 @@ private:
     void _InProgramSignal(void (CKvDownLoadObjectEX::*handle)());
     void _ReadProgress();
     void _JudgeEnd();
+    QString _TellableUrl() const;
+    void _Warn(const QString& strCause) const;
     void _RetryOrFail(const QString& strTmpFile, bool bRetryable);
 
     QString m_strReserved1;
@@ -79,4 +88,5 @@ private:
     qint32 m_nRequestCount = 0;
     qint32 m_nRetryCount = 0;
     int m_nProgramSignals = 0; // being handled
+    bool m_bStopped = false;   // by the host, since the last start
 };

@@ -4,14 +4,15 @@
 #include "KvAlgorthm.h"
 #include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvWarnings.h"
 #include "KvIdLookUp.h"
 #include "KvKeptBatches.h"
+#include "KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvTableDescription.h"
 #include "KvTrace.h"
 
 #include <QtCore/QDateTime>
-#include <QtCore/QDebug>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QPointer>
@@ -20,12 +21,6 @@
 
 namespace
 {
-const char* const UpdateOneValueSql = "UPDATE flight_mission SET %1 = %2 WHERE id = '%3'";
-const char* const SelectDocumentSql = "select flight_mission_data from flight_mission where id = '";
-const char* const UpdateBreakpointSql =
-    "UPDATE flight_mission SET is_uploaded = 0,last_waypoint_index = '%1', break_point_lng = '%2', "
-    "break_point_lat = '%3', flight_mission_data = '%4' WHERE id = '%5'";
-
 constexpr int MonitorBatch = 50;
 const char* const MonitorColumnsFile = ":/flight_monitor_detail_log.txt";
 
@@ -62,17 +57,6 @@ qint64 JsonBytes(const QJsonArray& jsonArray)
     return Expansion * QJsonDocument(jsonArray).toJson(QJsonDocument::Compact).size();
 }
 
-/// The mission's document with its completion degree, indented; empty when it is no JSON.
-QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
-{
-    QJsonDocument document = QJsonDocument::fromJson(data);
-    if (!document.isEmpty()) {
-        QJsonObject object = document.object();
-        object.insert(QStringLiteral("circula_task_completion_degree"), dDegree);
-        document.setObject(object);
-    }
-    return document.toJson();
-}
 } // namespace
 
 CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv)
@@ -86,6 +70,7 @@ CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUp
 
 CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
 {
+    KV_ON_OWN_THREAD;
     if (m_nSignalsUnderLock > 0) {
         m_mutexDB.unlock(); // a receiver deletes the operator, and the slot that emits ends without it
     }
@@ -101,16 +86,19 @@ CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
 
 void CKvFlightDataDbOperator::SetStartTimeInterval(unsigned int nStartTimeInterval)
 {
+    KV_ON_OWN_THREAD;
     m_nStartTimeInterval = nStartTimeInterval;
 }
 
 void CKvFlightDataDbOperator::SetFilghtMissionID(const QString& strMissionID)
 {
+    KV_ON_OWN_THREAD;
     m_strFlightMissionID = strMissionID;
 }
 
 void CKvFlightDataDbOperator::SetFlightModeEasyFly(bool easyMode)
 {
+    KV_ON_OWN_THREAD;
     m_bFlightModeEasyFly = easyMode;
 }
 
@@ -166,6 +154,7 @@ void CKvFlightDataDbOperator::_CloseDataBase()
 
 void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightMissionFilePath)
 {
+    KV_ON_OWN_THREAD;
     m_strFlightMissionFilePath = strFlightMissionFilePath;
     if (!m_pDataBase) {
         return;
@@ -194,7 +183,7 @@ bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
         return false;
     }
     if (!TakesRows(strFile)) {
-        qWarning("%s: has no tables; records wait in memory for them", qUtf8Printable(strFile));
+        WarnOnce(KvSql(), strFile, QStringLiteral("has no tables; records wait in memory for them"));
         return false;
     }
     return _Transact(write);
@@ -256,6 +245,7 @@ bool CKvFlightDataDbOperator::SelectRecord(QString strFields, QString strTable, 
     QSqlQuery query(*m_pDataBase->DBInstance());
     query.setForwardOnly(true);
     if (!query.exec(sql)) {
+        _WarnRefused(query);
         return false;
     }
     const int nFields = strFields.split(QLatin1Char(',')).size();
@@ -269,34 +259,15 @@ bool CKvFlightDataDbOperator::SelectRecord(QString strFields, QString strTable, 
     return true;
 }
 
-void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, const QVariant& key,
-                                                        const QVariant& value,
-                                                        const QVariant& strFlightMissionID)
+void CKvFlightDataDbOperator::_WarnRefused(const QSqlQuery& query) const
 {
-    if (cmd.toInt() != 1) {
-        return;
-    }
-    m_mutexDB.lock();
-    if (!m_pDataBase) {
-        return; // the lock stays held
-    }
-    _EnsureOpen();
-    // As at a breakpoint, a marker inside a value is substituted too.
-    // clazy:excludeall=qstring-arg
-    const QString sql = QString::fromLatin1(UpdateOneValueSql)
-                            .arg(key.toString())
-                            .arg(QString::number(value.toInt()))
-                            .arg(strFlightMissionID.toString());
-    _WriteKept(); // the row may be among it
-    bool bDone = false;
-    const bool bStored = _Transact([&] { bDone = QSqlQuery(*m_pDataBase->DBInstance()).exec(sql); });
-    qDebug() << (bStored && bDone ? "----------------sql ====success  " : "----------------sql ====fail  ");
-    m_mutexDB.unlock();
+    WarnRefused(m_pDataBase->databaseName(), query.lastQuery(), query.lastError());
 }
 
 void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFilePath, QString strMissionID,
                                             unsigned int iOperatorType, QString strFlightMissionFilePath)
 {
+    KV_ON_OWN_THREAD;
     m_mutexDB.lock();
     if (jsonArray.isEmpty()) {
         m_mutexDB.unlock();
@@ -335,7 +306,10 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
                                              const CKvTableDescription& description, const QString& strTable)
 {
     QSqlQuery query(*m_pDataBase->DBInstance());
-    query.prepare(description.InsertSql(strTable));
+    const bool bPrepared = query.prepare(description.InsertSql(strTable));
+    if (!bPrepared) {
+        _WarnRefused(query);
+    }
     CKvIdLookUp lookUp(*m_pDataBase->DBInstance(), strTable);
     for (const QVariant& element : listRecord) {
         const QJsonObject record = element.toJsonObject();
@@ -345,7 +319,10 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
         description.BindRecordAsText(query, record);
         query.exec();
         if (query.lastError().type() != QSqlError::NoError) {
-            IsTestServer(); // hosts see in this call that a record was refused
+            IsTestServer();  // hosts see in this call that a record was refused
+            if (bPrepared) { // what is told otherwise is that nothing was
+                _WarnRefused(query);
+            }
         }
     }
 }
@@ -374,6 +351,7 @@ bool CKvFlightDataDbOperator::_IsRecorded(const QJsonObject& record, const QStri
 void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFilePath,
                                             QString strFlightMissionID)
 {
+    KV_ON_OWN_THREAD;
     m_strParseFlightMissionID = strFlightMissionID;
     if (jsonArray.isEmpty()) {
         return;
@@ -404,12 +382,15 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
 {
     QSqlQuery insert(*m_pDataBase->DBInstance());
     if (!insert.prepare(description.InsertSql(PosDataTableName))) {
+        _WarnRefused(insert);
         return;
     }
     m_listPosDataQuery = {insert};
     for (const QJsonValue& element : jsonArray) {
         description.BindRecord(insert, element.toObject());
-        insert.exec();
+        if (!insert.exec()) {
+            _WarnRefused(insert);
+        }
     }
     m_listPosDataQuery.clear();
 }
@@ -417,6 +398,7 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
 void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QString strFilePath,
                                                   QString strTableName)
 {
+    KV_ON_OWN_THREAD;
     m_mutexDB.lock();
     if (jsonObject.isEmpty()) {
         m_mutexDB.unlock();
@@ -429,9 +411,13 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
     _EnsureOpen();
     const auto write = [this, jsonObject, description, strTableName] {
         QSqlQuery query(*m_pDataBase->DBInstance());
-        if (query.prepare(description.InsertSql(strTableName))) {
+        bool bDone = query.prepare(description.InsertSql(strTableName));
+        if (bDone) {
             description.BindRecord(query, jsonObject);
-            query.exec();
+            bDone = query.exec();
+        }
+        if (!bDone) {
+            _WarnRefused(query);
         }
     };
     if (!_Store(write)) {
@@ -442,9 +428,15 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
 
 void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
 {
+    KV_ON_OWN_THREAD;
+    if (m_strFlightMissionID.isNull()) {
+        WarnOnce(KvHost(), QStringLiteral("no flight mission"),
+                 QStringLiteral("its messages are dropped; it is named with SetFilghtMissionID()"));
+    }
     if (m_strFlightMissionID.isEmpty() || !m_pDataBase) {
         return;
     }
+    m_bRecorded = true;
     m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
     _EnsureOpen();
     QSqlQuery query = _TakeMonitorInsert();
@@ -503,7 +495,9 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
             if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
                 CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
             } else {
-                query.exec();
+                if (!query.exec()) {
+                    _WarnRefused(query);
+                }
                 query.finish();
             }
         }
@@ -545,67 +539,4 @@ void CKvFlightDataDbOperator::_FlushFlightMonitor()
     if (bLocked) {
         m_mutexDB.unlock();
     }
-}
-
-void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng, double dLat,
-                                                   QString strFlightMissionID,
-                                                   double dCirculaTaskCompletionDegree)
-{
-    const char* const strMethod = "CKvFlightDataDbOperator::slotUpdateBreakpoint";
-    KV_TRACE << strMethod << 403 << "------record break point slot in" << strFlightMissionID
-             << dCirculaTaskCompletionDegree;
-    m_mutexDB.lock();
-    KV_TRACE << strMethod << 405 << "------record break point slot start";
-    if (!m_pDataBase) {
-        KV_TRACE << strMethod << 410 << "------record break point slot m_pDataBase nullptr";
-        return; // the lock stays held
-    }
-    _EnsureOpen();
-    _WriteKept(); // the mission's row may be among it
-    if (!m_pDataBase->transaction() && m_pDataBase->isOpen()) {
-        _AnswerBreakpoint(false); // to go on would write an empty document where the lock goes in between
-        return;
-    }
-    QByteArray data;
-    bool bRead = false;
-    {
-        QSqlQuery select = m_pDataBase->exec(QString::fromLatin1(SelectDocumentSql) + strFlightMissionID +
-                                             QLatin1Char('\''));
-        bRead = !select.lastError().isValid();
-        if (select.next()) {
-            data = select.value(QStringLiteral("flight_mission_data")).toByteArray();
-        }
-    }
-    if (!data.isEmpty()) {
-        data = WithCompletionDegree(data, dCirculaTaskCompletionDegree);
-    }
-    // One substitution after the other: a marker inside the document is substituted too.
-    const QString sql = QString::fromLatin1(UpdateBreakpointSql)
-                            .arg(nLastWPIndex)
-                            .arg(QString::number(dLng, 'f', 6))
-                            .arg(QString::number(dLat, 'f', 6))
-                            .arg(QString::fromUtf8(data))
-                            .arg(strFlightMissionID);
-    KV_TRACE << strMethod << 447 << "------record break point slot sql==" << sql;
-    QSqlQuery update(*m_pDataBase->DBInstance());
-    const bool bPrepared = update.prepare(sql);
-    const bool bDone = bPrepared && bRead && update.exec();
-    const QSqlError error = update.lastError();
-    update.finish();
-    const bool bStored = m_pDataBase->commit();
-    if (!bPrepared) {
-        KV_TRACE << strMethod << 454 << "record break point fail"
-                 << "sql string==" << sql << "sql error==" << error;
-        m_mutexDB.unlock();
-        return;
-    }
-    _AnswerBreakpoint(bDone && bStored);
-}
-
-void CKvFlightDataDbOperator::_AnswerBreakpoint(bool bStored)
-{
-    _EmitUnderLock([this, bStored] {
-        Q_EMIT RecBreakPointRet(bStored);
-        KV_TRACE << "CKvFlightDataDbOperator::slotUpdateBreakpoint" << 451 << "record break point is ok";
-    });
 }

@@ -25,6 +25,9 @@ class CKvTableDescription;
 class CKvUpLoadObject;
 class QTimer;
 
+/// \file
+/// The operator: what a host creates to record flights and to upload them.
+
 /// Which mission files and flight missions an operator uploads.
 enum class EUploadEnv : int {
     None = 0,              ///< scans nothing; for an operator that only records
@@ -48,8 +51,13 @@ enum class EUploadEnv : int {
 /// connect(&host, SIGNAL(message(QByteArray)), pOperator, SLOT(slotWriteFlightMonitor(QByteArray)));
 /// \endcode
 ///
-/// No operation throws or returns an error: a failure shows as a signal, as a line in the log (KvLog,
-/// level 2), or not at all where the text says so. All signals are emitted on the operator's thread.
+/// No operation throws or returns an error: a failure shows as a signal, or not at all where the text says
+/// so. Beside that the trace tells it (KvLog, level 2), and what a host has to mend is a warning: a statement
+/// that SQLite refuses, a server that does not accept, something that was not set.
+///
+/// Everything is called on the operator's own thread, deleting it included; the lock does not change that. It
+/// is the thread of the constructor, or one to which a fresh operator was moved. A debug build stops where it
+/// is called on another one. All signals are emitted there.
 ///
 /// The writers take a plain, non-recursive lock and some of their early returns keep it, which is said
 /// where it happens: from then on every operation that takes the lock blocks. A receiver that is connected
@@ -65,8 +73,8 @@ class KVPROJECTDBOPERATOR_EXPORT CKvFlightDataDbOperator : public QObject
 
 public:
     /// Creates the missing tables in every mission file of the project and makes the (closed) database
-    /// connection. Files that cannot be opened are skipped in silence. Without a project folder there is
-    /// no connection, and nothing is ever written or uploaded.
+    /// connection. Files that cannot be opened are skipped. Without a project folder there is
+    /// no connection, and nothing is ever written or uploaded; the log has a warning.
     ///
     /// \param parent  owner, or null
     /// \param eUploadEnv  what is uploaded once slotCheckNewData() has been called
@@ -92,7 +100,8 @@ Q_SIGNALS:
     /// A slotParseJson() call has ended. It does not say that every record was written. Emitted under the
     /// lock by the five-argument slot.
     void WriteDBFinished(QString strMissionID, unsigned int iOperatorType, QString strFlightMissionFilePath);
-    /// Answer of slotUpdateBreakpoint(): whether the breakpoint was stored. Emitted under the lock.
+    /// Answer of slotUpdateBreakpoint(): whether the statement was executed and stored, which it also is
+    /// where the file has no such mission. Emitted under the lock.
     void RecBreakPointRet(bool);
     /// The server accepted a flight mission row and it has been marked.
     void signalUploadFlightMissionFinish();
@@ -110,7 +119,7 @@ public Q_SLOTS:
     ///
     /// \param cmd  must be 1; anything else is ignored
     /// \param key  column name
-    /// \param value  integer; anything else counts as 0
+    /// \param value  as QVariant::toInt() has it: 5.7 gives 6, the text "12" gives 12, any other text 0
     /// \param strFlightMissionID  id of the row; must hold no single quote
     ///
     /// Success and failure go to the debug output only. Without a connection the lock stays held.
@@ -136,6 +145,11 @@ public Q_SLOTS:
     void slotResetUploadFlow();
 
 private Q_SLOTS:
+    /// \name Private slots
+    /// Reached by connections with text signatures, or by QMetaObject::invokeMethod(). Those of timer and
+    /// request objects are for these alone.
+    /// @{
+
     /// A tick of the upload timer: scans the next file while the network is there.
     void slotStartUpload();
     /// Arms the pipeline: creates timer and request objects on the first call, with the token of the user
@@ -186,6 +200,7 @@ private Q_SLOTS:
     void slotUasStatusUpLoadfailed();
     /// Log rows were not accepted; ends in slotUpLoadfailed().
     void slotFlightMonitorUpLoadfailed();
+    /// @}
 
 private:
     // Flight data store
@@ -196,6 +211,8 @@ private:
     void _WriteFlightMonitor2DB(QList<QSqlQuery>& listQuery);
     void _InsertRecords(const QList<QVariant>& listRecord, const CKvTableDescription& description,
                         const QString& strTable);
+    void _WarnRefused(const QSqlQuery& query) const;
+    void _WarnUnlessUpdated(const QSqlQuery& update, const QString& strID) const;
     bool _IsRecorded(const QJsonObject& record, const QString& strTable, CKvIdLookUp& lookUp);
     void _InsertPositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
     void _WritePositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
@@ -227,6 +244,8 @@ private:
     void _RunStep(ENextStep eStep, const QString& strFile);
     bool _EmitInFlow(const std::function<void()>& emitSignal);
     void _GetFlightMissionFileInformation();
+    void _QueueCurrentFile();
+    void _WarnIfRecording();
     void _upload(const QString& strFile);
     void _ScanFile(const QString& strFile);
     void _QueueMissions();
@@ -278,4 +297,5 @@ private:
     QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     std::unique_ptr<CKvKeptBatches> m_pKept;
+    bool m_bRecorded = false; // a message, since a scan last changed the file
 };

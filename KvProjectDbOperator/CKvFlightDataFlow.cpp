@@ -4,6 +4,8 @@
 #include "CKvUpLoadObject.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
+#include "KvData/KvWarnings.h"
+#include "KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvQuoted.h"
 #include "KvTrace.h"
@@ -54,6 +56,11 @@ void CKvFlightDataDbOperator::_WaitForNextCycle(unsigned int nInterval)
 
 void CKvFlightDataDbOperator::slotCheckNewData()
 {
+    KV_ON_OWN_THREAD;
+    if (m_eUploadEnv == EUploadEnv::None) {
+        WarnOnce(KvHost(), QStringLiteral("slotCheckNewData"),
+                 QStringLiteral("an operator with EUploadEnv::None uploads nothing"));
+    }
     if (!m_pCheckTimer) {
         m_pCheckTimer = new QTimer;
         connect(m_pCheckTimer, SIGNAL(timeout()), this, SLOT(slotStartUpload()));
@@ -92,6 +99,7 @@ CKvUpLoadObject* CKvFlightDataDbOperator::_NewUpLoadObject(const QString& strTok
 
 void CKvFlightDataDbOperator::slotStartUploadTimer(bool bStart)
 {
+    KV_ON_OWN_THREAD;
     _BlockTimer(!bStart);
     if (!bStart) {
         _CloseDataBase();
@@ -103,6 +111,7 @@ void CKvFlightDataDbOperator::slotStartUploadTimer(bool bStart)
 
 void CKvFlightDataDbOperator::slotResetUploadFlow()
 {
+    KV_ON_OWN_THREAD;
     m_bResetUploadFlow = true;
     KV_TRACE << "CKvFlightDataDbOperator::slotResetUploadFlow";
 }
@@ -112,6 +121,10 @@ void CKvFlightDataDbOperator::slotResetUploadFlow()
 void CKvFlightDataDbOperator::slotStartUpload()
 {
     if (!CKvControl::GetInstance(false, static_cast<EPlaneType>(0))->IsNetWorkConnected()) {
+        if (GetServerIP().isEmpty()) {
+            WarnOnce(KvHost(), QStringLiteral("no server address"),
+                     QStringLiteral("nothing is uploaded; it is set with SetServerIP()"));
+        }
         return;
     }
     const QPointer<CKvFlightDataDbOperator> alive(this); // receivers of UpLoading() and UploadFinished()
@@ -131,10 +144,9 @@ void CKvFlightDataDbOperator::_GetFlightMissionFileInformation()
     if (m_listFlightMissionFile.isEmpty()) {
         if (m_eUploadEnv == EUploadEnv::WholeProject) {
             m_listFlightMissionFile = ProjectMissionFiles().value_or(QStringList());
-        } else if ((m_eUploadEnv == EUploadEnv::CurrentMissionLog ||
-                    m_eUploadEnv == EUploadEnv::OncePerRequest) &&
-                   !m_strFlightMissionFilePath.isEmpty()) {
-            m_listFlightMissionFile.append(m_strFlightMissionFilePath);
+        } else if (m_eUploadEnv == EUploadEnv::CurrentMissionLog ||
+                   m_eUploadEnv == EUploadEnv::OncePerRequest) {
+            _QueueCurrentFile();
         }
     }
     if (m_listFlightMissionFile.isEmpty() || !m_pDataBase) {
@@ -143,6 +155,18 @@ void CKvFlightDataDbOperator::_GetFlightMissionFileInformation()
     const QString strFile = m_listFlightMissionFile.takeFirst();
     if (QFileInfo(strFile).isFile()) {
         _upload(strFile);
+    } else {
+        WarnOnce(KvSql(), strFile, QStringLiteral("is no file, so nothing of it is uploaded"));
+    }
+}
+
+void CKvFlightDataDbOperator::_QueueCurrentFile()
+{
+    if (m_strFlightMissionFilePath.isEmpty()) {
+        WarnOnce(KvHost(), QStringLiteral("no mission file"),
+                 QStringLiteral("nothing is uploaded; it is named with SetFlightMissionFilePath()"));
+    } else {
+        m_listFlightMissionFile.append(m_strFlightMissionFilePath);
     }
 }
 
@@ -168,6 +192,7 @@ void CKvFlightDataDbOperator::_upload(const QString& strFile)
 void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
 {
     if (m_pDataBase->databaseName() != strFile) {
+        _WarnIfRecording();
         _PointDataBaseAt(strFile);
     }
     if (!_IsDataBaseOpen()) {
@@ -183,6 +208,17 @@ void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
         _WaitForNextCycle(CycleInterval);
     } else {
         _GetFlightMissionFileInformation();
+    }
+}
+
+/// Tells that an operator which scans other files takes the messages that it records along.
+void CKvFlightDataDbOperator::_WarnIfRecording()
+{
+    if (std::exchange(m_bRecorded, false) && !m_strFlightMissionID.isEmpty()) {
+        WarnOnce(
+            KvHost(), m_strFlightMissionFilePath,
+            QStringLiteral("its messages go into other files, as the operator that records them looks for "
+                           "what to upload there; use one to record and another to upload"));
     }
 }
 

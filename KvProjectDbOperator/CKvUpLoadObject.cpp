@@ -2,7 +2,10 @@
 #include "CKvUpLoadObject.h"
 
 #include "KvAlgorthm.h"
+#include "KvData/KvWarnings.h"
 #include "KvDebugProxy.h"
+#include "KvNetworkCause.h"
+#include "KvOwnThread.h"
 #include "KvTrace.h"
 
 #include <QtCore/QBuffer>
@@ -59,6 +62,7 @@ CKvUpLoadObject::CKvUpLoadObject() : m_pNetManager(new QNetworkAccessManager), m
 
 CKvUpLoadObject::~CKvUpLoadObject()
 {
+    KV_ON_OWN_THREAD;
     QObjectList listLeft;
     disconnect(m_pNetManager);
     if (m_pReply) {
@@ -81,18 +85,21 @@ CKvUpLoadObject::~CKvUpLoadObject()
 
 void CKvUpLoadObject::SetUrl(const QByteArray& byteUrl)
 {
+    KV_ON_OWN_THREAD;
     m_byteUrl = byteUrl;
     m_pRequest->setUrl(QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode));
 }
 
 void CKvUpLoadObject::setRawHeader(const QByteArray& byteKey, const QByteArray& byteValue)
 {
+    KV_ON_OWN_THREAD;
     m_byteHeaderKey = byteKey;
     m_byteHeaderValue = byteValue;
 }
 
 void CKvUpLoadObject::SetFilePathArray(const QByteArray& bytePostData)
 {
+    KV_ON_OWN_THREAD;
     if (m_bytePostData != bytePostData) { // a body that is sent again is shared with replies that never came
         m_bytePostData = bytePostData;
     }
@@ -115,6 +122,7 @@ QNetworkRequest* CKvUpLoadObject::GetNetWorkRequset()
 
 void CKvUpLoadObject::PostNetWorkReplyMessage()
 {
+    KV_ON_OWN_THREAD;
     if (!m_pRequestTimer) {
         m_pRequestTimer = NewTimer(this, SLOT(slotRequestTimeOut()));
         m_pErrorTimer = NewTimer(this, SLOT(slotErrorTimeout()));
@@ -216,6 +224,7 @@ void CKvUpLoadObject::_JudgeReply()
     if (document.isEmpty()) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished"
                  << "jsDoc.isEmpty()" << body;
+        _Warn(NetworkCause(m_pReply) + QStringLiteral("; no JSON object came as the reply"));
         m_pErrorTimer->start(ErrorDelay);
         return;
     }
@@ -223,27 +232,39 @@ void CKvUpLoadObject::_JudgeReply()
     if (object.isEmpty()) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished"
                  << "JsObj.isEmpty()";
+        _Warn(NetworkCause(m_pReply) + QStringLiteral("; no JSON object came as the reply"));
         m_pErrorTimer->start(ErrorDelay);
         return;
     }
     const int nStatus = object.value(QLatin1String("status")).toInt(0);
     const QString strMessage = object.value(QLatin1String("message")).toString();
     if (nStatus == 0 || nStatus == 1) {
+        WellAgain(TellableUrl(m_pRequest->url()));
         Q_EMIT upLoadFinished(body);
     } else if (nStatus == 401 || nStatus == 403) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
+        _Warn(QStringLiteral("the server refuses the token: status %1, \"%2\"").arg(nStatus).arg(strMessage));
         Q_EMIT NoLogin();
     } else {
         qDebug() << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
+        _Warn(QStringLiteral("the server refuses the rows: status %1, \"%2\"").arg(nStatus).arg(strMessage));
         Q_EMIT NetWorkError();
     }
+}
+
+/// What the signals do not say, for a log that the trace does not reach.
+void CKvUpLoadObject::_Warn(const QString& strCause) const
+{
+    WarnOnce(KvNetwork(), TellableUrl(m_pRequest->url()),
+             WithoutSecret(strCause, QString::fromLatin1(m_byteHeaderValue)));
 }
 
 void CKvUpLoadObject::slotRequestTimeOut()
 {
     m_pRequestTimer->stop();
     KV_TRACE << "CKvUpLoadObject::slotRequestTimeOut" << 119;
+    _Warn(QStringLiteral("no byte of an answer for %1 s").arg(RequestTimeout / 1000));
     Q_EMIT NetWorkError();
 }
 

@@ -18,6 +18,9 @@ class QNetworkAccessManager;
 class QNetworkRequest;
 class QTimer;
 
+/// \file
+/// A request that uploads.
+
 /// Sends one HTTP POST at a time and judges the server's JSON reply.
 ///
 /// Every post ends in a signal: upLoadFinished() when the server accepted it, NoLogin() when it asks for a
@@ -31,9 +34,12 @@ class QTimer;
 /// which equal ones are held once; the oldest are dropped without a signal when more come, after some six
 /// minutes of silence.
 ///
-/// An object lives on one thread with an event loop. It has no parent; whoever constructs it deletes it, in a
-/// receiver of its signals through deleteLater(), though a plain delete is survived. When EnabledFiddler()
-/// holds at construction, the application's proxy is set to 127.0.0.1 port 8888.
+/// Why a post was not accepted is told to the log as a warning, once for each change.
+///
+/// An object lives on one thread with an event loop and is used there alone. It has no parent; whoever
+/// constructs it deletes it, in a receiver of its signals through deleteLater(), though a plain delete is
+/// survived. When EnabledFiddler() holds at construction, the application's proxy is set to 127.0.0.1 port
+/// 8888.
 class KVPROJECTDBOPERATOR_EXPORT CKvUpLoadObject : public QObject
 {
     Q_OBJECT
@@ -46,6 +52,7 @@ public:
     /// hammered.
     static constexpr int ErrorDelay = 3000;
 
+    /// Makes an object without a URL, a header or a body.
     CKvUpLoadObject();
     /// Drops a request in flight without a signal.
     ~CKvUpLoadObject() override;
@@ -92,6 +99,7 @@ private Q_SLOTS:
 private:
     void _InReplySignal(const std::function<void()>& handle);
     void _JudgeReply();
+    void _Warn(const QString& strCause) const;
     void _SetSilentManagerAside();
     bool _HasUnanswered(const QNetworkAccessManager* pManager, int nReplies) const;
     void _GiveUp(QNetworkAccessManager* pManager);

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "KvBoundInsert.h"
 
+#include "KvData/KvWarnings.h"
+
 #include <QtCore/QByteArray>
 #include <QtSql/QSqlDatabase>
+#include <QtSql/QSqlError>
 #include <QtSql/QSqlQuery>
 
 CKvBoundInsert::CKvBoundInsert(const QSqlQuery& query) : m_strSql(query.lastQuery())
@@ -17,13 +20,16 @@ CKvBoundInsert::CKvBoundInsert(const QSqlQuery& query) : m_strSql(query.lastQuer
 void CKvBoundInsert::Execute(const QSqlDatabase& database) const
 {
     QSqlQuery query(database);
-    if (!query.prepare(m_strSql)) {
-        return;
+    bool bDone = query.prepare(m_strSql);
+    if (bDone) {
+        for (int i = 0; i < m_listValue.size(); ++i) {
+            query.bindValue(i, m_listValue[i]);
+        }
+        bDone = query.exec();
     }
-    for (int i = 0; i < m_listValue.size(); ++i) {
-        query.bindValue(i, m_listValue[i]);
+    if (!bDone) {
+        WarnRefused(database.databaseName(), m_strSql, query.lastError());
     }
-    query.exec();
 }
 
 qint64 CKvBoundInsert::Bytes() const

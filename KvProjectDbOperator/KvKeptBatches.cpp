@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "KvKeptBatches.h"
 
-#include <QtCore/QDebug>
+#include "KvData/KvWarnings.h"
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ constexpr qint64 MostBytes = 64LL * 1024 * 1024;
 CKvKeptBatches::~CKvKeptBatches()
 {
     for (auto file = m_mapBatch.cbegin(); file != m_mapBatch.cend(); ++file) {
-        qCritical("%s: %d batches were not stored", qUtf8Printable(file.key()), file.value().size());
+        qCCritical(KvSql, "%s: %d batches were not stored", qUtf8Printable(file.key()), file.value().size());
     }
 }
 
@@ -21,7 +21,8 @@ void CKvKeptBatches::Keep(const QString& strFile, qint64 nBytes, const Write& wr
 {
     if (m_nBytes + nBytes > MostBytes) {
         if (!m_bFull) {
-            qCritical("%s: too much waits in memory; records are lost from now on", qUtf8Printable(strFile));
+            qCCritical(KvSql, "%s: too much waits in memory; records are lost from now on",
+                       qUtf8Printable(strFile));
         }
         m_bFull = true;
         return;

@@ -2,6 +2,7 @@
 #include "KvProjectFiles.h"
 
 #include "KvData.h"
+#include "KvData/KvWarnings.h"
 
 #include <QtCore/QDir>
 
@@ -11,8 +12,13 @@ std::optional<QStringList> ProjectMissionFiles()
         CKvControl::GetInstance(false, static_cast<EPlaneType>(0))->GetProjectDirPath();
     const QDir project(strProject);
     if (strProject.isEmpty() || !project.exists()) { // an empty path is the working directory to QDir
+        WarnOnce(
+            KvHost(), QStringLiteral("no project folder \"%1\"").arg(strProject),
+            QStringLiteral("nothing will be written or uploaded; an operator that is constructed without it "
+                           "stays so"));
         return std::nullopt;
     }
+    WellAgain(QStringLiteral("no project folder \"%1\"").arg(strProject));
     QStringList listFile;
     for (const QString& strFolder : project.entryList(QDir::AllDirs | QDir::NoDotAndDotDot, QDir::Unsorted)) {
         const QDir folder(project.absoluteFilePath(strFolder));

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "KvTableDescription.h"
 
+#include "KvData/KvWarnings.h"
+
 #include <QtCore/QFile>
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
@@ -10,10 +12,20 @@ void CKvTableDescription::Read(const QString& strFile)
 {
     QFile file(strFile);
     const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    if (text == m_byteText) {
-        return;
+    if (text != m_byteText) {
+        *this = CKvTableDescription();
+        _Split(text);
     }
-    *this = CKvTableDescription();
+    if (m_listColumn.isEmpty()) {
+        WarnOnce(KvSql(), strFile,
+                 file.isOpen()
+                     ? QStringLiteral("names no columns, so no row can be written")
+                     : QStringLiteral("cannot be read, so no row can be written: ") + file.errorString());
+    }
+}
+
+void CKvTableDescription::_Split(const QByteArray& text)
+{
     m_byteText = text;
     const QStringList listToken =
         QString::fromUtf8(text).simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts);

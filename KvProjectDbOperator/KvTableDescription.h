@@ -20,8 +20,9 @@ public:
     /// Reads the file.
     explicit CKvTableDescription(const QString& strFile) { Read(strFile); }
 
-    /// Reads the file; one that cannot be opened describes no columns. Its text is split only if it has
-    /// changed since the last time: that would be a fifth of the time that a monitor message takes.
+    /// Reads the file; one that cannot be opened describes no columns, which is warned of. Its text is split
+    /// only if it has changed since the last time: that would be a fifth of the time that a monitor message
+    /// takes.
     void Read(const QString& strFile);
 
     /// A column as statements see it.
@@ -47,6 +48,8 @@ public:
     void BindRecordAsText(QSqlQuery& query, const QJsonObject& record) const;
 
 private:
+    void _Split(const QByteArray& text);
+
     QByteArray m_byteText;
     QVector<SColumn> m_listColumn;
     QString m_strColumns;

@@ -28,12 +28,12 @@ struct KVALGORTHM_EXPORT SKvUserInfo {
     QString m_strToken;    ///< access token; sent as the request header "token", kept in memory only
     QString m_strUserName; ///< name under which the user signed in
 
-    SKvUserInfo();
+    SKvUserInfo();                                  ///< nobody: all fields empty
     SKvUserInfo(const SKvUserInfo&);                ///< copies all fields
     SKvUserInfo(SKvUserInfo&&) noexcept;            ///< takes the fields over
     SKvUserInfo& operator=(const SKvUserInfo&);     ///< copies all fields
     SKvUserInfo& operator=(SKvUserInfo&&) noexcept; ///< takes the fields over
-    ~SKvUserInfo();
+    ~SKvUserInfo();                                 ///< forgets them
 };
 
 /// \name Table names
@@ -110,8 +110,8 @@ KVALGORTHM_EXPORT QList<QVariant> ReadJsonArray(const QJsonValue& value);
 /// but "is_uploaded", under the column's name. The query is only read, never moved.
 ///
 /// Positions, status records and monitor messages travel many to a request, which names their mission: their
-/// objects leave out every column that is NULL, and "flight_mission_id" unless its text holds what a form would
-/// change: a "%", "&", "+", "=" or ";", or anything but ASCII.
+/// objects leave out every column that is NULL, and "flight_mission_id" unless its text holds what a form
+/// would change: a "%", "&", "+", "=" or ";", or anything but ASCII.
 ///
 /// Bodies are posted as form data without further encoding, so the values are safe there: after a form
 /// decoder has worked on the body, a JSON reader gives

@@ -67,7 +67,7 @@ public:
     void close();
 
     /// Runs one statement. The query is forward-only and stands before its first row; errors are in its
-    /// lastError().
+    /// lastError(), and one that is not a lock is a warning in the log (at its first, tenth, ... time).
     QSqlQuery exec(const QString& sql) const;
 
     /// Begins a transaction that may write: the write lock is taken at once, waiting for others.
@@ -123,6 +123,12 @@ KVDATA_EXPORT bool CreateTable(const QString& table, const QString& contents, QS
 /// \return whether all of them exist afterwards
 KVDATA_EXPORT bool CreateMissionTables(QSqlDatabase* database);
 
+/// Makes a flight's mission file with its tables, in a folder that exists; in a file that is there already,
+/// the tables that it lacks.
+///
+/// \return false, with a line in the log, when the file cannot be made or lacks a table afterwards
+KVDATA_EXPORT bool CreateMissionFile(const QString& path);
+
 /// Kinds of aircraft that a host controls.
 enum class EPlaneType : int {
     Multirotor = 0,
@@ -140,7 +146,8 @@ public:
 
     /// Folder of the current project; empty until SetProjectDirPath().
     QString GetProjectDirPath();
-    /// Sets the folder of the current project. Operators constructed later read it once at their start.
+    /// Sets the folder of the current project, which must be there when an operator is constructed: one that
+    /// is constructed without it has no connection, writes and uploads nothing, and warns of it.
     void SetProjectDirPath(const QString& path);
 
     /// Whether the upload server can be expected to answer: the last SetNetWorkConnected(), and without

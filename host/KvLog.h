@@ -27,6 +27,10 @@ enum class Level : int {
 
 /// The process-wide logger. All members may be called from any thread.
 ///
+/// From its first use on it takes what the libraries warn of in Qt's categories "kv.host", "kv.network" and
+/// "kv.sql", and hands other messages of Qt's to the handler that was there before. A message handler that is
+/// installed later gets all of them.
+///
 /// Until setLogFile() has been called, lines of level Warn and above go to standard error and all others
 /// are only handed to the listener.
 class KVLOG_EXPORT Logger

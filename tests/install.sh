@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Builds the example outside the tree against an installed copy, with CMake and with pkg-config, and lets it upload
-# to the installed server: install.sh SOURCES BUILD CXX_FLAGS
+# Builds the example and the programs that the pages show outside the tree against an installed copy, with CMake, the
+# example with pkg-config as well, and lets them upload to the installed server: install.sh SOURCES BUILD CXX_FLAGS
 set -eu
 
 sources=$1 build=$2 flags=$3
@@ -24,9 +24,31 @@ if grep -rF -e "$folder" -e "$sources" -e /opt/kv "$prefix/include" "$prefix"/li
     exit 1
 fi
 
+# build NAME: the program in $folder/NAME, into $folder/NAME/build
+build() {
+    cmake -G Ninja -S "$folder/$1" -B "$folder/$1/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+    cmake --build "$folder/$1/build" >/dev/null
+    programs="$programs $1"
+}
+
 cp -R "$sources/examples/minimal-host" "$folder/source"
-cmake -G Ninja -S "$folder/source" -B "$folder/cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
-cmake --build "$folder/cmake" >/dev/null
+programs=""
+build source
+
+# Every listing of a page is a whole program, or what builds one.
+mkdir "$folder/listings"
+for page in "$sources"/README.md "$sources"/docs/*.md; do
+    awk -v out="$folder/listings/$(basename "$page" .md)" '
+        /^```/ { part = /^```cpp/ ? out "/main.cpp" : /^```cmake/ ? out "/CMakeLists.txt" : "" }
+        part && /^```/ { system("mkdir -p " out) }
+        part && !/^```/ { print >part }' "$page"
+done
+for listing in "$folder"/listings/*; do
+    name=$(basename "$listing")
+    cp -R "$sources/examples/minimal-host" "$folder/$name"
+    cp "$listing"/* "$folder/$name"
+    build "$name"
+done
 
 cd "$folder/source"
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name KvData.pc)")
@@ -48,10 +70,13 @@ for _ in $(seq 100); do
     sleep 0.1
 done
 
-"$folder/cmake/minimal-host" "$folder/project" "$url" secret
+for name in $programs; do
+    "$folder/$name/build/minimal-host" "$folder/project" "$url" secret
+done
 LD_LIBRARY_PATH=$LD_LIBRARY_PATH "$folder/by-pkg-config" "$folder/project" "$url" secret
 kill "$server"
 wait "$server" || true
 server=""
 "$prefix/bin/flightdesk" status --project "$folder/project" --ledger "$folder/ledger.db" | tee "$folder/status"
-grep -q '^all 6 rows accepted and marked$' "$folder/status"
+rows=$((3 * ($(echo "$programs" | wc -w) + 1)))
+grep -q "^all $rows rows accepted and marked\$" "$folder/status"

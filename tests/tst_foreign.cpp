@@ -210,6 +210,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         CKvDataBase::SetLockWait(Wait);
+        Logger::instance(); // takes messages itself where no handler comes later
         g_testHandler = qInstallMessageHandler(noteCritical);
         control()->SetNetWorkConnected(true);
     }

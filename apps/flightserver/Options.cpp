@@ -134,7 +134,11 @@ Options readValues(const QCommandLineParser& parser)
 {
     Options options;
     options.place = {parser.value(HostOption).toStdString(), portOf(parser.value(PortOption), "--port")};
-    options.token = parser.value(TokenOption).toStdString();
+    const QByteArray token = parser.value(TokenOption).toLatin1(); // as the header carries it
+    if (QString::fromLatin1(token) != parser.value(TokenOption)) {
+        throw std::runtime_error("--token holds a character that is not Latin-1, which no header can carry");
+    }
+    options.token = token.toStdString();
     if (parser.isSet(TokenOption) && options.token.empty()) {
         throw std::runtime_error("--token must not be empty");
     }

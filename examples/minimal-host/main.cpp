@@ -8,7 +8,6 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDateTime>
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QTimer>
 #include <QtCore/QUuid>
 
@@ -26,12 +25,12 @@ Q_SIGNALS:
 
 namespace
 {
-/// An empty file: the next operator on the project makes the tables in it.
+/// A file with its tables in a folder of the project; empty when it cannot be made.
 QString makeMissionFile(const QString& project, const QString& mission)
 {
     const QString folder = project + "/" + QDate::currentDate().toString("yyyyMMdd");
-    QFile file(folder + "/" + mission + ".kv");
-    return QDir().mkpath(folder) && file.open(QIODevice::WriteOnly) ? file.fileName() : QString();
+    const QString file = folder + "/" + mission + ".kv";
+    return QDir().mkpath(folder) && CreateMissionFile(file) ? file : QString();
 }
 
 void record(const QString& file, const QString& mission)
@@ -49,7 +48,7 @@ void record(const QString& file, const QString& mission)
     recorder.SetFilghtMissionID(mission);
     Q_EMIT host.message("take-off");
     Q_EMIT host.message("landed");
-}
+} // the recorder ends and writes what waits
 
 /// Ends the event loop with 0 once the server has accepted every row of the file.
 void upload(CKvFlightDataDbOperator* uploader, const QString& file)
@@ -74,13 +73,13 @@ int main(int argc, char* argv[])
         std::fputs("usage: minimal-host PROJECT SERVER TOKEN\n", stderr);
         return 2;
     }
-    CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetProjectDirPath(arguments[1]);
+    const QString project = QDir(arguments[1]).absolutePath();
     const QString mission = UidToString(QUuid::createUuid());
-    const QString file = makeMissionFile(arguments[1], mission);
+    const QString file = makeMissionFile(project, mission);
     if (file.isEmpty()) {
-        std::fprintf(stderr, "minimal-host: cannot write to %s\n", qPrintable(arguments[1]));
-        return 1;
+        return 1; // the log says why
     }
+    CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetProjectDirPath(project);
     record(file, mission);
 
     CKvFlightDataDbOperator uploader(nullptr, EUploadEnv::OncePerRequest);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "KvAlgorthm.h"
 #include "KvData.h"
+#include "KvWarnings.h"
 
 #include <QtCore/QMutex>
 #include <QtCore/QMutexLocker>
@@ -73,7 +74,15 @@ bool CKvControl::IsNetWorkConnected()
             return *d->connected;
         }
     }
-    return CanReach(QUrl::fromEncoded(GetServerIP()).host());
+    const QString strHost = QUrl::fromEncoded(GetServerIP()).host();
+    const bool bReachable = CanReach(strHost);
+    if (bReachable) {
+        WellAgain(strHost);
+    } else if (!strHost.isEmpty()) {
+        WarnOnce(KvHost(), strHost,
+                 QStringLiteral("no network leads there; nothing is uploaded until one does"));
+    }
+    return bReachable;
 }
 
 void CKvControl::SetNetWorkConnected(bool connected)

@@ -3,6 +3,7 @@
 #include "KvLocks.h"
 #include "KvPatience.h"
 #include "KvTrouble.h"
+#include "KvWarnings.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
@@ -80,6 +81,13 @@ bool IsForGood(const QSqlError& error)
     const int nCode = ResultCode(error);
     return nCode == Permission || nCode == ReadOnly || nCode == Corrupt || nCode == CannotOpen ||
            nCode == Authorization || nCode == NoDatabase;
+}
+
+/// An upload looks into a video mission's file for what only flights have.
+bool LacksTableByDesign(const QString& strFile, const QSqlError& error)
+{
+    return strFile.endsWith(QLatin1String(".db")) &&
+           error.databaseText().startsWith(QLatin1String("no such table"));
 }
 } // namespace
 
@@ -199,6 +207,10 @@ QSqlQuery CKvDataBase::exec(const QString& sql) const
         run();
     } else {
         _Insist(run);
+    }
+    const QSqlError error = query.lastError();
+    if (error.isValid() && !LacksTableByDesign(m_strOpenFile, error)) {
+        WarnRefused(m_strOpenFile, sql, error);
     }
     return query;
 }

@@ -2,6 +2,7 @@
 #include "KvAlgorthm.h"
 #include "KvData.h"
 #include "KvLocks.h"
+#include "KvWarnings.h"
 
 #include <QtCore/QVariant>
 #include <QtSql/QSqlDriver>
@@ -47,6 +48,8 @@ public:
         return query;
     }
 
+    QString File() const { return m_database.databaseName(); }
+
 private:
     void StopWaiting()
     {
@@ -73,7 +76,9 @@ bool Exists(CSharedWait& connection, const QString& type, const QString& name)
 
 bool Create(CSharedWait& connection, const QString& sql)
 {
-    return !connection.Run(sql).lastError().isValid();
+    const QSqlQuery query = connection.Run(sql);
+    WarnRefused(connection.File(), sql, query.lastError());
+    return !query.lastError().isValid();
 }
 
 /// Rows that wait are found without a look at the uploaded ones, however many those have become.
@@ -102,6 +107,12 @@ bool CreateTable(const QString& table, const QString& contents, QSqlDatabase* da
         Create(connection, WaitingIndex(index, table, contents));
     }
     return created;
+}
+
+bool CreateMissionFile(const QString& path)
+{
+    CKvDataBase database(path);
+    return database.open() && CreateMissionTables(database.DBInstance());
 }
 
 bool CreateMissionTables(QSqlDatabase* database)

@@ -59,11 +59,24 @@ Level LevelOf(QtMsgType type, const QString& text)
     }
 }
 
+std::atomic<QtMessageHandler> g_pOtherHandler{nullptr}; // of those messages that are not the libraries'
+
 void LogQtMessage(QtMsgType type, const QMessageLogContext&, const QString& text)
 {
     Logger::instance().write(LevelOf(type, text), text);
     if (type == QtFatalMsg) {
         std::abort();
+    }
+}
+
+/// What the libraries warn of goes to the log, whoever keeps the rest of Qt's messages.
+void SortQtMessage(QtMsgType type, const QMessageLogContext& context, const QString& text)
+{
+    const QtMessageHandler pOther = g_pOtherHandler;
+    if (QLatin1String(context.category).startsWith(QLatin1String("kv.")) || !pOther) {
+        LogQtMessage(type, context, text);
+    } else {
+        pOther(type, context, text);
     }
 }
 } // namespace
@@ -92,8 +105,12 @@ Logger::~Logger()
 Logger& Logger::instance()
 {
     // Never destroyed: static objects of the host may still write while the process ends.
-    static Logger& logger = *new Logger;
-    return logger;
+    static Logger* const pLogger = [] {
+        auto* const pNew = new Logger;
+        g_pOtherHandler = qInstallMessageHandler(SortQtMessage);
+        return pNew;
+    }();
+    return *pLogger;
 }
 
 Level Logger::loggingLevel() const
@@ -156,9 +173,8 @@ void Logger::addSecret(const QString& text)
     const QMutexLocker lock(&d->mutex);
     if (text.size() >= ShortestSecret && !d->secrets.contains(text)) {
         // The longest first: another may be its beginning.
-        const auto shorter = std::find_if(d->secrets.begin(), d->secrets.end(), [&text](const QString& s) {
-            return s.size() < text.size();
-        });
+        const auto shorter = std::find_if(d->secrets.begin(), d->secrets.end(),
+                                          [&text](const QString& s) { return s.size() < text.size(); });
         d->secrets.insert(shorter, text);
     }
 }

@@ -159,12 +159,6 @@ const MissionFormat& MissionFormat::video()
     return format;
 }
 
-bool MissionFile::make(const QString& path)
-{
-    CKvDataBase database(path);
-    return database.open() && CreateMissionTables(database.DBInstance());
-}
-
 QString MissionFile::missionColumn(const QString& kind)
 {
     const bool isMission = kind == FlightMissionTableName || kind == FlightVideoTableName;

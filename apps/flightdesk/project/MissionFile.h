@@ -73,8 +73,6 @@ public:
     /// The breakpoint of a flight mission, if it has one.
     std::optional<Breakpoint> breakpoint(const QString& missionId);
 
-    /// Makes a flight's mission file with its tables; false when that fails.
-    static bool make(const QString& path);
     /// Column of a table with uploaded rows that names the mission.
     static QString missionColumn(const QString& kind);
     /// Whether accepted rows can be marked: neither the file nor its folder is read-only.

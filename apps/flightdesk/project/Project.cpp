@@ -53,7 +53,7 @@ QString Project::createMissionFile(const MissionFormat& format, const QString& m
     // The end of an id is random; its beginning, the time, is that of another flight recorded just now.
     const QString folder = QStringLiteral("%1/%2_%3").arg(m_path, start, missionId.right(8));
     QString file = folder + QStringLiteral("/flight") + format.suffix;
-    if (!QDir().mkpath(folder) || !(format.easyFly || MissionFile::make(file))) {
+    if (!QDir().mkpath(folder) || !(format.easyFly || CreateMissionFile(file))) {
         throw Failure(QStringLiteral("cannot make the mission file %1").arg(file));
     }
     return file;

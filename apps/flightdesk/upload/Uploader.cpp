@@ -16,7 +16,7 @@ Uploader::Uploader(const LogFeed& log, QObject* parent) : QObject(parent), m_log
 {
     m_clock.start();
     const QString file = m_folder.filePath(QStringLiteral("nothing") + MissionFormat::flight().suffix);
-    if (MissionFile::make(file)) {
+    if (CreateMissionFile(file)) {
         m_emptyFile = file;
     }
     connect(&m_log, &OperatorLog::requestBegan, this, &Uploader::noteBegan);

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "CKvFlightDataDbOperator.h"
+
+#include "KvData.h"
+#include "KvData/KvWarnings.h"
+#include "KvOwnThread.h"
+#include "KvTrace.h"
+
+#include <QtCore/QDebug>
+#include <QtCore/QJsonDocument>
+
+namespace
+{
+const char* const UpdateOneValueSql = "UPDATE flight_mission SET %1 = %2 WHERE id = '%3'";
+const char* const SelectDocumentSql = "select flight_mission_data from flight_mission where id = '";
+const char* const UpdateBreakpointSql =
+    "UPDATE flight_mission SET is_uploaded = 0,last_waypoint_index = '%1', break_point_lng = '%2', "
+    "break_point_lat = '%3', flight_mission_data = '%4' WHERE id = '%5'";
+
+/// The mission's document with its completion degree, indented; empty when it is no JSON.
+QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
+{
+    QJsonDocument document = QJsonDocument::fromJson(data);
+    if (!document.isEmpty()) {
+        QJsonObject object = document.object();
+        object.insert(QStringLiteral("circula_task_completion_degree"), dDegree);
+        document.setObject(object);
+    }
+    return document.toJson();
+}
+} // namespace
+
+/// Tells of an update that was refused, or that found no row: to SQLite that is a success.
+void CKvFlightDataDbOperator::_WarnUnlessUpdated(const QSqlQuery& update, const QString& strID) const
+{
+    if (update.lastError().isValid()) {
+        _WarnRefused(update);
+    } else if (update.numRowsAffected() == 0) {
+        WarnOnce(KvSql(), m_pDataBase->databaseName(),
+                 QStringLiteral("has no flight mission \"%1\" to update").arg(strID));
+    }
+}
+
+void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, const QVariant& key,
+                                                        const QVariant& value,
+                                                        const QVariant& strFlightMissionID)
+{
+    KV_ON_OWN_THREAD;
+    if (cmd.toInt() != 1) {
+        return;
+    }
+    m_mutexDB.lock();
+    if (!m_pDataBase) {
+        return; // the lock stays held
+    }
+    _EnsureOpen();
+    // As at a breakpoint, a marker inside a value is substituted too.
+    // clazy:excludeall=qstring-arg
+    const QString sql = QString::fromLatin1(UpdateOneValueSql)
+                            .arg(key.toString())
+                            .arg(QString::number(value.toInt()))
+                            .arg(strFlightMissionID.toString());
+    _WriteKept(); // the row may be among it
+    bool bDone = false;
+    const bool bStored = _Transact([&] {
+        QSqlQuery update(*m_pDataBase->DBInstance());
+        bDone = update.exec(sql);
+        _WarnUnlessUpdated(update, strFlightMissionID.toString());
+    });
+    qDebug() << (bStored && bDone ? "----------------sql ====success  " : "----------------sql ====fail  ");
+    m_mutexDB.unlock();
+}
+
+void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng, double dLat,
+                                                   QString strFlightMissionID,
+                                                   double dCirculaTaskCompletionDegree)
+{
+    KV_ON_OWN_THREAD;
+    const char* const strMethod = "CKvFlightDataDbOperator::slotUpdateBreakpoint";
+    KV_TRACE << strMethod << 403 << "------record break point slot in" << strFlightMissionID
+             << dCirculaTaskCompletionDegree;
+    m_mutexDB.lock();
+    KV_TRACE << strMethod << 405 << "------record break point slot start";
+    if (!m_pDataBase) {
+        KV_TRACE << strMethod << 410 << "------record break point slot m_pDataBase nullptr";
+        return; // the lock stays held
+    }
+    _EnsureOpen();
+    _WriteKept(); // the mission's row may be among it
+    if (!m_pDataBase->transaction() && m_pDataBase->isOpen()) {
+        _AnswerBreakpoint(false); // to go on would write an empty document where the lock goes in between
+        return;
+    }
+    QByteArray data;
+    bool bRead = false;
+    {
+        QSqlQuery select = m_pDataBase->exec(QString::fromLatin1(SelectDocumentSql) + strFlightMissionID +
+                                             QLatin1Char('\''));
+        bRead = !select.lastError().isValid();
+        if (select.next()) {
+            data = select.value(QStringLiteral("flight_mission_data")).toByteArray();
+        }
+    }
+    if (!data.isEmpty()) {
+        data = WithCompletionDegree(data, dCirculaTaskCompletionDegree);
+    }
+    // One substitution after the other: a marker inside the document is substituted too.
+    const QString sql = QString::fromLatin1(UpdateBreakpointSql)
+                            .arg(nLastWPIndex)
+                            .arg(QString::number(dLng, 'f', 6))
+                            .arg(QString::number(dLat, 'f', 6))
+                            .arg(QString::fromUtf8(data))
+                            .arg(strFlightMissionID);
+    KV_TRACE << strMethod << 447 << "------record break point slot sql==" << sql;
+    QSqlQuery update(*m_pDataBase->DBInstance());
+    const bool bPrepared = update.prepare(sql);
+    const bool bDone = bPrepared && bRead && update.exec();
+    const QSqlError error = update.lastError();
+    if (bRead) {
+        _WarnUnlessUpdated(update, strFlightMissionID);
+    }
+    update.finish();
+    const bool bStored = m_pDataBase->commit();
+    if (!bPrepared) {
+        KV_TRACE << strMethod << 454 << "record break point fail"
+                 << "sql string==" << sql << "sql error==" << error;
+        m_mutexDB.unlock();
+        return;
+    }
+    _AnswerBreakpoint(bDone && bStored);
+}
+
+void CKvFlightDataDbOperator::_AnswerBreakpoint(bool bStored)
+{
+    _EmitUnderLock([this, bStored] {
+        Q_EMIT RecBreakPointRet(bStored);
+        KV_TRACE << "CKvFlightDataDbOperator::slotUpdateBreakpoint" << 451 << "record break point is ok";
+    });
+}
