@@ -297,6 +297,12 @@ private Q_SLOTS:
             QVERIFY(!SLedger(file).store);
             QCOMPARE(TestProject::contents(file), before);
         }
+        const QString first = folder.path("first.db"); // that an old server may still write
+        makeFirstVersion(first);
+        const QByteArray before = TestProject::contents(first);
+        QVERIFY_EXCEPTION_THROWN(openLedger(first.toStdString(), SqliteFile::Opening::Existing),
+                                 std::runtime_error);
+        QCOMPARE(TestProject::contents(first), before);
     }
 
     /// The file is moved away beneath the server: nothing is acknowledged that would go with it.

@@ -153,6 +153,9 @@ private Q_SLOTS:
         QCOMPARE(RawClient(server.url()).post("/flight/upload", newer, R"(data={"id":"m5"})"), 403);
         QCOMPARE(server.token({"list"}).out.count("revoked"), 2);
         QCOMPARE(server.text("SELECT group_concat(id) FROM record"), QString("m1,m4"));
+        const QString mistyped = server.folder.path("legder.db");
+        QCOMPARE(runProgram("flightserver", {"token", "list", "--ledger", mistyped}).exitCode, 2);
+        QVERIFY(!QFile::exists(mistyped));
     }
 
     /// Bytes that are announced are room that others do not get; it comes back when the client goes.
@@ -183,7 +186,7 @@ private Q_SLOTS:
         QCOMPARE(RawClient(server.url)
                      .post(LogPath, Secret,
                            logBody(R"({"id":"1"})" + QByteArray(R"(,{"id":"1"})").repeated(60000))),
-                 503);
+                 413); // nor will there ever be
         QTRY_COMPARE(server.reserved(), std::size_t{0});
     }
 
@@ -236,7 +239,8 @@ private Q_SLOTS:
 
     void endsGracefully()
     {
-        SServer server;
+        SServer server({"--token", Secret, "--admin", "127.0.0.1:0"});
+        const QString admin = server.program->address("flightserver watched on ");
         RawClient idle(server.url());
         RawClient busy(server.url());
         const QByteArray request = postText(LogPath, Secret, logBody(logRow("last")));
@@ -245,6 +249,7 @@ private Q_SLOTS:
                  0); // so the other one's header has been read
         server.program->terminate();
         QVERIFY(idle.isClosed());
+        QVERIFY(get(admin, "/health").contains(" 200 OK") && get(admin, "/ready").contains(" 503 "));
         busy.send(request.right(5));
         QCOMPARE(busy.status(), 0);
         QVERIFY(server.program->waitForFinished(10000));
@@ -263,6 +268,7 @@ private Q_SLOTS:
         QCOMPARE(RawClient(server.url()).post(LogPath, Secret, logBody(logRow("1"))), 500);
         QVERIFY(get(admin, "/ready").contains(" 503 "));
         QVERIFY(get(admin, "/health").contains(" 200 OK"));
+        QVERIFY(get(admin, "/metrics").contains("flightserver_failed_commits_total 1\n"));
         other.execute("ROLLBACK");
         QVERIFY(get(admin, "/ready").contains(" 200 OK"));
         QCOMPARE(RawClient(server.url()).post(LogPath, Secret, logBody(logRow("2"))), 0);
@@ -282,11 +288,13 @@ private Q_SLOTS:
         for (const char* line : {R"(flightserver_requests_total{path="/flight/detailupload",status="0"} 2)",
                                  R"(flightserver_requests_total{path="/flight/detailupload",status="400"} 1)",
                                  R"(flightserver_refusals_total{reason="token"} 1)",
+                                 R"(flightserver_refusals_total{reason="form"} 1)",
                                  "flightserver_rows_total 3", "flightserver_rows_again_total 1",
                                  "flightserver_commits_total 2", "flightserver_reserved_bytes 0"}) {
             QVERIFY2(text.contains(QByteArray(line) + '\n'), text);
         }
         QVERIFY(get(server.url(), "/metrics").contains(" 404 "));
+        QVERIFY(get(admin, "/ready?verbose").contains(" 200 OK"));
         QVERIFY(get(admin, "/flight/upload").contains(" 404 "));
     }
 
@@ -323,9 +331,8 @@ private Q_SLOTS:
         const QSet<QByteArray> before = senders.acknowledged();
         QProcess shell;
         shell.setWorkingDirectory(QFileInfo(server.ledger).path());
-        const QString recipe = TestProject::contents(":/server.md");
-        shell.start("sh",
-                    {"-c", QRegularExpression("printf .*\\.backup copy\\.db.*").match(recipe).captured()});
+        static const QRegularExpression recipe("printf .*\\.backup copy\\.db.*");
+        shell.start("sh", {"-c", recipe.match(TestProject::contents(":/server.md")).captured()});
         QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
         senders.end();
         QVERIFY(senders.count() > before.size() && senders.failed() == 0);

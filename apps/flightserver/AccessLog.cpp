@@ -3,6 +3,7 @@
 
 #include <QtCore/QDateTime>
 
+#include <iostream>
 #include <stdexcept>
 
 AccessLog::AccessLog(std::string path) : m_path(std::move(path))
@@ -29,4 +30,10 @@ void AccessLog::write(const AccessLine& line)
            << ' ' << line.path << " owner=" << line.owner << " status=" << line.status
            << " rows=" << line.rows << " bytes=" << line.bytes << " ms=" << ms
            << std::endl; // at once: somebody may follow the file
+    const bool failed = !m_file;
+    if (failed && !m_isFailing) {
+        std::cerr << "flightserver: cannot write access log " << m_path << "; lines are lost" << std::endl;
+    }
+    m_isFailing = failed;
+    m_file.clear();
 }

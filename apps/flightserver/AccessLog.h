@@ -32,4 +32,5 @@ public:
 private:
     const std::string m_path;
     std::ofstream m_file;
+    bool m_isFailing = false;
 };

@@ -24,6 +24,7 @@ constexpr std::size_t LeastRoom = 1 << 20;
 
 constexpr unsigned int Ok = 200;
 constexpr unsigned int NotFound = 404;
+constexpr unsigned int MethodNotAllowed = 405;
 constexpr unsigned int NotReady = 503;
 } // namespace
 
@@ -47,21 +48,13 @@ std::string Admin::listen(const std::string& host, int port)
     return "http://" + addressOf(m_acceptor.local_endpoint());
 }
 
-void Admin::stop()
-{
-    error_code ignored;
-    m_acceptor.close(ignored);
-}
-
 void Admin::accept()
 {
     m_acceptor.async_accept([this](error_code error, asio::ip::tcp::socket socket) {
         if (!error) {
             read(std::make_shared<Visit>(std::move(socket)));
         }
-        if (m_acceptor.is_open()) {
-            accept();
-        }
+        accept();
     });
 }
 
@@ -70,7 +63,7 @@ void Admin::read(const std::shared_ptr<Visit>& visit)
     visit->stream.expires_after(Patience);
     http::async_read(visit->stream, visit->buffer, visit->request,
                      [this, visit](error_code error, std::size_t) {
-                         if (!error) {
+                         if (!error || error == http::error::unexpected_body) { // not that of a GET
                              answer(visit);
                          }
                      });
@@ -78,9 +71,11 @@ void Admin::read(const std::shared_ptr<Visit>& visit)
 
 void Admin::answer(const std::shared_ptr<Visit>& visit)
 {
-    const auto target = visit->request.target();
-    if (visit->request.method() != http::verb::get) {
-        write(visit, NotFound, "only GET is served here\n");
+    const auto whole = visit->request.target();
+    const auto target = whole.substr(0, whole.find('?'));
+    const http::verb method = visit->request.method();
+    if (method != http::verb::get && method != http::verb::head) {
+        write(visit, MethodNotAllowed, "only GET and HEAD are served here\n");
     } else if (target == "/health") {
         write(visit, Ok, "alive\n");
     } else if (target == "/ready") {
@@ -94,6 +89,10 @@ void Admin::answer(const std::shared_ptr<Visit>& visit)
 
 void Admin::answerReady(const std::shared_ptr<Visit>& visit)
 {
+    if (m_front.isStopping()) {
+        write(visit, NotReady, "the server ends\n");
+        return;
+    }
     const Bound& bound = m_front.bound();
     if (bound.limit() - bound.used() < LeastRoom) {
         write(visit, NotReady, "no room for requests\n");
@@ -101,7 +100,8 @@ void Admin::answerReady(const std::shared_ptr<Visit>& visit)
     }
     m_ledger.probe([this, visit](bool ok) {
         asio::post(m_io, [visit, ok] {
-            write(visit, ok ? Ok : NotReady, ok ? "ready\n" : "the ledger takes no writes\n");
+            write(visit, ok ? Ok : NotReady,
+                  ok ? "ready\n" : "the ledger takes no writes, or its disk has no room\n");
         });
     });
 }
@@ -113,6 +113,9 @@ void Admin::write(const std::shared_ptr<Visit>& visit, unsigned int status, std:
     visit->response.body() = std::move(text);
     visit->response.keep_alive(false);
     visit->response.prepare_payload();
+    if (visit->request.method() == http::verb::head) {
+        visit->response.body().clear(); // its length stays
+    }
     visit->stream.expires_after(Patience);
     http::async_write(visit->stream, visit->response, [visit](error_code, std::size_t) {
         error_code ignored;

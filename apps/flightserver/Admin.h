@@ -14,7 +14,6 @@ public:
 
     // Returns the address.
     std::string listen(const std::string& host, int port);
-    void stop();
 
 private:
     struct Visit;

@@ -32,6 +32,11 @@ public:
         {
             return m_bound != nullptr && m_bound->take(bytes, *this);
         }
+        // Whether there could be room for so many bytes more if nobody else held any.
+        [[nodiscard]] bool couldGrow(std::size_t bytes) const
+        {
+            return m_bound != nullptr && bytes <= m_bound->m_limit - m_bytes;
+        }
 
     private:
         friend class Bound;

@@ -4,6 +4,7 @@
 #include "Tls.h"
 
 #include <iostream>
+#include <malloc.h>
 
 namespace asio = boost::asio;
 using boost::system::error_code;
@@ -16,12 +17,13 @@ constexpr int Backlog = 4096;
 constexpr auto AcceptAgain = 100ms;
 constexpr std::chrono::milliseconds TickAtEnd{20};
 constexpr auto TellInterval = 60s;
+constexpr std::size_t MuchMemory = 8 << 20;
 } // namespace
 
 tcp::acceptor listenOn(asio::io_context& io, const std::string& host, int port)
 {
     error_code error;
-    tcp::resolver resolver(io);
+    tcp::resolver resolver(io); // a name, or an address
     const auto found = resolver.resolve(host, std::to_string(port), tcp::resolver::passive, error);
     if (!error && !found.empty()) {
         const tcp::endpoint endpoint = found.begin()->endpoint();
@@ -35,8 +37,8 @@ tcp::acceptor listenOn(asio::io_context& io, const std::string& host, int port)
             return acceptor;
         }
     }
-    throw std::runtime_error("cannot listen on " + host + " port " + std::to_string(port) +
-                             ": in use, not permitted or no address of this machine");
+    throw std::runtime_error("cannot listen on " + host + " port " + std::to_string(port) + ": " +
+                             error.message());
 }
 
 std::string addressOf(const tcp::endpoint& endpoint)
@@ -108,8 +110,9 @@ void Front::welcome(tcp::socket socket)
     }
 }
 
-void Front::stop()
+void Front::stop(std::function<void()> ended)
 {
+    m_ended = std::move(ended);
     m_stopping = true;
     m_stopTime = Session::Clock::now();
     m_acceptor.close();
@@ -123,7 +126,9 @@ void Front::tick()
     m_pace.measure(now);
     checkTimes(now);
     tellRefusals(now);
+    giveBackMemory();
     if (m_stopping && connections() == 0) {
+        m_ended();
         return;
     }
     m_timer.expires_after(m_stopping ? TickAtEnd : m_limits.tick);
@@ -142,6 +147,16 @@ void Front::checkTimes(Session::Clock::time_point now)
             session->checkEnd(now - m_stopTime < m_limits.end);
         }
     }
+}
+
+// What many requests at once leave in the heap lies between pieces that stay: it does not go by itself.
+void Front::giveBackMemory()
+{
+    const bool isFull = m_bound.used() > MuchMemory;
+    if (m_wasFull && !isFull) {
+        malloc_trim(0);
+    }
+    m_wasFull = isFull;
 }
 
 void Front::tellRefusals(Session::Clock::time_point now)

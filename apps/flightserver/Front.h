@@ -35,8 +35,9 @@ public:
 
     // Returns the server's address.
     std::string listen(const std::string& host, int port);
-    // Takes no more, and lets the requests that have arrived finish.
-    void stop();
+    // Takes no more, and lets the requests that have arrived finish; then it calls ended.
+    void stop(std::function<void()> ended = [] {});
+    [[nodiscard]] bool isStopping() const { return m_stopping; }
 
     Bound& bound() { return m_bound; }
     [[nodiscard]] std::size_t connections() const { return m_idle.size() + m_busy.size(); }
@@ -48,6 +49,7 @@ private:
     void tick();
     void checkTimes(Session::Clock::time_point now);
     void tellRefusals(Session::Clock::time_point now);
+    void giveBackMemory();
 
     boost::asio::io_context& m_io;
     const Limits m_limits;
@@ -60,7 +62,9 @@ private:
     boost::asio::steady_timer m_acceptLater;
     Session::List m_idle; // the longest idle first
     Session::List m_busy;
+    bool m_wasFull = false;
     bool m_stopping = false;
+    std::function<void()> m_ended;
     Session::Clock::time_point m_stopTime;
     Session::Clock::time_point m_toldAt;
     std::array<char, 64 << 10> m_scratch; // what is being read; not kept between two turns of a session

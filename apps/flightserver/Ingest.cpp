@@ -72,7 +72,7 @@ void Ingest::take(Request request, const Reply& reply)
         }
         m_ledger.store({request.sender, std::move(batch), [&io = m_io, reply, rows](const Result& result) {
                             Answer answered = answerFor(result);
-                            answered.rows = rows;
+                            answered.rows = answered.status == 0 ? rows : 0;
                             answerOn(io, reply, std::move(answered));
                         }});
     } catch (const Refusal& refusal) {

@@ -34,6 +34,7 @@ constexpr const char* LedgerInMemory = ":memory:";
 
 struct LedgerCounts {
     std::uint64_t commits = 0;
+    std::uint64_t failures = 0; // of transactions, the disk's or the file's fault
     double commitSeconds = 0;
     std::uint64_t rows = 0;
     std::uint64_t again = 0;
@@ -51,7 +52,7 @@ public:
 
     // Takes what comes, and answers when it is stored. Does not wait.
     virtual void store(Delivery delivery) = 0;
-    // Tells whether a write goes through now.
+    // Tells whether a write goes through now, and others have room.
     virtual void probe(std::function<void(bool)> done) = 0;
 
     // Who has this token; nobody: it is unknown or revoked. Asked for each request, so it may answer from

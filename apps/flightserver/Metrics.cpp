@@ -23,7 +23,9 @@ Metrics::Metrics()
           family(m_registry, "flightserver_refusals_total", "Requests and connections given up by reason"))
     , m_rows(counter("flightserver_rows_total", "Rows stored, those that came again among them"))
     , m_again(counter("flightserver_rows_again_total", "Rows that were there already"))
-    , m_commits(counter("flightserver_commits_total", "Transactions of the ledger"))
+    , m_commits(counter("flightserver_commits_total", "Transactions of the ledger that went through"))
+    , m_failures(counter("flightserver_failed_commits_total",
+                         "Transactions that failed for the disk or the file; nothing of them was accepted"))
     , m_commitSeconds(counter("flightserver_commit_seconds_total", "Time that the transactions took"))
     , m_reserved(gauge("flightserver_reserved_bytes", "Bytes reserved for requests"))
     , m_limit(gauge("flightserver_reserved_bytes_limit", "Bytes that may be reserved"))
@@ -71,6 +73,7 @@ std::string Metrics::text(const LedgerCounts& ledger, const Bound& bound, std::s
     raise(m_rows, static_cast<double>(ledger.rows));
     raise(m_again, static_cast<double>(ledger.again));
     raise(m_commits, static_cast<double>(ledger.commits));
+    raise(m_failures, static_cast<double>(ledger.failures));
     raise(m_commitSeconds, ledger.commitSeconds);
     m_reserved.Set(static_cast<double>(bound.used()));
     m_limit.Set(static_cast<double>(bound.limit()));

@@ -36,6 +36,7 @@ private:
     prometheus::Counter& m_rows;
     prometheus::Counter& m_again;
     prometheus::Counter& m_commits;
+    prometheus::Counter& m_failures;
     prometheus::Counter& m_commitSeconds;
     prometheus::Gauge& m_reserved;
     prometheus::Gauge& m_limit;

@@ -29,10 +29,10 @@ const QCommandLineOption TlsCertOption(QStringLiteral("tls-cert"),
 const QCommandLineOption TlsKeyOption(QStringLiteral("tls-key"),
                                       QStringLiteral("Private key of the certificate (PEM)."),
                                       QStringLiteral("FILE"));
-const QCommandLineOption
-    LedgerOption(QStringLiteral("ledger"),
-                 QStringLiteral("SQLite file that keeps what was received (default: memory)."),
-                 QStringLiteral("FILE"), QLatin1String(LedgerInMemory));
+const QCommandLineOption LedgerOption(
+    QStringLiteral("ledger"),
+    QStringLiteral("SQLite file that keeps what was received (default: memory, gone with the process)."),
+    QStringLiteral("FILE"), QLatin1String(LedgerInMemory));
 const QCommandLineOption
     MemoryOption(QStringLiteral("memory"),
                  QStringLiteral("Bytes that all requests together may hold (default 256M)."),
@@ -70,6 +70,12 @@ int portOf(const QString& text, const char* option)
     return port;
 }
 
+std::string withoutBrackets(const QString& host)
+{
+    const bool isBracketed = host.startsWith(QLatin1Char('[')) && host.endsWith(QLatin1Char(']'));
+    return (isBracketed ? host.mid(1, host.size() - 2) : host).toStdString();
+}
+
 // "ADDRESS:PORT", the address of IPv6 in brackets.
 Place placeOf(QString text)
 {
@@ -79,8 +85,7 @@ Place placeOf(QString text)
     }
     const int port = portOf(text.mid(colon + 1), "the port of --admin");
     text.truncate(colon);
-    const bool isBracketed = text.startsWith(QLatin1Char('[')) && text.endsWith(QLatin1Char(']'));
-    return {(isBracketed ? text.mid(1, text.size() - 2) : text).toStdString(), port};
+    return {withoutBrackets(text), port};
 }
 
 // A number with K, M or G behind it, or none.
@@ -133,7 +138,7 @@ void readTls(const QCommandLineParser& parser, Options& options)
 Options readValues(const QCommandLineParser& parser)
 {
     Options options;
-    options.place = {parser.value(HostOption).toStdString(), portOf(parser.value(PortOption), "--port")};
+    options.place = {withoutBrackets(parser.value(HostOption)), portOf(parser.value(PortOption), "--port")};
     const QByteArray token = parser.value(TokenOption).toLatin1(); // as the header carries it
     if (QString::fromLatin1(token) != parser.value(TokenOption)) {
         throw std::runtime_error("--token holds a character that is not Latin-1, which no header can carry");
@@ -159,6 +164,9 @@ Options readValues(const QCommandLineParser& parser)
     }
     for (const QString& word : parser.positionalArguments()) {
         options.command.push_back(word.toStdString());
+    }
+    if (options.allButNewest && (options.command.size() < 2 || options.command[1] != "revoke")) {
+        throw std::runtime_error("--all-but-newest belongs to token revoke");
     }
     return options;
 }

@@ -17,6 +17,7 @@ constexpr int NoRoom = 503;
 constexpr std::size_t MaxRecord = 4 << 20;
 constexpr std::size_t MaxId = 1024;
 constexpr std::size_t RoomStep = 512 / sizeof(Record); // what a deque takes at a time
+constexpr std::size_t StepBytes = 512 + 32;            // with what the allocator and the deque add
 
 // A parser keeps what its largest text needed, several times that text's size.
 constexpr std::size_t SmallRecord = 64 << 10;
@@ -57,19 +58,27 @@ Text decodeFormText(Text text)
 }
 
 // The encoded value of the first field with that name.
-Text formValue(Body& body, std::string_view name)
+std::optional<Text> findField(char* pair, char* const end, std::string_view name)
 {
-    char* const end = body.data() + body.size();
-    for (char* pair = body.data(); pair < end;) {
+    while (pair < end) {
         char* const pairEnd = std::find(pair, end, '&');
         const auto pairLength = static_cast<std::size_t>(pairEnd - pair);
         if (pairLength > name.size() && pair[name.size()] == '=' &&
             std::memcmp(pair, name.data(), name.size()) == 0) {
-            return {pair + name.size() + 1, pairEnd};
+            return Text{pair + name.size() + 1, pairEnd};
         }
         pair = pairEnd + 1;
     }
-    throw Refusal(BadRequest, "the form has no field \"" + std::string(name) + "\"");
+    return std::nullopt;
+}
+
+Text formValue(Body& body, std::string_view name)
+{
+    const std::optional<Text> value = findField(body.data(), body.data() + body.size(), name);
+    if (!value) {
+        throw Refusal(BadRequest, "the form has no field \"" + std::string(name) + "\"");
+    }
+    return *value;
 }
 
 bool isBlank(char character)
@@ -140,6 +149,21 @@ std::string_view parseId(simdjson::dom::parser& parser, const char* object, std:
     return id;
 }
 
+std::string fromLatin1(std::string_view text)
+{
+    std::string utf8;
+    for (const char character : text) {
+        const auto code = static_cast<unsigned char>(character);
+        if (code < 0x80) {
+            utf8 += character;
+        } else {
+            utf8 += static_cast<char>(0xC0 | code >> 6);
+            utf8 += static_cast<char>(0x80 | (code & 0x3F));
+        }
+    }
+    return utf8;
+}
+
 void checkKey(std::string_view key, const char* name)
 {
     if (key.size() > MaxId || key.find('\0') != std::string_view::npos) {
@@ -162,6 +186,9 @@ Batch::Batch(const Endpoint& endpoint, Body body, Bound::Reservation room)
     : m_endpoint(&endpoint), m_body(std::move(body)), m_room(std::move(room))
 {
     Text data = formValue(m_body, "data");
+    if (findField(data.end, m_body.data() + m_body.size(), "data")) {
+        throw Refusal(BadRequest, "the form has two fields \"data\"");
+    }
     if (!endpoint.isBatch) {
         data = decodeFormText(data);
         readMission(data.begin, data.end);
@@ -170,8 +197,11 @@ Batch::Batch(const Endpoint& endpoint, Body body, Bound::Reservation room)
     const Text mission = decodeFormText(formValue(m_body, "flight_mission_id"));
     data = decodeFormText(data); // after the fields have been told apart: it may hold any character now
     m_mission = {mission.begin, static_cast<std::size_t>(mission.end - mission.begin)};
-    if (m_mission.empty() || !simdjson::validate_utf8(m_mission.data(), m_mission.size())) {
-        throw Refusal(BadRequest, "\"flight_mission_id\" is empty or no UTF-8");
+    if (m_mission.empty()) {
+        throw Refusal(BadRequest, "\"flight_mission_id\" is empty");
+    }
+    if (!simdjson::validate_utf8(m_mission.data(), m_mission.size())) {
+        m_mission = m_unescaped.emplace_back(fromLatin1(m_mission)); // as clients write a form
     }
     checkKey(m_mission, "\"flight_mission_id\"");
     readArray(data.begin, data.end);
@@ -224,8 +254,9 @@ void Batch::add(const char* object, std::size_t length)
     if (length > MaxRecord) {
         throw Refusal(TooLarge, "a row is longer than 4 MiB");
     }
-    if (m_records.size() % RoomStep == 0 && !m_room.grow(RoomStep * sizeof(Record))) {
-        throw Refusal(NoRoom, "no room for the rows now");
+    if (m_records.size() % RoomStep == 0 && !m_room.grow(StepBytes)) {
+        throw m_room.couldGrow(StepBytes) ? Refusal(NoRoom, "no room for the rows now")
+                                          : Refusal(TooLarge, "more rows than this server has memory for");
     }
     // One parser a thread for all the small texts; a large one's goes with it.
     static thread_local simdjson::dom::parser smallParser;

@@ -44,6 +44,23 @@ std::string_view tokenOf(const http::request<http::empty_body>& header)
     return header.count("token") == 1 ? toView(header["token"]) : std::string_view();
 }
 
+// nullptr: taken, or the ledger's fault.
+const char* reasonOf(int status)
+{
+    switch (status) {
+    case BadRequest:
+        return "form";
+    case Forbidden:
+        return "token";
+    case TooLarge:
+        return "size";
+    case NoRoom:
+        return "room";
+    default:
+        return nullptr;
+    }
+}
+
 std::string headFor(const Answer& answer, bool keepAlive)
 {
     const std::size_t announced = answer.content.size() * (answer.ending == Answer::Ending::Cut ? 2 : 1);
@@ -109,7 +126,7 @@ void Session::readOn()
     for (int turn = 0; turn < ReadsInTurn; ++turn) {
         const std::span<char> buffer = target();
         const std::size_t bytes = advance(m_stream.read(buffer));
-        m_received += bytes;
+        measure(bytes);
         if (bytes == 0 || !take(buffer.first(bytes))) {
             return;
         }
@@ -123,6 +140,16 @@ void Session::readOn()
             self->readOn();
         }
     });
+}
+
+// A sender's time begins anew whenever he has brought what is asked for in it.
+void Session::measure(std::size_t bytes)
+{
+    m_received += bytes;
+    if (isArriving() && m_received >= m_front.m_limits.slowBytes) {
+        m_received = 0;
+        m_since = Clock::now();
+    }
 }
 
 std::span<char> Session::target()
@@ -249,6 +276,10 @@ Session::Judgement Session::judgeLength(const Header& header, std::optional<std:
         return {length ? BadRequest : LengthRequired, "length",
                 "a body needs a Content-Length, and that alone"};
     }
+    const bool isList = toView(header[http::field::content_length]).find(',') != std::string_view::npos;
+    if (isList || header.count(http::field::content_length) > 1) {
+        return {BadRequest, "length", "there is more than one Content-Length"};
+    }
     if (!length) {
         return {LengthRequired, "length", "the Content-Length is missing"};
     }
@@ -320,6 +351,9 @@ void Session::handle()
         {m_exchange->endpoint, *m_exchange->sender, std::move(m_exchange->body), std::move(m_exchange->room)},
         [self = shared_from_this(), bytes](const Answer& answered) {
             self->m_front.m_pace.end(bytes, Clock::now());
+            if (const char* const reason = reasonOf(answered.status)) {
+                self->m_front.m_backing.metrics.countRefusal(reason);
+            }
             self->answer(answered);
         });
 }
@@ -424,16 +458,6 @@ void Session::checkTime(Clock::time_point now)
     switch (m_state) {
     case State::Head:
     case State::Body:
-        if (time <= limits.slowWindow) {
-            return;
-        }
-        if (m_received < limits.slowBytes) {
-            close("slow");
-            return;
-        }
-        m_since = now;
-        m_received = 0;
-        return;
     case State::Answering:
         if (time > limits.slowWindow) {
             close("slow");
@@ -451,8 +475,7 @@ void Session::checkTime(Clock::time_point now)
 
 void Session::checkEnd(bool inTime)
 {
-    const bool isArriving = m_state == State::Head || m_state == State::Body;
-    if (m_state == State::Silent || (isArriving && !inTime)) {
+    if (m_state == State::Silent || (isArriving() && !inTime)) {
         close();
     }
 }

@@ -49,6 +49,7 @@ private:
     void wait(Stream::Result::What what);
     std::size_t advance(const Stream::Result& result);
     void readOn();
+    void measure(std::size_t bytes);
     std::span<char> target();
     bool take(std::span<char> bytes);
     bool takeHead(std::span<char> bytes);
@@ -66,13 +67,14 @@ private:
     void next();
     void log(const Answer& answer);
     void setState(State state);
+    [[nodiscard]] bool isArriving() const { return m_state == State::Head || m_state == State::Body; }
 
     Front& m_front;
     Stream m_stream;
     List::iterator m_place;
     State m_state = State::Idle;
-    Clock::time_point m_since;  // of the state, or of the window in which a sender is measured
-    std::size_t m_received = 0; // in that window
+    Clock::time_point m_since;  // of the state, or of when its sender had last brought enough
+    std::size_t m_received = 0; // since then
     std::string m_head;         // of a request whose header is not whole yet, or that came behind another one
     Bound::Reservation m_headRoom;
     std::string m_out;

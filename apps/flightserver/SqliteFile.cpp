@@ -3,7 +3,9 @@
 
 #include <sqlite3.h>
 
+#include <cstring>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 namespace
 {
@@ -89,14 +91,17 @@ std::string SqliteFile::Statement::text(int column) const
     return bytes == nullptr ? std::string() : std::string(bytes, size);
 }
 
-SqliteFile::SqliteFile(std::string path) : m_path(std::move(path))
+SqliteFile::SqliteFile(std::string path, Opening opening) : m_path(std::move(path))
 {
     sqlite3* database = nullptr;
-    const int result = sqlite3_open_v2(
-        m_path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int create = opening == Opening::MayCreate ? SQLITE_OPEN_CREATE : 0;
+    const int result = sqlite3_open_v2(m_path.c_str(), &database,
+                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | create, nullptr);
     m_database.reset(database);
     if (result != SQLITE_OK) {
-        failFor(database);
+        const int cause = sqlite3_system_errno(database);
+        throw SqliteError(result, std::string(sqlite3_errmsg(database)) +
+                                      (cause != 0 ? std::string(": ") + std::strerror(cause) : ""));
     }
     sqlite3_busy_timeout(database, BusyMs);
 }
@@ -162,6 +167,18 @@ bool SqliteFile::isGone() const
     };
     return m_inode != 0 &&
            (stat(m_path.c_str(), &file) != 0 || file.st_dev != m_device || file.st_ino != m_inode);
+}
+
+bool SqliteFile::isReadOnly() const
+{
+    return sqlite3_db_readonly(m_database.get(), "main") == 1;
+}
+
+bool SqliteFile::hasRoomFor(std::size_t bytes) const
+{
+    struct statvfs disk {
+    };
+    return statvfs(m_path.c_str(), &disk) != 0 || disk.f_bavail >= bytes / disk.f_frsize;
 }
 
 // Some errors have rolled back already; then this one has nothing to do.

@@ -48,7 +48,8 @@ public:
         std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
     };
 
-    explicit SqliteFile(std::string path);
+    enum class Opening { MayCreate, Existing };
+    explicit SqliteFile(std::string path, Opening opening = Opening::MayCreate);
 
     void execute(const char* sql);
     Statement prepare(const char* sql);
@@ -76,6 +77,10 @@ public:
     // lost.
     void rememberPlace();
     [[nodiscard]] bool isGone() const;
+    // Opened so because the system allows no more; it stays so, whatever is allowed later.
+    [[nodiscard]] bool isReadOnly() const;
+    // Whether its disk has room for so many bytes, as far as the system tells.
+    [[nodiscard]] bool hasRoomFor(std::size_t bytes) const;
     [[nodiscard]] const std::string& path() const { return m_path; }
 
 private:

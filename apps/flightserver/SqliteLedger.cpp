@@ -97,6 +97,9 @@ void SqliteLedger::answerProbes()
         probes.swap(m_probes);
     }
     const bool ok = !probes.empty() && m_store.probe();
+    if (ok) {
+        noteSuccess();
+    }
     for (const auto& done : probes) {
         done(ok);
     }
@@ -127,12 +130,20 @@ void SqliteLedger::storeSome(Queue taken)
     const auto start = std::chrono::steady_clock::now();
     m_store.store(portions);
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+    const auto failed = std::find_if(portions.begin(), portions.end(), [](const Portion& portion) {
+        return portion.result.outcome == Result::Outcome::Failed;
+    });
+    const bool ok = failed == portions.end();
     {
         const std::lock_guard lock(m_mutex);
-        ++m_counts.commits;
-        m_counts.commitSeconds += time.count();
+        ++(ok ? m_counts.commits : m_counts.failures);
+        m_counts.commitSeconds += ok ? time.count() : 0;
     }
-    tellTrouble(portions);
+    if (ok) {
+        noteSuccess();
+    } else {
+        noteTrouble(failed->result.words);
+    }
     for (std::size_t i = 0; i < taken.size(); ++i) {
         settle(std::move(taken[i]), portions[i]);
     }
@@ -161,16 +172,21 @@ void SqliteLedger::settle(std::unique_ptr<Open> open, Portion& portion)
     open->delivery.done(std::move(result));
 }
 
-// Once when it begins and once when it is over.
-void SqliteLedger::tellTrouble(const std::vector<Portion>& portions)
+// Told once when it begins and once when it is over.
+void SqliteLedger::noteTrouble(const std::string& words)
 {
-    const Result& result = portions.front().result;
-    const bool inTrouble = result.outcome == Result::Outcome::Failed;
-    if (inTrouble && !m_inTrouble) {
-        std::cerr << "flightserver: ledger " << m_store.path() << ": " << result.words
+    if (!m_inTrouble) {
+        std::cerr << "flightserver: ledger " << m_store.path() << ": " << words
                   << "; nothing is accepted until it can be written again" << std::endl;
-    } else if (!inTrouble && m_inTrouble) {
-        std::cerr << "flightserver: ledger " << m_store.path() << ": can be written again" << std::endl;
     }
-    m_inTrouble = inTrouble;
+    m_inTrouble = true;
+}
+
+// On a full disk the one or the other small request may still pass: that is not the end of it.
+void SqliteLedger::noteSuccess()
+{
+    if (m_inTrouble && m_store.hasRoom()) {
+        std::cerr << "flightserver: ledger " << m_store.path() << ": can be written again" << std::endl;
+        m_inTrouble = false;
+    }
 }

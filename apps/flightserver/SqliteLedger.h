@@ -37,7 +37,8 @@ private:
     void storeSome(Queue taken);
     void settle(std::unique_ptr<Open> open, Portion& portion);
     void answerProbes();
-    void tellTrouble(const std::vector<Portion>& portions);
+    void noteTrouble(const std::string& words);
+    void noteSuccess();
 
     SqliteStore m_store;                  // of the thread, once it runs
     std::unique_ptr<SqliteFile> m_reader; // of the asking thread; none for a ledger in memory

@@ -3,6 +3,8 @@
 
 #include "Records.h"
 
+#include <iostream>
+
 namespace
 {
 constexpr std::int64_t Version = 2;
@@ -44,9 +46,9 @@ constexpr const char* CountFirstVersion =
     "SELECT count(*) FROM pragma_table_info('row') WHERE name IN ('kind','id','mission','json','times')";
 constexpr std::int64_t FirstVersionColumns = 5;
 
-[[noreturn]] void refuse(const SqliteFile& file, const std::string& why)
+[[noreturn]] void refuse(const std::string& path, const std::string& why)
 {
-    throw std::runtime_error("ledger " + file.path() + ": " + why);
+    throw std::runtime_error("ledger " + path + ": " + why);
 }
 
 bool isFirstVersion(SqliteFile& file)
@@ -55,14 +57,20 @@ bool isFirstVersion(SqliteFile& file)
 }
 
 // Before anything is changed in the file.
-void checkFile(SqliteFile& file)
+void checkFile(SqliteFile& file, SqliteFile::Opening opening)
 {
+    if (file.isReadOnly()) {
+        refuse(file.path(), "can only be read: it belongs to somebody else, or its disk takes no writes");
+    }
     const std::int64_t version = file.number("PRAGMA user_version");
     if (version > Version) {
-        refuse(file, "made by a newer flightserver");
+        refuse(file.path(), "made by a newer flightserver");
     }
     if (version < Version && file.number(CountTables) > 0 && !isFirstVersion(file)) {
-        refuse(file, "a database of something else");
+        refuse(file.path(), "a database of something else");
+    }
+    if (version < Version && opening == SqliteFile::Opening::Existing) {
+        refuse(file.path(), "holds no tokens yet; a server or \"token add\" makes a ledger of it");
     }
 }
 
@@ -84,6 +92,8 @@ void makeOrTakeOver(SqliteFile& file)
         }
         const bool takesOver = isFirstVersion(file);
         if (takesOver) {
+            std::cerr << "flightserver: ledger " << file.path() << ": taking over what the first version kept"
+                      << std::endl;
             file.execute(SetFirstVersionAside);
         }
         createTables(file);
@@ -94,22 +104,22 @@ void makeOrTakeOver(SqliteFile& file)
 }
 } // namespace
 
-SqliteFile openLedger(const std::string& path)
+SqliteFile openLedger(const std::string& path, SqliteFile::Opening opening)
 {
-    SqliteFile file(path);
     try {
-        checkFile(file);
+        SqliteFile file(path, opening);
+        checkFile(file, opening);
         const std::string mode = file.text("PRAGMA journal_mode=WAL");
         if (mode != "wal" && mode != "memory") {
-            refuse(file, "its file system takes no write-ahead log");
+            refuse(file.path(), "its file system takes no write-ahead log");
         }
         file.execute(SetUp);
-        makeOrTakeOver(file); // also shows a file that can only be read
+        makeOrTakeOver(file);
+        file.rememberPlace();
+        return file;
     } catch (const SqliteError& error) {
-        refuse(file, error.what());
+        refuse(path, error.what());
     }
-    file.rememberPlace();
-    return file;
 }
 
 std::int64_t ownerNumber(SqliteFile& file, const std::string& name)

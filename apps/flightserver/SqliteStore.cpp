@@ -20,6 +20,8 @@ constexpr const char* SelectTokens =
     "SELECT t.hash, o.id, o.name FROM token t JOIN owner o ON o.id=t.owner WHERE t.revoked IS NULL";
 // Changes nothing, but writes a page.
 constexpr const char* Touch = "UPDATE kind SET name=name WHERE id=1";
+// As long as the longest row: a page more may find room in a log where rows find none.
+constexpr std::size_t LeastRoom = 4 << 20;
 
 std::uint64_t firstBytes(const TokenHash& token)
 {
@@ -194,11 +196,16 @@ void SqliteStore::insert(const Key& row)
     m_lastRow = lastRow;
 }
 
+bool SqliteStore::hasRoom() const
+{
+    return m_file.hasRoomFor(LeastRoom);
+}
+
 bool SqliteStore::probe()
 {
     try {
         m_file.transaction([this] { m_file.execute(Touch); });
-        return !m_file.isGone();
+        return !m_file.isGone() && hasRoom();
     } catch (const SqliteError&) {
         return false;
     }

@@ -45,8 +45,9 @@ public:
     // Stores all portions in one transaction. One that makes it fail fails alone; an error of the disk fails
     // all.
     void store(std::vector<Portion>& portions);
-    // Whether a write goes through.
+    // Whether a write goes through, and others have room.
     bool probe();
+    [[nodiscard]] bool hasRoom() const;
 
     Directory& directory() { return m_directory; }
     [[nodiscard]] const Directory& directory() const { return m_directory; }

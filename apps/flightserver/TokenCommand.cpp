@@ -61,7 +61,8 @@ int runTokenCommand(const Options& options)
     if (takesName) {
         checkName(words[2]);
     }
-    SqliteTokenBook book(options.ledger);
+    SqliteTokenBook book(options.ledger,
+                         verb == "add" ? SqliteFile::Opening::MayCreate : SqliteFile::Opening::Existing);
     if (verb == "add") {
         return add(book, words[2]);
     }

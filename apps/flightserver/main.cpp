@@ -35,14 +35,18 @@ void raiseConnectionLimit(Limits& limits)
     files.rlim_cur = files.rlim_max;
     setrlimit(RLIMIT_NOFILE, &files);
     const std::size_t most = files.rlim_max > 2 * OtherFiles ? files.rlim_max - OtherFiles : OtherFiles;
-    limits.maxConnections = std::min(limits.maxConnections, most);
+    if (limits.maxConnections > most) {
+        limits.maxConnections = most;
+        std::cerr << "flightserver: no more than " << most
+                  << " connections: the system allows no more open files (ulimit -Hn)" << std::endl;
+    }
 }
 
 // What large bodies leave behind goes back to the system, however large the last one was.
 void keepHeapSmall()
 {
     mallopt(M_MMAP_THRESHOLD, 4 << 20);
-    mallopt(M_TRIM_THRESHOLD, 16 << 20);
+    mallopt(M_TRIM_THRESHOLD, 4 << 20);
     mallopt(M_ARENA_MAX, 2);
 }
 
@@ -73,6 +77,7 @@ public:
     void run()
     {
         waitForSignal();
+        tellRisks();
         const std::string address = m_front->listen(m_options.place.host, m_options.place.port);
         std::string admin;
         if (m_options.admin) {
@@ -86,6 +91,19 @@ public:
     }
 
 private:
+    // What suits a demo and nothing else.
+    void tellRisks() const
+    {
+        if (m_options.ledger == LedgerInMemory) {
+            std::cerr << "flightserver: no --ledger: what is accepted is gone when the server ends"
+                      << std::endl;
+        }
+        if (m_gate.isOpen()) {
+            std::cerr << "flightserver: takes rows from everybody on this machine until a token is given out"
+                      << std::endl;
+        }
+    }
+
     static bool isLoopback(const std::string& host)
     {
         boost::system::error_code error;
@@ -105,8 +123,7 @@ private:
                 return;
             }
             alarm(EndSeconds);
-            m_front->stop();
-            m_admin->stop();
+            m_front->stop([this] { m_io.stop(); }); // until then it is watched
             m_faulty.stop();
         });
     }
