@@ -392,10 +392,8 @@ private Q_SLOTS:
         Recorder recorder(project.db);
         const QString bare = project.file("bare/flight.kv");
         recorder.op.SetFlightMissionFilePath(bare);
-        QLoggingCategory::defaultCategory()->setEnabled(QtWarningMsg, true);
-        QTest::ignoreMessage(QtWarningMsg,
-                             qPrintable(bare + ": has no tables; records wait in memory for them"));
-        recorder.write(50);
+        QCOMPARE(loggedBy(Level::Warn, [&recorder] { recorder.write(50); }),
+                 QStringList("3 " + bare + ": has no tables; records wait in memory for them"));
         const CKvFlightDataDbOperator makesTables(nullptr, EUploadEnv::None);
         recorder.write(50);
         QCOMPARE(TestProject::text(bare, "SELECT count(*) FROM flight_monitor_detail_log"), QString("100"));
