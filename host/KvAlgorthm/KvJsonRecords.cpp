@@ -15,8 +15,8 @@ namespace
 /// What a form decoder would change: its own signs, and bytes that it may take for another encoding.
 bool FormChanges(QChar c)
 {
-    return c == QLatin1Char('%') || c == QLatin1Char('&') || c == QLatin1Char('+') ||
-           c == QLatin1Char('=') || c == QLatin1Char(';') || c.unicode() > 0x7e;
+    return c == QLatin1Char('%') || c == QLatin1Char('&') || c == QLatin1Char('+') || c == QLatin1Char('=') ||
+           c == QLatin1Char(';') || c.unicode() > 0x7e;
 }
 
 bool IsFormSafe(const QString& text)
@@ -118,8 +118,8 @@ QJsonObject SingleRecord(QSqlQuery* query)
 }
 
 /// One of many rows of a request that names their mission. What says nothing is paid for a million times a
-/// flight: columns without a value, and the mission again, unless the form, which takes its id as it is, would
-/// change that.
+/// flight: columns without a value, and the mission again, unless the form, which takes its id as it is,
+/// would change that.
 QJsonObject BatchRecord(QSqlQuery* query, const QString& binaryColumn = QString())
 {
     QJsonObject object;
