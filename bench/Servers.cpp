@@ -7,15 +7,9 @@
 
 #include <httplib.h>
 
-#include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 
 #include <unistd.h>
-
-namespace
-{
-constexpr int PatienceMs = 10000;
-}
 
 SinkServer::SinkServer(bool eager) : m_server(std::make_unique<httplib::Server>())
 {
@@ -66,26 +60,6 @@ qint64 SinkServer::received(const std::string& path)
     return bytes;
 }
 
-FlightServer::FlightServer(const QString& program, const QStringList& arguments)
-{
-    const QString ours = QCoreApplication::applicationDirPath() + "/flightserver";
-    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_process.start(program.isEmpty() ? ours : program, arguments);
-    const QByteArray greeting = "flightserver listening on ";
-    while (!m_process.canReadLine()) {
-        require(m_process.waitForReadyRead(PatienceMs), "flightserver does not start");
-    }
-    m_url = m_process.readLine().trimmed().mid(greeting.size());
-}
-
-FlightServer::~FlightServer()
-{
-    m_process.terminate();
-    if (!m_process.waitForFinished(PatienceMs)) {
-        m_process.kill();
-    }
-}
-
 QString firstServer()
 {
     return qEnvironmentVariable("KV_FIRST_SERVER");
@@ -93,7 +67,7 @@ QString firstServer()
 
 ServerOnDisk::ServerOnDisk(const QString& program, const QStringList& more)
     : m_folder(diskFolder())
-    , m_server(program, QStringList{"--ledger", m_folder.filePath("ledger.db")} + more)
+    , m_server(QStringList{"--ledger", m_folder.filePath("ledger.db")} + more, program)
 {
 }
 

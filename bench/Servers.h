@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "flightserver/ServerProcess.h"
+#include "Report.h"
+
 #include <QtCore/QByteArray>
-#include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
 
 #include <atomic>
@@ -40,20 +42,20 @@ private:
     std::thread m_thread;
 };
 
-// A flightserver process, with an empty ledger in memory unless the arguments name one.
+// A flightserver process that has started, with an empty ledger in memory unless the arguments name one.
 class FlightServer
 {
 public:
-    explicit FlightServer(const QString& program = {}, const QStringList& arguments = {});
-    ~FlightServer();
-    FlightServer(const FlightServer&) = delete;
-    FlightServer& operator=(const FlightServer&) = delete;
-    QByteArray url() const { return m_url; }
+    explicit FlightServer(const QStringList& arguments = {}, const QString& program = {})
+        : m_process(program.isEmpty() ? ServerProcess(arguments) : ServerProcess(arguments, program))
+    {
+        require(!m_process.url.isEmpty(), "flightserver does not start: " + m_process.readAllStandardError());
+    }
+    QByteArray url() const { return m_process.url.toLatin1(); }
     qint64 processId() const { return m_process.processId(); }
 
 private:
-    QProcess m_process;
-    QByteArray m_url;
+    ServerProcess m_process;
 };
 
 // Its program in an earlier version, which scripts/bench builds; empty: none.

@@ -11,7 +11,7 @@
 
 namespace
 {
-using Reply = ScriptedServer::SReply;
+using Reply = ScriptedServer::Reply;
 
 /// A download whose signals are kept, in order.
 template<class Base>
@@ -121,7 +121,7 @@ private Q_SLOTS:
                 QTRY_COMPARE_WITH_TIMEOUT(download.ends(), QString("finished"), 60000);
                 QVERIFY(download.data() == bytes);
                 QVERIFY(download.progressRisesTo(size));
-                const SRequest& request = server.requests.constLast();
+                const PostedRequest& request = server.requests.constLast();
                 QCOMPARE(request.body, form);
                 QCOMPARE(request.headers.value("token"), QByteArray("t0k3n"));
                 QCOMPARE(request.headers.value("user-agent"), GetSysinfo().toLatin1());
@@ -153,7 +153,7 @@ private Q_SLOTS:
             Download download(server.url() + "/file");
             download.slotRequestData();
             QTRY_VERIFY2(download.ends() == "error", reply);
-            server.script = [](const SRequest&) { return ScriptedServer::file("well"); };
+            server.script = [](const PostedRequest&) { return ScriptedServer::file("well"); };
             download.slotRequestData();
             QTRY_VERIFY2(download.ends() != "error", reply);
             QCOMPARE(download.ends(), QString("error finished"));
@@ -201,7 +201,7 @@ private Q_SLOTS:
     void secondRequest()
     {
         ScriptedServer server;
-        server.script = [&](const SRequest&) {
+        server.script = [&](const PostedRequest&) {
             return ScriptedServer::file(QByteArray(server.requests.size() == 1 ? 5000 : 2000, 'x'));
         };
         Download download(server.url() + "/file");
@@ -240,20 +240,20 @@ private Q_SLOTS:
 
     void faultsOutside()
     {
-        struct SCase {
+        struct Case {
             const char* reply;
             int times;
             const char* end;
             int requests;
         };
-        for (const SCase& c :
-             {SCase{"cut", 4, "finished", 5}, SCase{"reset", 4, "finished", 5}, SCase{"cut", 5, "error", 5},
-              SCase{"404 gone", 1, "error", 1},
-              SCase{"500 SUCCESS read tcp", 1, "error", 1}, // what would be success
-              SCase{"302 file:///etc/passwd", 1, "error", 1}, SCase{"302 /file.bin", 99, "error", 11}}) {
+        for (const Case& c :
+             {Case{"cut", 4, "finished", 5}, Case{"reset", 4, "finished", 5}, Case{"cut", 5, "error", 5},
+              Case{"404 gone", 1, "error", 1},
+              Case{"500 SUCCESS read tcp", 1, "error", 1}, // what would be success
+              Case{"302 file:///etc/passwd", 1, "error", 1}, Case{"302 /file.bin", 99, "error", 11}}) {
             const Home home;
             ScriptedServer server;
-            server.script = [&](const SRequest&) {
+            server.script = [&](const PostedRequest&) {
                 return server.requests.size() <= c.times ? ScriptedServer::reply(c.reply)
                                                          : ScriptedServer::file("whole!");
             };
@@ -300,7 +300,7 @@ private Q_SLOTS:
         const bool same = !before.isEmpty() && before == after;
         const QByteArray bytes = same ? old : QByteArray(size, 'n');
         ScriptedServer server;
-        server.script = [&](const SRequest& request) {
+        server.script = [&](const PostedRequest& request) {
             Reply reply = ScriptedServer::file(bytes);
             const bool first = server.requests.size() == 1;
             const QByteArray known = request.headers.value("if-range");

@@ -252,7 +252,7 @@ private Q_SLOTS:
             refusals[mission.section(' ', 0, 0)] = mission.section(' ', 1).toInt();
         }
         ScriptedServer server;
-        server.script = [&](const SRequest& request) {
+        server.script = [&](const PostedRequest& request) {
             if (refused.contains("1.2 gone")) {
                 TestProject::run(folder.path("1/flight.kv"), {"DELETE FROM flight_mission WHERE id = '1.2'"});
             }

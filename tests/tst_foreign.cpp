@@ -281,7 +281,7 @@ private Q_SLOTS:
             int longest = 0;
             QSet<QString> accepted;
             ScriptedServer server;
-            server.script = [&](const SRequest& asked) {
+            server.script = [&](const PostedRequest& asked) {
                 for (const QString& id : asked.ids()) {
                     accepted.insert(id);
                 }

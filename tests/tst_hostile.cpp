@@ -93,7 +93,7 @@ private Q_SLOTS:
     /// has marked.
     void killed()
     {
-        SServer server;
+        ServerOnDisk server;
         FlownProject project;
         project.ledger = server.ledger;
         QSet<QByteArray> acknowledged;
@@ -132,7 +132,7 @@ private Q_SLOTS:
         const std::size_t silent = minutes > 0 ? 10000 : 200;
         QVERIFY2(files.rlim_max > silent + 200, "raise ulimit -Hn above 10200");
 
-        SServer server;
+        ServerOnDisk server;
         const auto runs = [&server] { return server.program->state() == QProcess::Running; };
         std::vector<std::unique_ptr<RawClient>> silence(silent);
         const auto keepSilent = [&] { // the server closes them as often as it likes

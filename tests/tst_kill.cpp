@@ -26,7 +26,7 @@ QByteArray flightLog(quint32 seed)
 }
 
 /// A project, the server that it is uploaded to, and what both hold.
-struct SRound : FlownProject {
+struct Round : FlownProject {
     IngestServer server{{"--token", Token, "--ledger", ledger, "--access-log", path("access.log")}};
 
     QVariant inLedger(const QString& sql) const
@@ -94,7 +94,7 @@ private Q_SLOTS:
     void rounds()
     {
         QFETCH(int, seed);
-        SRound round;
+        Round round;
         std::mt19937 random(static_cast<unsigned int>(seed));
         const QString log = round.file("flight.tlog", flightLog(random()));
         QSet<QString> committed;

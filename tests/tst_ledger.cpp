@@ -23,8 +23,8 @@ Batch batchOf(const QString& path, const QByteArray& form)
 }
 
 /// A store, and what it has acknowledged.
-struct SLedger {
-    explicit SLedger(QString path) : file(std::move(path)) { reopen(); }
+struct TestLedger {
+    explicit TestLedger(QString path) : file(std::move(path)) { reopen(); }
 
     /// False where the ledger cannot be opened now.
     bool reopen()
@@ -91,25 +91,25 @@ struct SLedger {
 
 /// What a ledger goes through: new rows, rows again, a mission that changes, a restart (which writes the log
 /// back).
-const QList<std::function<void(SLedger&)>> Life = {
-    [](SLedger& ledger) {
+const QList<std::function<void(TestLedger&)>> Life = {
+    [](TestLedger& ledger) {
         ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m1"})"),
                     ledger.delivery("/flight/detailupload", logBody(logRow("a") + ',' + logRow("b")))});
     },
-    [](SLedger& ledger) { ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b")))}); },
-    [](SLedger& ledger) { ledger.reopen(); },
-    [](SLedger& ledger) {
+    [](TestLedger& ledger) { ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b")))}); },
+    [](TestLedger& ledger) { ledger.reopen(); },
+    [](TestLedger& ledger) {
         ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b") + ',' + logRow("c")), true),
                     ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"new"})")});
     },
-    [](SLedger& ledger) { // the log is written back beneath the server, which begins it anew
+    [](TestLedger& ledger) { // the log is written back beneath the server, which begins it anew
         try {
             SqliteFile(ledger.file.toStdString()).execute("PRAGMA wal_checkpoint");
         } catch (const SqliteError&) { // the power has gone
         }
         ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("d")))});
     },
-    [](SLedger& ledger) { ledger.store.reset(); },
+    [](TestLedger& ledger) { ledger.store.reset(); },
 };
 
 const QString FirstVersion = "CREATE TABLE \"row\"(kind TEXT NOT NULL, id TEXT NOT NULL, mission TEXT NOT "
@@ -134,13 +134,13 @@ class tst_ledger : public QObject
 
 private:
     /// Everything that was acknowledged is there, and the file is sound.
-    static void check(const SLedger& ledger)
+    static void check(const TestLedger& ledger)
     {
         const FaultVfs::Pause pause;
         QVERIFY(ledger.ids().contains(ledger.acknowledged));
         QCOMPARE(ledger.text("PRAGMA integrity_check"), QString("ok"));
     }
-    static void checkAndStore(SLedger& ledger)
+    static void checkAndStore(TestLedger& ledger)
     {
         check(ledger);
         QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
@@ -150,8 +150,8 @@ private:
     /// The power goes at every step that a function makes the disk take, once; a ledger is checked after
     /// that.
     static void cutPower(int seed, const std::function<void(const QString&)>& prepare,
-                         const std::function<void(SLedger&)>& live,
-                         const std::function<void(SLedger&)>& check)
+                         const std::function<void(TestLedger&)>& live,
+                         const std::function<void(TestLedger&)>& check)
     {
         std::mt19937 coin(static_cast<unsigned int>(seed));
         for (int n = 1, failures = 1; failures > 0; ++n) {
@@ -159,7 +159,7 @@ private:
             prepare(folder.path("ledger.db"));
             disk.mount(folder.path(""));
             disk.failAt(FaultVfs::Any, n, IoError, true);
-            SLedger ledger(folder.path("ledger.db"));
+            TestLedger ledger(folder.path("ledger.db"));
             live(ledger);
             ledger.store.reset();
             failures = disk.failures();
@@ -185,7 +185,7 @@ private Q_SLOTS:
     void powerCut()
     {
         QFETCH(int, seed);
-        const auto live = [](SLedger& ledger) {
+        const auto live = [](TestLedger& ledger) {
             for (const auto& step : Life) {
                 step(ledger);
             }
@@ -220,7 +220,7 @@ private Q_SLOTS:
         QFETCH(bool, forGood);
         for (int n = 1, failures = 1; failures > 0; ++n) {
             const TestProject folder;
-            SLedger ledger(folder.path("ledger.db"));
+            TestLedger ledger(folder.path("ledger.db"));
             disk.failAt(static_cast<FaultVfs::Step>(step), n, code, forGood);
             Life[0](ledger);
             Life[1](ledger);
@@ -238,7 +238,7 @@ private Q_SLOTS:
     void countsAndKeeps()
     {
         const TestProject folder;
-        SLedger ledger(folder.path("ledger.db"));
+        TestLedger ledger(folder.path("ledger.db"));
         const QByteArray odd = R"({ "id" : "od\u0064", "x":1.50 ,"y":null})";
         ledger.put({ledger.delivery("/flight/detailupload", logBody(odd + ',' + odd))});
         ledger.put({ledger.delivery("/flight/detailupload", logBody(R"({"id":"odd"})")),
@@ -257,7 +257,7 @@ private Q_SLOTS:
     void poisoned()
     {
         const TestProject folder;
-        SLedger ledger(folder.path("ledger.db"));
+        TestLedger ledger(folder.path("ledger.db"));
         SqliteFile(ledger.file.toStdString())
             .execute("CREATE TRIGGER poison BEFORE INSERT ON record WHEN new.id = 'poison' BEGIN "
                      "SELECT raise(ABORT, 'poison'); END");
@@ -275,8 +275,8 @@ private Q_SLOTS:
     {
         QFETCH(int, seed);
         cutPower(
-            seed, makeFirstVersion, [](SLedger&) {},
-            [](SLedger& ledger) {
+            seed, makeFirstVersion, [](TestLedger&) {},
+            [](TestLedger& ledger) {
                 QCOMPARE(ledger.text(SelectAll), TakenOver);
                 QVERIFY(ledger.reopen());
                 QCOMPARE(ledger.text(SelectAll), TakenOver);
@@ -294,7 +294,7 @@ private Q_SLOTS:
             database.exec(sql);
             database.close();
             const QByteArray before = TestProject::contents(file);
-            QVERIFY(!SLedger(file).store);
+            QVERIFY(!TestLedger(file).store);
             QCOMPARE(TestProject::contents(file), before);
         }
         const QString first = folder.path("first.db"); // that an old server may still write
@@ -309,7 +309,7 @@ private Q_SLOTS:
     void movedAway()
     {
         const TestProject folder;
-        SLedger ledger(folder.path("ledger.db"));
+        TestLedger ledger(folder.path("ledger.db"));
         Life[0](ledger);
         QVERIFY(QFile::rename(ledger.file, folder.path("elsewhere.db")));
         QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
@@ -330,18 +330,18 @@ private Q_SLOTS:
             const FlightProject project(2, 1, 3);
             QVERIFY(QFile::copy(project.db, client(ledger)));
         };
-        const auto live = [&client](SLedger& ledger) {
+        const auto live = [&client](TestLedger& ledger) {
             ScriptedServer server;
             SetServerIP(server.url());
             control()->SetNetWorkConnected(true);
-            server.script = [&ledger](const SRequest& request) {
+            server.script = [&ledger](const PostedRequest& request) {
                 const bool stored = ledger.put({ledger.delivery(request.path, request.body)}) ==
                                     QList<Result::Outcome>{Result::Outcome::Stored};
                 return stored ? ScriptedServer::accepted() : ScriptedServer::reply(R"(500 {"status":500})");
             };
             uploadOnce(client(ledger.file));
         };
-        cutPower(seed, prepare, live, [&client](SLedger& ledger) {
+        cutPower(seed, prepare, live, [&client](TestLedger& ledger) {
             check(ledger);
             for (const QString& table : Tables) {
                 for (const QVariant& id : TestProject::values(

@@ -102,7 +102,7 @@ private Q_SLOTS:
             const FlightProject project(0, 0, 0);
             QSet<QString> accepted;
             ScriptedServer server;
-            server.script = [&accepted](const SRequest& request) {
+            server.script = [&accepted](const PostedRequest& request) {
                 for (const QString& id : request.ids()) {
                     accepted.insert(id);
                 }

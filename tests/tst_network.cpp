@@ -13,19 +13,19 @@ const QString Video = QStringLiteral("flight_video_mission");
 const QStringList MarkedTables = Tables + QStringList{Video};
 
 /// The requests of an upload: the path, how often it has been asked for then, and the table that it marks.
-struct SRequestKind {
+struct RequestKind {
     QByteArray path;
     int number;
     QString table;
 };
-const QList<SRequestKind> Kinds = {
+const QList<RequestKind> Kinds = {
     {"/flight/upload", 1, Tables[0]},          {"/flight/posupload", 1, Tables[1]},
     {"/flight/uasstatusupload", 1, Tables[2]}, {"/flight/detailupload", 1, Tables[3]},
     {"/flight/detailupload", 2, Tables[3]},    {"/flight/upload4video", 1, Video},
 };
 
 /// A mission of its own, in whose upload one request meets the fault.
-struct SCase {
+struct Case {
     int kind = 0;
     QString file;
     std::unique_ptr<ArmedHost> uploader;
@@ -51,10 +51,10 @@ struct SCase {
         }
         return rows;
     }
-    void accept(const SRequest& request)
+    void accept(const PostedRequest& request)
     {
         const auto sent = std::find_if(Kinds.begin(), Kinds.end(),
-                                       [&](const SRequestKind& k) { return k.path == request.path; });
+                                       [&](const RequestKind& k) { return k.path == request.path; });
         for (const QString& id : request.ids()) {
             accepted.insert(sent->table + '/' + id);
         }
@@ -68,7 +68,7 @@ class tst_network : public QObject
 
 private:
     ScriptedServer m_server;
-    std::map<QByteArray, SCase> m_cases; ///< by token
+    std::map<QByteArray, Case> m_cases; ///< by token
 
     void reachServer(bool can) { SetServerIP(can ? m_server.url() : "http://127.0.0.1:1"); }
     void refuseForAWhile()
@@ -79,7 +79,7 @@ private:
     void start(const TestProject& project, int kind)
     {
         const QByteArray token = "secret-t0ken-" + QByteArray::number(kind);
-        SCase& c = m_cases[token];
+        Case& c = m_cases[token];
         c.kind = kind;
         c.file = project.missionFile(QString("%1/flight.kv").arg(kind));
         TestProject::addMission(c.file, "m1", 3, 2, 1100);
@@ -92,9 +92,9 @@ private:
         }
         Q_EMIT c.uploader->slotStartUpload();
     }
-    ScriptedServer::SReply answer(const SRequest& request, const QString& behaviour, bool accepts)
+    ScriptedServer::Reply answer(const PostedRequest& request, const QString& behaviour, bool accepts)
     {
-        SCase& c = m_cases.at(request.headers.value("token"));
+        Case& c = m_cases.at(request.headers.value("token"));
         // The video mission is sent beside the chain, so a reply may be under way to one of the two.
         const QSet<QString> marked = c.rows(1);
         c.wrong = c.wrong || (c.isVideo() ? !c.accepted.contains(marked) : c.accepted != marked);
@@ -126,11 +126,11 @@ private Q_SLOTS:
     void networkFaults()
     {
         const QString behaviour = cell("behaviour");
-        m_server.script = [&](const SRequest& request) {
+        m_server.script = [&](const PostedRequest& request) {
             return answer(request, behaviour, cell("accepted") == "yes");
         };
-        m_server.hangUp = [&](const SRequest& request, int received) {
-            SCase& c = m_cases.at(request.headers.value("token"));
+        m_server.hangUp = [&](const PostedRequest& request, int received) {
+            Case& c = m_cases.at(request.headers.value("token"));
             const bool now = behaviour == "hang up before" || (behaviour == "hang up within" && received > 0);
             const bool breaks = now && !c.failed && c.reaches(c.kind, request.path);
             c.failed = c.failed || breaks;

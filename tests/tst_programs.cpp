@@ -120,7 +120,7 @@ private Q_SLOTS:
         }
         const QString url = trouble == "unreachable" ? "http://127.0.0.1:1" : server->url;
         QCOMPARE(url.startsWith("https"), trouble == "untrusted");
-        const SResult uploaded = project.upload(url, {"--patience", "5"});
+        const ProgramResult uploaded = project.upload(url, {"--patience", "5"});
         QCOMPARE(uploaded.exitCode, 1);
         const QByteArray output = uploaded.out + uploaded.err;
         QVERIFY2(output.contains(said), output);
@@ -140,10 +140,10 @@ private Q_SLOTS:
         const QStringList flight{"--missions", "1", "--minutes", "1", "--seed", "3"};
         QCOMPARE(project.desk("simulate", flight + QStringList{"--interrupted"}).exitCode, 0);
         QCOMPARE(project.desk("simulate", flight + QStringList{"--easy-fly"}).exitCode, 0);
-        const SResult flown = project.upload(server->url);
+        const ProgramResult flown = project.upload(server->url);
         QVERIFY2(flown.exitCode == 0 && (flown.out + flown.err).contains("--easy-fly"), flown.err);
         QVERIFY(project.desk("status", {}).out.contains("breakpoint: waypoint"));
-        const SResult video = project.upload(server->url, {"--easy-fly"});
+        const ProgramResult video = project.upload(server->url, {"--easy-fly"});
         QVERIFY2(video.exitCode == 0, video.err);
         QCOMPARE(project.desk("status", {"--ledger", project.ledger}).exitCode, 0);
         server.reset();
@@ -162,7 +162,7 @@ private Q_SLOTS:
             QTRY_COMPARE_WITH_TIMEOUT(desk.state(), QProcess::NotRunning, 20000);
             QCOMPARE(desk.exitCode(), code);
             QCOMPARE(TestProject::contents(to), QByteArray(code == 1 ? "old" : "new"));
-            server.script = [](const SRequest&) { return ScriptedServer::file("new"); };
+            server.script = [](const PostedRequest&) { return ScriptedServer::file("new"); };
         }
     }
 
@@ -174,7 +174,7 @@ private Q_SLOTS:
               "flightdesk upload --project /tmp --token t --server http://x --patience -1",
               "flightserver --port 99999", "flightserver --fault rain",
               "flightserver --ledger /proc/no/ledger", "flightdesk --screenshot"}) {
-            const SResult result = runProgram(command.section(' ', 0, 0), command.split(' ').mid(1));
+            const ProgramResult result = runProgram(command.section(' ', 0, 0), command.split(' ').mid(1));
             QVERIFY2(result.exitCode == 2 && result.out.isEmpty() && result.err.size() > 10,
                      qPrintable(command));
         }

@@ -56,8 +56,8 @@ private Q_SLOTS:
     void replies()
     {
         ScriptedServer server;
-        server.script = [](const SRequest&) {
-            ScriptedServer::SReply reply = ScriptedServer::file(
+        server.script = [](const PostedRequest&) {
+            ScriptedServer::Reply reply = ScriptedServer::file(
                 damaged(R"({"status":403,"message":"\ud83d\ude81 {[1e400,null]}","rows":[{}]})"));
             if (upTo(3) == 0) {
                 reply.wire = damaged(reply.wire);

@@ -17,7 +17,7 @@ enum class EDeed { Nothing, Loop, Delete, DeleteLater, Rearm, Tick, Repoint };
 using Deeds = QVector<EDeed>; // for the first time that it comes, the second and so on
 
 /// What an operator holds.
-struct SInside {
+struct OperatorState {
     QTimer* timer;
     CKvDataBase* database;
     QStringList files;
@@ -46,9 +46,12 @@ Q_DECLARE_METATYPE(Deeds)
 template<QTimer* Operator::*timer, CKvDataBase* Operator::*database, QStringList Operator::*files,
          QStringList Operator::*missions>
 struct Inside {
-    friend SInside inside(const Operator& op) { return {op.*timer, op.*database, op.*files, op.*missions}; }
+    friend OperatorState inside(const Operator& op)
+    {
+        return {op.*timer, op.*database, op.*files, op.*missions};
+    }
 };
-SInside inside(const Operator& op);
+OperatorState inside(const Operator& op);
 template struct Inside<&Operator::m_pCheckTimer, &Operator::m_pDataBase, &Operator::m_listFlightMissionFile,
                        &Operator::m_listFlightMissionID>;
 
@@ -161,7 +164,7 @@ private:
                             .arg(m_inside.timer->interval())
                             .arg(m_inside.timer->signalsBlocked());
         if (op) {
-            const SInside now = inside(*op);
+            const OperatorState now = inside(*op);
             state += QString(", %1 %2, queued %3, %4")
                          .arg(now.database->databaseName())
                          .arg(now.database->isOpen())
@@ -228,7 +231,7 @@ private:
     QStringList m_files;
     QByteArray m_signal;
     Deeds m_deeds;
-    SInside m_inside = {};
+    OperatorState m_inside = {};
 };
 
 /// Run twice: linked with the library's steps, and with steps that are truly nested, whose transcripts the

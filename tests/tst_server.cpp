@@ -76,7 +76,7 @@ private Q_SLOTS:
     void refusals_data() { addRows(); }
     void refusals()
     {
-        static const SServer server({"--token", Secret, "--max-body", "1000000"});
+        static const ServerOnDisk server({"--token", Secret, "--max-body", "1000000"});
         RawClient client(server.url());
         QByteArray bytes = cell("bytes").toLatin1();
         client.send(bytes.replace("\\r\\n", "\r\n").replace("%LONG%", QByteArray(20000, 'x')));
@@ -88,7 +88,7 @@ private Q_SLOTS:
     void forms_data() { addRows(); }
     void forms()
     {
-        static const SServer server;
+        static const ServerOnDisk server;
         RawClient client(server.url());
         QCOMPARE(client.post(cell("path").toLatin1(), Secret, cell("body").toUtf8()), cell("status").toInt());
         QCOMPARE(client.post("/flight/upload", Secret, R"(data={"id":"m1"})"), 0); // on the same connection
@@ -96,7 +96,7 @@ private Q_SLOTS:
 
     void requestsInARow()
     {
-        const SServer server;
+        const ServerOnDisk server;
         RawClient client(server.url());
         QByteArray bytes;
         for (int i = 0; i < 50; ++i) {
@@ -119,7 +119,7 @@ private Q_SLOTS:
     /// What an owner sent is nobody else's: not to be seen, counted or changed with another token.
     void owners()
     {
-        const SServer server(QStringList{});
+        const ServerOnDisk server(QStringList{});
         const QByteArray alice = server.addToken("alice");
         const QByteArray bob = server.addToken("bob");
         QVERIFY(alice.size() >= 43 && alice != bob);
@@ -137,7 +137,7 @@ private Q_SLOTS:
 
     void revoked()
     {
-        const SServer server(QStringList{});
+        const ServerOnDisk server(QStringList{});
         const QByteArray token = server.addToken("alice");
         RawClient client(server.url());
         RawClient before(server.url()); // its request is let in before
@@ -216,7 +216,7 @@ private Q_SLOTS:
     /// idle go.
     void manyConnections()
     {
-        SServer server({"--token", Secret, "--max-connections", "900"});
+        ServerOnDisk server({"--token", Secret, "--max-connections", "900"});
         const auto memory = [&server] {
             const QByteArray status =
                 TestProject::contents(QString("/proc/%1/status").arg(server.program->processId()));
@@ -239,7 +239,7 @@ private Q_SLOTS:
 
     void endsGracefully()
     {
-        SServer server({"--token", Secret, "--admin", "127.0.0.1:0"});
+        ServerOnDisk server({"--token", Secret, "--admin", "127.0.0.1:0"});
         const QString admin = server.program->address("flightserver watched on ");
         RawClient idle(server.url());
         RawClient busy(server.url());
@@ -260,7 +260,7 @@ private Q_SLOTS:
     /// A ledger that cannot be written: quick answers, nothing acknowledged, and well again by itself.
     void lockedLedger()
     {
-        SServer server({"--token", Secret, "--admin", "127.0.0.1:0"});
+        ServerOnDisk server({"--token", Secret, "--admin", "127.0.0.1:0"});
         const QString admin = server.program->address("flightserver watched on ");
         SqliteFile other = server.open();
         QVERIFY(get(admin, "/ready").contains(" 200 OK"));
@@ -277,7 +277,7 @@ private Q_SLOTS:
 
     void metrics()
     {
-        SServer server({"--token", Secret, "--admin", "127.0.0.1:0"});
+        ServerOnDisk server({"--token", Secret, "--admin", "127.0.0.1:0"});
         const QString admin = server.program->address("flightserver watched on ");
         RawClient client(server.url());
         client.post(LogPath, Secret, logBody(logRow("1") + ',' + logRow("2")));
@@ -303,7 +303,7 @@ private Q_SLOTS:
         const TestProject folder;
         const QString log = folder.path("access.log");
         {
-            SServer server({"--token", Secret, "--access-log", log});
+            ServerOnDisk server({"--token", Secret, "--access-log", log});
             RawClient(server.url()).post(LogPath, Secret, logBody(logRow("body-text")));
             RawClient(server.url()).post("/an/other/path", "wrong-token", "body-text");
             QVERIFY(QFile::rename(log, log + ".1"));
@@ -325,7 +325,7 @@ private Q_SLOTS:
     /// holds whatever had been acknowledged before.
     void backedUp()
     {
-        SServer server;
+        ServerOnDisk server;
         Senders senders(server.url(), 4, "row");
         QTRY_VERIFY(senders.count() > 500);
         const QSet<QByteArray> before = senders.acknowledged();
@@ -379,7 +379,7 @@ private Q_SLOTS:
     {
         const TestProject folder;
         const QString pem = folder.file("server.pem", TestProject::contents(":/untrusted.pem"));
-        SServer server({"--token", Secret, "--tls-cert", pem, "--tls-key", pem});
+        ServerOnDisk server({"--token", Secret, "--tls-cert", pem, "--tls-key", pem});
         RawClient old(server.url());
         const QByteArray rows = logRow("1") + (',' + logRow("2")).repeated(20000);
         QCOMPARE(old.post(LogPath, Secret, logBody(rows)), 0);

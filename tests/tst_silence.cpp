@@ -295,7 +295,7 @@ private Q_SLOTS:
     void anOutageIsFewLines()
     {
         ScriptedServer server;
-        server.script = [&server](const SRequest&) {
+        server.script = [&server](const PostedRequest&) {
             const int n = server.requests.size();
             return n % 5 == 0
                        ? ScriptedServer::accepted()

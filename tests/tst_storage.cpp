@@ -33,13 +33,13 @@ public:
         disk.mount(QFileInfo(file).path());
     }
 
-    struct SStep {
+    struct FlightStep {
         void (*run)(Flight&);
         int rows; ///< written by one transaction
     };
-    static const QList<SStep> Steps;
+    static const QList<FlightStep> Steps;
 
-    void run(const SStep& step)
+    void run(const FlightStep& step)
     {
         step.run(*this);
         Q_EMIT m_host->slotStartUploadTimer(false); // writes the messages that wait
@@ -90,7 +90,7 @@ private:
     std::unique_ptr<Host> m_host;
 };
 
-const QList<Flight::SStep> Flight::Steps = {
+const QList<Flight::FlightStep> Flight::Steps = {
     {[](Flight& f) { f.start(); }, 0},
     {[](Flight& f) { f.write("flight_mission", records("m", 1)); }, 1},
     {[](Flight& f) { f.messages(50); }, 50},
@@ -121,9 +121,9 @@ private:
         m_server = std::make_unique<ScriptedServer>();
         SetServerIP(m_server->url());
         control()->SetNetWorkConnected(true);
-        m_server->script = [this](const SRequest& request) {
+        m_server->script = [this](const PostedRequest& request) {
             if (m_server->paths().count("/flight/posupload") == 1 && request.path == "/flight/posupload") {
-                ScriptedServer::SReply refused = ScriptedServer::reply("200 {\"status\":2}");
+                ScriptedServer::Reply refused = ScriptedServer::reply("200 {\"status\":2}");
                 refused.close = true; // a second request on the connection would wait for a late ACK
                 return refused;
             }
@@ -210,7 +210,7 @@ private Q_SLOTS:
             QSet<QString> stored;
             int recorded = 0;
             disk.failAt(static_cast<FaultVfs::Step>(step), n, code, forGood);
-            for (const Flight::SStep& part : Flight::Steps) {
+            for (const Flight::FlightStep& part : Flight::Steps) {
                 const int before = disk.failures();
                 flight.run(part);
                 const FaultVfs::Pause pause;
@@ -257,7 +257,7 @@ private Q_SLOTS:
             QSet<QString> stored;
             int written = 0;
             disk.failAt(FaultVfs::Any, n, 10, true);
-            for (const Flight::SStep& part : Flight::Steps) {
+            for (const Flight::FlightStep& part : Flight::Steps) {
                 flight.run(part);
                 if (disk.failures() == 0) {
                     const FaultVfs::Pause pause;

@@ -93,15 +93,15 @@ private Q_SLOTS:
     /// With no project where a call needs one, or none that a file can be opened in.
     void lockStaysHeld()
     {
-        struct SCase {
+        struct Case {
             const char* call;
             bool project;
             bool held;
         };
-        for (const SCase& c :
-             {SCase{"value", false, true}, SCase{"records", false, true}, SCase{"record", false, true},
-              SCase{"breakpoint", false, true}, SCase{"records", true, true}, SCase{"none", false, false},
-              SCase{"command 2", false, false}, SCase{"value", true, false}}) {
+        for (const Case& c :
+             {Case{"value", false, true}, Case{"records", false, true}, Case{"record", false, true},
+              Case{"breakpoint", false, true}, Case{"records", true, true}, Case{"none", false, false},
+              Case{"command 2", false, false}, Case{"value", true, false}}) {
             const TestProject current;
             control()->SetProjectDirPath(current.path(c.project ? "" : "missing"));
             const QString call = c.call;

@@ -138,7 +138,7 @@ private Q_SLOTS:
         QFETCH(bool, byItself);
         constexpr int Faulty = 5; // the second mission of the first file
         QStringList rows;
-        m_server->script = [&](const SRequest& request) {
+        m_server->script = [&](const PostedRequest& request) {
             const bool faulty = m_server->requests.size() == Faulty;
             if (!faulty || accepted) {
                 for (const QString& id : request.ids()) {
@@ -177,7 +177,7 @@ private Q_SLOTS:
                 m_project->file(name, QByteArray(5000, 'g'));
             }
         }
-        m_server->script = [&](const SRequest& request) {
+        m_server->script = [&](const PostedRequest& request) {
             if (!forGood && m_server->requests.size() == 1) {
                 // The file that is not being sent now
                 const bool inA = request.ids().value(0).startsWith('a');

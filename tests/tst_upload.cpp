@@ -49,7 +49,7 @@ private Q_SLOTS:
         QVERIFY(uploader.uploading.contains({"project-m1", "m1"}));
 
         QString sent;
-        for (const SRequest& request : qAsConst(m_server->requests)) {
+        for (const PostedRequest& request : qAsConst(m_server->requests)) {
             QCOMPARE(request.headers.value("token"), QByteArray("token"));
             if (request.body.contains("m1")) {
                 sent += QString(" %1 %2").arg(QString(request.path)).arg(request.records().size());
@@ -136,7 +136,7 @@ private Q_SLOTS:
         m_server->settle();
         QCOMPARE(m_server->requests.size(), requests);
         QStringList seen;
-        for (const SRequest& request : qAsConst(m_server->requests)) {
+        for (const PostedRequest& request : qAsConst(m_server->requests)) {
             const QByteArray id = request.field("flight_mission_id");
             seen.append(id.isEmpty() ? request.ids().value(0) : id);
         }
@@ -336,7 +336,7 @@ private Q_SLOTS:
         const FlightProject project;
         QVERIFY(project.run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE "
                             "i < 20000) INSERT INTO flight_mission(id) SELECT i FROM n"));
-        m_server->script = [&](const SRequest& request) {
+        m_server->script = [&](const PostedRequest& request) {
             if (m_server->requests.size() > 1) {
                 return ScriptedServer::accepted();
             }

@@ -96,7 +96,7 @@ private Q_SLOTS:
         for (int post = 1; post <= 2; ++post) {
             upload.PostNetWorkReplyMessage();
             QTRY_COMPARE(upload.outcomes.size(), post);
-            const SRequest& request = server.requests.constLast();
+            const PostedRequest& request = server.requests.constLast();
             QCOMPARE(request.path, QByteArray("/flight/upload?a=1"));
             QCOMPARE(request.body, body);
             QCOMPARE(request.headers.value("token"), QByteArray("t0k3n"));
@@ -113,7 +113,7 @@ private Q_SLOTS:
     void timeouts()
     {
         ScriptedServer server;
-        server.script = [](const SRequest& request) {
+        server.script = [](const PostedRequest& request) {
             return request.path == "/late" ? ScriptedServer::file("", 12) : ScriptedServer::reply("silence");
         };
         Upload silent(server.url() + "/silent");
@@ -200,7 +200,7 @@ private Q_SLOTS:
         QTRY_COMPARE(upload.outcomes, QStringList{"finished " + body});
         server.sendMore("/0", ScriptedServer::file(body).wire);
         QTRY_COMPARE(upload.outcomes.size(), 2);
-        server.script = [](const SRequest&) { return ScriptedServer::accepted(); };
+        server.script = [](const PostedRequest&) { return ScriptedServer::accepted(); };
         upload.PostNetWorkReplyMessage();
         QTRY_COMPARE(upload.outcomes.size(), 3);
         QVERIFY(upload.outcomes.constLast().startsWith("finished"));
@@ -262,7 +262,7 @@ private Q_SLOTS:
     {
         ScriptedServer target;
         ScriptedServer server;
-        server.script = [&](const SRequest& request) {
+        server.script = [&](const PostedRequest& request) {
             return ScriptedServer::reply(request.path.mid(1) + ' ' + target.url() + "/target");
         };
         std::vector<std::unique_ptr<Upload>> uploads;

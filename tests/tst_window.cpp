@@ -150,7 +150,7 @@ struct Desk {
 struct Account : ScriptedServer {
     explicit Account(QByteArray rightToken) : token(std::move(rightToken))
     {
-        script = [this](const SRequest& request) {
+        script = [this](const PostedRequest& request) {
             if (!trouble.isEmpty()) {
                 return reply(trouble);
             }
@@ -159,13 +159,13 @@ struct Account : ScriptedServer {
             }
             if (holdLog && request.path == "/flight/detailupload") {
                 held = true;
-                return SReply();
+                return Reply();
             }
             accept(request);
             return accepted();
         };
     }
-    void accept(const SRequest& request)
+    void accept(const PostedRequest& request)
     {
         for (const QString& id : request.ids()) {
             ids.insert(id);
@@ -249,7 +249,7 @@ private Q_SLOTS:
         desk.press(Qt::Key_Return);
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
         QCOMPARE(server.ids, desk.ids());
-        for (const SRequest& request : server.requests) {
+        for (const PostedRequest& request : server.requests) {
             if (request.path == "/flight/upload") {
                 QCOMPARE(request.records().first().toObject()["break_point_lng"].toString(),
                          QString::number(breakpoint->lng, 'f', 6));
@@ -360,7 +360,7 @@ private Q_SLOTS:
     void downloads()
     {
         ScriptedServer server;
-        server.script = [](const SRequest& request) {
+        server.script = [](const PostedRequest& request) {
             return request.path == "/gone.bin"   ? ScriptedServer::reply("404 gone")
                    : request.path == "/slow.bin" ? ScriptedServer::file("begun", 1000000)
                                                  : ScriptedServer::file(QByteArray(300000, 'f'));

@@ -5,16 +5,14 @@
 #include <QtCore/QProcess>
 #include <QtCore/QStandardPaths>
 
-/// A flightserver beside a program that needs one, a child process that goes with the object: the one in the
-/// program's folder, or else the installed one.
+/// A flightserver beside a program that needs one, a child process that goes with the object: the one that is
+/// named, the one in the program's folder, or else the installed one.
 class ServerProcess : public QProcess
 {
 public:
-    explicit ServerProcess(const QStringList& arguments)
+    explicit ServerProcess(const QStringList& arguments, const QString& program = find())
     {
-        const QString name = QStringLiteral("flightserver");
-        const QString beside = QStandardPaths::findExecutable(name, {QCoreApplication::applicationDirPath()});
-        start(beside.isEmpty() ? QStandardPaths::findExecutable(name) : beside, arguments);
+        start(program, arguments);
         url = address(QStringLiteral("flightserver listening on "));
     }
     ~ServerProcess() override
@@ -35,5 +33,12 @@ public:
     QString url; ///< empty when it has not started
 
 private:
+    static QString find()
+    {
+        const QString name = QStringLiteral("flightserver");
+        const QString beside = QStandardPaths::findExecutable(name, {QCoreApplication::applicationDirPath()});
+        return beside.isEmpty() ? QStandardPaths::findExecutable(name) : beside;
+    }
+
     QString m_said;
 };

@@ -9,21 +9,21 @@
 
 namespace
 {
-using Inode = std::shared_ptr<FaultVfs::SInode>;
+using Inode = std::shared_ptr<FaultVfs::Inode>;
 
 FaultVfs g_faults;
 sqlite3_vfs* g_system;
 
 /// SQLite reserves room for the system's file behind it.
-struct SFile {
+struct OpenFile {
     sqlite3_file base;
     Inode inode;
     sqlite3_file* system() { return reinterpret_cast<sqlite3_file*>(this + 1); }
 };
 
-SFile* shim(sqlite3_file* file)
+OpenFile* shim(sqlite3_file* file)
 {
-    return reinterpret_cast<SFile*>(file);
+    return reinterpret_cast<OpenFile*>(file);
 }
 
 /// Passes a call on to the system's file of the same handle.
@@ -114,7 +114,7 @@ int open(sqlite3_vfs*, const char* path, sqlite3_file* file, int flags, int* out
 {
     static const sqlite3_io_methods methods = fileMethods();
     file->pMethods = nullptr;
-    SFile* const shimFile = shim(file);
+    OpenFile* const shimFile = shim(file);
     int result = g_faults.fail(FaultVfs::Open);
     if (result == SQLITE_OK) {
         result = g_system->xOpen(g_system, path, shimFile->system(), flags, outFlags);
@@ -122,7 +122,7 @@ int open(sqlite3_vfs*, const char* path, sqlite3_file* file, int flags, int* out
     if (result == SQLITE_OK) {
         Inode& inode = g_faults.live[path];
         if (!inode) {
-            inode = std::make_shared<FaultVfs::SInode>();
+            inode = std::make_shared<FaultVfs::Inode>();
         }
         new (&shimFile->inode) Inode(inode);
         file->pMethods = &methods;
@@ -153,7 +153,7 @@ FaultVfs& FaultVfs::install()
         sqlite3_vfs copy = *g_system;
         copy.zName = "faults";
         copy.iVersion = 2; // without system calls, which are the system's own
-        copy.szOsFile += static_cast<int>(sizeof(SFile));
+        copy.szOsFile += static_cast<int>(sizeof(OpenFile));
         copy.xOpen = open;
         copy.xDelete = remove;
         return copy;
@@ -194,7 +194,7 @@ int FaultVfs::fail(Step step)
     return m_code;
 }
 
-void FaultVfs::SInode::sync()
+void FaultVfs::Inode::sync()
 {
     for (const auto& [offset, bytes] : qAsConst(unsynced)) {
         const int end = static_cast<int>(offset) + bytes.size();
@@ -216,7 +216,7 @@ void FaultVfs::mount(const QString& folder)
         if (!file.open(QIODevice::ReadOnly)) {
             qFatal("cannot read %s", qPrintable(file.fileName()));
         }
-        live[QFile::encodeName(file.fileName())] = std::make_shared<SInode>(SInode{file.readAll(), {}});
+        live[QFile::encodeName(file.fileName())] = std::make_shared<Inode>(Inode{file.readAll(), {}});
     }
     durable = live;
 }
@@ -229,7 +229,7 @@ void FaultVfs::losePower(std::mt19937* coin)
     }
     const Folder entries = kept() ? live : durable;
     for (auto entry = entries.cbegin(); entry != entries.cend(); ++entry) {
-        SInode inode = **entry;
+        Inode inode = **entry;
         for (int i = inode.unsynced.size(); i-- > 0;) {
             if (!kept()) {
                 inode.unsynced.removeAt(i);

@@ -43,12 +43,12 @@ public:
     void losePower(std::mt19937* coin);
 
     // For the shim's own functions.
-    struct SInode {
+    struct Inode {
         QByteArray synced;
         QList<QPair<qint64, QByteArray>> unsynced; ///< writes; a null text cuts the file off there
         void sync();
     };
-    using Folder = QHash<QByteArray, std::shared_ptr<SInode>>;
+    using Folder = QHash<QByteArray, std::shared_ptr<Inode>>;
     int fail(Step step);
     Folder live;    ///< directory entries as programs see them
     Folder durable; ///< as they are stored

@@ -35,13 +35,13 @@ struct Program : QProcess {
 using IngestServer = ServerProcess;
 
 /// How a program ended, and what it said.
-struct SResult {
+struct ProgramResult {
     int exitCode = -1;
     QByteArray out;
     QByteArray err;
 };
 
-inline SResult runProgram(const QString& name, const QStringList& arguments)
+inline ProgramResult runProgram(const QString& name, const QStringList& arguments)
 {
     Program program(name, arguments);
     const bool ended = program.waitForFinished(-1) && program.exitStatus() == QProcess::NormalExit;
@@ -59,7 +59,7 @@ struct FlownProject : TestProject {
     {
         return command("upload", {"--server", url, "--token", Token, "--interval", "100"});
     }
-    SResult desk(const QString& name, const QStringList& more) const
+    ProgramResult desk(const QString& name, const QStringList& more) const
     {
         return runProgram("flightdesk", command(name, more));
     }
@@ -69,7 +69,7 @@ struct FlownProject : TestProject {
                                  QString::number(seed)})
                    .exitCode == 0;
     }
-    SResult upload(const QString& url, const QStringList& more = {}) const
+    ProgramResult upload(const QString& url, const QStringList& more = {}) const
     {
         return runProgram("flightdesk", uploadCommand(url) + more);
     }
@@ -98,9 +98,9 @@ struct FlownProject : TestProject {
     /// Uploads everything and compares it with the server's ledger.
     void uploadAll(const QString& url) const
     {
-        const SResult uploaded = upload(url);
+        const ProgramResult uploaded = upload(url);
         QVERIFY2(uploaded.exitCode == 0, uploaded.err);
-        const SResult status = desk("status", {"--ledger", ledger});
+        const ProgramResult status = desk("status", {"--ledger", ledger});
         QVERIFY2(status.exitCode == 0, status.out + status.err);
         QVERIFY(status.out.trimmed().endsWith("rows accepted and marked"));
     }

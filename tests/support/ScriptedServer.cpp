@@ -11,7 +11,7 @@
 
 #include <algorithm>
 
-QByteArray SRequest::field(const QByteArray& name) const
+QByteArray PostedRequest::field(const QByteArray& name) const
 {
     for (const QByteArray& pair : body.split('&')) {
         const int equals = pair.indexOf('=');
@@ -22,13 +22,13 @@ QByteArray SRequest::field(const QByteArray& name) const
     return {};
 }
 
-QJsonArray SRequest::records() const
+QJsonArray PostedRequest::records() const
 {
     const QJsonDocument document = QJsonDocument::fromJson(field("data"));
     return document.isArray() ? document.array() : QJsonArray{document.object()};
 }
 
-QStringList SRequest::ids() const
+QStringList PostedRequest::ids() const
 {
     QStringList ids;
     const QJsonArray all = records();
@@ -38,7 +38,8 @@ QStringList SRequest::ids() const
     return ids;
 }
 
-ScriptedServer::ScriptedServer(const SReply& always) : script([always](const SRequest&) { return always; })
+ScriptedServer::ScriptedServer(const Reply& always)
+    : script([always](const PostedRequest&) { return always; })
 {
     listen(QHostAddress::LocalHost);
     connect(this, &QTcpServer::newConnection, this, [this] {
@@ -53,25 +54,25 @@ QByteArray ScriptedServer::url() const
     return "http://127.0.0.1:" + QByteArray::number(serverPort());
 }
 
-ScriptedServer::SReply ScriptedServer::file(const QByteArray& body, int length)
+ScriptedServer::Reply ScriptedServer::file(const QByteArray& body, int length)
 {
     return {"HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(length < 0 ? body.size() : length) +
             "\r\n\r\n" + body};
 }
 
-ScriptedServer::SReply ScriptedServer::reply(const QString& words)
+ScriptedServer::Reply ScriptedServer::reply(const QString& words)
 {
     if (words.startsWith("slowly ")) {
-        SReply slow = reply(words.section(' ', 1));
+        Reply slow = reply(words.section(' ', 1));
         slow.slow = true;
         return slow;
     }
     const QByteArray half = file("{\"sta", 9).wire;
     const QByteArray status = words.section(' ', 0, 0).toLatin1();
     const QByteArray body = words.section(' ', 1).toUtf8();
-    SReply whole = file(body);
+    Reply whole = file(body);
     whole.wire.replace("200 OK", status + (status.startsWith("30") ? " there\r\nLocation: " + body : " so"));
-    const QMap<QString, SReply> broken = {
+    const QMap<QString, Reply> broken = {
         {"silence", {}}, {"slam", {"", true}}, {"cut", {half, true}}, {"reset", {half, false, true}}};
     return broken.value(words, whole);
 }
@@ -79,7 +80,7 @@ ScriptedServer::SReply ScriptedServer::reply(const QString& words)
 QStringList ScriptedServer::paths() const
 {
     QStringList paths;
-    for (const SRequest& request : requests) {
+    for (const PostedRequest& request : requests) {
         paths.append(request.path);
     }
     return paths;
@@ -91,7 +92,7 @@ void ScriptedServer::settle()
     const QNetworkReply* const reply = manager.get(QNetworkRequest(QUrl(url() + "/settled")));
     QSignalSpy(reply, &QNetworkReply::finished).wait();
     const auto last = std::find_if(requests.begin(), requests.end(),
-                                   [](const SRequest& request) { return request.path == "/settled"; });
+                                   [](const PostedRequest& request) { return request.path == "/settled"; });
     requests.erase(last);
 }
 
@@ -104,7 +105,7 @@ void ScriptedServer::read(QTcpSocket* socket)
 {
     const QByteArray data = socket->peek(socket->bytesAvailable());
     const int headerEnd = data.indexOf("\r\n\r\n");
-    SRequest request;
+    PostedRequest request;
     QList<QByteArray> lines = data.left(headerEnd).split('\n');
     request.path = lines.takeFirst().split(' ').value(1);
     for (const QByteArray& line : lines) {
@@ -123,7 +124,7 @@ void ScriptedServer::read(QTcpSocket* socket)
     socket->read(headerEnd + 4 + length);
     requests.append(request);
     m_asked[request.path] = socket;
-    const SReply reply = script(request);
+    const Reply reply = script(request);
     if (reply.slow) {
         for (int i = 0; i < reply.wire.size(); ++i) {
             QTimer::singleShot(10 * i, Qt::PreciseTimer, socket,

@@ -13,7 +13,7 @@
 class QTcpSocket;
 
 /// One request as it came over the wire.
-struct SRequest {
+struct PostedRequest {
     QByteArray path;
     QHash<QByteArray, QByteArray> headers; ///< names in lower case
     QByteArray body;
@@ -30,29 +30,29 @@ class ScriptedServer : public QTcpServer
 {
 public:
     /// What to send back: bytes as they are. Empty: never answer.
-    struct SReply {
+    struct Reply {
         QByteArray wire;
         bool close = false; ///< close the connection after the bytes
         bool reset = false; ///< break it instead
         bool slow = false;  ///< a byte every few milliseconds
     };
-    using Script = std::function<SReply(const SRequest&)>;
+    using Script = std::function<Reply(const PostedRequest&)>;
 
-    explicit ScriptedServer(const SReply& always = accepted());
+    explicit ScriptedServer(const Reply& always = accepted());
     QByteArray url() const;
 
     /// A body with its right length, or another one.
-    static SReply file(const QByteArray& body, int length = -1);
+    static Reply file(const QByteArray& body, int length = -1);
     /// An HTTP status and a body, which is the Location too where the status is 30x; or "silence", "slam"
     /// (closed without a byte), "cut" or "reset" (closed or broken within the body); or "slowly" and a
     /// status and a body.
-    static SReply reply(const QString& words);
-    static SReply accepted() { return reply(R"(200 {"status":0,"message":""})"); }
+    static Reply reply(const QString& words);
+    static Reply accepted() { return reply(R"(200 {"status":0,"message":""})"); }
 
     Script script;
     /// Asked while a request comes in, of whose body so much is there: true breaks the connection.
-    std::function<bool(const SRequest& request, int received)> hangUp;
-    QList<SRequest> requests; ///< every request so far
+    std::function<bool(const PostedRequest& request, int received)> hangUp;
+    QList<PostedRequest> requests; ///< every request so far
     QStringList paths() const;
     /// Returns once a request that is made now has been answered, and so what was posted before is here.
     void settle();

@@ -16,15 +16,15 @@ const QByteArray Secret = "secret";
 const QByteArray LogPath = "/flight/detailupload";
 
 /// A flightserver on a ledger in a folder of its own.
-struct SServer {
-    explicit SServer(QStringList more = {"--token", Secret}) : options(std::move(more)) { start(); }
+struct ServerOnDisk {
+    explicit ServerOnDisk(QStringList more = {"--token", Secret}) : options(std::move(more)) { start(); }
     void start()
     {
         program.reset();
         program = std::make_unique<IngestServer>(QStringList{"--ledger", ledger} + options);
     }
     QString url() const { return program->url; }
-    SResult token(const QStringList& words) const
+    ProgramResult token(const QStringList& words) const
     {
         return runProgram("flightserver", QStringList{"token"} + words + QStringList{"--ledger", ledger});
     }
