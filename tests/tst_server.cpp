@@ -183,6 +183,7 @@ private Q_SLOTS:
         const QByteArray rows =
             logRow("1") + (',' + logRow("1")).repeated(10000); // more in memory than on the line
         QCOMPARE(RawClient(server.url).post(LogPath, Secret, logBody(rows)), 0);
+        QTRY_COMPARE(server.reserved(), std::size_t{0});
         QCOMPARE(RawClient(server.url)
                      .post(LogPath, Secret,
                            logBody(R"({"id":"1"})" + QByteArray(R"(,{"id":"1"})").repeated(60000))),
