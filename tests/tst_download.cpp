@@ -218,8 +218,8 @@ private Q_SLOTS:
     void redirected()
     {
         ScriptedServer target;
-        for (const QString status : {"301", "302", "303", "307", "308"}) {
-            ScriptedServer server(ScriptedServer::reply(status + ' ' + target.url() + "/target"));
+        for (const char* const status : {"301", "302", "303", "307", "308"}) {
+            ScriptedServer server(ScriptedServer::reply(QString(status) + ' ' + target.url() + "/target"));
             Download download(server.url() + "/file");
             download.slotRequestData();
             QTRY_COMPARE(download.ends(), QString("finished"));

@@ -117,8 +117,8 @@ private Q_SLOTS:
     /// Rows that a file drops without a word are missed at the end.
     void tellsWhatWasNotStored()
     {
-        for (const QString table :
-             {"pos_data", "uas_status", "flight_monitor_detail_log", "flight_complete"}) {
+        for (const QString& table :
+             QStringList{"pos_data", "uas_status", "flight_monitor_detail_log", "flight_complete"}) {
             const TestProject folder;
             FlightSimulator flight(5, 2, 1);
             FlightRecorder recorder(Project::make(folder.path("p")));

@@ -168,12 +168,12 @@ private Q_SLOTS:
 
     void wrongUsage()
     {
-        for (const QString command :
-             {"flightdesk fly", "flightdesk status", "flightdesk record --project /tmp",
-              "flightdesk upload --project /tmp --token t --server ftp://x",
-              "flightdesk upload --project /tmp --token t --server http://x --patience -1",
-              "flightserver --port 99999", "flightserver --fault rain",
-              "flightserver --ledger /proc/no/ledger", "flightdesk --screenshot"}) {
+        for (const QString& command :
+             QStringList{"flightdesk fly", "flightdesk status", "flightdesk record --project /tmp",
+                         "flightdesk upload --project /tmp --token t --server ftp://x",
+                         "flightdesk upload --project /tmp --token t --server http://x --patience -1",
+                         "flightserver --port 99999", "flightserver --fault rain",
+                         "flightserver --ledger /proc/no/ledger", "flightdesk --screenshot"}) {
             const ProgramResult result = runProgram(command.section(' ', 0, 0), command.split(' ').mid(1));
             QVERIFY2(result.exitCode == 2 && result.out.isEmpty() && result.err.size() > 10,
                      qPrintable(command));

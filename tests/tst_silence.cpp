@@ -173,7 +173,7 @@ const QMap<QString, std::function<void()>> Mistakes = {
      [] {
          QTcpServer server;
          server.listen(QHostAddress::LocalHost);
-         QObject::connect(&server, &QTcpServer::newConnection, [&server] {
+         QObject::connect(&server, &QTcpServer::newConnection, &server, [&server] {
              QTcpSocket* const socket = server.nextPendingConnection();
              socket->write("HTTP/1.0 400 Bad Request\r\n\r\n");
              socket->disconnectFromHost();
@@ -232,8 +232,9 @@ QStringList linesOfChild(const QString& mistake)
 
 QRegularExpression pattern(const QString& line)
 {
+    static const QRegularExpression names("FILE|URL|PATH");
     QString text = QRegularExpression::escape(line);
-    text.replace(QRegularExpression::escape("…"), ".*").replace(QRegularExpression("FILE|URL|PATH"), "\\S+");
+    text.replace(QRegularExpression::escape("…"), ".*").replace(names, "\\S+");
     return QRegularExpression(text + '$');
 }
 } // namespace
@@ -247,7 +248,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("line");
         const QString page = TestProject::contents(QFINDTESTDATA("../docs/troubleshooting.md"));
-        auto row = QRegularExpression(R"(\n\| (.+?) \| `([^\n]+?)` \|)").globalMatch(page);
+        static const QRegularExpression mistake(R"(\n\| (.+?) \| `([^\n]+?)` \|)");
+        auto row = mistake.globalMatch(page);
         int rows = 0;
         for (; row.hasNext(); ++rows) {
             const QRegularExpressionMatch match = row.next();
