@@ -13,7 +13,8 @@ QString NetworkCause(const QNetworkReply* pReply)
 {
     const int nStatus = pReply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (nStatus == 0) {
-        return pReply->errorString();
+        // A reply that came late, of a request before, has the last one looked at.
+        return pReply->isFinished() ? pReply->errorString() : QStringLiteral("no answer yet");
     }
     const QUrl target = pReply->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
     return QStringLiteral("HTTP status %1").arg(nStatus) +
