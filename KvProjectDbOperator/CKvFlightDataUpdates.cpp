@@ -3,6 +3,7 @@
 
 #include "KvData.h"
 #include "KvData/KvWarnings.h"
+#include "KvKeptBatches.h"
 #include "KvOwnThread.h"
 #include "KvTrace.h"
 
@@ -62,7 +63,7 @@ void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, con
                             .arg(strFlightMissionID.toString());
     _WriteKept(); // the row may be among it
     bool bDone = false;
-    const bool bStored = _Transact([&] {
+    const bool bStored = !m_pKept->Has(m_pDataBase->databaseName()) && _Transact([&] {
         QSqlQuery update(*m_pDataBase->DBInstance());
         bDone = update.exec(sql);
         _WarnUnlessUpdated(update, strFlightMissionID.toString());
@@ -87,8 +88,10 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
     }
     _EnsureOpen();
     _WriteKept(); // the mission's row may be among it
-    if (!m_pDataBase->transaction() && m_pDataBase->isOpen()) {
-        _AnswerBreakpoint(false); // to go on would write an empty document where the lock goes in between
+    // To go on would update a row that is not there yet, or write an empty document, where a lock goes in
+    // between.
+    if (m_pKept->Has(m_pDataBase->databaseName()) || (!m_pDataBase->transaction() && m_pDataBase->isOpen())) {
+        _AnswerBreakpoint(false);
         return;
     }
     QByteArray data;

@@ -9,6 +9,8 @@
 #include <QtCore/QMutexLocker>
 #include <QtSql/QSqlError>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 Q_LOGGING_CATEGORY(KvHost, "kv.host", QtWarningMsg)
@@ -29,7 +31,7 @@ struct STold {
 struct SMemory {
     QMutex mutex;
     QMap<std::pair<QString, QString>, STold> mapTold;      // by what it is about and text
-    QMap<std::pair<QString, QString>, quint64> mapRefused; // by file and statement
+    QMap<std::pair<QString, QString>, quint64> mapRefused; // by file, statement and words
 };
 
 SMemory& Memory()
@@ -73,6 +75,15 @@ QString Beginning(const QString& strSql)
     return strSql.left(strSql.indexOf(QLatin1Char('\''))).left(Longest);
 }
 
+/// What is the same for statements that differ in their numbers alone.
+QString WithoutNumbers(const QString& strText)
+{
+    QString strRest;
+    std::copy_if(strText.begin(), strText.end(), std::back_inserter(strRest),
+                 [](QChar c) { return !c.isDigit(); });
+    return strRest;
+}
+
 bool IsPowerOfTen(quint64 nTimes)
 {
     while (nTimes % 10 == 0) {
@@ -112,7 +123,8 @@ void WarnRefused(const QString& strFile, const QString& strSql, const QSqlError&
     quint64 nTimes = 0;
     {
         const QMutexLocker lock(&Memory().mutex);
-        nTimes = ++Remembered(Memory().mapRefused, strFile, strBeginning);
+        nTimes =
+            ++Remembered(Memory().mapRefused, strFile, WithoutNumbers(strBeginning) + error.databaseText());
     }
     if (IsPowerOfTen(nTimes)) {
         Logger::instance();
