@@ -29,14 +29,17 @@ enum class Level : int {
 ///
 /// From its first use on it takes what the libraries warn of in Qt's categories "kv.host", "kv.network" and
 /// "kv.sql", and hands other messages of Qt's to the handler that was there before. A message handler that is
-/// installed later gets all of them.
+/// installed later gets all of them; one that hands on to the handler before it is installed once, as the two
+/// would go round in a circle if it was in the chain already.
 ///
 /// Until setLogFile() has been called, lines of level Warn and above go to standard error and all others
 /// are only handed to the listener.
 class KVLOG_EXPORT Logger
 {
 public:
-    /// Receives every line that passes the threshold, without time stamp; called on the writing thread.
+    /// Receives every line that passes the threshold, without time stamp; called on the writing thread, which
+    /// may be an operator in the middle of its work: a listener neither runs an event loop nor calls an
+    /// operator, but hands the line on (a queued signal).
     using Listener = std::function<void(Level level, const QString& line)>;
 
     /// The logger; usable from the first call on, until the process ends.
