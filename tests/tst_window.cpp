@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "command/EndSignals.h"
 #include "support/Programs.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 #include "telemetry/FlightSimulator.h"
 #include "window/DownloadPage.h"
-#include "window/EndSignals.h"
 #include "window/MainWindow.h"
 #include "window/Plot.h"
 #include "window/ProjectPage.h"
