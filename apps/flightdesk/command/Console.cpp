@@ -86,7 +86,8 @@ void Console::document(const QJsonObject& object)
 void Console::record(const QJsonObject& object)
 {
     if (m_json) {
-        print(stdout, printable(withControlsEscaped(QJsonDocument(object).toJson(QJsonDocument::Compact))) + '\n');
+        print(stdout,
+              printable(withControlsEscaped(QJsonDocument(object).toJson(QJsonDocument::Compact))) + '\n');
     }
 }
 

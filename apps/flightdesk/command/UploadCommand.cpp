@@ -5,6 +5,8 @@
 #include "telemetry/Latin1.h"
 #include "upload/Uploader.h"
 
+#include <KvAlgorthm.h>
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonArray>
 #include <QtCore/QTimer>

@@ -113,8 +113,8 @@ QVector<LinkSpec> LinkSpec::parseAll(const QStringList& texts)
     QVector<LinkSpec> specs;
     for (const QString& text : texts) {
         const LinkSpec spec = parse(text);
-        const auto other = std::find_if(
-            specs.cbegin(), specs.cend(), [&spec](const LinkSpec& known) { return known.isSamePort(spec); });
+        const auto other = std::find_if(specs.cbegin(), specs.cend(),
+                                        [&spec](const LinkSpec& known) { return known.isSamePort(spec); });
         if (other != specs.cend()) {
             throw Failure(
                 QStringLiteral("--link %1: on the same port as %2; give each link a port of its own")

@@ -6,8 +6,8 @@
 #include <QtCore/QMetaType>
 #include <QtCore/QObject>
 
-/// Counts again and again what of a project waits for upload. It is meant for a thread of its own: the rows of days
-/// without a network take a while to count, and then it counts more rarely.
+/// Counts again and again what of a project waits for upload. It is meant for a thread of its own: the rows
+/// of days without a network take a while to count, and then it counts more rarely.
 class BacklogWatch : public QObject
 {
     Q_OBJECT

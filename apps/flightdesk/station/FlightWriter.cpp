@@ -4,6 +4,8 @@
 #include "Failure.h"
 #include "station/OpenMark.h"
 
+#include <KvAlgorthm.h>
+
 #include <QtCore/QFileInfo>
 #include <QtCore/QStorageInfo>
 #include <QtCore/QVariant>
@@ -72,14 +74,19 @@ void FlightWriter::begin()
     ++m_part;
     const QString name =
         m_part == 1 ? m_flight.name() : QStringLiteral("%1 part %2").arg(m_flight.name()).arg(m_part);
-    m_recorder.begin(m_frames.constFirst().usec, name, QStringLiteral("system %1").arg(m_flight.system()));
+    VehicleTracker preRoll;
+    for (const TelemetryFrame& frame : qAsConst(m_frames)) {
+        preRoll.take(frame);
+    }
+    m_recorder.begin(m_frames.constFirst().usec, name, QStringLiteral("system %1").arg(m_flight.system()), {},
+                     preRoll.clockOffset());
     m_file = m_recorder.flight().file;
     m_flight.setMission(m_recorder.flight().missionId);
     Q_EMIT m_station.began(m_file);
 }
 
-/// What the file does not take the operator keeps, and writes it with the next frame when it can: one is enough to
-/// try.
+/// What the file does not take the operator keeps, and writes it with the next frame when it can: one is
+/// enough to try.
 void FlightWriter::handOver()
 {
     const int end = m_inTrouble ? qMin(m_handedOver + 1, m_frames.size()) : m_frames.size();

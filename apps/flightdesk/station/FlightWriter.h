@@ -6,8 +6,8 @@
 
 #include <QtCore/QElapsedTimer>
 
-/// Writes one flight, at least once a second, until its end. Frames are forgotten once they have been seen in the
-/// file; while it takes none they wait, and when it is of no use any more they begin another mission.
+/// Writes one flight, at least once a second, until its end. Frames are forgotten once they have been seen in
+/// the file; while it takes none they wait, and when it is of no use any more they begin another mission.
 class FlightWriter
 {
 public:

@@ -12,10 +12,8 @@
 #include <memory>
 #include <vector>
 
-Q_DECLARE_METATYPE(RecordedFlight)
-
-/// Writes the flights in the air into mission files, each on a thread with an operator of its own. One more operator
-/// than flights is kept ready: making one looks through all files of the project.
+/// Writes the flights in the air into mission files, each on a thread with an operator of its own. One more
+/// operator than flights is kept ready: making one looks through all files of the project.
 class FlightWriters : public QObject
 {
     Q_OBJECT
@@ -23,8 +21,8 @@ class FlightWriters : public QObject
 public:
     /// \param left  mission files of flights that another station was killed over; they get their ends
     FlightWriters(const Project& project, const QStringList& left);
-    /// Waits until the flights are written, which must have been closed. What the disk still does not take then is
-    /// given up.
+    /// Waits until the flights are written, which must have been closed. What the disk still does not take
+    /// then is given up.
     ~FlightWriters() override;
 
     const Project& project() const { return m_project; }

@@ -26,12 +26,13 @@ private:
     std::atomic<qint64> m_bytes{0};
 };
 
-/// A flight in the air between the thread that receives its frames and the one that writes them. What the disk
-/// does not take in time waits here; frames beyond the memory's bound are counted as lost.
+/// A flight in the air between the thread that receives its frames and the one that writes them. What the
+/// disk does not take in time waits here; frames beyond the memory's bound are counted as lost.
 class LiveFlight
 {
 public:
-    /// \param clockOffset  from the stamps of the frames that are appended to microseconds since 1970 UTC; it stays
+    /// \param clockOffset  from the stamps of the frames that are appended to microseconds since 1970 UTC; it
+    /// stays
     ///                     as it is for the flight, so that no leap of the clock gets into it
     LiveFlight(int system, QString name, qint64 clockOffset, FrameMemory& memory);
     ~LiveFlight();

@@ -5,9 +5,9 @@
 
 #include <QtCore/QFile>
 
-/// Beside the mission file of a flight that has not ended yet lies an empty file, by which a station that starts
-/// finds what another one was killed over. What it means for the disk: its name is stored with the folder's other
-/// names when the first rows are committed.
+/// Beside the mission file of a flight that has not ended yet lies an empty file, by which a station that
+/// starts finds what another one was killed over. What it means for the disk: its name is stored with the
+/// folder's other names when the first rows are committed.
 namespace OpenMark
 {
 inline QString of(const QString& missionFile)

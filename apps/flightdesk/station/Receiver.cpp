@@ -45,8 +45,10 @@ void Receiver::addLink(const LinkSpec& spec)
     Link* const link = m_channels.back().link.get();
     connect(link, &Link::received, this, [this, number](const QByteArray& bytes) { read(number, bytes); });
     connect(link, &Link::up, this, [this, link] { Q_EMIT linkUp(link->text()); });
-    connect(link, &Link::lost, this, [this, link](const QString& why) { Q_EMIT linkLost(link->text(), why); });
-    connect(link, &Link::waits, this, [this, link](const QString& why) { Q_EMIT linkWaits(link->text(), why); });
+    connect(link, &Link::lost, this,
+            [this, link](const QString& why) { Q_EMIT linkLost(link->text(), why); });
+    connect(link, &Link::waits, this,
+            [this, link](const QString& why) { Q_EMIT linkWaits(link->text(), why); });
 }
 
 void Receiver::read(int link, const QByteArray& bytes)
@@ -120,8 +122,8 @@ void Receiver::look()
     for (const Channel& channel : m_channels) {
         const FrameReader::Counts& counts = channel.reader.counts();
         state.links.append({channel.link->text(), channel.link->isUp(), qint64(counts.frames),
-                            qint64(counts.bytes), qint64(channel.quality.lost()),
-                            qint64(counts.badChecksums), qint64(counts.noiseBytes)});
+                            qint64(counts.bytes), qint64(channel.quality.lost()), qint64(counts.badChecksums),
+                            qint64(counts.noiseBytes)});
     }
     for (auto vehicle = m_vehicles.cbegin(); vehicle != m_vehicles.cend(); ++vehicle) {
         state.vehicles.append(stateOf(vehicle.key(), *vehicle));
@@ -152,9 +154,8 @@ void Receiver::sendHeartbeat()
     constexpr quint8 NoAutopilot = 8;
     constexpr quint8 Active = 4;
     const mavlink::Heartbeat heartbeat{0, TypeGroundStation, NoAutopilot, 0, Active};
-    const QByteArray bytes =
-        mavlink::encode({mavlink::Heartbeat::Id, GroundStation, MissionPlanner, mavlink::payload(heartbeat)},
-                        m_sequence++);
+    const QByteArray bytes = mavlink::encode(
+        {mavlink::Heartbeat::Id, GroundStation, MissionPlanner, mavlink::payload(heartbeat)}, m_sequence++);
     for (const Channel& channel : m_channels) {
         channel.link->send(bytes);
     }

@@ -26,8 +26,8 @@ struct StationOptions {
     int preRoll = 10;       ///< seconds
 };
 
-/// Reads the links, and deals out their frames to the flights in the air. It is meant for a thread of its own, which
-/// never waits for a disk; frames are stamped there as they come.
+/// Reads the links, and deals out their frames to the flights in the air. It is meant for a thread of its
+/// own, which never waits for a disk; frames are stamped there as they come.
 class Receiver : public QObject, private FlightSplitter::Sink
 {
     Q_OBJECT
