@@ -12,6 +12,7 @@ namespace
 class UdpWire : public Wire
 {
 public:
+    UdpWire() { m_socket.bind(QHostAddress::LocalHost); }
     QString link() const override { return m_link; }
     void noteUp(const QString& words) override
     {
@@ -23,6 +24,11 @@ public:
         if (m_isPlugged) {
             QVERIFY(m_socket.writeDatagram(bytes, QHostAddress::LocalHost, m_port) == bytes.size());
         }
+    }
+    QByteArray answer() override
+    {
+        m_socket.waitForReadyRead(10000);
+        return m_socket.receiveDatagram().data();
     }
     void pull() override { m_isPlugged = false; }
     void plug() override { m_isPlugged = true; }
@@ -91,7 +97,7 @@ public:
     }
     void plug() override
     {
-        m_master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+        m_master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
         QVERIFY(m_master >= 0 && grantpt(m_master) == 0 && unlockpt(m_master) == 0);
         QVERIFY(QFile::link(ptsname(m_master), m_device));
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtNetwork/QNetworkDatagram>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 #include <QtNetwork/QUdpSocket>
@@ -21,6 +22,8 @@ public:
     virtual void noteUp(const QString& words) { Q_UNUSED(words) }
     /// Bytes in pieces that fit into a datagram.
     virtual void send(const QByteArray& bytes) = 0;
+    /// What the station sends next, if anything.
+    virtual QByteArray answer() { return {}; }
     virtual void pull() = 0;
     virtual void plug() = 0;
 };

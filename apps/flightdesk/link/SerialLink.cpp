@@ -52,9 +52,8 @@ void SerialLink::noteError(QSerialPort::SerialPortError error)
 {
     const bool isGone = error == QSerialPort::ResourceError || error == QSerialPort::ReadError;
     if (isGone && m_port.isOpen()) {
-        const QString why = m_port.errorString();
         m_port.close();
-        noteDown(why);
+        noteDown(QStringLiteral("the device is gone"));
     }
 }
 

@@ -45,8 +45,10 @@ void Receiver::addLink(const LinkSpec& spec)
     Link* const link = m_channels.back().link.get();
     connect(link, &Link::received, this, [this, number](const QByteArray& bytes) { read(number, bytes); });
     connect(link, &Link::up, this, [this, link] { Q_EMIT linkUp(link->text()); });
-    connect(link, &Link::lost, this,
-            [this, link](const QString& why) { Q_EMIT linkLost(link->text(), why); });
+    connect(link, &Link::lost, this, [this, number, link](const QString& why) {
+        endPiece(number);
+        Q_EMIT linkLost(link->text(), why);
+    });
     connect(link, &Link::waits, this,
             [this, link](const QString& why) { Q_EMIT linkWaits(link->text(), why); });
 }
@@ -58,6 +60,19 @@ void Receiver::read(int link, const QByteArray& bytes)
     if (m_options.links.at(link).kind == LinkSpec::Kind::Udp) {
         channel.reader.endOfDatagram();
     }
+    takeFrames(link);
+}
+
+/// What a link brings next does not go on where it ended.
+void Receiver::endPiece(int link)
+{
+    m_channels[static_cast<std::size_t>(link)].reader.endOfDatagram();
+    takeFrames(link);
+}
+
+void Receiver::takeFrames(int link)
+{
+    Channel& channel = m_channels[static_cast<std::size_t>(link)];
     TelemetryFrame frame;
     frame.usec = now();
     while (channel.reader.next(&frame.bytes)) {
@@ -107,6 +122,9 @@ void Receiver::ended(int flight, const QString& reason)
 
 void Receiver::finish()
 {
+    for (int link = 0; link < m_options.links.size(); ++link) {
+        endPiece(link);
+    }
     m_splitter.endAll(QStringLiteral("station ended"));
     m_channels.clear();
     m_second.stop();

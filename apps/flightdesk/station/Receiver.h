@@ -66,6 +66,8 @@ private:
 
     void addLink(const LinkSpec& spec);
     void read(int link, const QByteArray& bytes);
+    void endPiece(int link);
+    void takeFrames(int link);
     void noteHeartbeat(const Key& vehicle, const TelemetryFrame& frame);
     void sendHeartbeat();
     void look();
