@@ -46,6 +46,28 @@ QList<QByteArray> mixedFrames(int minutes)
     return frames;
 }
 
+/// Flights as text: "1(" begins the first one, its frames are the letters behind "1", ")" ends it.
+class Flights : public FlightSplitter::Sink
+{
+public:
+    void began(int flight, const FlightStart& start) override
+    {
+        text.insert(flight, QString("%1:").arg(start.system));
+        for (const TelemetryFrame& before : start.preRoll) {
+            frame(flight, before);
+        }
+        text[flight] += '|';
+    }
+    void frame(int flight, const TelemetryFrame& frame) override
+    {
+        text[flight] += letters.value(frame.bytes);
+    }
+    void ended(int flight, const QString& reason) override { text[flight] += ' ' + reason; }
+
+    QMap<int, QString> text;
+    QHash<QByteArray, QChar> letters;
+};
+
 QList<QByteArray> readAll(FrameReader* reader)
 {
     QList<QByteArray> frames;
@@ -128,6 +150,61 @@ private Q_SLOTS:
                 QCOMPARE(found, frames);
                 QCOMPARE(reader.counts().noiseBytes, quint64(0));
             }
+        }
+    }
+    void cutsFlights()
+    {
+        // A letter a second. A, a and B, b: heartbeats of two vehicles, armed and disarmed; x, y: their other
+        // components; g: the ground station; r: a radio, which never sends a heartbeat; .: nothing.
+        struct Case {
+            const char* seen;
+            SplitRule rule;
+            QStringList flights;
+        };
+        const SplitRule live{3000000, 2000000, 20000000, false, true, {}};
+        SplitRule split = SplitRule::ofLog({1, 2}, true);
+        split.preRoll = live.preRoll;
+        split.landing = live.landing;
+        const SplitRule whole = SplitRule::ofLog({1, 2}, false);
+        const Case cases[] = {
+            {"agxaxAAxgaxgaxgx", live, {"1:xax|AAxgaxg disarmed"}},
+            {"aAaxAaxxxxx", live, {"1:a|AaxAaxx disarmed"}},            // armed again at once
+            {"aAaaaaaaaA", live, {"1:a|Aaaa disarmed", "1:aaa|A end"}}, // and later
+            {"aAaaaaA", live, {"1:a|Aaaa disarmed", "1:a|A end"}},      // no frame in two flights
+            {"abAyBxgbbyaxg", live, {"1:a|Axgaxg end", "2:by|Bgbby disarmed"}},
+            {"aArrrrrA", live, {"1:a|ArrrrrA end"}},
+            {"xxxA", live, {"1:xxx|A end"}},
+            {"aAyxbxA", live, {"1:a|AxxA end"}}, // not known to be another vehicle's when it came
+            {"aA.........................A", live, {"1:a|A link lost", "1:|A end"}},
+            {"gxaAaaaaaaAaagbyAB",
+             split,
+             {"1:|gxaAaaa disarmed", "1:aaa|Aaag disarmed", "2:|byB end", "1:|A end"}},
+            {"gxbaAaaaBggA", whole, {"1:|gxaAaaaggA end", "2:|bBgg end"}},
+            {"gxxr", SplitRule::ofLog({}, true), {"0:|gxxr end"}},
+        };
+        for (const Case& flown : cases) {
+            const QByteArray armed = QByteArray::fromHex("000000000203800403");
+            const QByteArray disarmed = QByteArray::fromHex("000000000203000403");
+            const QMap<char, mavlink::Message> messages{
+                {'A', {0, 1, 1, armed}},   {'a', {0, 1, 1, disarmed}},
+                {'B', {0, 2, 1, armed}},   {'b', {0, 2, 1, disarmed}},
+                {'x', {42, 1, 154, "ww"}}, {'y', {42, 2, 154, "ww"}},
+                {'r', {42, 51, 68, "ww"}}, {'g', {0, 255, 190, QByteArray::fromHex("000000000608000403")}}};
+            Flights flights;
+            FlightSplitter splitter(flights, flown.rule);
+            qint64 usec = 0;
+            for (const char* letter = flown.seen; *letter; ++letter) {
+                usec += 1000000;
+                if (*letter == '.') {
+                    splitter.pass(usec);
+                    continue;
+                }
+                const QByteArray frame = mavlink::encode(messages[*letter], 0);
+                flights.letters.insert(frame, *letter);
+                splitter.take({usec, frame}, 0);
+            }
+            splitter.endAll("end");
+            QCOMPARE(QStringList(flights.text.values()), flown.flights);
         }
     }
     void keepsStampsInOrder()
