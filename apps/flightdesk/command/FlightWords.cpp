@@ -14,14 +14,14 @@ QString words(const Interruption& interruption)
 }
 } // namespace
 
-QString flightWords(const RecordedFlight& flight)
+QString flightWords(const RecordedFlight& flight, const QString& remark)
 {
     if (!flight.error.isEmpty()) {
         return QStringLiteral("%1: %2").arg(flight.name, flight.error);
     }
-    return QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6")
+    return QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6%7")
         .arg(flight.name, flight.missionId, QString::number(flight.messages),
-             QString::number(flight.positions), QString::number(flight.statuses),
+             QString::number(flight.positions), QString::number(flight.statuses), remark,
              flight.interruption ? words(*flight.interruption) : QString());
 }
 

@@ -6,6 +6,7 @@
 #include <QtCore/QJsonObject>
 
 /// A recorded flight for people: what of it was recorded, and how it ended.
-QString flightWords(const RecordedFlight& flight);
+/// \param remark  stands between the two
+QString flightWords(const RecordedFlight& flight, const QString& remark = {});
 /// And for scripts.
 QJsonObject flightJson(const RecordedFlight& flight);

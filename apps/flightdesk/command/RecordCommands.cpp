@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "command/CommandLine.h"
 #include "command/Commands.h"
+#include "command/FlightWords.h"
 #include "Failure.h"
 #include "record/FlightRecorder.h"
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/Latin1.h"
-#include "telemetry/TelemetryLog.h"
+#include "telemetry/LogFlights.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonArray>
@@ -16,15 +17,8 @@ namespace
 {
 const QCommandLineOption EasyFly(QStringLiteral("easy-fly"),
                                  QStringLiteral("Record video missions instead of flight missions."));
-
-/// The end of a result line.
-QString words(const Interruption& interruption)
-{
-    return QStringLiteral(", interrupted (%1): %2")
-        .arg(interruption.reason, interruption.breakpoint
-                                      ? interruption.breakpoint->text()
-                                      : QStringLiteral("no breakpoint, as no position is known"));
-}
+const QCommandLineOption Split(QStringLiteral("split"),
+                               QStringLiteral("One mission for each time that a vehicle arms."));
 
 /// Records flights one after another and keeps the account.
 class Recording
@@ -47,32 +41,19 @@ public:
     }
 
     /// Reports one flight. `details` goes into the JSON document as well, `remark` behind the result line.
-    void report(const RecordedFlight& flight, QJsonObject details = {}, QString remark = {})
+    void report(const RecordedFlight& flight, const QJsonObject& details = {}, const QString& remark = {})
     {
-        if (flight.interruption) {
-            remark += words(*flight.interruption);
-            details.insert("interrupted"_l1, flight.interruption->reason);
-            if (flight.interruption->breakpoint) {
-                details.insert("breakpoint"_l1, flight.interruption->breakpoint->json());
-            }
+        QJsonObject mission = flightJson(flight);
+        for (auto detail = details.begin(); detail != details.end(); ++detail) {
+            mission.insert(detail.key(), detail.value());
         }
-        details.insert("name"_l1, flight.name);
-        details.insert("id"_l1, flight.missionId);
-        details.insert("file"_l1, flight.file);
-        details.insert("frames"_l1, flight.messages);
-        details.insert("positions"_l1, flight.positions);
-        details.insert("statuses"_l1, flight.statuses);
+        m_missions.append(mission);
         if (flight.error.isEmpty()) {
-            m_console.line(QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6")
-                               .arg(flight.name, flight.missionId, QString::number(flight.messages),
-                                    QString::number(flight.positions), QString::number(flight.statuses),
-                                    remark));
+            m_console.line(flightWords(flight, remark));
         } else {
-            m_console.error(QStringLiteral("%1: %2").arg(flight.name, flight.error));
-            details.insert("error"_l1, flight.error);
+            m_console.error(flightWords(flight));
             m_allDone = false;
         }
-        m_missions.append(details);
     }
 
     int finish()
@@ -89,44 +70,58 @@ private:
     bool m_allDone = true;
 };
 
-void recordLog(Recording& recording, const QString& path)
+/// What the log as a whole is told with, for the line and the document of a flight.
+QString remarkOn(const TelemetryLog& log)
+{
+    QString remark;
+    if (log.skippedBytes() > 0) {
+        remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
+    }
+    if (log.truncatedBytes() > 0) {
+        remark += QStringLiteral(", last record cut off after %1 bytes").arg(log.truncatedBytes());
+    }
+    return remark;
+}
+
+void recordLog(Recording& recording, const QString& path, bool split)
 {
     RecordedFlight flight;
     QJsonObject details{{"log"_l1, path}, {"skipped_bytes"_l1, 0}, {"truncated_bytes"_l1, 0}};
-    QString remark;
     try {
-        TelemetryLog log(path);
+        const LogFlights flights(path, split);
         const QFileInfo file(path);
-        flight = recording.record(log, file.completeBaseName(), QStringLiteral("unknown"), file.fileName());
-        if (!log.error().isEmpty()) {
-            flight.error = QStringLiteral("cannot be read: %1").arg(log.error());
-        }
-        details["skipped_bytes"_l1] = log.skippedBytes();
-        details["truncated_bytes"_l1] = log.truncatedBytes();
-        if (log.skippedBytes() > 0) {
-            remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
-        }
-        if (log.truncatedBytes() > 0) {
-            remark += QStringLiteral(", last record cut off after %1 bytes").arg(log.truncatedBytes());
+        details["skipped_bytes"_l1] = flights.log().skippedBytes();
+        details["truncated_bytes"_l1] = flights.log().truncatedBytes();
+        for (int i = 0; i < flights.count(); ++i) {
+            const auto source = flights.open(i);
+            flight = recording.record(*source, file.completeBaseName() + flights.name(i),
+                                      QStringLiteral("unknown"), file.fileName());
+            if (!source->error().isEmpty()) {
+                flight.error = QStringLiteral("cannot be read: %1").arg(source->error());
+            }
+            flight.name = path + flights.name(i);
+            recording.report(flight, details, remarkOn(flights.log()));
         }
     } catch (const Failure& failure) {
+        flight = RecordedFlight();
+        flight.name = path;
         flight.error = failure.words();
+        recording.report(flight, details);
     }
-    flight.name = path;
-    recording.report(flight, details, remark);
 }
 } // namespace
 
 int runRecord(const QStringList& arguments)
 {
-    CommandLine line(QStringLiteral("Records telemetry logs, one mission each."), {EasyFly});
+    CommandLine line(QStringLiteral("Records telemetry logs, one mission for each vehicle in a log."),
+                     {Split, EasyFly});
     line.takes(QStringLiteral("LOG"), QStringLiteral("Telemetry log (.tlog)."), QStringLiteral("LOG..."));
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
     Recording recording(line, Project::make(line.project()));
     for (const QString& path : line.positionals()) {
-        recordLog(recording, path);
+        recordLog(recording, path, line.isSet(QStringLiteral("split")));
     }
     return recording.finish();
 }

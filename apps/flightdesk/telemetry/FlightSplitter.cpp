@@ -161,7 +161,7 @@ void FlightSplitter::releaseSince(qint64 usec)
 {
     QVector<Key> due;
     for (auto stranger = m_strangers.cbegin(); stranger != m_strangers.cend(); ++stranger) {
-        if (stranger->sinceUsec <= usec) {
+        if (stranger->sinceUsec < usec) {
             due.append(stranger.key());
         }
     }

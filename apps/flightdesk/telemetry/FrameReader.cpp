@@ -67,9 +67,25 @@ FrameReader::Verdict FrameReader::verdict()
         const Verdict followed = follower(m_at + frame.size());
         return followed == Verdict::Good && !isTrusted(frame) ? Verdict::Bad : followed;
     }
+    if (soundness == mavlink::Soundness::Sound) {
+        return signedVerdict(frame);
+    }
     const bool wasDue = m_inStep && soundness == mavlink::Soundness::Damaged;
     m_counts.badChecksums += wasDue ? 1 : 0;
-    return soundness == mavlink::Soundness::Sound ? Verdict::Good : Verdict::Bad;
+    return Verdict::Bad;
+}
+
+/// The checksum does not cover a signature: one that has lost a byte would take the next frame's first.
+FrameReader::Verdict FrameReader::signedVerdict(const QByteArray& frame) const
+{
+    const int last = m_at + frame.size() - 1;
+    if (!mavlink::isSigned(frame) || !isMagic(m_buffer.at(last))) {
+        return Verdict::Good;
+    }
+    if (isCutOff(last)) {
+        return m_ended ? Verdict::Good : Verdict::Undecided;
+    }
+    return mavlink::judge(frameAt(last)) == mavlink::Soundness::Sound ? Verdict::Bad : Verdict::Good;
 }
 
 /// Whether a good frame, or the datagram's edge, follows at the offset; more unknown ones may lie between.

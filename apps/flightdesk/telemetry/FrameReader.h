@@ -11,7 +11,8 @@
 /// A sound frame counts wherever it stands. One of an unknown message counts when it stands between two good
 /// ones, or between one and the edge of a datagram, and its checksum fits some CRC_EXTRA; where bytes were
 /// damaged lately that has to be the one with which the same message came before. All else is noise, of which
-/// one byte at a time is passed over, so that no false beginning hides a frame behind it.
+/// one byte at a time is passed over, so that no false beginning hides a frame behind it. Signatures are
+/// kept, and not checked: that takes their key.
 class FrameReader
 {
 public:
@@ -38,6 +39,7 @@ private:
     QByteArray frameAt(int offset) const;
     bool isCutOff(int offset) const;
     Verdict verdict();
+    Verdict signedVerdict(const QByteArray& frame) const;
     Verdict follower(int offset) const;
     bool isTrusted(const QByteArray& frame);
     void take(QByteArray* frame);

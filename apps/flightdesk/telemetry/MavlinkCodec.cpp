@@ -74,6 +74,11 @@ Header headerOf(const QByteArray& frame)
     return {id, at(data, 4), at(data, 5), at(data, 6), Header2, at(data, 1)};
 }
 
+bool isSigned(const QByteArray& frame)
+{
+    return at(frame.constData(), 0) == Magic2 && (at(frame.constData(), 2) & SignedFlag) != 0;
+}
+
 Soundness judge(const QByteArray& frame)
 {
     if (!isWhole(frame)) {

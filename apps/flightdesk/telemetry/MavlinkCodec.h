@@ -47,6 +47,7 @@ int frameLength(const char* data);
 /// Of a frame that is as long as it says.
 Header headerOf(const QByteArray& frame);
 
+bool isSigned(const QByteArray& frame);
 Soundness judge(const QByteArray& frame);
 
 /// X.25 checksum with the message's CRC_EXTRA appended.
