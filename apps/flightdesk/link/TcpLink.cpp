@@ -6,18 +6,17 @@ namespace
 // Milliseconds
 constexpr int ConnectTimeout = 2000;
 constexpr int SilenceTimeout = 3000; // a vehicle says something each second
+constexpr int FirstTimeout = 60000;  // or nothing, before it is spoken to
 constexpr qint64 SendBuffer = 64 * 1024;
 } // namespace
 
 TcpLink::TcpLink(const LinkSpec& spec) : Link(spec)
 {
     m_silence.setSingleShot(true);
-    connect(&m_silence, &QTimer::timeout, this, [this] {
-        giveUp(isUp() ? QStringLiteral("nothing heard for %1 s").arg(SilenceTimeout / 1000)
-                      : QStringLiteral("no answer"));
-    });
+    connect(&m_silence, &QTimer::timeout, this,
+            [this] { giveUp(isUp() ? QStringLiteral("nothing is heard") : QStringLiteral("no answer")); });
     connect(&m_socket, &QTcpSocket::connected, this, [this] {
-        m_silence.stop(); // one that has said nothing yet may wait for a word of ours
+        m_silence.start(FirstTimeout);
         noteUp();
     });
     connect(&m_socket, &QTcpSocket::readyRead, this, &TcpLink::read);

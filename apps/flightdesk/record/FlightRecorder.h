@@ -58,6 +58,8 @@ public:
     void take(TelemetryFrame frame);
     /// Writes what waits in memory: for a flight of which no frame may come for a while. Throws Failure.
     void flush();
+    /// Writes what the file did not take, where it does now.
+    void retry() { pointOperator(); }
     /// Ends the flight, and counts what is in its file.
     /// \param endUsec  no earlier than the last frame's stamp
     /// \param reason  why it ended with an armed aircraft; otherwise that is told from the frames

@@ -85,11 +85,15 @@ void FlightWriter::begin()
     Q_EMIT m_station.began(m_file);
 }
 
-/// What the file does not take the operator keeps, and writes it with the next frame when it can: one is
-/// enough to try.
+/// What the file did not take the operator keeps: there is no use in giving it more before it has written
+/// that.
 void FlightWriter::handOver()
 {
-    const int end = m_inTrouble ? qMin(m_handedOver + 1, m_frames.size()) : m_frames.size();
+    if (m_inTrouble && m_handedOver > 0) {
+        m_recorder.retry();
+        return;
+    }
+    const int end = m_inTrouble ? qMin(1, m_frames.size()) : m_frames.size();
     for (; m_handedOver < end; ++m_handedOver) {
         m_recorder.take(m_frames.at(m_handedOver));
     }
@@ -129,18 +133,19 @@ void FlightWriter::abandon()
 
 void FlightWriter::end()
 {
-    if (!m_frames.isEmpty()) {
-        say(QStringLiteral("%1 frames were never written").arg(m_frames.size()));
-        m_flight.giveUp(&m_frames);
-    }
     if (!m_file.isEmpty()) {
         const RecordedFlight mission = m_recorder.end(0, m_flight.endReason());
         if (mission.error.isEmpty()) {
             OpenMark::clear(m_file);
+            m_flight.noteStored(&m_frames, m_handedOver);
         }
         Q_EMIT m_station.ended(mission);
     }
     m_station.endLeft(m_recorder, m_abandoned);
+    if (!m_frames.isEmpty()) {
+        say(QStringLiteral("%1 frames were never written").arg(m_frames.size()));
+        m_flight.giveUp(&m_frames);
+    }
 }
 
 void FlightWriter::noteTrouble(const QString& words)

@@ -27,7 +27,7 @@ Station::Station(const Project& project, const StationOptions& options)
     connect(&m_readThread, &QThread::finished, m_receiver, &QObject::deleteLater);
     connect(&m_countThread, &QThread::started, m_backlog, &BacklogWatch::look);
     connect(&m_countThread, &QThread::finished, m_backlog, &QObject::deleteLater);
-    m_readThread.start(QThread::TimeCriticalPriority);
+    m_readThread.start();
     m_countThread.start();
 }
 
