@@ -16,7 +16,7 @@ namespace
 {
 constexpr int WriteInterval = 700;    // milliseconds; with the time it takes less than a second
 constexpr int RemindInterval = 60000; // milliseconds
-constexpr qint64 LeastRoom = 1024 * 1024;
+constexpr qint64 LeastRoom = 1024LL * 1024;
 
 /// Messages in a file, which only grows; nothing when it cannot be read now.
 std::optional<qint64> messagesIn(const QString& path)

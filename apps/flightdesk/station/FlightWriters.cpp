@@ -7,7 +7,9 @@
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QMutexLocker>
 
-FlightWriters::FlightWriters(const Project& project, const QStringList& left) : m_project(project)
+#include <utility>
+
+FlightWriters::FlightWriters(Project project, const QStringList& left) : m_project(std::move(project))
 {
     qRegisterMetaType<RecordedFlight>();
     const QMutexLocker lock(&m_mutex);
@@ -76,7 +78,7 @@ std::shared_ptr<LiveFlight> FlightWriters::next()
     if (m_waiting.empty()) {
         return nullptr;
     }
-    const std::shared_ptr<LiveFlight> flight = m_waiting.front();
+    std::shared_ptr<LiveFlight> flight = m_waiting.front();
     m_waiting.pop_front();
     return flight;
 }

@@ -20,7 +20,7 @@ class FlightWriters : public QObject
 
 public:
     /// \param left  mission files of flights that another station was killed over; they get their ends
-    FlightWriters(const Project& project, const QStringList& left);
+    FlightWriters(Project project, const QStringList& left);
     /// Waits until the flights are written, which must have been closed. What the disk still does not take
     /// then is given up.
     ~FlightWriters() override;

@@ -7,7 +7,7 @@
 #include <QtCore/QCoreApplication>
 
 Station::Station(const Project& project, const StationOptions& options)
-    : m_project(project), m_lock(project.path() + QStringLiteral("/station.lock"))
+    : m_lock(project.path() + QStringLiteral("/station.lock"))
 {
     lock(m_lock, project);
     m_writers = std::make_unique<FlightWriters>(project, OpenMark::all(project));

@@ -36,7 +36,6 @@ Q_SIGNALS:
 private:
     static void lock(QLockFile& file, const Project& project);
 
-    const Project m_project;
     QLockFile m_lock;
     std::unique_ptr<FlightWriters> m_writers;
     QThread m_readThread;
