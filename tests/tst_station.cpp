@@ -92,7 +92,7 @@ public:
             message.id = mavlink::Heartbeat::Id;
             message.payload = mavlink::payload(mavlink::Heartbeat{0, 2, 3, 0x80});
         }
-        const QByteArray frame = mavlink::encode(message, quint8(m_sent++));
+        QByteArray frame = mavlink::encode(message, quint8(m_sent++));
         m_hash->addData(frame);
         return frame;
     }
@@ -125,7 +125,7 @@ void fly(QVector<Stream>* streams, double seconds, int rate,
                 wire(i, (*streams)[i].next());
             }
         }
-        QTest::qWait(int(qMax(qint64(0), step * 10 - clock.elapsed())));
+        QTest::qWait(int(qMax(qint64(0), step * 10LL - clock.elapsed())));
     }
 }
 
@@ -232,8 +232,8 @@ void compare(const AirProject& project, const QVector<Stream>& streams)
 
 /// A station that listens to one wire.
 struct OneLink {
-    explicit OneLink(const QString& kind, const QStringList& options = {})
-        : wire(Wire::make(kind)), m_options(options)
+    explicit OneLink(const QString& kind, QStringList options = {})
+        : wire(Wire::make(kind)), m_options(std::move(options))
     {
         begin();
     }
