@@ -63,6 +63,9 @@ public:
     /// \param reason  why it ended with an armed aircraft; otherwise that is told from the frames
     RecordedFlight end(qint64 endUsec, const QString& reason = {});
 
+    /// The flight that was begun last, so far.
+    const RecordedFlight& flight() const { return m_flight; }
+
     /// Stores where a recorded mission stopped, and has its row sent again; false when that failed.
     bool storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here);
 
