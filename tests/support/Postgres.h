@@ -22,10 +22,11 @@ public:
     {
         QFile::setPermissions(m_folder.path(), QFile::Permissions(0x7777));
         const QStringList from{"-h", "127.0.0.1", "-p", QString::number(primary ? primary->m_port : 0)};
-        const bool made = primary
-                              ? run("pg_basebackup", QStringList{"-D", data(), "-U", "fleet", "-R", "-c", "fast"} + from)
-                              : run("initdb", {"-D", data(), "-U", "fleet", "-A", "trust", "--no-locale",
-                                               "-E", "UTF8", "--no-sync"});
+        const bool made =
+            primary
+                ? run("pg_basebackup", QStringList{"-D", data(), "-U", "fleet", "-R", "-c", "fast"} + from)
+                : run("initdb",
+                      {"-D", data(), "-U", "fleet", "-A", "trust", "--no-locale", "-E", "UTF8", "--no-sync"});
         if (!made) {
             qWarning() << "no PostgreSQL server here";
         } else if (start() && !primary) {
