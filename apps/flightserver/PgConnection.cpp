@@ -149,7 +149,7 @@ void PgConnection::Finish::operator()(pg_conn* connection) const
     PQfinish(connection);
 }
 
-PgConnection::PgConnection(const std::string& uri) : m_uri(uri)
+PgConnection::PgConnection(std::string uri) : m_uri(std::move(uri))
 {
     readHosts();
 }

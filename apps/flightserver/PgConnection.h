@@ -55,7 +55,7 @@ class PgConnection
 {
 public:
     // uri: libpq's own, also with several hosts. Nothing is connected yet.
-    explicit PgConnection(const std::string& uri);
+    explicit PgConnection(std::string uri);
     PgConnection(PgConnection&& other) noexcept;
     ~PgConnection();
 

@@ -166,6 +166,7 @@ std::vector<TokenLine> PgTokenBook::list()
 {
     const PgRows rows = m_connection.run(SelectTokens);
     std::vector<TokenLine> lines;
+    lines.reserve(static_cast<std::size_t>(rows.count()));
     for (int row = 0; row < rows.count(); ++row) {
         lines.push_back({rows.text(row, 0), rows.text(row, 1), rows.text(row, 2)});
     }

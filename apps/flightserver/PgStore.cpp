@@ -161,6 +161,7 @@ void PgStore::readTokens()
     const PgRows change = m_connection.run(SelectChange);
     const PgRows rows = m_connection.run(SelectTokens);
     std::vector<std::pair<TokenHash, const Owner*>> tokens;
+    tokens.reserve(static_cast<std::size_t>(rows.count()));
     for (int row = 0; row < rows.count(); ++row) {
         tokens.emplace_back(fromHex(rows.text(row, 0)),
                             m_directory.owner(rows.number(row, 1), rows.text(row, 2)));

@@ -29,9 +29,14 @@ void QueuedLedger::finish()
 
 void QueuedLedger::store(Delivery delivery)
 {
+    queue(std::make_unique<Open>(Open{std::move(delivery)}));
+}
+
+void QueuedLedger::queue(std::unique_ptr<Open> open)
+{
     {
         const std::lock_guard lock(m_mutex);
-        m_queue.push_back(std::make_unique<Open>(Open{std::move(delivery)}));
+        m_queue.push_back(std::move(open));
     }
     m_wake.notify_one();
 }
@@ -156,17 +161,13 @@ void QueuedLedger::settle(std::unique_ptr<Open> open, Portion& portion)
     }
     open->stored += portion.count;
     open->again += result.again;
-    const bool isWhole = open->stored == open->delivery.batch.records().size();
     {
         const std::lock_guard lock(m_mutex);
         m_counts.rows += portion.count;
         m_counts.again += result.again;
-        if (!isWhole) {
-            m_queue.push_back(std::move(open));
-        }
     }
-    if (!isWhole) {
-        m_wake.notify_one();
+    if (open->stored < open->delivery.batch.records().size()) {
+        queue(std::move(open));
         return;
     }
     result.again = open->again;

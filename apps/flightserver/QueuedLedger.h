@@ -44,6 +44,7 @@ private:
     };
     using Queue = std::deque<std::unique_ptr<Open>>;
 
+    void queue(std::unique_ptr<Open> open);
     void run(Store& store, std::chrono::milliseconds idle);
     bool waitForWork(Store& store, std::chrono::milliseconds idle);
     [[nodiscard]] bool hasWork() const { return !m_queue.empty() || !m_probes.empty(); }
