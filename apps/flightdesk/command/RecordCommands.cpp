@@ -58,6 +58,9 @@ public:
                 details.insert("breakpoint"_l1, flight.interruption->breakpoint->json());
             }
         }
+        if (flight.clockOffset) {
+            details.insert("clock_offset"_l1, *flight.clockOffset);
+        }
         details.insert("name"_l1, flight.name);
         details.insert("id"_l1, flight.missionId);
         details.insert("file"_l1, flight.file);
