@@ -77,8 +77,8 @@ private:
 class SerialWire : public Wire
 {
 public:
-    SerialWire() { plug(); }
-    ~SerialWire() override { pull(); }
+    SerialWire() { SerialWire::plug(); }
+    ~SerialWire() override { SerialWire::pull(); }
     QString link() const override { return QString("serial:%1:57600").arg(m_device); }
     void send(const QByteArray& bytes) override
     {

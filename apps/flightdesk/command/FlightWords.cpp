@@ -36,6 +36,9 @@ QJsonObject flightJson(const RecordedFlight& flight)
             object.insert("breakpoint"_l1, flight.interruption->breakpoint->json());
         }
     }
+    if (flight.clockOffset) {
+        object.insert("clock_offset"_l1, *flight.clockOffset);
+    }
     if (!flight.error.isEmpty()) {
         object.insert("error"_l1, flight.error);
     }
