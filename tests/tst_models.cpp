@@ -94,7 +94,7 @@ private Q_SLOTS:
     void keepsTheLatestLogLines()
     {
         LogModel model;
-        LogFilter filter(&model, nullptr);
+        RowFilter filter(&model, LogModel::Text, nullptr);
         const int lines = LogModel::MostLines + 5000;
         for (int i = 0; i < lines; ++i) {
             model.append(QString("line %1 ").arg(i) + QString(i % 2 ? 5000 : 0, 'x'), i % 5);
@@ -104,7 +104,7 @@ private Q_SLOTS:
         QTRY_COMPARE(shown(model, model.rowCount() - 1, LogModel::Text), QString("last"));
         QVERIFY(model.rowCount() <= LogModel::MostLines);
         QVERIFY(shown(model, 1, LogModel::Text).size() < LogModel::LongestLine + 10);
-        filter.setLeast(3);
+        filter.setCondition([](auto& line) { return line.data(LogModel::LevelRole).toInt() >= 3; });
         filter.setFilterFixedString("LINE 2499");
         QStringList left;
         for (int row = 0; row < filter.rowCount(); ++row) {
