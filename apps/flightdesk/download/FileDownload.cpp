@@ -185,11 +185,13 @@ void FileDownload::end(const QByteArray& bytes, QString error)
     if (std::exchange(m_ended, true)) {
         return;
     }
-    QSaveFile file(m_path);
-    if (!error.isEmpty()) {
+    if (error.isEmpty()) {
+        QSaveFile file(m_path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
+            error = QStringLiteral("cannot write %1: %2").arg(m_path, file.errorString());
+        }
+    } else {
         stop(); // a stalled request goes on until it is told otherwise
-    } else if (!(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit())) {
-        error = QStringLiteral("cannot write %1: %2").arg(m_path, file.errorString());
     }
     Q_EMIT ended(bytes.size(), error);
 }
