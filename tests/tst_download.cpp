@@ -162,6 +162,16 @@ private Q_SLOTS:
         QCOMPARE(download.data(), QByteArray("abcd"));
     }
 
+    void stop()
+    {
+        ScriptedServer server(ScriptedServer::file("ab", 4));
+        Download download(server.url() + "/file");
+        download.slotRequestData();
+        QTRY_COMPARE(download.data(), QByteArray("ab"));
+        download.stop();
+        QTRY_COMPARE(download.ends(), QString("error"));
+    }
+
     void secondRequest()
     {
         ScriptedServer server;

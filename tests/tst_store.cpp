@@ -128,6 +128,7 @@ private Q_SLOTS:
                               " WHERE flight_mission_id = 'm1' AND is_uploaded = 0 AND "
                               "created_at LIKE '____-__-__ __:__:__.___' AND length(id) = 36"),
                  QString("57"));
+        QCOMPARE(project.text("SELECT count(DISTINCT message) FROM " + Log), QString("57"));
     }
 
     void waitingMessagesReachTheirFile()
