@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "support/Programs.h"
+#include "support/FlightLog.h"
 #include "support/Wire.h"
-#include "telemetry/FlightSimulator.h"
 
 #include <csignal>
 #include <numeric>
@@ -23,10 +22,9 @@ int number(const char* variable, int otherwise)
 Frames flightOf(quint8 system, bool interrupted = false)
 {
     Frames frames;
-    FlightSimulator flight(system, 0, 1, interrupted);
     quint8 sequence = 0;
-    for (TelemetryFrame frame; flight.next(&frame);) {
-        mavlink::Message message = *mavlink::decode(frame.bytes);
+    for (const QByteArray& frame : framesOf(FlightSimulator(system, 0, 1, interrupted))) {
+        mavlink::Message message = *mavlink::decode(frame);
         message.system = system;
         frames.append(mavlink::encode(message, sequence++));
     }
