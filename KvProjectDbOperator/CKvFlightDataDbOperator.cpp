@@ -7,7 +7,7 @@
 #include "KvData/KvWarnings.h"
 #include "KvIdLookUp.h"
 #include "KvKeptBatches.h"
-#include "KvOwnThread.h"
+#include "KvData/KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvTableDescription.h"
 #include "KvTrace.h"

@@ -5,7 +5,7 @@
 #include "KvAlgorthm.h"
 #include "KvData.h"
 #include "KvData/KvWarnings.h"
-#include "KvOwnThread.h"
+#include "KvData/KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvQuoted.h"
 #include "KvTrace.h"

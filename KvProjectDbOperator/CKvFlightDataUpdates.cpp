@@ -4,7 +4,7 @@
 #include "KvData.h"
 #include "KvData/KvWarnings.h"
 #include "KvKeptBatches.h"
-#include "KvOwnThread.h"
+#include "KvData/KvOwnThread.h"
 #include "KvTrace.h"
 
 #include <QtCore/QDebug>

@@ -112,7 +112,15 @@ bool CreateTable(const QString& table, const QString& contents, QSqlDatabase* da
 bool CreateMissionFile(const QString& path)
 {
     CKvDataBase database(path);
-    return database.open() && CreateMissionTables(database.DBInstance());
+    if (!database.open()) {
+        return false;
+    }
+    if (CreateMissionTables(database.DBInstance())) {
+        return true;
+    }
+    // Another program may have held the file, which this tells if it still does.
+    const bool bCreated = database.transaction() && CreateMissionTables(database.DBInstance());
+    return database.commit() && bCreated;
 }
 
 bool CreateMissionTables(QSqlDatabase* database)
