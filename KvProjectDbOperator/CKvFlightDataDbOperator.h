@@ -9,6 +9,7 @@
 #include <QtCore/QList>
 #include <QtCore/QMutex>
 #include <QtCore/QObject>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
@@ -216,6 +217,7 @@ private:
     bool _IsRecorded(const QJsonObject& record, const QString& strTable, CKvIdLookUp& lookUp);
     void _InsertPositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
     void _WritePositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
+    QVariant _MonitorValue(const QString& strColumn, const QByteArray& byte) const;
     QSqlQuery _TakeMonitorInsert();
     void _ExecuteBatch(QList<QSqlQuery> listQuery);
     void _KeepFlightMonitor(const QList<QSqlQuery>& listQuery);
@@ -223,12 +225,14 @@ private:
     void _FlushFlightMonitor();
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
-    void _EnsureOpen();
+    bool _EnsureOpen();
     void _CloseDataBase();
     bool _Store(const std::function<void()>& write);
+    void _KeepRecords(const QJsonArray& jsonArray, const QString& sql,
+                      const std::function<void(const QJsonArray&)>& write);
+    void _Keep(int nRows, qint64 nBytes, const std::function<void()>& write);
     bool _Transact(const std::function<void()>& write);
     void _WriteKept();
-    void _WriteKeptAtLast();
     void _WriteKept(CKvDataBase& database);
     void _EmitUnderLock(const std::function<void()>& emitSignal);
 
@@ -297,5 +301,6 @@ private:
     QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     std::unique_ptr<CKvKeptBatches> m_pKept;
-    bool m_bRecorded = false; // a message, since a scan last changed the file
+    QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
+    bool m_bRecorded = false;    // a message, since a scan last changed the file
 };

@@ -90,7 +90,7 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
     _WriteKept(); // the mission's row may be among it
     // To go on would update a row that is not there yet, or write an empty document, where a lock goes in
     // between.
-    if (m_pKept->Has(m_pDataBase->databaseName()) || (!m_pDataBase->transaction() && m_pDataBase->isOpen())) {
+    if (m_pDataBase->isOpen() && (m_pKept->Has(m_pDataBase->databaseName()) || !m_pDataBase->transaction())) {
         _AnswerBreakpoint(false);
         return;
     }

@@ -27,12 +27,14 @@ class CKvPatience;
 /// gone.
 ///
 /// A connection constructed on a file is meant for a short visit and waits up to 1 s for a lock that somebody
-/// else holds (and hardly at all where the file is known to be locked); one constructed without a file name
-/// carries the records of a flight and waits up to 30 s. That is the wait for all its statements together:
-/// once it is used up, they fail at once until the thread is back in its event loop, or for as long as the
-/// thread has done other things.
+/// else holds (and hardly at all where the file is known to be locked), all visits of a thread together; one
+/// constructed without a file name carries the records of a flight and waits up to 30 s. That is the wait for
+/// all its statements together: once it is used up, they fail at once until the thread is back in its event
+/// loop, or for as long as the thread has done other things.
 ///
-/// What keeps a file from being opened or written is told to the log once, at level Error, with its path.
+/// What keeps a file from being opened or written is told to the log once, at level Error, with its path; a
+/// lock that keeps it from being read, at level Warn. When the same comes again it is told after twenty
+/// minutes, with the number of times.
 class KVDATA_EXPORT CKvDataBase
 {
 public:
@@ -93,6 +95,7 @@ private:
     QSqlError _Begin();
     QSqlError _Touch() const;
     void _ReportNotBegun(const QSqlError& error);
+    void _CountWaits() const;
     void _LeaveWriteAheadLog();
     QString _SetUp();
     void _SetBusyTimeout(int nMilliseconds) const;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <vector>
 
 namespace
 {
@@ -317,15 +318,39 @@ private Q_SLOTS:
         }
     }
 
-    /// A locked file costs the start-up one short wait, however long records would be waited for.
+    /// Locked files cost the start-up one short wait, however many they are and however long records would be
+    /// waited for; what it could not make is made when they are opened next.
+    void startUp_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("exclusive") << "exclusive";
+        QTest::newRow("reserved") << "reserved";
+    }
     void startUp()
     {
+        QFETCH(QString, kind);
         const FlightProject project;
-        const Foreign foreign("exclusive", project.db);
+        QStringList files;
+        std::vector<std::unique_ptr<Foreign>> foreign;
+        for (const char* name : {"m2/flight.kv", "m3/flight.kv", "m4/flight.kv"}) {
+            files.append(project.file(name));
+            TestProject::run(files.constLast(), {"CREATE TABLE other(id)"});
+            foreign.push_back(std::make_unique<Foreign>(kind, files.constLast()));
+        }
         CKvDataBase::SetLockWait(5000);
-        const int slept = waited([] { const CKvFlightDataDbOperator op(nullptr, EUploadEnv::None); });
+        QCoreApplication::processEvents();
+        std::unique_ptr<Recorder> recorder;
+        int slept = 0;
+        const QStringList lines = loggedBy(
+            Level::Warn, [&] { slept = waited([&] { recorder = std::make_unique<Recorder>(project.db); }); });
         CKvDataBase::SetLockWait(Wait);
-        QVERIFY2(slept < 1500, QByteArray::number(slept));
+        QVERIFY2(slept > 100 && slept < 1500, QByteArray::number(slept));
+        QCOMPARE(lines.filter("may lack tables").size(), files.size());
+        foreign.clear();
+        recorder->op.SetFlightMissionFilePath(files[0]);
+        recorder->write(50);
+        QCOMPARE(TestProject::text(files[0], "SELECT count(*) FROM flight_monitor_detail_log"),
+                 QString("50"));
     }
 
     /// Within one turn of the event loop a second lock finds what the first has left of the wait.
@@ -383,6 +408,72 @@ private Q_SLOTS:
         const int slept = waited([&recorder] { recorder.reset(); });
         QVERIFY2(slept > Wait / 4 && slept < Wait * 3 / 2, QByteArray::number(slept));
         QCOMPARE(g_criticals.size(), 2);
+    }
+
+    /// An operator ends whose call before has used up the wait for a lock.
+    void endAfterWait()
+    {
+        const FlightProject project;
+        auto recorder = std::make_unique<Recorder>(project.db);
+        recorder->write(49);
+        auto foreign = std::make_unique<Foreign>("exclusive", project.db);
+        Q_EMIT recorder->slotUpdateBreakpoint(7, 1, 2, Mission, 3);
+        t_slept = 0;
+        t_whileWaiting = [&foreign] { foreign.reset(); };
+        recorder.reset();
+        QCOMPARE(project.text("SELECT count(*) FROM flight_monitor_detail_log"), QString("49"));
+    }
+
+    /// A folder is away for some records of each kind, and comes back or does not.
+    void folderIsAway_data()
+    {
+        QTest::addColumn<bool>("comesBack");
+        QTest::newRow("for a while") << true;
+        QTest::newRow("for good") << false;
+    }
+    void folderIsAway()
+    {
+        QFETCH(bool, comesBack);
+        Scene scene;
+        scene.begin({});
+        const auto rename = [&scene](const char* from, const char* to) {
+            return QDir().rename(scene.project.path(from), scene.project.path(to));
+        };
+        QVERIFY(rename("m1", "away"));
+        scene.recorder->op.SetFlightMissionFilePath(scene.file);
+        scene.recorder->write(30);
+        actions().at("three arguments")(scene);
+        actions().at("single record")(scene);
+        QVERIFY(rename(comesBack ? "away" : "m1", comesBack ? "m1" : "away") == comesBack);
+        scene.recorder->write(comesBack ? 3 : 0);
+        scene.recorder.reset();
+        QVERIFY(comesBack || rename("away", "m1"));
+        QStringList messages;
+        for (int i = 0; i < (comesBack ? 39 : 3); ++i) {
+            messages.append(QString::number(i));
+        }
+        QCOMPARE(scene.project.text(MessagesSql), messages.join(' '));
+        QCOMPARE(g_criticals.join(' '),
+                 comesBack ? QString() : scene.file + ": 36 records were not stored and are lost");
+    }
+
+    /// A read that finds a file locked is told, and not again for each of the locks that follow.
+    void lockedReads()
+    {
+        const FlightProject project;
+        CKvDataBase database(project.db);
+        QVERIFY(database.open());
+        QCOMPARE(loggedBy(Level::Warn,
+                          [&] {
+                              for (int i = 0; i < 3; ++i) {
+                                  const Foreign foreign("exclusive", project.db);
+                                  database.exec("SELECT count(*) FROM pos_data");
+                              }
+                              database.exec("SELECT count(*) FROM pos_data");
+                              const Foreign foreign("exclusive", project.db);
+                              database.exec("SELECT count(*) FROM pos_data");
+                          }),
+                 QStringList("3 " + project.db + ": cannot be read now: database is locked"));
     }
 
     /// Records for a file without tables wait for them, which is said.

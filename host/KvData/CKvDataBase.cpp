@@ -10,6 +10,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QUuid>
 #include <QtCore/QVariant>
+#include <QtSql/QSqlDriver>
 #include <QtSql/QSqlError>
 
 #include <algorithm>
@@ -20,7 +21,6 @@
 namespace
 {
 // Milliseconds
-constexpr int VisitLockWait = 1000;
 constexpr int KnownLockWait = 20; // for a visit to a file that is known to be locked
 constexpr int LockPoll = 5;
 std::atomic<int> g_nFlightLockWait{30000};
@@ -48,7 +48,7 @@ int LockWait(const QString& strFile)
         return g_nFlightLockWait;
     }
     return std::min<int>(g_nFlightLockWait,
-                         IsInTrouble(ETrouble::Writing, strFile) ? KnownLockWait : VisitLockWait);
+                         IsInTrouble(ETrouble::Writing, strFile) ? KnownLockWait : CKvPatience::Visits);
 }
 
 /// What is wrong with a path that SQLite would take, or explain worse; empty when nothing is.
@@ -93,7 +93,8 @@ bool LacksTableByDesign(const QString& strFile, const QSqlError& error)
 
 CKvDataBase::CKvDataBase(const QString& databaseName)
     : m_database(QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QUuid::createUuid().toString()))
-    , m_pPatience(new CKvPatience(LockWait(databaseName)))
+    , m_pPatience(
+          new CKvPatience(LockWait(databaseName), databaseName.isEmpty() ? nullptr : &CKvPatience::OfVisits))
 {
     m_database.setDatabaseName(databaseName);
 }
@@ -101,6 +102,7 @@ CKvDataBase::CKvDataBase(const QString& databaseName)
 CKvDataBase::~CKvDataBase()
 {
     close();
+    _CountWaits();
     const QString strConnection = m_database.connectionName();
     m_database = QSqlDatabase();
     QSqlDatabase::removeDatabase(strConnection);
@@ -114,6 +116,7 @@ void CKvDataBase::SetLockWait(int nMilliseconds)
 
 QSqlDatabase* CKvDataBase::DBInstance()
 {
+    _CountWaits();
     // For the caller's own statements. Preparing one reads the file if opening it could not.
     _SetBusyTimeout(m_nSettled < SafeToWrite ? 0 : m_pPatience->Left());
     return &m_database;
@@ -205,8 +208,11 @@ QSqlQuery CKvDataBase::exec(const QString& sql) const
     };
     if (m_bInTransaction) { // in which nobody else is waited for
         run();
+    } else if (IsBusy(_Insist(run))) { // to who reads, it looks as if nothing were there
+        ReportTrouble(ETrouble::Reading, m_strOpenFile,
+                      QStringLiteral("cannot be read now: ") + query.lastError().databaseText());
     } else {
-        _Insist(run);
+        ClearTrouble(ETrouble::Reading, m_strOpenFile);
     }
     const QSqlError error = query.lastError();
     if (error.isValid() && !LacksTableByDesign(m_strOpenFile, error)) {
@@ -220,6 +226,7 @@ QSqlQuery CKvDataBase::exec(const QString& sql) const
 /// it tell a wait from long work.
 QSqlError CKvDataBase::_Insist(const std::function<QSqlError()>& run) const
 {
+    _CountWaits();
     const int nPatience = m_pPatience->Left();
     _SetBusyTimeout(std::min(LockPoll, nPatience));
     QElapsedTimer waited;
@@ -236,6 +243,16 @@ QSqlError CKvDataBase::_Insist(const std::function<QSqlError()>& run) const
             }
             return error;
         }
+    }
+}
+
+/// What CreateTable() has waited.
+void CKvDataBase::_CountWaits() const
+{
+    const int nWaited = m_database.driver()->property(WaitedProperty).toInt();
+    if (nWaited > 0) {
+        m_database.driver()->setProperty(WaitedProperty, 0);
+        m_pPatience->Spend(nWaited);
     }
 }
 
