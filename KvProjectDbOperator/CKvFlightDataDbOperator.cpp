@@ -4,10 +4,10 @@
 #include "KvAlgorthm.h"
 #include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
 #include "KvIdLookUp.h"
 #include "KvKeptBatches.h"
-#include "KvData/KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvTableDescription.h"
 #include "KvTrace.h"
@@ -72,6 +72,7 @@ CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
     if (m_nSignalsUnderLock > 0) {
         m_mutexDB.unlock(); // a receiver deletes the operator, and the slot that emits ends without it
     }
+    _WarnIfNeverArmed();
     if (!m_listFlightMonitorQuery.isEmpty()) {
         const QMutexLocker lock(&m_mutexDB);
         _KeepFlightMonitor(std::exchange(m_listFlightMonitorQuery, {}));
@@ -92,6 +93,9 @@ void CKvFlightDataDbOperator::SetFilghtMissionID(const QString& strMissionID)
 {
     KV_ON_OWN_THREAD;
     m_strFlightMissionID = strMissionID;
+    if (!strMissionID.isEmpty()) {
+        WellAgain(QStringLiteral("no flight mission"));
+    }
 }
 
 void CKvFlightDataDbOperator::SetFlightModeEasyFly(bool easyMode)
@@ -166,6 +170,9 @@ void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightM
 {
     KV_ON_OWN_THREAD;
     m_strFlightMissionFilePath = strFlightMissionFilePath;
+    if (!strFlightMissionFilePath.isEmpty()) {
+        WellAgain(QStringLiteral("no mission file"));
+    }
     if (!m_pDataBase) {
         return;
     }
@@ -191,10 +198,19 @@ bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
         return false;
     }
     if (!TakesRows(strFile)) {
-        WarnOnce(KvSql(), strFile, QStringLiteral("has no tables; records wait in memory for them"));
+        const bool bThere = QFileInfo(strFile).isFile();
+        WarnOnce(KvSql(), strFile,
+                 bThere
+                     ? QStringLiteral("has no tables; records wait in memory for them")
+                     : QStringLiteral("is not there any more; records wait in memory for a file with tables"),
+                 strFile);
         return false;
     }
-    return _Transact(write);
+    const bool bStored = _Transact(write);
+    if (bStored) {
+        TellWellAgain(KvSql(), strFile, strFile, QStringLiteral("takes records again"));
+    }
+    return bStored;
 }
 
 /// Keeps records, packed: as JSON values they would take several times the room.
@@ -211,7 +227,10 @@ void CKvFlightDataDbOperator::_KeepRecords(const QJsonArray& jsonArray, const QS
 /// Keeps a batch for the file that the connection names. One for no file at all would wait for ever.
 void CKvFlightDataDbOperator::_Keep(int nRows, qint64 nBytes, const std::function<void()>& write)
 {
-    if (!m_pDataBase->databaseName().isEmpty()) {
+    if (m_pDataBase->databaseName().isEmpty()) {
+        WarnOnce(KvHost(), QStringLiteral("no mission file"),
+                 QStringLiteral("records are dropped; it is named with SetFlightMissionFilePath()"));
+    } else {
         m_pKept->Keep(m_pDataBase->databaseName(), nRows, nBytes, write);
     }
 }

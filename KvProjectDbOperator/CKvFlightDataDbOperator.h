@@ -250,6 +250,8 @@ private:
     void _GetFlightMissionFileInformation();
     void _QueueCurrentFile();
     void _WarnIfRecording();
+    void _WarnIfNeverArmed() const;
+    void _WarnOfOrphans() const;
     void _upload(const QString& strFile);
     void _ScanFile(const QString& strFile);
     void _QueueMissions();

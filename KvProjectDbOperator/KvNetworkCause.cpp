@@ -83,8 +83,8 @@ QString CKvNetworkCause::_WithoutSecrets(QString strText) const
 {
     constexpr int Longest = 200;
     const auto encoding = QUrl::FullyDecoded;
-    QStringList listSecret{QString::fromLatin1(m_byteToken), m_url.userInfo(),
-                           m_url.password(encoding), m_url.query(encoding)};
+    QStringList listSecret{QString::fromLatin1(m_byteToken), m_url.userInfo(), m_url.password(encoding),
+                           m_url.query(encoding)};
     const auto listItem = QUrlQuery(m_url).queryItems(encoding);
     for (const auto& item : listItem) {
         listSecret.append(item.second);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QPointer>
 #include <QtCore/QString>
 #include <QtCore/QtGlobal>
+#include <QtCore/QThread>
 #include <QtSql/QSqlDatabase>
 #include <QtSql/QSqlError>
 #include <QtSql/QSqlQuery>
@@ -20,7 +22,8 @@
 
 class CKvPatience;
 
-/// One SQLite connection, used on one thread: the one that constructed it, or to which its owner moved since.
+/// One SQLite connection, used on one thread from open() to close(), which a debug build of the library insists
+/// on; while it is closed, its owner may move.
 ///
 /// A mission database is one file at rest: a rollback journal, synced so that a committed row survives a
 /// loss of power. Where another program holds the file open in WAL mode, that mode is left alone until it has
@@ -106,6 +109,7 @@ private:
     bool m_bInTransaction = false;
     bool m_bToldReadOnly = false;
     bool m_bOpenedEmpty = false;
+    QPointer<QThread> m_pThread;    ///< the one that has the file open
     mutable int m_nBusyTimeout = 0; ///< what SQLite has been told, milliseconds
     CKvPatience* const m_pPatience;
 };

@@ -384,7 +384,9 @@ private Q_SLOTS:
         const Foreign foreign("exclusive", project.db);
         QVERIFY(waited(read) > Wait / 4);
         int slept = 0;
+        database.close(); // an open one stays on its thread
         const std::unique_ptr<QThread> thread(QThread::create([&] {
+            database.open();
             read();
             QCoreApplication::processEvents();
             slept = waited(read);

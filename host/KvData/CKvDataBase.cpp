@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "KvData.h"
 #include "KvLocks.h"
+#include "KvOwnThread.h"
 #include "KvPatience.h"
 #include "KvTrouble.h"
 #include "KvWarnings.h"
@@ -83,10 +84,11 @@ bool IsForGood(const QSqlError& error)
            nCode == Authorization || nCode == NoDatabase;
 }
 
-/// An upload looks into a video mission's file for what only flights have.
-bool LacksTableByDesign(const QString& strFile, const QSqlError& error)
+/// An upload looks into a video mission's file for what only flights have. A breakpoint, which reads the
+/// flight's document, does not belong there.
+bool LacksTableByDesign(const QString& strFile, const QString& sql, const QSqlError& error)
 {
-    return strFile.endsWith(QLatin1String(".db")) &&
+    return strFile.endsWith(QLatin1String(".db")) && !sql.contains(QLatin1String("flight_mission_data")) &&
            error.databaseText().startsWith(QLatin1String("no such table"));
 }
 } // namespace
@@ -116,6 +118,7 @@ void CKvDataBase::SetLockWait(int nMilliseconds)
 
 QSqlDatabase* CKvDataBase::DBInstance()
 {
+    KV_ON_THREAD(m_pThread);
     _CountWaits();
     // For the caller's own statements. Preparing one reads the file if opening it could not.
     _SetBusyTimeout(m_nSettled < SafeToWrite ? 0 : m_pPatience->Left());
@@ -124,6 +127,7 @@ QSqlDatabase* CKvDataBase::DBInstance()
 
 bool CKvDataBase::open()
 {
+    KV_ON_THREAD(m_pThread);
     const QString strFile = m_database.databaseName();
     if (isOpen()) {
         if (strFile == m_strOpenFile) {
@@ -137,6 +141,7 @@ bool CKvDataBase::open()
         strTrouble = _SetUp();
     }
     if (strTrouble.isEmpty()) {
+        m_pThread = QThread::currentThread();
         m_strOpenFile = strFile;
         ClearTrouble(ETrouble::Opening, strFile);
         return true;
@@ -184,7 +189,9 @@ bool CKvDataBase::isOpen() const
 
 void CKvDataBase::close()
 {
+    KV_ON_THREAD(m_pThread);
     m_database.close();
+    m_pThread.clear();
     m_strOpenFile.clear();
     m_bInTransaction = false;
     m_bToldReadOnly = false;
@@ -200,8 +207,12 @@ QSqlError CKvDataBase::_Run(const QString& sql) const
 
 QSqlQuery CKvDataBase::exec(const QString& sql) const
 {
+    KV_ON_THREAD(m_pThread);
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
+    if (!isOpen()) { // why, is told; Qt would write a line for each statement
+        return query;
+    }
     const auto run = [&query, &sql] {
         query.exec(sql);
         return query.lastError();
@@ -215,7 +226,7 @@ QSqlQuery CKvDataBase::exec(const QString& sql) const
         ClearTrouble(ETrouble::Reading, m_strOpenFile);
     }
     const QSqlError error = query.lastError();
-    if (error.isValid() && !LacksTableByDesign(m_strOpenFile, error)) {
+    if (error.isValid() && !LacksTableByDesign(m_strOpenFile, sql, error)) {
         WarnRefused(m_strOpenFile, sql, error);
     }
     return query;
@@ -258,6 +269,7 @@ void CKvDataBase::_CountWaits() const
 
 bool CKvDataBase::transaction()
 {
+    KV_ON_THREAD(m_pThread);
     if (!isOpen()) {
         return false;
     }
@@ -323,6 +335,7 @@ void CKvDataBase::_ReportNotBegun(const QSqlError& error)
 
 bool CKvDataBase::commit()
 {
+    KV_ON_THREAD(m_pThread);
     if (!m_bInTransaction) {
         return false; // transaction() has said why
     }
