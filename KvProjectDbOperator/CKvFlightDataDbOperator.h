@@ -222,6 +222,7 @@ private:
     QVariant _MonitorValue(const QString& strColumn, const QByteArray& byte) const;
     QSqlQuery _TakeMonitorInsert();
     void _ExecuteBatch(QList<QSqlQuery> listQuery);
+    void _KeepFlightMonitor(const QByteArray& byte);
     void _KeepFlightMonitor(const QList<QSqlQuery>& listQuery);
     void _AnswerBreakpoint(bool bStored);
     void _FlushFlightMonitor();
