@@ -150,9 +150,11 @@ bool CKvFlightDataDbOperator::_EnsureOpen()
     if (!m_pDataBase->open()) {
         return false;
     }
-    const QString strFile = QFileInfo(m_pDataBase->databaseName()).canonicalFilePath();
-    if (m_setBareFile.contains(strFile) && CreateTables(m_pDataBase->DBInstance())) {
-        m_setBareFile.remove(strFile);
+    if (!m_setBareFile.isEmpty()) {
+        const QString strFile = QFileInfo(m_pDataBase->databaseName()).canonicalFilePath();
+        if (m_setBareFile.contains(strFile) && CreateTables(m_pDataBase->DBInstance())) {
+            m_setBareFile.remove(strFile);
+        }
     }
     return true;
 }
@@ -482,18 +484,13 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
     m_bRecorded = true;
     m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
     _EnsureOpen();
-    QVector<QVariant> listValue;
-    for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
-        listValue.append(_MonitorValue(column.strName, byte));
-    }
-    if (!_IsDataBaseOpen()) { // nor can anything be prepared
-        const CKvBoundInsert insert(m_pMonitorColumns->InsertSql(FlightLogTableName), listValue);
-        _Keep(1, insert.Bytes(), [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
+    if (!_IsDataBaseOpen()) {
+        _KeepFlightMonitor(byte);
         return;
     }
     QSqlQuery query = _TakeMonitorInsert();
-    for (int i = 0; i < listValue.size(); ++i) {
-        query.bindValue(m_pMonitorColumns->Columns()[i].strPlaceholder, listValue[i]);
+    for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
+        query.bindValue(column.strPlaceholder, _MonitorValue(column.strName, byte));
     }
     m_listFlightMonitorQuery.append(query);
     if (m_listFlightMonitorQuery.size() >= MonitorBatch) {
@@ -565,6 +562,17 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
     if (!bStored) {
         _KeepFlightMonitor(listQuery);
     }
+}
+
+/// Keeps a message for a file that cannot be opened, on which nothing can be prepared.
+void CKvFlightDataDbOperator::_KeepFlightMonitor(const QByteArray& byte)
+{
+    QVector<QVariant> listValue;
+    for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
+        listValue.append(_MonitorValue(column.strName, byte));
+    }
+    const CKvBoundInsert insert(m_pMonitorColumns->InsertSql(FlightLogTableName), listValue);
+    _Keep(1, insert.Bytes(), [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
 }
 
 void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQuery)

@@ -273,6 +273,7 @@ private Q_SLOTS:
         open.finish();
         QVERIFY(reader.transaction() && reader.commit());
         QCOMPARE(TestProject::value(project.db, "SELECT count(*) FROM pos_data"), QVariant(2));
+        QCoreApplication::processEvents();    // visits wait anew
         QSqlQuery wait(*reader.DBInstance()); // statements of the caller's own wait as well
         QVERIFY(wait.exec("PRAGMA busy_timeout") && wait.next() && wait.value(0).toInt() >= 1000);
     }

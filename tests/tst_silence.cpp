@@ -275,6 +275,15 @@ const QMap<QString, std::function<void()>> Mistakes = {
          look(EUploadEnv::WholeProject);
          CKvDataBase::SetLockWait(30000);
      }},
+    {"a file that is locked when an operator is constructed",
+     [] {
+         const TestProject project;
+         CKvDataBase foreign(project.file("m1/flight.kv"));
+         QVERIFY(foreign.open() && foreign.transaction());
+         CKvDataBase::SetLockWait(10);
+         const Host host(EUploadEnv::None);
+         CKvDataBase::SetLockWait(30000);
+     }},
     {"a full disk",
      [] {
          const FlightProject project;
