@@ -350,6 +350,13 @@ const QMap<QString, std::function<void()>> Mistakes = {
          Logger::instance().write(Level::Warn, "first warning");
          Logger::instance().write(Level::Warn, "second warning");
      }},
+    {"a file that another thread has open (debug builds)",
+     [] {
+         const FlightProject project;
+         CKvDataBase database(project.db);
+         QVERIFY(database.open());
+         std::thread([&database] { database.exec("SELECT 1"); }).join();
+     }},
     {"another thread (debug builds)",
      [] {
          const TestProject project;
@@ -506,6 +513,25 @@ private Q_SLOTS:
         const QStringList lines = linesOfChild("a log file on a full disk");
         QCOMPARE(lines.filter("takes no lines").size(), 1);
         QCOMPARE(lines.filter(QRegularExpression("(first|second) warning$")).size(), 2);
+    }
+
+    /// As long as nothing of its is under way.
+    void anOperatorMayMove()
+    {
+        const FlightProject project;
+        QThread thread;
+        thread.start();
+        auto* const host = new Host(EUploadEnv::None);
+        host->op.moveToThread(&thread);
+        QMetaObject::invokeMethod(&host->op, [&] {
+            host->op.SetFlightMissionFilePath(project.db);
+            host->op.SetFilghtMissionID("m1");
+            Q_EMIT host->slotWriteFlightMonitor("x");
+            delete host;
+            thread.quit();
+        });
+        QVERIFY(thread.wait(10000));
+        QCOMPARE(project.waiting("flight_monitor_detail_log"), 1);
     }
 
     /// Neither a second line nor a message of Qt's.
