@@ -141,22 +141,32 @@ bool CKvFlightDataDbOperator::_PointDataBaseAt(const QString& strFile)
     return _EnsureOpen();
 }
 
-/// Opens the file that the connection names, and makes the tables that it could not be given at the start.
 bool CKvFlightDataDbOperator::_EnsureOpen()
 {
-    if (m_pDataBase->isOpen()) {
+    const bool bOpen = m_pDataBase->isOpen() || m_pDataBase->open();
+    if (bOpen) {
+        _MakeTables();
+    }
+    return bOpen;
+}
+
+bool CKvFlightDataDbOperator::_IsBare(const QString& strFile) const
+{
+    return !m_setBareFile.isEmpty() && m_setBareFile.contains(QFileInfo(strFile).canonicalFilePath());
+}
+
+/// Makes the tables that the open file could not be given at the start. False when it still cannot.
+bool CKvFlightDataDbOperator::_MakeTables()
+{
+    const QString strFile = m_pDataBase->databaseName();
+    if (!_IsBare(strFile)) {
         return true;
     }
-    if (!m_pDataBase->open()) {
-        return false;
+    const bool bMade = CreateTables(m_pDataBase->DBInstance());
+    if (bMade) {
+        m_setBareFile.remove(QFileInfo(strFile).canonicalFilePath());
     }
-    if (!m_setBareFile.isEmpty()) {
-        const QString strFile = QFileInfo(m_pDataBase->databaseName()).canonicalFilePath();
-        if (m_setBareFile.contains(strFile) && CreateTables(m_pDataBase->DBInstance())) {
-            m_setBareFile.remove(strFile);
-        }
-    }
-    return true;
+    return bMade;
 }
 
 void CKvFlightDataDbOperator::_CloseDataBase()
@@ -199,7 +209,7 @@ bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
     if (m_pKept->Has(strFile) || !m_pDataBase->isOpen()) {
         return false;
     }
-    if (!TakesRows(strFile)) {
+    if (!_MakeTables() || !TakesRows(strFile)) {
         const bool bThere = QFileInfo(strFile).isFile();
         WarnOnce(KvSql(), strFile,
                  bThere
@@ -260,7 +270,7 @@ void CKvFlightDataDbOperator::_WriteKept(CKvDataBase& database)
     const QScopedValueRollback<CKvDataBase*> visiting(m_pDataBase, &database);
     for (const QString& strFile : m_pKept->Files()) {
         database.DBInstance()->setDatabaseName(strFile);
-        if (TakesRows(strFile) && database.open()) {
+        if ((TakesRows(strFile) || _IsBare(strFile)) && database.open() && _MakeTables()) {
             m_pKept->HandOver(strFile,
                               [this](const CKvKeptBatches::Write& write) { return _Transact(write); });
         }

@@ -229,6 +229,8 @@ private:
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
     bool _EnsureOpen();
+    bool _IsBare(const QString& strFile) const;
+    bool _MakeTables();
     void _CloseDataBase();
     bool _Store(const std::function<void()>& write);
     void _KeepRecords(const QJsonArray& jsonArray, const QString& sql,

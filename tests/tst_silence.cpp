@@ -534,16 +534,38 @@ private Q_SLOTS:
         QCOMPARE(project.waiting("flight_monitor_detail_log"), 1);
     }
 
-    /// Neither a second line nor a message of Qt's.
     void oneMistakeIsOneLine()
     {
-        for (const QString mistake :
+        for (const char* const mistake :
              {"no description file", "an empty description file", "a column without a type"}) {
-            Logger::instance().captureQtMessages();
-            secondsAhead += 1201;
+            secondsAhead += 1201; // other tests make them too
             const QStringList lines = loggedBy(Level::Warn, Mistakes[mistake]);
             QVERIFY2(lines.size() == 1, lines.join('\n').toUtf8());
         }
+    }
+
+    /// Nor does Qt write a line for each record.
+    void aFileThatCannotBeOpenedIsFewLines()
+    {
+        const TestProject project;
+        const QString description = project.file("flight_mission.txt", "id TEXT");
+        QLoggingCategory::defaultCategory()->setEnabled(QtWarningMsg, true);
+        const QtMessageHandler before = qInstallMessageHandler(nullptr);
+        Logger::instance().captureQtMessages();
+        const QStringList lines = loggedBy(Level::Warn, [&description] {
+            Host host(EUploadEnv::None, "/nowhere/few.kv");
+            host.op.SetFilghtMissionID("m1");
+            for (int i = 0; i < 60; ++i) {
+                Q_EMIT host.slotWriteFlightMonitor("x");
+                Q_EMIT host.slotParseSingleJson({{"id", "m1"}}, description, "flight_mission");
+                Q_EMIT host.slotUpdateBreakpoint(1, 2, 3, "m1", 4);
+                host.op.slotUpdateGeneralOneValue(1, "is_uploaded", 1, "m1");
+            }
+        });
+        qInstallMessageHandler(before);
+        QCOMPARE(lines.filter("120 records were not stored and are lost").size(), 1);
+        QCOMPARE(lines.filter("is lost").size(), 2); // the breakpoint, the value
+        QVERIFY2(lines.size() == 4, lines.join('\n').toUtf8());
     }
 };
 
