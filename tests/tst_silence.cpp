@@ -550,8 +550,9 @@ private Q_SLOTS:
         const TestProject project;
         const QString description = project.file("flight_mission.txt", "id TEXT");
         QLoggingCategory::defaultCategory()->setEnabled(QtWarningMsg, true);
+        Logger& logger = Logger::instance(); // whose own handler comes back in the end
         const QtMessageHandler before = qInstallMessageHandler(nullptr);
-        Logger::instance().captureQtMessages();
+        logger.captureQtMessages();
         const QStringList lines = loggedBy(Level::Warn, [&description] {
             Host host(EUploadEnv::None, "/nowhere/few.kv");
             host.op.SetFilghtMissionID("m1");

@@ -90,7 +90,7 @@ std::shared_ptr<spdlog::logger> StandardError()
 }
 } // namespace
 
-struct Logger::Private {
+struct Q_DECL_HIDDEN Logger::Private {
     void Put(spdlog::logger& to, Level level, const QString& line);
     void TellFailure(const std::string& error);
 
