@@ -9,6 +9,7 @@
 #include <QtSql/QSqlQuery>
 
 #include <algorithm>
+#include <utility>
 
 void CKvTableDescription::Read(const QString& strFile)
 {
@@ -91,7 +92,7 @@ void CKvTableDescription::BindRecordAsText(QSqlQuery& query, const QJsonObject& 
 
 void CKvTableDescription::_WarnUnlessText(const SColumn& column, const QJsonValue& value) const
 {
-    if (!value.isString() && !value.isNull()) {
+    if (!value.isString() && !value.isNull() && !std::exchange(m_bToldText, true)) {
         WarnOnce(KvSql(), m_strFile,
                  QStringLiteral("takes texts here, and NULL is stored for what a record has as \"%1\"")
                      .arg(column.strName));
@@ -101,9 +102,10 @@ void CKvTableDescription::_WarnUnlessText(const SColumn& column, const QJsonValu
 /// Tells of a key that is not stored, as it is misspelt perhaps.
 void CKvTableDescription::_WarnOfKeys(const QJsonObject& record, int nFound) const
 {
-    if (nFound == record.size() || m_listColumn.isEmpty()) {
+    if (nFound == record.size() || m_listColumn.isEmpty() || m_bToldKey) {
         return;
     }
+    m_bToldKey = true; // to look for it in each record would take time
     const auto isColumn = [this](const QString& strKey) {
         return std::any_of(m_listColumn.cbegin(), m_listColumn.cend(),
                            [&strKey](const SColumn& column) { return column.strName == strKey; });

@@ -59,5 +59,7 @@ private:
     QString m_strColumns;
     QString m_strPlaceholders;
     bool m_bOdd = false;
+    mutable bool m_bToldText = false;
+    mutable bool m_bToldKey = false;
     bool m_bNews = true; ///< this text was not yet found well
 };
