@@ -22,8 +22,8 @@
 
 class CKvPatience;
 
-/// One SQLite connection, used on one thread from open() to close(), which a debug build of the library insists
-/// on; while it is closed, its owner may move.
+/// One SQLite connection, used on one thread from open() to close(), which a debug build of the library
+/// insists on; while it is closed, its owner may move.
 ///
 /// A mission database is one file at rest: a rollback journal, synced so that a committed row survives a
 /// loss of power. Where another program holds the file open in WAL mode, that mode is left alone until it has
