@@ -143,7 +143,10 @@ bool CKvFlightDataDbOperator::_PointDataBaseAt(const QString& strFile)
 
 bool CKvFlightDataDbOperator::_EnsureOpen()
 {
-    const bool bOpen = m_pDataBase->isOpen() || m_pDataBase->open();
+    if (m_pDataBase->isOpen()) {
+        return true;
+    }
+    const bool bOpen = m_pDataBase->open();
     if (bOpen) {
         _MakeTables();
     }
