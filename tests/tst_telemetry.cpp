@@ -99,12 +99,12 @@ private Q_SLOTS:
         FrameReader reader;
         for (const QByteArray& frame : frames) {
             QByteArray sent;
-            for (int i = 0; i < frame.size(); ++i) {
+            for (const char byte : frame) {
                 const auto fate = random() % 600;
-                sent += fate == 0   ? QByteArray(1, char(random())) + frame[i]
+                sent += fate == 0   ? QByteArray(1, char(random())) + byte
                         : fate == 1 ? QByteArray()
-                        : fate == 2 ? QByteArray(1, char(uchar(frame[i]) ^ (1U << random() % 8)))
-                                    : QByteArray(1, frame[i]);
+                        : fate == 2 ? QByteArray(1, char(uchar(byte) ^ (1U << random() % 8)))
+                                    : QByteArray(1, byte);
             }
             whole.append(sent == frame ? 1 : 0);
             reader.feed(sent);
