@@ -2,9 +2,13 @@
 #include "record/BreakpointKeeper.h"
 #include "record/RecorderPool.h"
 #include "support/TestProject.h"
+#include "telemetry/FlightSimulator.h"
 #include "telemetry/FlightTrack.h"
+#include "telemetry/PacedSource.h"
 #include "window/LogModel.h"
 #include "window/MissionModel.h"
+
+#include <thread>
 
 class tst_models : public QObject
 {
@@ -180,6 +184,24 @@ private Q_SLOTS:
         QVERIFY(qAbs(track.path().constLast().x() - 0.01 * 111319.5 / 2) <
                 5); // a degree is half as wide there
         QVERIFY(track.over(&FlightSample::volts).isEmpty());
+    }
+
+    void replaysAtAPace()
+    {
+        FlightSimulator flight(1, 0, 600), again(1, 0, 600);
+        std::atomic_bool never{false}, cancelled{false};
+        PacedSource paced(flight, 1, cancelled), fast(again, 0, never);
+        std::thread thread([&paced] {
+            for (TelemetryFrame frame; paced.next(&frame);) {
+            }
+        });
+        for (TelemetryFrame frame; fast.next(&frame);) {
+        }
+        cancelled = true;
+        thread.join();
+        QCOMPARE(fast.position(), fast.size());
+        QVERIFY(fast.flownSeconds() > 35999);
+        QVERIFY(paced.position() < paced.size() / 100);
     }
 };
 
