@@ -104,7 +104,7 @@ private Q_SLOTS:
         QCOMPARE(recorded.error, QString());
         QVariantList flown;
         for (TelemetryFrame next; again.next(&next);) {
-            flown.append(next.bytes);
+            flown.append(next.logRecord());
         }
         const auto values = [&](const char* sql) { return TestProject::values(recorded.file, sql); };
         QCOMPARE(values("SELECT message FROM flight_monitor_detail_log ORDER BY rowid"), flown);
