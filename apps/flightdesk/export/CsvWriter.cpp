@@ -16,7 +16,7 @@ public:
     explicit CsvWriter(QIODevice& device) : m_device(device)
     {
         m_device.write(
-            "mission,name,aircraft,time,latitude_deg,longitude_deg,altitude_m,height_m,speed_m_s,"
+            "mission,name,aircraft,time,latitude_deg,longitude_deg,altitude_m,above_start_m,speed_m_s,"
             "heading_deg,mode,armed,battery_V,battery_percent,satellites,fix_type,roll_deg,pitch_deg,"
             "yaw_deg\n");
     }
