@@ -69,15 +69,15 @@ public:
 
     int finish()
     {
-        if (m_all && !m_flights.isEmpty()) {
-            m_all->commit();
+        if (m_all && !m_told.isEmpty()) {
+            commitAll();
         }
         for (const QString& wanted : qAsConst(m_wanted)) {
             if (!m_found.contains(wanted)) {
                 fail(QStringLiteral("there is no mission \"%1\"").arg(wanted));
             }
         }
-        if (m_flights.isEmpty() && m_complete) {
+        if (m_told.isEmpty() && m_complete) {
             fail(QStringLiteral("the project holds no mission"));
         }
         m_console.document({{"ok"_l1, m_complete}, {"flights"_l1, m_flights}});
@@ -122,24 +122,41 @@ private:
         }
     }
 
+    /// What came of a flight; told at once unless other flights are still to come into its file.
     void report(const Flight& flight, const QString& target, qint64 written)
     {
         const QString missing = words(flight.gaps, written);
-        const QString text =
+        m_told.append(
             QStringLiteral("%1: %2, %3 %4")
                 .arg(target, flight.name(), QString::number(written), QLatin1String(m_format.records)) +
-            (missing.isEmpty() ? QString() : QStringLiteral("; ") + missing);
-        if (ExportFile::isStandardOutput(m_output)) {
-            m_console.note(text);
-        } else {
-            m_console.line(text);
-        }
+            (missing.isEmpty() ? QString() : QStringLiteral("; ") + missing));
         m_flights.append(QJsonObject{{"id"_l1, flight.mission().id},
                                      {"name"_l1, flight.name()},
                                      {"file"_l1, target},
                                      {"records"_l1, written},
                                      {"missing"_l1, missing}});
         m_complete = m_complete && flight.gaps.isWhole();
+        if (!m_all) {
+            m_console.line(m_told.constLast());
+        }
+    }
+
+    void commitAll()
+    {
+        try {
+            m_all->commit();
+        } catch (const Failure& failure) {
+            m_flights = {};
+            fail(failure.words());
+            return;
+        }
+        for (const QString& text : qAsConst(m_told)) {
+            if (ExportFile::isStandardOutput(m_output)) {
+                m_console.note(text);
+            } else {
+                m_console.line(text);
+            }
+        }
     }
 
     void fail(const QString& text)
@@ -155,6 +172,7 @@ private:
     std::unique_ptr<ExportFile> m_all; ///< one file for all flights, if there is one
     QSet<QString> m_found;             ///< of those that are wanted
     QSet<QString> m_names;
+    QStringList m_told; ///< a line for each flight
     QJsonArray m_flights;
     bool m_complete = true;
 };
@@ -187,8 +205,10 @@ int runExport(const QStringList& arguments)
     }
     const Project project = Project::open(line.project());
     FlightExport flights(line.console(), *format, output, line.positionals());
-    for (const QString& path : project.missionFiles({QStringLiteral("*.kv"), QStringLiteral("*.db")})) {
-        flights.add(path);
+    const QStringList files = project.missionFiles({QStringLiteral("*.kv"), QStringLiteral("*.db")});
+    for (int i = 0; i < files.size(); ++i) {
+        flights.add(files.at(i));
+        line.console().progress(QStringLiteral("export"), i + 1, files.size());
     }
     return flights.finish();
 }

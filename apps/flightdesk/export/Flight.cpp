@@ -7,22 +7,23 @@
 
 namespace
 {
-// A host that leaves the time out records as it flies: the row's own time is then as good.
-const QStringList TimeColumns{QStringLiteral("time"), QStringLiteral("created_at")};
-const QStringList PositionColumns =
-    TimeColumns + QStringList{QStringLiteral("lng"),   QStringLiteral("lat"),
-                              QStringLiteral("alt"),   QStringLiteral("relative_alt"),
-                              QStringLiteral("speed"), QStringLiteral("heading")};
+const QString Time = QStringLiteral("time");
+const QStringList PositionColumns{Time,
+                                  QStringLiteral("lng"),
+                                  QStringLiteral("lat"),
+                                  QStringLiteral("alt"),
+                                  QStringLiteral("relative_alt"),
+                                  QStringLiteral("speed"),
+                                  QStringLiteral("heading")};
 
 QStringList statusColumns()
 {
-    return TimeColumns + FlightStatus::columns();
+    return QStringList{Time} + FlightStatus::columns();
 }
 
 qint64 timeOf(const QVector<QVariant>& row)
 {
-    const QString time = row.at(0).toString();
-    return flightTime::read(time.isEmpty() ? row.at(1).toString() : time);
+    return flightTime::read(row.constFirst().toString());
 }
 
 /// Unknown for what is not stored. \return false for what is no number.
@@ -139,7 +140,7 @@ bool Flight::read(const QVector<QVariant>& row, FlightPoint* point) const
     double* const values[] = {&point->lng,         &point->lat,   &point->alt,
                               &point->relativeAlt, &point->speed, &point->heading};
     bool sound = point->msec != flightTime::Unknown;
-    int column = TimeColumns.size();
+    int column = 1;
     for (double* const value : values) {
         sound = number(row.at(column++), value) && sound;
     }
@@ -155,7 +156,7 @@ bool Flight::nextStatus(RowWalk& rows, FlightStatus* status, qint64* damaged) co
 {
     while (const QVector<QVariant>* const row = rows.next()) {
         status->msec = corrected(timeOf(*row));
-        status->values = row->mid(TimeColumns.size());
+        status->values = row->mid(1);
         if (status->msec != flightTime::Unknown) {
             return true;
         }

@@ -54,7 +54,7 @@ QString flightTime::text(qint64 msec)
     const QDate date = QDate(1970, 1, 1).addDays(day);
     const auto inDay = int(msec - day * Day);
     char text[40];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", date.year(), date.month(), date.day(),
-                  inDay / 3600000, inDay / 60000 % 60, inDay / 1000 % 60, inDay % 1000);
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", date.year(), date.month(),
+                  date.day(), inDay / 3600000, inDay / 60000 % 60, inDay / 1000 % 60, inDay % 1000);
     return QString::fromLatin1(text);
 }

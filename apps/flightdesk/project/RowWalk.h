@@ -11,7 +11,8 @@
 class RowWalk
 {
 public:
-    /// \param columns  names; one that the table lacks is NULL in every row
+    /// \param columns  names; one that the table lacks is NULL in every row. A row without a `time` has that
+    ///                 of its recording: a host that leaves it out records as it flies.
     /// \param lastRow  where the walk ends, see MissionFile::lastRows()
     RowWalk(MissionFile& file, const QString& table, const QStringList& columns, const QString& missionId,
             qint64 lastRow);
@@ -27,7 +28,7 @@ private:
     void stepOver();
 
     MissionFile& m_file;
-    const QString m_missionId;
+    const QString m_quotedId;
     const qint64 m_lastRow;
     QString m_sql;
     int m_columns;
