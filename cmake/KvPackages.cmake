@@ -51,7 +51,7 @@ set(CPACK_DEBIAN_APPS_PACKAGE_NAME ${apps_package})
 set(CPACK_DEBIAN_APPS_PACKAGE_SECTION misc)
 
 install(FILES apps/flightserver/systemd/flightserver.service DESTINATION lib/systemd/system COMPONENT apps)
-install(FILES docs/server.md docs/server-protocol.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${apps_package} COMPONENT apps)
+install(FILES docs/fleet.md docs/server.md docs/server-protocol.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${apps_package} COMPONENT apps)
 
 # The pages keep their places towards each other, as they are linked.
 set(documentation ${CMAKE_INSTALL_DATADIR}/doc/${development_package})

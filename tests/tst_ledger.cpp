@@ -31,7 +31,7 @@ struct TestLedger {
     {
         store.reset();
         try {
-            store = std::make_unique<SqliteStore>(file.toStdString());
+            store = std::make_unique<SqliteStore>(file.toStdString(), directory);
             alice = store->ownerNamed("alice");
             bob = store->ownerNamed("bob");
         } catch (const std::runtime_error&) {
@@ -83,6 +83,7 @@ struct TestLedger {
     }
 
     const QString file;
+    Directory directory;
     std::unique_ptr<SqliteStore> store;
     const Owner* alice = nullptr;
     const Owner* bob = nullptr;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Options.h"
 
+#include "PgLedger.h"
+
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 
@@ -31,8 +33,13 @@ const QCommandLineOption TlsKeyOption(QStringLiteral("tls-key"),
                                       QStringLiteral("FILE"));
 const QCommandLineOption LedgerOption(
     QStringLiteral("ledger"),
-    QStringLiteral("SQLite file that keeps what was received (default: memory, gone with the process)."),
-    QStringLiteral("FILE"), QLatin1String(LedgerInMemory));
+    QStringLiteral(
+        "SQLite file, or postgresql://HOST[,HOST...]/NAME for a fleet, that keeps what was received "
+        "(default: memory, gone with the process)."),
+    QStringLiteral("FILE|URI"), QLatin1String(LedgerInMemory));
+const QCommandLineOption
+    RequireSyncOption(QStringLiteral("require-sync"),
+                      QStringLiteral("With postgresql://: accept nothing without a synchronous standby."));
 const QCommandLineOption
     MemoryOption(QStringLiteral("memory"),
                  QStringLiteral("Bytes that all requests together may hold (default 256M)."),
@@ -153,6 +160,10 @@ Options readValues(const QCommandLineParser& parser)
     if (options.ledger.empty()) {
         throw std::runtime_error("--ledger must not be empty");
     }
+    options.requireSync = parser.isSet(RequireSyncOption);
+    if (options.requireSync && !isDatabase(options.ledger)) {
+        throw std::runtime_error("--require-sync belongs to --ledger postgresql://...");
+    }
     if (parser.isSet(AdminOption)) {
         options.admin = placeOf(parser.value(AdminOption));
     }
@@ -179,12 +190,14 @@ Options parseOptions(const QCoreApplication& application)
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     parser.addOptions({HostOption, PortOption, TokenOption, RequireTokenOption, TlsCertOption, TlsKeyOption,
-                       LedgerOption, MemoryOption, MaxBodyOption, MaxConnectionsOption, AdminOption,
-                       AccessLogOption, AllButNewestOption, FaultOption});
+                       LedgerOption, RequireSyncOption, MemoryOption, MaxBodyOption, MaxConnectionsOption,
+                       AdminOption, AccessLogOption, AllButNewestOption, FaultOption});
     parser.addPositionalArgument(
         QStringLiteral("token"),
-        QStringLiteral("Instead of serving: token add NAME, token list, token revoke NAME."),
-        QStringLiteral("[token ...]"));
+        QStringLiteral(
+            "Instead of serving: token add NAME, token list, token revoke NAME; ledger init, which "
+            "makes the tables of one on PostgreSQL."),
+        QStringLiteral("[token ...|ledger init]"));
     if (!parser.parse(application.arguments())) {
         throw std::runtime_error(parser.errorText().toStdString());
     }

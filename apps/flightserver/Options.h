@@ -24,6 +24,7 @@ struct Options {
     std::string tlsCertificate; // empty: plain HTTP
     std::string tlsKey;
     std::string ledger;
+    bool requireSync = false;
     std::string accessLog; // empty: none
     bool allButNewest = false;
     Limits limits;

@@ -12,25 +12,27 @@ namespace
 // Long enough for a command beside the server, short enough for a client that waits for its answer.
 constexpr int BusyMs = 500;
 
+StoreError::Fault faultOf(int code)
+{
+    switch (code) {
+    case SQLITE_CONSTRAINT:
+    case SQLITE_TOOBIG:
+    case SQLITE_MISMATCH:
+    case SQLITE_RANGE:
+    case SQLITE_ERROR:
+        return StoreError::Fault::Row;
+    default:
+        return StoreError::Fault::Store;
+    }
+}
+
 [[noreturn]] void failFor(sqlite3* database)
 {
     throw SqliteError(sqlite3_errcode(database), sqlite3_errmsg(database));
 }
 } // namespace
 
-bool SqliteError::isOfDisk() const
-{
-    switch (m_code) {
-    case SQLITE_CONSTRAINT:
-    case SQLITE_TOOBIG:
-    case SQLITE_MISMATCH:
-    case SQLITE_RANGE:
-    case SQLITE_ERROR:
-        return false;
-    default:
-        return true;
-    }
-}
+SqliteError::SqliteError(int code, const std::string& words) : StoreError(faultOf(code), words) {}
 
 void SqliteFile::Close::operator()(sqlite3* database) const
 {

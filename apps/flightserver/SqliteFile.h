@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Store.h"
+
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -11,15 +13,10 @@ struct sqlite3;
 struct sqlite3_stmt;
 
 // SQLite's words for what went wrong.
-class SqliteError : public std::runtime_error
+class SqliteError : public StoreError
 {
 public:
-    SqliteError(int code, const std::string& words) : std::runtime_error(words), m_code(code) {}
-    // The disk's or the file's fault, not that of a row: whatever is written now fails as well.
-    [[nodiscard]] bool isOfDisk() const;
-
-private:
-    int m_code;
+    SqliteError(int code, const std::string& words);
 };
 
 // A database for one thread. Every member throws SqliteError.

@@ -2,10 +2,11 @@
 #include "Admin.h"
 #include "Faults.h"
 #include "Ingest.h"
+#include "LedgerCommand.h"
 #include "Options.h"
+#include "PgLedger.h"
 #include "SqliteLedger.h"
 #include "Tls.h"
-#include "TokenCommand.h"
 
 #include <boost/asio/signal_set.hpp>
 
@@ -50,6 +51,14 @@ void keepHeapSmall()
     mallopt(M_ARENA_MAX, 2);
 }
 
+std::unique_ptr<Ledger> openLedger(const Options& options)
+{
+    if (isDatabase(options.ledger)) {
+        return std::make_unique<PgLedger>(options.ledger, options.requireSync);
+    }
+    return std::make_unique<SqliteLedger>(options.ledger);
+}
+
 // The server with everything that belongs to it.
 class Service
 {
@@ -57,9 +66,9 @@ public:
     explicit Service(const Options& options)
         : m_options(options)
         , m_accessLog(options.accessLog)
-        , m_ledger(options.ledger)
-        , m_gate(m_ledger, options.token, !options.requireToken && isLoopback(options.place.host))
-        , m_ingest(m_io, m_ledger)
+        , m_ledger(openLedger(options))
+        , m_gate(*m_ledger, options.token, !options.requireToken && isLoopback(options.place.host))
+        , m_ingest(m_io, *m_ledger)
         , m_faulty(m_io, m_ingest, options.faults)
     {
         if (!options.tlsCertificate.empty()) {
@@ -71,7 +80,7 @@ public:
         }
         m_front = std::make_unique<Front>(m_io, options.limits,
                                           Backing{*handler, m_gate, m_metrics, m_accessLog}, m_tls.get());
-        m_admin = std::make_unique<Admin>(m_io, m_ledger, *m_front, m_metrics);
+        m_admin = std::make_unique<Admin>(m_io, *m_ledger, *m_front, m_metrics);
     }
 
     void run()
@@ -157,7 +166,7 @@ private:
     Metrics m_metrics;
     std::unique_ptr<Front> m_front;
     std::unique_ptr<Admin> m_admin;
-    SqliteLedger m_ledger; // goes before what its answers are for
+    std::unique_ptr<Ledger> m_ledger; // goes before what its answers are for
     Gate m_gate;
     Ingest m_ingest;
     FaultyHandler m_faulty;
@@ -173,7 +182,7 @@ int main(int argc, char* argv[])
     try {
         Options options = parseOptions(application);
         if (!options.command.empty()) {
-            return runTokenCommand(options);
+            return runLedgerCommand(options);
         }
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGALRM, [](int) { _exit(1); });

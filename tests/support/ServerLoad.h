@@ -110,9 +110,9 @@ public:
         const std::lock_guard lock(m_mutex);
         return m_acknowledged.size();
     }
-    /// After the end: requests that were not acknowledged, and the milliseconds in which 99 of 100 others
-    /// were.
+    /// Requests that were not acknowledged.
     int failed() const { return m_failed; }
+    /// After the end: the milliseconds in which 99 of 100 others were.
     qint64 p99()
     {
         std::sort(m_times.begin(), m_times.end());
@@ -123,6 +123,6 @@ private:
     std::mutex m_mutex;
     QSet<QByteArray> m_acknowledged;
     std::vector<qint64> m_times;
-    int m_failed = 0;
+    std::atomic<int> m_failed{0};
     Crowd m_crowd;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "TokenCommand.h"
+#include "LedgerCommand.h"
 
+#include "PgLedger.h"
+#include "PgSchema.h"
 #include "SqliteSchema.h"
 
 #include <algorithm>
@@ -45,26 +47,45 @@ int add(TokenBook& book, const std::string& name)
     std::cerr << "This is the only time that the token is shown: the ledger keeps a hash of it." << std::endl;
     return 0;
 }
+std::unique_ptr<TokenBook> openBook(const std::string& ledger, bool mayCreate)
+{
+    if (isDatabase(ledger)) {
+        return std::make_unique<PgTokenBook>(ledger);
+    }
+    if (ledger == LedgerInMemory) {
+        throw std::runtime_error("tokens need a --ledger in a file or a database");
+    }
+    return std::make_unique<SqliteTokenBook>(ledger, mayCreate ? SqliteFile::Opening::MayCreate
+                                                               : SqliteFile::Opening::Existing);
+}
+
+int init(const std::string& ledger)
+{
+    if (!isDatabase(ledger)) {
+        throw std::runtime_error("ledger init takes --ledger postgresql://...; a file is made by the server");
+    }
+    std::cout << initLedger(ledger) << std::endl;
+    return 0;
+}
 } // namespace
 
-int runTokenCommand(const Options& options)
+int runLedgerCommand(const Options& options)
 {
     const std::vector<std::string>& words = options.command;
+    if (words == std::vector<std::string>{"ledger", "init"}) {
+        return init(options.ledger);
+    }
     const std::string verb = words.size() > 1 ? words[1] : "";
     const bool takesName = verb == "add" || verb == "revoke";
     if (words[0] != "token" || (!takesName && verb != "list") || words.size() != (takesName ? 3 : 2)) {
-        throw std::runtime_error("expected token add NAME, token list or token revoke NAME");
-    }
-    if (options.ledger == LedgerInMemory) {
-        throw std::runtime_error("tokens need a --ledger in a file");
+        throw std::runtime_error("expected token add NAME, token list, token revoke NAME or ledger init");
     }
     if (takesName) {
         checkName(words[2]);
     }
-    SqliteTokenBook book(options.ledger,
-                         verb == "add" ? SqliteFile::Opening::MayCreate : SqliteFile::Opening::Existing);
+    const auto book = openBook(options.ledger, verb == "add");
     if (verb == "add") {
-        return add(book, words[2]);
+        return add(*book, words[2]);
     }
-    return verb == "list" ? list(book) : revoke(book, words[2], options.allButNewest);
+    return verb == "list" ? list(*book) : revoke(*book, words[2], options.allButNewest);
 }

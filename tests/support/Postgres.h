@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "PgConnection.h"
+#include "Programs.h"
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QTemporaryDir>
+#include <QtNetwork/QTcpServer>
+
+#include <csignal>
+#include <memory>
+#include <unistd.h>
+
+/// A PostgreSQL server of a test's own, on a loopback port. It does not run as root, so where the test does,
+/// it is the user "postgres".
+class Postgres
+{
+public:
+    /// A primary in a folder of its own; where another one is named, its standby.
+    explicit Postgres(const Postgres* primary = nullptr) : m_port(freePort())
+    {
+        QFile::setPermissions(m_folder.path(), QFile::Permissions(0x7777));
+        const QStringList from{"-h", "127.0.0.1", "-p", QString::number(primary ? primary->m_port : 0)};
+        const bool made =
+            primary
+                ? run("pg_basebackup", QStringList{"-D", data(), "-U", "fleet", "-R", "-c", "fast"} + from)
+                : run("initdb",
+                      {"-D", data(), "-U", "fleet", "-A", "trust", "--no-locale", "-E", "UTF8", "--no-sync"});
+        if (!made) {
+            qWarning() << "no PostgreSQL server here";
+        } else if (start() && !primary) {
+            execute("CREATE DATABASE flights", "postgres");
+        }
+    }
+    ~Postgres() { kill(SIGKILL); }
+
+    bool isRunning() const { return m_process && m_process->state() == QProcess::Running; }
+    /// Whether it takes connections.
+    bool start()
+    {
+        m_process = std::make_unique<QProcess>();
+        const QStringList command = asUser("postgres") + QStringList{"-D", data(),
+                                                                     "-k", m_folder.path(),
+                                                                     "-p", QString::number(m_port),
+                                                                     "-c", "listen_addresses=127.0.0.1",
+                                                                     "-c", "max_connections=50",
+                                                                     "-c", "wal_level=replica"};
+        m_process->setStandardErrorFile(m_folder.filePath("log"));
+        m_process->start(command.first(), command.mid(1));
+        const QDeadlineTimer patience(20000);
+        while (!patience.hasExpired() && !m_process->waitForFinished(10)) {
+            if (run("pg_isready", {"-q", "-h", "127.0.0.1", "-p", QString::number(m_port)})) {
+                return true;
+            }
+        }
+        return false;
+    }
+    /// SIGKILL takes the whole server along at once, SIGSTOP and SIGCONT each of its processes.
+    void kill(int signal)
+    {
+        const qint64 pid = m_process ? m_process->processId() : 0;
+        if (pid == 0) {
+            return;
+        }
+        for (const QString& child :
+             QString::fromLatin1(TestProject::contents(QStringLiteral("/proc/%1/task/%1/children").arg(pid)))
+                 .split(' ', Qt::SkipEmptyParts)) {
+            ::kill(child.toInt(), signal);
+        }
+        ::kill(static_cast<pid_t>(pid), signal);
+        if (signal == SIGKILL) {
+            m_process->waitForFinished();
+        }
+    }
+    void execute(const char* sql, const QString& database = "flights")
+    {
+        PgConnection connection = open(database);
+        connection.execute(sql);
+    }
+    PgRows select(const char* sql)
+    {
+        PgConnection connection = open();
+        return connection.run(sql);
+    }
+    PgConnection open(const QString& database = "flights") const
+    {
+        PgConnection connection(uri(database).toStdString());
+        connection.open();
+        return connection;
+    }
+    /// The first standby that is heard holds every commit up until it has it as well.
+    void followSynchronously(const char* names = "*")
+    {
+        const std::string sql = std::string("ALTER SYSTEM SET synchronous_standby_names='") + names + '\'';
+        execute(sql.c_str());
+        execute("SELECT pg_reload_conf()");
+    }
+    void promote() { run("pg_ctl", {"promote", "-D", data()}); }
+    QString place() const { return QStringLiteral("127.0.0.1:%1").arg(m_port); }
+    QString uri(const QString& database = "flights") const
+    {
+        return QStringLiteral("postgresql://fleet@%1/%2").arg(place(), database);
+    }
+
+private:
+    static int freePort()
+    {
+        QTcpServer server;
+        server.listen(QHostAddress::LocalHost);
+        return server.serverPort();
+    }
+    static QStringList asUser(const QString& program)
+    {
+        const QString path = QStandardPaths::findExecutable(
+            program,
+            {"/usr/lib/postgresql/15/bin", "/usr/lib/postgresql/16/bin", "/usr/lib/postgresql/17/bin"});
+        const QStringList user{"setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"};
+        return (geteuid() == 0 ? user : QStringList()) + QStringList{path};
+    }
+    bool run(const QString& program, const QStringList& arguments) const
+    {
+        const QStringList command = asUser(program) + arguments;
+        QProcess process;
+        process.start(command.first(), command.mid(1));
+        return process.waitForFinished(60000) && process.exitCode() == 0;
+    }
+    QString data() const { return m_folder.filePath("data"); }
+
+    const QTemporaryDir m_folder;
+    const int m_port;
+    std::unique_ptr<QProcess> m_process;
+};
