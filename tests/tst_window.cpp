@@ -33,9 +33,7 @@ QByteArray interruptedLog()
     FlightSimulator flight(4, 0, 2, true);
     QByteArray log;
     for (TelemetryFrame frame; flight.next(&frame);) {
-        QByteArray stamp(8, '\0');
-        qToBigEndian(quint64(frame.usec), stamp.data());
-        log += stamp + frame.bytes;
+        log += frame.logRecord();
     }
     return log;
 }

@@ -178,6 +178,9 @@ void FlightRecorder::note(VehicleTracker::Records records)
         records.position->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);
         m_positions.append(*records.position);
         ++m_flight.positions;
+        if (m_positions.size() >= PositionBatch) {
+            writePositions();
+        }
     }
     if (records.status) {
         records.status->insert(QStringLiteral("id"), newId());
@@ -185,12 +188,9 @@ void FlightRecorder::note(VehicleTracker::Records records)
         records.status->insert(QStringLiteral("mission_id"), m_planId);
         m_statuses.append(*records.status);
         ++m_flight.statuses;
-    }
-    if (m_positions.size() >= PositionBatch) {
-        writePositions();
-    }
-    if (m_statuses.size() >= StatusBatch) {
-        writeStatuses();
+        if (m_statuses.size() % StatusBatch == 0) { // they stay when they cannot be written
+            writeStatuses();
+        }
     }
 }
 

@@ -53,8 +53,8 @@ public:
                std::optional<double> clockOffset = {});
     /// Records a frame. Its stamp is in microseconds since 1970, and need not be behind the one before
     /// (SteadyStamps). What waits in memory is written when the first of it is a second old, with the
-    /// frame that comes then. Throws Failure when that cannot be written; the flight goes on with the
-    /// next frame.
+    /// frame that comes then. Throws Failure when that cannot be written: status records wait for another
+    /// try, up to 49 messages are lost, and the flight goes on with the next frame.
     void take(TelemetryFrame frame);
     /// Writes what waits in memory: for a flight of which no frame may come for a while. Throws Failure.
     void flush();
@@ -62,6 +62,9 @@ public:
     /// \param endUsec  no earlier than the last frame's stamp
     /// \param reason  why it ended with an armed aircraft; otherwise that is told from the frames
     RecordedFlight end(qint64 endUsec, const QString& reason = {});
+
+    /// The flight that was begun last, so far.
+    const RecordedFlight& flight() const { return m_flight; }
 
     /// Stores where a recorded mission stopped, and has its row sent again; false when that failed.
     bool storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here);

@@ -41,13 +41,14 @@ bool isWhole(const QByteArray& frame)
     return frame.size() >= PrefixLength && frameLength(frame.constData()) == frame.size();
 }
 
-/// Whether no sender would give the frame these lengths and flags.
+/// Whether no sender would give the frame its length or flags. Version 2 may have fields that are newer than
+/// the table, and cuts off zeros.
 bool isOdd(const QByteArray& frame, const Header& header, const MessageFacts& facts)
 {
     if (header.length == Header1) {
         return header.payload < facts.least || header.payload > facts.most;
     }
-    return header.payload > facts.most || (at(frame.constData(), 2) & ~SignedFlag) != 0;
+    return (at(frame.constData(), 2) & ~SignedFlag) != 0;
 }
 } // namespace
 

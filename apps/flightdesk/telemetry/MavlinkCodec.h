@@ -37,7 +37,7 @@ struct Message {
 enum class Soundness {
     Sound,
     Unknown, ///< a message that is not in the table; its checksum cannot be told
-    Damaged, ///< wrong in its checksum, or in a length that its message never has
+    Damaged, ///< wrong in its checksum, or such as no sender makes it
 };
 
 /// Length of the frame that begins at `data`, of which at least PrefixLength bytes can be read; 0 when none

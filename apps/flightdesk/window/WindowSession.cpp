@@ -20,6 +20,7 @@ WindowSession::WindowSession()
     connect(&m_recorders, &RecorderPool::progress, &m_flights, &FlightModel::setProgress);
     connect(&m_recorders, &RecorderPool::sampled, &m_flights, &FlightModel::addSamples);
     connect(&m_recorders, &RecorderPool::sampled, this, &WindowSession::sampled);
+    connect(&m_recorders, &RecorderPool::found, this, &WindowSession::record);
     connect(&m_recorders, &RecorderPool::finished, &m_flights, &FlightModel::finish);
     connect(&m_recorders, &RecorderPool::finished, this, &WindowSession::sampled);
     connect(&m_recorders, &RecorderPool::finished, &m_breakpoints,
