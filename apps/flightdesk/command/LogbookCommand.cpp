@@ -106,7 +106,8 @@ struct Total {
     }
     static QString waitingText(qint64 rows)
     {
-        return rows == 0 ? QStringLiteral("uploaded") : QStringLiteral("%1 records wait").arg(rows);
+        return rows == 0 ? QStringLiteral("uploaded")
+                         : QStringLiteral("%1 records wait").arg(QLocale(QLocale::English).toString(rows));
     }
 };
 
