@@ -71,7 +71,7 @@ class GeoJsonWriter : public FlightWriter
 public:
     explicit GeoJsonWriter(QIODevice& device) : m_device(device)
     {
-        m_device.write("{\"type\":\"FeatureCollection\",\"features\":[");
+        m_device.write(R"({"type":"FeatureCollection","features":[)");
     }
 
     qint64 add(Flight& flight) override
@@ -83,12 +83,12 @@ public:
         properties.chop(1); // times follow
         m_device.write(R"({"type":"Feature","properties":)" + properties);
         if (survey.points > 0) {
-            m_device.write(",\"coordTimes\":");
+            m_device.write(R"(,"coordTimes":)");
             writeLine(flight, survey, timeText);
         }
-        m_device.write("},\"geometry\":");
+        m_device.write(R"(},"geometry":)");
         if (survey.points > 0) {
-            m_device.write("{\"type\":" + type(survey) + ",\"coordinates\":");
+            m_device.write(R"({"type":)" + type(survey) + R"(,"coordinates":)");
             writeLine(flight, survey, coordinates);
             m_device.write("}");
         } else {
