@@ -40,8 +40,8 @@ Found inGpx(const QByteArray& gpx)
 /// In lines of well-known text, with or without times of any layout.
 Found inLines(QByteArray lines)
 {
-    static const QRegularExpression place("(-?[\\d.]+) (-?[\\d.]+) (-?[\\d.]+)(?=[,)])");
-    static const QRegularExpression time("\\d{4}[-/]\\d\\d[-/]\\d\\d[T ]\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?");
+    static const QRegularExpression place(R"((-?[\d.]+) (-?[\d.]+) (-?[\d.]+)(?=[,)]))");
+    static const QRegularExpression time(R"(\d{4}[-/]\d\d[-/]\d\d[T ]\d\d:\d\d:\d\d(\.\d+)?)");
     Found found;
     for (auto it = place.globalMatch(lines); it.hasNext();) {
         const QRegularExpressionMatch match = it.next();
@@ -255,7 +255,7 @@ private Q_SLOTS:
                                                           "AND pagetype = 'leaf' LIMIT 1 OFFSET 2")
                                  .toInt();
             QFile file(flown.db);
-            QVERIFY(page > 1 && file.open(QIODevice::ReadWrite) && file.seek((page - 1) * 4096));
+            QVERIFY(page > 1 && file.open(QIODevice::ReadWrite) && file.seek(qint64(page - 1) * 4096));
             file.write(QByteArray(4096, '\x55'));
         } else {
             QVERIFY(TestProject::run(flown.db, {sql}));
@@ -334,8 +334,8 @@ SELECT sum(dt) || ' ' || sum(d) FROM w)")
         QCOMPARE(book["total"]["waiting_rows"].toDouble(), waiting);
         QCOMPARE(book["by_aircraft"]["simulated quadrotor"]["flights"].toInt(), 3);
         QStringList ends;
-        for (const QJsonValue& flight : book["flights"].toArray()) {
-            ends += flight["end"].toString().section(' ', 0, 0);
+        for (const auto& flight : book["flights"].toArray()) {
+            ends += flight.toObject()["end"].toString().section(' ', 0, 0);
         }
         std::sort(ends.begin(), ends.end());
         QCOMPARE(ends.join(' '), QString("interrupted landed landed"));
