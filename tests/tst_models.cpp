@@ -5,7 +5,6 @@
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/FlightTrack.h"
 #include "telemetry/PacedSource.h"
-#include "upload/UploadPipeline.h"
 #include "window/LogModel.h"
 #include "window/MissionModel.h"
 
@@ -94,7 +93,7 @@ private Q_SLOTS:
     void keepsTheLatestLogLines()
     {
         LogModel model;
-        LogFilter filter(&model, nullptr);
+        RowFilter filter(&model, LogModel::Text, nullptr);
         const int lines = LogModel::MostLines + 5000;
         for (int i = 0; i < lines; ++i) {
             model.append(QString("line %1 ").arg(i) + QString(i % 2 ? 5000 : 0, 'x'), i % 5);
@@ -104,48 +103,13 @@ private Q_SLOTS:
         QTRY_COMPARE(shown(model, model.rowCount() - 1, LogModel::Text), QString("last"));
         QVERIFY(model.rowCount() <= LogModel::MostLines);
         QVERIFY(shown(model, 1, LogModel::Text).size() < LogModel::LongestLine + 10);
-        filter.setLeast(3);
+        filter.setCondition([](auto& line) { return line.data(LogModel::LevelRole).toInt() >= 3; });
         filter.setFilterFixedString("LINE 2499");
         QStringList left;
         for (int row = 0; row < filter.rowCount(); ++row) {
             left.append(shown(filter, row, LogModel::Text).section(' ', 1, 1));
         }
         QCOMPARE(left.join(' '), QString("24993 24994 24998 24999"));
-    }
-    void tellsWhatTheUploadDoes()
-    {
-        // What the library logs of an upload, between its batches, and the words at last.
-        const QString post = "CKvFlightDataDbOperator::_post",
-                      gone = "CKvUpLoadObject::slotRequestTimeOut 119";
-        const std::pair<QStringList, QString> cases[] = {
-            {{"CKvFlightDataDbOperator::slotResetUploadFlow"}, ""},
-            {{post + "FlightMission Start upload flight mission,id = m1"},
-             "Sending the mission row of <m1>."},
-            {{post + R"(PosData Start upload pos data, flightmission id = m1 ,idList = ("a", "b"))"},
-             "Sending positions of <m1>."},
-            {{post + R"(UasStatus Start upload uasStatus, flightmission id = m2 ,idList = ("id = x"))"},
-             "Sending status rows of <m2>."},
-            {{post + "UasStatus Start upload uasStatus, flightmission id = m2 ,idList = ()", "batch m3"},
-             "Sending log rows of <m3>."},
-            {{"batch m3", gone}, "Failed: the server gave no answer for 20 s. Next try in 2 s."},
-            {{gone, "batch m3"}, "Sending log rows of <m3>."},
-        };
-        for (const auto& [lines, words] : cases) {
-            LogFeed feed;
-            const OperatorLog log(feed);
-            UploadPipeline pipeline;
-            connect(&log, &OperatorLog::requestBegan,
-                    [&](auto rows, auto& id) { pipeline.noteBegan(rows, id); });
-            connect(&log, &OperatorLog::requestFailed, [&](auto& why) { pipeline.noteFailed(why, 1000); });
-            for (const QString& line : lines) {
-                if (line.startsWith("batch ")) {
-                    pipeline.noteBatch(line.mid(6));
-                } else {
-                    Q_EMIT feed.line(line, 2);
-                }
-            }
-            QCOMPARE(pipeline.text(2500, 3000, [](const QString& id) { return "<" + id + ">"; }), words);
-        }
     }
     void storesBreakpointsAgain()
     {
@@ -221,7 +185,7 @@ private Q_SLOTS:
                 5); // a degree is half as wide there
         QVERIFY(track.over(&FlightSample::volts).isEmpty());
     }
-    /// While one replay runs to its end without a pace, another one at the flight's own has hardly begun.
+
     void replaysAtAPace()
     {
         FlightSimulator flight(1, 0, 600), again(1, 0, 600);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "support/Programs.h"
+#include "support/FlightLog.h"
 #include "support/ScriptedServer.h"
-#include "support/TestProject.h"
-#include "telemetry/FlightSimulator.h"
 #include "window/DownloadPage.h"
 #include "window/EndSignals.h"
 #include "window/MainWindow.h"
@@ -30,12 +28,7 @@ QByteArray interruptedLog()
         }
         return real.read(real.size() / 2);
     }
-    FlightSimulator flight(4, 0, 2, true);
-    QByteArray log;
-    for (TelemetryFrame frame; flight.next(&frame);) {
-        log += frame.logRecord();
-    }
-    return log;
+    return asLog(framesOf({4, 0, 2, true}));
 }
 
 /// A window on a project of its own, worked with mouse and keys.
@@ -226,6 +219,9 @@ private Q_SLOTS:
         QTRY_VERIFY(qAbs(track->scale().x() / track->scale().y() - 1) < 0.01);
         QVERIFY(track->scale().x() < 1); // the circle of 80 m fills the plot
 
+        QStringList said;
+        connect(desk.window.session().uploader(), &Uploader::changed, &desk.window,
+                [&] { said.append(desk.said()); });
         server.trouble = "slam";
         desk.signIn(server.url(), "first");
         QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: no usable answer"), qPrintable(desk.said()),
@@ -247,6 +243,10 @@ private Q_SLOTS:
         desk.press(Qt::Key_Return);
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
         QCOMPARE(server.ids, desk.ids());
+        for (const char* words : {"Next try in 1 s.", "Sending the mission row of flight",
+                                  "Sending positions of flight", "Sending status rows of flight"}) {
+            QVERIFY2(!said.filter(words).isEmpty(), words);
+        }
         for (const PostedRequest& request : server.requests) {
             if (request.path == "/flight/upload") {
                 QCOMPARE(request.records().first().toObject()["break_point_lng"].toString(),
@@ -273,86 +273,74 @@ private Q_SLOTS:
         QTRY_COMPARE(desk.said(), QString("Everything is uploaded."));
     }
 
-    void pauses_data()
-    {
-        QTest::addColumn<bool>("accepted");
-        QTest::addColumn<bool>("paused"); // when the answer comes
-        for (const bool accepted : {true, false}) {
-            QTest::addRow("%s, paused", accepted ? "accepted" : "refused") << accepted << true;
-            QTest::addRow("%s, resumed", accepted ? "accepted" : "refused") << accepted << false;
-        }
-    }
+    /// An answer, good or bad, comes while the upload is paused or once it goes on.
     void pauses()
     {
-        QFETCH(bool, accepted);
-        QFETCH(bool, paused);
-        const TestProject project;
-        Desk desk(project);
-        Account server("t");
-        server.holdLog = true;
-        QVERIFY(desk.isShown());
-        desk.record(interruptedLog());
-        desk.signIn(server.url(), "t");
-        QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
-        const int waiting = desk.waiting("flight_monitor_detail_log");
-        desk.click("Pause");
-        const auto answer = [&] {
-            server.holdLog = false;
-            if (accepted) {
-                server.accept(server.requests.last());
+        for (const bool accepted : {true, false}) {
+            for (const bool paused : {true, false}) {
+                const TestProject project;
+                Desk desk(project);
+                Account server("t");
+                server.holdLog = true;
+                QVERIFY(desk.isShown());
+                desk.record(interruptedLog());
+                desk.signIn(server.url(), "t");
+                QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
+                const int waiting = desk.waiting("flight_monitor_detail_log");
+                desk.click("Pause");
+                const auto answer = [&] {
+                    server.holdLog = false;
+                    if (accepted) {
+                        server.accept(server.requests.last());
+                    }
+                    const char* const reply = accepted ? R"(200 {"status":0})" : R"(200 {"status":9})";
+                    server.sendMore("/flight/detailupload", ScriptedServer::reply(reply).wire);
+                };
+                if (paused) {
+                    const int requests = server.requests.size();
+                    answer();
+                    QSignalSpy looks(&desk.window.session(), &WindowSession::looked);
+                    QTRY_VERIFY(looks.size() >= 4); // more than two intervals, in which nothing may come
+                    QCOMPARE(server.requests.size(), requests);
+                    QCOMPARE(desk.waiting("flight_monitor_detail_log"), waiting);
+                    QVERIFY(desk.said().startsWith("Paused."));
+                }
+                desk.click("Start");
+                if (!paused) {
+                    answer();
+                }
+                QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
+                QCOMPARE(server.ids, desk.ids());
             }
-            server.sendMore(
-                "/flight/detailupload",
-                ScriptedServer::reply(accepted ? R"(200 {"status":0})" : R"(200 {"status":9})").wire);
-        };
-        if (paused) {
-            const int requests = server.requests.size();
-            answer();
-            QSignalSpy looks(&desk.window.session(), &WindowSession::looked);
-            QTRY_VERIFY(looks.size() >= 4); // more than two intervals, in which nothing may come
-            QCOMPARE(server.requests.size(), requests);
-            QCOMPARE(desk.waiting("flight_monitor_detail_log"), waiting);
-            QVERIFY(desk.said().startsWith("Paused."));
         }
-        desk.click("Start");
-        if (!paused) {
-            answer();
-        }
-        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
-        QCOMPARE(server.ids, desk.ids());
     }
 
     /// The window is closed, or its process told to end, while it records and uploads: what was received is
     /// in the file, whole, and goes with the next window.
-    void closesInTheMiddle_data()
-    {
-        QTest::addColumn<bool>("told");
-        QTest::newRow("closed") << false;
-        QTest::newRow("told to end") << true;
-    }
     void closesInTheMiddle()
     {
-        QFETCH(bool, told);
-        Account server("t");
-        const TestProject project;
-        auto desk = std::make_unique<Desk>(project);
-        QVERIFY(desk->isShown());
-        desk->signIn(server.url(), "t");
-        desk->goTo(2);
-        desk->click("Simulate"); // at ten times its speed
-        QTRY_VERIFY_WITH_TIMEOUT(server.last == "/flight/detailupload", Long);
-        const EndSignals endSignals;
-        QTimer::singleShot(0, &desk->window, [&] { told ? ::raise(SIGTERM) : desk->window.close(); });
-        QCOMPARE(QApplication::exec(), 0);
-        desk.reset();
-        desk = std::make_unique<Desk>(project);
-        QVERIFY(desk->isShown());
-        QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"),
-                 QString("interrupted"));
-        QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
-        desk->signIn(server.url(), "t");
-        QTRY_COMPARE_WITH_TIMEOUT(desk->said(), QString("Everything is uploaded."), Long);
-        QCOMPARE(server.ids, desk->ids());
+        for (const bool told : {false, true}) {
+            Account server("t");
+            const TestProject project;
+            auto desk = std::make_unique<Desk>(project);
+            QVERIFY(desk->isShown());
+            desk->signIn(server.url(), "t");
+            desk->goTo(2);
+            desk->click("Simulate"); // at ten times its speed
+            QTRY_VERIFY_WITH_TIMEOUT(server.last == "/flight/detailupload", Long);
+            const EndSignals endSignals;
+            QTimer::singleShot(0, &desk->window, [&] { told ? ::raise(SIGTERM) : desk->window.close(); });
+            QCOMPARE(QApplication::exec(), 0);
+            desk.reset();
+            desk = std::make_unique<Desk>(project);
+            QVERIFY(desk->isShown());
+            QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"),
+                     QString("interrupted"));
+            QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
+            desk->signIn(server.url(), "t");
+            QTRY_COMPARE_WITH_TIMEOUT(desk->said(), QString("Everything is uploaded."), Long);
+            QCOMPARE(server.ids, desk->ids());
+        }
     }
 
     void downloads()

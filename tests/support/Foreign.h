@@ -37,22 +37,5 @@ private:
     sqlite3_stmt* m_reading = nullptr;
 };
 
-/// Writes numbered messages of the mission "m1".
-struct Recorder : Host {
-    explicit Recorder(const QString& file) : Host(EUploadEnv::None, file)
-    {
-        op.SetFilghtMissionID("m1");
-        connect(&op, &CKvFlightDataDbOperator::RecBreakPointRet, this, [this](bool done) { stored = done; });
-    }
-    void write(int messages)
-    {
-        for (int i = 0; i < messages; ++i) {
-            Q_EMIT slotWriteFlightMonitor(QByteArray::number(written++));
-        }
-    }
-    int written = 0;
-    bool stored = true;
-};
-
 /// The operator's lock is free, or the alarm ends this program.
 void takeLock(Recorder& recorder);

@@ -6,19 +6,6 @@
 
 const QString Token = QStringLiteral("t0k3n-of-the-operator");
 
-/// A telemetry log with ten frames a second.
-inline QByteArray asLog(const QList<QByteArray>& frames)
-{
-    QByteArray log;
-    quint64 usec = 1436056003484000;
-    for (const QByteArray& frame : frames) {
-        QByteArray stamp(8, '\0');
-        qToBigEndian(usec += 100000, stamp.data());
-        log += stamp + frame;
-    }
-    return log;
-}
-
 /// One of the project's programs as a child process, ended with the object.
 struct Program : QProcess {
     Program(const QString& name, const QStringList& arguments)
@@ -96,9 +83,9 @@ struct FlownProject : TestProject {
         return found;
     }
     /// Uploads everything and compares it with the server's ledger.
-    void uploadAll(const QString& url) const
+    void uploadAll(const QString& url, const QStringList& more = {}) const
     {
-        const ProgramResult uploaded = upload(url);
+        const ProgramResult uploaded = upload(url, more);
         QVERIFY2(uploaded.exitCode == 0, uploaded.err);
         const ProgramResult status = desk("status", {"--ledger", ledger});
         QVERIFY2(status.exitCode == 0, status.out + status.err);

@@ -95,3 +95,11 @@ private:
     QSslSocket m_socket;
     QByteArray m_in;
 };
+
+/// What GET brings, head and body.
+inline QByteArray get(const QString& url, const QByteArray& path)
+{
+    RawClient client(url);
+    client.send("GET " + path + " HTTP/1.1\r\nHost: server\r\n\r\n");
+    return client.rest();
+}

@@ -20,9 +20,7 @@ ArmedHost::ArmedHost(EUploadEnv env, const QString& file, const QByteArray& toke
     , finished(&op, SIGNAL(UploadFinished(QString, QString)))
     , missions(&op, SIGNAL(signalUploadFlightMissionFinish()))
 {
-    SKvUserInfo user;
-    user.m_strToken = token;
-    SetCurUserInfo(user);
+    signIn(token);
     op.SetStartTimeInterval(1000000); // no tick of its own before a cycle has run
     Q_EMIT slotCheckNewData();
     op.SetStartTimeInterval(10);
@@ -57,6 +55,20 @@ void ArmedHost::rearm(const QString& file)
 CKvControl* control()
 {
     return CKvControl::GetInstance(false, EPlaneType::Multirotor);
+}
+
+void signIn(const QString& token)
+{
+    SKvUserInfo user;
+    user.m_strToken = token;
+    SetCurUserInfo(user);
+}
+
+int environmentNumber(const char* name, int otherwise)
+{
+    bool ok = false;
+    const int number = qEnvironmentVariableIntValue(name, &ok);
+    return ok ? number : otherwise;
 }
 
 QStringList loggedBy(Level threshold, const std::function<void()>& function)
@@ -131,6 +143,18 @@ QVariantList TestProject::values(const QString& file, const QString& sql)
 QString TestProject::text(const QString& file, const QString& sql)
 {
     return QVariant(values(file, sql)).toStringList().join(' ');
+}
+
+QSet<QString> TestProject::rows(const QString& file, const QString& condition, const QStringList& tables)
+{
+    QSet<QString> rows;
+    for (const QString& table : tables) {
+        const QString sql = QString("SELECT '%1/' || id FROM %1 WHERE %2").arg(table, condition);
+        for (const QVariant& row : values(file, sql)) {
+            rows.insert(row.toString());
+        }
+    }
+    return rows;
 }
 
 int TestProject::waiting(const QString& file, const QString& table)

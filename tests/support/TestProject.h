@@ -47,10 +47,34 @@ private:
     QList<QPointer<QNetworkAccessManager>> m_managers;
 };
 
+/// Writes numbered messages of the mission "m1".
+struct Recorder : Host {
+    explicit Recorder(const QString& file, EUploadEnv env = EUploadEnv::None) : Host(env, file)
+    {
+        op.SetFilghtMissionID("m1");
+        connect(&op, &CKvFlightDataDbOperator::RecBreakPointRet, this, [this](bool done) { stored = done; });
+    }
+    void write(int messages)
+    {
+        for (int i = 0; i < messages; ++i) {
+            Q_EMIT slotWriteFlightMonitor(QByteArray::number(written++));
+        }
+    }
+    int written = 0;
+    bool stored = true;
+    const QSignalSpy finished{&op, SIGNAL(WriteDBFinished(QString, uint, QString))};
+};
+
 /// The tables of the upload chain, in its order.
 const QStringList Tables = {"flight_mission", "pos_data", "uas_status", "flight_monitor_detail_log"};
 
 CKvControl* control();
+
+/// Sets the user's token.
+void signIn(const QString& token);
+
+/// A number of the environment, or another one where it has none.
+int environmentNumber(const char* name, int otherwise);
 
 /// What is logged with a level of the threshold and above while a function runs: the level's number, a blank
 /// and the line.
@@ -76,6 +100,9 @@ public:
     static QVariantList values(const QString& file, const QString& sql);
     static QVariant value(const QString& file, const QString& sql) { return values(file, sql).value(0); }
     static QString text(const QString& file, const QString& sql);
+    /// The rows of tables of which a condition holds, as "table/id".
+    static QSet<QString> rows(const QString& file, const QString& condition = "1",
+                              const QStringList& tables = Tables);
     /// Rows of a table that wait for upload, and of all four.
     static int waiting(const QString& file, const QString& table);
     static int waiting(const QString& file);

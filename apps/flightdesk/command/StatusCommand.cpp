@@ -35,8 +35,8 @@ public:
 
     int finish()
     {
-        QString verdict;
-        const bool complete = isComplete(&verdict);
+        const QString lacking = shortfall();
+        const bool complete = lacking.isEmpty();
         printRow(m_total, QStringLiteral("all"));
         m_console.document({{"ok"_l1, complete},
                             {"missions"_l1, m_missions},
@@ -46,7 +46,8 @@ public:
             for (const QString& missing : m_missing) {
                 m_console.line(missing);
             }
-            m_console.line(verdict);
+            m_console.line(complete ? QStringLiteral("all %1 rows accepted and marked").arg(m_total.recorded)
+                                    : lacking);
         }
         return complete ? Done : NotDone;
     }
@@ -118,26 +119,25 @@ private:
                  QString::number(count.marked), QString::number(count.waiting));
     }
 
-    /// Without a ledger nothing is judged.
-    bool isComplete(QString* verdict) const
+    /// What the ledger or the files lack; without a ledger nothing is judged.
+    [[nodiscard]] QString shortfall() const
     {
         if (!withLedger()) {
-            return true;
+            return {};
         }
         if (!m_unreadable.isEmpty()) {
-            *verdict = QStringLiteral("%1 files cannot be read").arg(m_unreadable.size());
-        } else if (m_total.recorded == 0) {
-            *verdict = QStringLiteral("nothing is recorded");
-        } else if (!m_missing.isEmpty()) {
-            *verdict = QStringLiteral("%1 of %2 rows accepted, %3 marked")
-                           .arg(m_total.accepted)
-                           .arg(m_total.recorded)
-                           .arg(m_total.marked);
-        } else {
-            *verdict = QStringLiteral("all %1 rows accepted and marked").arg(m_total.recorded);
-            return true;
+            return QStringLiteral("%1 files cannot be read").arg(m_unreadable.size());
         }
-        return false;
+        if (m_total.recorded == 0) {
+            return QStringLiteral("nothing is recorded");
+        }
+        if (m_missing.isEmpty()) {
+            return {};
+        }
+        return QStringLiteral("%1 of %2 rows accepted, %3 marked")
+            .arg(m_total.accepted)
+            .arg(m_total.recorded)
+            .arg(m_total.marked);
     }
 
     Console& m_console;

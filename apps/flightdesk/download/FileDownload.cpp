@@ -25,7 +25,7 @@ QString wrongSize(qint64 received, qint64 all)
 class DirectDownload : public CKvDownLoadObject
 {
 public:
-    DirectDownload()
+    explicit DirectDownload(const LogFeed&)
     {
         SetMethod(false);
         setTimeoutIntervel(StallSeconds * 1000);
@@ -105,49 +105,51 @@ private:
     qint64 m_total = -1; ///< bytes of the file, as the program last said
 };
 
+/// The library's object is made when it is asked for a file, on the thread on which it is to work.
 template<typename Object>
 class DownloadOf : public FileDownload
 {
 public:
-    template<typename... Arguments>
-    explicit DownloadOf(const Arguments&... arguments) : m_object(arguments...)
-    {
-        connect(&m_object, &Object::downloadProgress, this, &DownloadOf::noteProgress);
-        connect(&m_object, &Object::downLoadFinished, this,
-                [this] { end(m_object.bytes(), m_object.trouble()); });
-        connect(&m_object, &Object::NetWorkError, this, [this] { fail(); });
-    }
+    explicit DownloadOf(const LogFeed& log) : m_log(log) {}
 
     void stop() override
     {
         if (m_stopReason.isEmpty()) {
             m_stopReason = QStringLiteral("stopped");
         }
-        m_object.stop();
+        if (m_object) {
+            m_object->stop();
+        }
     }
 
 protected:
     void request(const QByteArray& url) override
     {
-        m_object.SetUrl(url);
-        m_object.slotRequestData();
+        m_object = std::make_unique<Object>(m_log);
+        connect(m_object.get(), &Object::downloadProgress, this, &DownloadOf::noteProgress);
+        connect(m_object.get(), &Object::downLoadFinished, this,
+                [this] { end(m_object->bytes(), m_object->trouble()); });
+        connect(m_object.get(), &Object::NetWorkError, this, &DownloadOf::fail);
+        m_object->SetUrl(url);
+        m_object->slotRequestData();
     }
 
 private:
     void fail()
     {
-        const QString trouble = m_stopReason.isEmpty() ? m_object.trouble() : m_stopReason;
+        const QString trouble = m_stopReason.isEmpty() ? m_object->trouble() : m_stopReason;
         end({}, trouble.isEmpty() ? QStringLiteral("the download failed") : trouble);
     }
 
-    Object m_object;
+    const LogFeed& m_log;
+    std::unique_ptr<Object> m_object;
 };
 } // namespace
 
 std::unique_ptr<FileDownload> FileDownload::make(Way way, const LogFeed& log)
 {
     if (way == Way::Direct) {
-        return std::make_unique<DownloadOf<DirectDownload>>();
+        return std::make_unique<DownloadOf<DirectDownload>>(log);
     }
     return std::make_unique<DownloadOf<ExternalDownload>>(log);
 }
@@ -183,10 +185,13 @@ void FileDownload::end(const QByteArray& bytes, QString error)
     if (std::exchange(m_ended, true)) {
         return;
     }
-    QSaveFile file(m_path);
-    if (error.isEmpty() &&
-        !(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit())) {
-        error = QStringLiteral("cannot write %1: %2").arg(m_path, file.errorString());
+    if (error.isEmpty()) {
+        QSaveFile file(m_path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
+            error = QStringLiteral("cannot write %1: %2").arg(m_path, file.errorString());
+        }
+    } else {
+        stop(); // a stalled request goes on until it is told otherwise
     }
     Q_EMIT ended(bytes.size(), error);
 }

@@ -9,7 +9,8 @@
 
 #include <memory>
 
-/// One download of one file, to its first outcome: a stalled request may have another one later.
+/// One download of one file, to its first outcome: a stalled request may have another one later. It may be
+/// moved to another thread before its start.
 class FileDownload : public QObject
 {
     Q_OBJECT

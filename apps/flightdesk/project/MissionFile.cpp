@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "project/MissionFile.h"
 
+#include "telemetry/Latin1.h"
+
 #include <KvAlgorthm.h>
 
 #include <QtCore/QFileInfo>
@@ -25,23 +27,17 @@ const char* const CountSql = "SELECT %1, count(*), total(is_uploaded = 1), total
 const char* const AcceptedSql = "total(EXISTS (SELECT 1 FROM ledger.\"row\" r "
                                 "WHERE r.kind = '%1' AND r.id = t.id))";
 
-/// Text of a column, empty when the table lacks it.
-QString text(const QSqlQuery& row, const char* column)
+/// A column that the table lacks is as an empty one.
+std::optional<Breakpoint> breakpointIn(const QSqlRecord& mission)
 {
-    const int index = row.record().indexOf(QLatin1String(column));
-    return index < 0 ? QString() : row.value(index).toString();
-}
-
-std::optional<Breakpoint> breakpointIn(const QSqlQuery& mission)
-{
-    const QString lng = text(mission, "break_point_lng");
+    const QString lng = mission.value("break_point_lng"_l1).toString();
     if (lng.isEmpty()) {
         return std::nullopt;
     }
-    const auto document = QJsonDocument::fromJson(text(mission, "flight_mission_data").toUtf8());
-    return Breakpoint{text(mission, "last_waypoint_index").toInt(), lng.toDouble(),
-                      text(mission, "break_point_lat").toDouble(),
-                      document[QLatin1String("circula_task_completion_degree")].toDouble()};
+    const auto document = QJsonDocument::fromJson(mission.value("flight_mission_data"_l1).toByteArray());
+    return Breakpoint{mission.value("last_waypoint_index"_l1).toInt(), lng.toDouble(),
+                      mission.value("break_point_lat"_l1).toDouble(),
+                      document["circula_task_completion_degree"_l1].toDouble()};
 }
 
 MissionCount& missionIn(QVector<MissionCount>* missions, const QString& id)
@@ -109,7 +105,7 @@ QStringList MissionFile::columns(const QString& table)
 {
     QStringList names;
     readSome(QString::fromLatin1(ColumnsSql).arg(table), [&names](const QSqlQuery& row) {
-        names.append(text(row, "name"));
+        names.append(row.record().value("name"_l1).toString());
         return true;
     });
     return names;
@@ -183,13 +179,14 @@ void MissionFile::readMissions(const QString& table, QVector<MissionCount>* miss
         return;
     }
     read(QString::fromLatin1(MissionsSql).arg(table), [missions](const QSqlQuery& row) {
-        MissionCount& mission = missionIn(missions, text(row, "id"));
+        const QSqlRecord fields = row.record();
+        MissionCount& mission = missionIn(missions, fields.value("id"_l1).toString());
         mission.hasRow = true;
-        mission.name = text(row, "name");
-        mission.aircraft = text(row, "aircraft");
-        mission.startedAt = text(row, "started_at");
-        mission.breakpoint = breakpointIn(row);
-        mission.clockOffset = text(row, "clock_offset").toDouble();
+        mission.name = fields.value("name"_l1).toString();
+        mission.aircraft = fields.value("aircraft"_l1).toString();
+        mission.startedAt = fields.value("started_at"_l1).toString();
+        mission.breakpoint = breakpointIn(fields);
+        mission.clockOffset = fields.value("clock_offset"_l1).toDouble();
     });
 }
 
@@ -199,12 +196,13 @@ void MissionFile::readEnds(QVector<MissionCount>* missions)
         return;
     }
     read(QString::fromLatin1(MissionsSql).arg(FlightCompleteTableName), [missions](const QSqlQuery& row) {
-        const QString id = text(row, "flight_mission_id");
+        const QSqlRecord fields = row.record();
+        const QString id = fields.value("flight_mission_id"_l1).toString();
         for (MissionCount& mission : *missions) {
             if (mission.id == id) {
-                mission.completedAt = text(row, "completed_at");
-                mission.result = text(row, "result");
-                const QString offset = text(row, "clock_offset");
+                mission.completedAt = fields.value("completed_at"_l1).toString();
+                mission.result = fields.value("result"_l1).toString();
+                const QString offset = fields.value("clock_offset"_l1).toString();
                 mission.clockOffset = offset.isEmpty() ? mission.clockOffset : offset.toDouble();
             }
         }

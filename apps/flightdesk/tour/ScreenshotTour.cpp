@@ -3,6 +3,7 @@
 
 #include "command/Commands.h"
 #include "command/Console.h"
+#include "Failure.h"
 #include "flightserver/ServerProcess.h"
 #include "window/DownloadPage.h"
 #include "window/MainWindow.h"
@@ -11,8 +12,8 @@
 #include "window/Theme.h"
 #include "window/UploadPage.h"
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QDir>
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QTemporaryDir>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QTabWidget>
@@ -28,9 +29,8 @@ const QString Token = QStringLiteral("tour");
 
 bool waitFor(const std::function<bool()>& done, int milliseconds = Patience)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < milliseconds) {
+    const QDeadlineTimer end(milliseconds);
+    while (!done() && !end.hasExpired()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 50);
     }
     return done();
@@ -89,12 +89,6 @@ bool savePictures(MainWindow& window, const QString& folder)
     }
     return saved;
 }
-
-int fail(const QString& what)
-{
-    Console::printError(what);
-    return NotDone;
-}
 } // namespace
 
 int takeScreenshots(const QStringList& arguments)
@@ -105,13 +99,13 @@ int takeScreenshots(const QStringList& arguments)
     }
     const QString& folder = arguments.last();
     if (!QDir().mkpath(folder)) {
-        return fail(QStringLiteral("cannot make the folder %1").arg(folder));
+        throw Failure(QStringLiteral("cannot make the folder %1").arg(folder));
     }
     const QTemporaryDir place;
     const ServerProcess server(
         {QStringLiteral("--token"), Token, QStringLiteral("--fault"), QStringLiteral("delay=1000:20")});
     if (server.url.isEmpty()) {
-        return fail(QStringLiteral(
+        throw Failure(QStringLiteral(
             "cannot start flightserver, which lies neither beside flightdesk nor in the path"));
     }
     QFont font = QApplication::font();
@@ -125,10 +119,10 @@ int takeScreenshots(const QStringList& arguments)
     window.projectPage()->open(place.filePath(QStringLiteral("project")), true);
     window.tabs()->setCurrentWidget(window.recordPage());
     if (!fly(window, server.url)) {
-        return fail(QStringLiteral("the tour came to a halt: %1").arg(window.session().uploadText()));
+        throw Failure(QStringLiteral("the tour came to a halt: %1").arg(window.session().uploadText()));
     }
     if (!savePictures(window, folder)) {
-        return fail(QStringLiteral("cannot write pictures into %1").arg(folder));
+        throw Failure(QStringLiteral("cannot write pictures into %1").arg(folder));
     }
     return Done;
 }

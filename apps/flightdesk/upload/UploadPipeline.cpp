@@ -1,16 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "upload/UploadPipeline.h"
 
-#include <QtCore/QCoreApplication>
-
-namespace
-{
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("UploadPipeline", text);
-}
-} // namespace
-
 void UploadPipeline::noteBegan(OperatorLog::Rows rows, const QString& mission)
 {
     using Rows = OperatorLog::Rows;

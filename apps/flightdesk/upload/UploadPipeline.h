@@ -3,6 +3,7 @@
 
 #include "operator/OperatorLog.h"
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QString>
 
 #include <functional>
@@ -11,6 +12,8 @@
 /// What an uploading operator is doing, as far as its log and its signals tell.
 class UploadPipeline
 {
+    Q_DECLARE_TR_FUNCTIONS(UploadPipeline)
+
 public:
     void noteBegan(OperatorLog::Rows rows, const QString& mission);
     /// The operator announced a batch of log rows.

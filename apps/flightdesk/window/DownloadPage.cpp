@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "window/DownloadPage.h"
 
+#include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/WindowSession.h"
 
@@ -10,10 +11,8 @@
 #include <QtCore/QUrl>
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QFormLayout>
-#include <QtWidgets/QLineEdit>
 #include <QtWidgets/QProgressBar>
 #include <QtWidgets/QPushButton>
-#include <QtWidgets/QVBoxLayout>
 
 namespace
 {
@@ -23,7 +22,8 @@ constexpr int Steps = 1000;
 DownloadPanel::DownloadPanel(WindowSession& session, FileDownload::Way way, const QString& title,
                              const QString& what)
     : QGroupBox(title)
-    , m_worker(session.downloader(way))
+    , m_session(session)
+    , m_way(way)
     , m_url(new QLineEdit)
     , m_path(new QLineEdit)
     , m_progress(new QProgressBar)
@@ -36,25 +36,15 @@ DownloadPanel::DownloadPanel(WindowSession& session, FileDownload::Way way, cons
     m_progress->setRange(0, Steps);
     m_progress->setValue(0);
     auto* const choose = new QPushButton(tr("Choose..."));
-    auto* const to = new QHBoxLayout;
-    to->addWidget(m_path);
-    to->addWidget(choose);
-    auto* const run = new QHBoxLayout;
-    run->addWidget(m_progress, 1);
-    run->addWidget(m_start);
-    run->addWidget(m_stop);
     auto* const form = new QFormLayout(this);
     form->addRow(tr("Address:"), m_url);
-    form->addRow(tr("Save as:"), to);
-    form->addRow(run);
+    form->addRow(tr("Save as:"), sideBySide({{m_path, choose}}));
+    form->addRow(sideBySide({{m_progress, m_start, m_stop}}));
     form->addRow(m_text);
     connect(choose, &QPushButton::clicked, this, &DownloadPanel::choosePath);
     connect(m_start, &QPushButton::clicked, this, &DownloadPanel::startAsEntered);
     connect(m_url, &QLineEdit::returnPressed, m_start, &QPushButton::click);
     connect(m_path, &QLineEdit::returnPressed, m_start, &QPushButton::click);
-    connect(m_stop, &QPushButton::clicked, m_worker, &DownloadWorker::stop);
-    connect(m_worker, &DownloadWorker::progress, this, &DownloadPanel::showProgress);
-    connect(m_worker, &DownloadWorker::ended, this, &DownloadPanel::showEnd);
     m_stop->setObjectName(QStringLiteral("stop"));
     setRunning(false);
 }
@@ -91,7 +81,11 @@ void DownloadPanel::startAsEntered()
     setRunning(true);
     m_progress->setValue(0);
     m_text->say(tr("Asking the server."), false);
-    QMetaObject::invokeMethod(m_worker, [worker = m_worker, url, path] { worker->start(url, path); });
+    FileDownload* const download = m_session.makeDownload(m_way);
+    connect(m_stop, &QPushButton::clicked, download, &FileDownload::stop);
+    connect(download, &FileDownload::progress, this, &DownloadPanel::showProgress);
+    connect(download, &FileDownload::ended, this, &DownloadPanel::showEnd);
+    QMetaObject::invokeMethod(download, [download, url, path] { download->start(url, path); });
 }
 
 void DownloadPanel::showProgress(qint64 received, qint64 total)

@@ -5,7 +5,6 @@
 
 #include <QtWidgets/QGroupBox>
 
-class DownloadWorker;
 class QLineEdit;
 class QProgressBar;
 class QPushButton;
@@ -29,7 +28,8 @@ private:
     void showEnd(qint64 bytes, const QString& error);
     void setRunning(bool running);
 
-    DownloadWorker* const m_worker;
+    WindowSession& m_session;
+    const FileDownload::Way m_way;
     QLineEdit* m_url;
     QLineEdit* m_path;
     QProgressBar* m_progress;

@@ -70,6 +70,7 @@ QVariant FlightModel::data(const QModelIndex& index, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case Qt::ToolTipRole:
+    case BarTextRole:
         return text;
     case PercentRole:
         return row.percent;

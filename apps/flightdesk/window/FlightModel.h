@@ -12,8 +12,6 @@ class FlightModel : public TableModel
 
 public:
     enum Column { Name, Progress, State, ColumnCount };
-    /// Per cent of the source that has been recorded.
-    static constexpr int PercentRole = Qt::UserRole;
 
     explicit FlightModel(QObject* parent = nullptr);
 

@@ -73,23 +73,3 @@ QString LogModel::levelName(int level)
     const char* const names[] = {"Trace", "Debug", "Info", "Warning", "Error"};
     return QString::fromLatin1(names[qBound(0, level, 4)]);
 }
-
-LogFilter::LogFilter(LogModel* model, QObject* parent) : QSortFilterProxyModel(parent)
-{
-    setFilterKeyColumn(LogModel::Text);
-    setFilterCaseSensitivity(Qt::CaseInsensitive);
-    setSourceModel(model);
-}
-
-void LogFilter::setLeast(int level)
-{
-    m_least = level;
-    invalidateFilter();
-}
-
-bool LogFilter::filterAcceptsRow(int row, const QModelIndex& parent) const
-{
-    const QModelIndex line = sourceModel()->index(row, LogModel::Text, parent);
-    return line.data(LogModel::LevelRole).toInt() >= m_least &&
-           QSortFilterProxyModel::filterAcceptsRow(row, parent);
-}

@@ -3,7 +3,6 @@
 
 #include "window/TableModel.h"
 
-#include <QtCore/QSortFilterProxyModel>
 #include <QtCore/QTime>
 #include <QtCore/QTimer>
 #include <QtCore/QVector>
@@ -15,7 +14,7 @@ class LogModel : public TableModel
 
 public:
     enum Column { Time, Severity, Text, ColumnCount };
-    static constexpr int LevelRole = Qt::UserRole;
+    static constexpr int LevelRole = FirstRole;
     static constexpr int MostLines = 20000;
     static constexpr int LongestLine = 400; ///< a line that lists a thousand ids is cut
 
@@ -41,20 +40,4 @@ private:
     QVector<Line> m_lines;
     QVector<Line> m_pending;
     QTimer m_timer;
-};
-
-/// The lines of a level and above that hold a text.
-class LogFilter : public QSortFilterProxyModel
-{
-    Q_OBJECT
-
-public:
-    LogFilter(LogModel* model, QObject* parent);
-    void setLeast(int level);
-
-protected:
-    bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
-
-private:
-    int m_least = 0;
 };

@@ -2,7 +2,7 @@
 #include "window/LogPage.h"
 
 #include "window/LogModel.h"
-#include "window/StateLabel.h"
+#include "window/Rows.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
 
@@ -10,12 +10,8 @@
 #include <QtCore/QUrl>
 #include <QtGui/QDesktopServices>
 #include <QtWidgets/QComboBox>
-#include <QtWidgets/QHBoxLayout>
-#include <QtWidgets/QLabel>
-#include <QtWidgets/QLineEdit>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QScrollBar>
-#include <QtWidgets/QVBoxLayout>
 
 LogPage::LogPage(WindowSession& session, const QString& file, QWidget* parent)
     : QWidget(parent), m_table(new TableView(tr("Log lines"), tr("No lines.")))
@@ -28,32 +24,28 @@ LogPage::LogPage(WindowSession& session, const QString& file, QWidget* parent)
 
 QLayout* LogPage::makeFilter(WindowSession& session)
 {
-    auto* const filter = new LogFilter(session.log(), this);
+    auto* const filter = new RowFilter(session.log(), LogModel::Text, this);
+    const auto showFrom = [filter](int least) {
+        filter->setCondition(
+            [least](const QModelIndex& line) { return line.data(LogModel::LevelRole).toInt() >= least; });
+    };
     m_table->setModel(filter);
     m_table->setWidths({14, 10, 0});
-    auto* const text = new QLineEdit;
-    text->setPlaceholderText(tr("Show lines that hold this text"));
-    text->setClearButtonEnabled(true);
-    connect(text, &QLineEdit::textChanged, filter, &LogFilter::setFilterFixedString);
+    auto* const text = makeSearch(tr("Show lines that hold this text"), filter);
     auto* const level = new QComboBox;
     for (const int least : {int(Level::Debug), int(Level::Info), int(Level::Warn), int(Level::Error)}) {
         level->addItem(LogModel::levelName(least), least);
     }
     level->setCurrentIndex(1);
-    filter->setLeast(int(Level::Info));
+    showFrom(int(Level::Info));
     // Debug lines are written only on request: the library's host has many.
-    connect(level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [filter, level] {
+    connect(level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [showFrom, level] {
         const int least = level->currentData().toInt();
         Logger::instance().setLoggingLevel(static_cast<Level>(qMin(least, int(Level::Info))));
-        filter->setLeast(least);
+        showFrom(least);
     });
     followEnd();
-    auto* const row = new QHBoxLayout;
-    row->addWidget(labelFor(tr("&Text:"), text));
-    row->addWidget(text, 1);
-    row->addWidget(labelFor(tr("Le&vel:"), level));
-    row->addWidget(level);
-    return row;
+    return sideBySide({{labelFor(tr("&Text:"), text), text, labelFor(tr("Le&vel:"), level), level}});
 }
 
 /// The newest line stays in view, whatever changes the range, until the user scrolls away from it.
@@ -77,8 +69,5 @@ QLayout* LogPage::makePlace(const QString& file)
     show->setEnabled(!file.isEmpty());
     connect(show, &QPushButton::clicked, this,
             [file] { QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(file).absolutePath())); });
-    auto* const row = new QHBoxLayout;
-    row->addWidget(place, 1);
-    row->addWidget(show);
-    return row;
+    return sideBySide({{place, nullptr, show}});
 }

@@ -5,15 +5,13 @@
 #include "window/LogPage.h"
 #include "window/ProjectPage.h"
 #include "window/RecordPage.h"
+#include "window/Rows.h"
 #include "window/UploadPage.h"
 
 #include <QtWidgets/QAction>
-#include <QtWidgets/QHBoxLayout>
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QStatusBar>
 #include <QtWidgets/QTabWidget>
-#include <QtWidgets/QVBoxLayout>
 
 MainWindow::MainWindow(const QString& logFile, bool forDevelopers)
     : m_tabs(new QTabWidget)
@@ -93,9 +91,7 @@ void MainWindow::makeBanner()
     text->setForegroundRole(QPalette::HighlightedText);
     auto* const button = new QPushButton(tr("Enter &token"));
     connect(button, &QPushButton::clicked, this, &MainWindow::askForToken);
-    auto* const row = new QHBoxLayout(m_banner);
-    row->addWidget(text, 1);
-    row->addWidget(button);
+    m_banner->setLayout(sideBySide({{text, nullptr, button}}));
     m_banner->hide();
 }
 

@@ -20,6 +20,7 @@ bool isKind(int column)
     return column >= MissionModel::MissionRow && column <= MissionModel::Messages;
 }
 
+/// Of all kinds where the column is about no kind.
 KindCount countOf(const MissionRecord& mission, int column)
 {
     switch (column) {
@@ -153,10 +154,15 @@ QVariant MissionModel::data(const QModelIndex& index, int role) const
         return alignment(column);
     case SortRole:
         return sortValue(row.mission, column);
-    case AllRole:
-        return isKind(column) ? countOf(row.mission, column).recorded : 0;
-    case MarkedRole:
-        return isKind(column) ? countOf(row.mission, column).marked : 0;
+    case PercentRole: {
+        const KindCount rows = countOf(row.mission, column);
+        return isKind(column) && rows.recorded > 0 ? int(100 * rows.marked / rows.recorded) : -1;
+    }
+    case BarTextRole: {
+        const KindCount rows = countOf(row.mission, column);
+        return QStringLiteral("%1 / %2").arg(QLocale().toString(rows.marked),
+                                             QLocale().toString(rows.recorded));
+    }
     case WaitedRole:
         return row.waited;
     default:
@@ -237,25 +243,17 @@ QString MissionModel::durationText(qint64 seconds)
 }
 
 MissionProxy::MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent)
-    : QSortFilterProxyModel(parent), m_onlyWaited(onlyWaited)
+    : RowFilter(model, -1, parent), m_onlyWaited(onlyWaited)
 {
     setSortRole(MissionModel::SortRole);
-    setFilterKeyColumn(-1);
-    setFilterCaseSensitivity(Qt::CaseInsensitive);
-    setSourceModel(model);
+    if (onlyWaited) {
+        setCondition([](const QModelIndex& row) { return row.data(MissionModel::WaitedRole).toBool(); });
+    }
 }
 
 QVariant MissionProxy::headerData(int section, Qt::Orientation orientation, int role) const
 {
     const bool overBars = m_onlyWaited && isKind(section);
-    return overBars && role == Qt::TextAlignmentRole
-               ? int(Qt::AlignCenter)
-               : QSortFilterProxyModel::headerData(section, orientation, role);
-}
-
-bool MissionProxy::filterAcceptsRow(int row, const QModelIndex& parent) const
-{
-    const bool shown =
-        !m_onlyWaited || sourceModel()->index(row, 0, parent).data(MissionModel::WaitedRole).toBool();
-    return shown && QSortFilterProxyModel::filterAcceptsRow(row, parent);
+    return overBars && role == Qt::TextAlignmentRole ? int(Qt::AlignCenter)
+                                                     : RowFilter::headerData(section, orientation, role);
 }

@@ -6,7 +6,6 @@
 #include "window/TableModel.h"
 
 #include <QtCore/QHash>
-#include <QtCore/QSortFilterProxyModel>
 
 /// The project's missions, a row each.
 class MissionModel : public TableModel
@@ -29,10 +28,8 @@ public:
         BreakpointAt,
         ColumnCount
     };
-    enum Role {
-        SortRole = Qt::UserRole,
-        AllRole,    ///< rows of a kind; 0 when the mission has no such kind
-        MarkedRole, ///< of these, accepted by the server and marked
+    enum OwnRole {
+        SortRole = FirstRole,
         WaitedRole, ///< whether rows of the mission have waited since the model was made
     };
 
@@ -70,7 +67,7 @@ private:
 };
 
 /// Sorted as the user likes; on request only missions that have waited, whose kinds are shown as bars.
-class MissionProxy : public QSortFilterProxyModel
+class MissionProxy : public RowFilter
 {
     Q_OBJECT
 
@@ -78,9 +75,6 @@ public:
     MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent);
 
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
-
-protected:
-    bool filterAcceptsRow(int row, const QModelIndex& parent) const override;
 
 private:
     const bool m_onlyWaited;

@@ -2,20 +2,16 @@
 #include "window/ProjectPage.h"
 
 #include "Failure.h"
-
 #include "window/MissionModel.h"
+#include "window/Rows.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
 
 #include <QtCore/QLocale>
 #include <QtWidgets/QFileDialog>
-#include <QtWidgets/QHBoxLayout>
 #include <QtWidgets/QHeaderView>
-#include <QtWidgets/QLabel>
-#include <QtWidgets/QLineEdit>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QPushButton>
-#include <QtWidgets/QVBoxLayout>
 
 ProjectPage::ProjectPage(WindowSession& session, QWidget* parent)
     : QWidget(parent)
@@ -34,35 +30,21 @@ ProjectPage::ProjectPage(WindowSession& session, QWidget* parent)
     m_table->header()->setSectionResizeMode(MissionModel::File, QHeaderView::Stretch);
     m_table->setTextElideMode(Qt::ElideMiddle); // both ends of a file's name tell files apart
 
-    auto* const filter = new QLineEdit;
-    filter->setPlaceholderText(tr("Find a mission"));
-    filter->setAccessibleName(tr("Find a mission"));
-    filter->setClearButtonEnabled(true);
-    connect(filter, &QLineEdit::textChanged, proxy, &MissionProxy::setFilterFixedString);
-    auto* const foot = new QHBoxLayout;
-    foot->addWidget(filter);
-    foot->addStretch();
-    foot->addWidget(m_totals);
-
     auto* const layout = new QVBoxLayout(this);
     layout->addLayout(makeHead());
     layout->addWidget(m_table);
-    layout->addLayout(foot);
+    layout->addLayout(sideBySide({{makeSearch(tr("Find a mission"), proxy), nullptr, m_totals}}));
     connect(&session, &WindowSession::looked, this, &ProjectPage::showTotals);
 }
 
 QLayout* ProjectPage::makeHead()
 {
     m_path->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    auto* const head = new QHBoxLayout;
-    head->addWidget(m_path, 1);
     auto* const openButton = new QPushButton(tr("&Open project..."));
     auto* const newButton = new QPushButton(tr("&New project..."));
     connect(openButton, &QPushButton::clicked, this, [this] { choose(false); });
     connect(newButton, &QPushButton::clicked, this, [this] { choose(true); });
-    head->addWidget(openButton);
-    head->addWidget(newButton);
-    return head;
+    return sideBySide({{m_path, nullptr, openButton, newButton}});
 }
 
 void ProjectPage::choose(bool make)

@@ -2,7 +2,7 @@
 #include "window/RecordPage.h"
 
 #include "window/Plot.h"
-#include "window/StateLabel.h"
+#include "window/Rows.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
 
@@ -15,7 +15,6 @@
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QGridLayout>
 #include <QtWidgets/QHeaderView>
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QSpinBox>
@@ -52,14 +51,7 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     setAcceptDrops(true);
     m_table->setModel(session.flights());
     m_table->setWidths({24, 16, 40});
-    m_table->setItemDelegateForColumn(FlightModel::Progress,
-                                      new ProgressDelegate(
-                                          [](const QModelIndex& index) {
-                                              return ProgressDelegate::Progress{
-                                                  index.data(FlightModel::PercentRole).toInt(),
-                                                  index.data().toString()};
-                                          },
-                                          this));
+    m_table->setItemDelegateForColumn(FlightModel::Progress, new ProgressDelegate(this));
     auto* const splitter = new QSplitter(Qt::Vertical);
     splitter->addWidget(m_table);
     splitter->addWidget(makePlots());
@@ -72,7 +64,8 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
 
     connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             &RecordPage::showFlight);
-    connect(session.flights(), &FlightModel::rowsInserted, this, &RecordPage::selectNewest);
+    connect(session.flights(), &FlightModel::rowsInserted, this,
+            [this] { select(m_session.flights()->rowCount() - 1); });
     connect(&session, &WindowSession::sampled, this, &RecordPage::noteSamples);
     connect(&session, &WindowSession::projectOpened, this, [this] { setEnabled(true); });
     m_redraw.setSingleShot(true);
@@ -91,33 +84,16 @@ QLayout* RecordPage::makeControls()
     m_easyFly->setToolTip(tr("Record video missions instead of flight missions."));
     auto* const add = new QPushButton(tr("&Add logs..."));
     connect(add, &QPushButton::clicked, this, &RecordPage::chooseLogs);
-    connect(m_cancel, &QPushButton::clicked, this, &RecordPage::cancelSelected);
-    auto* const controls = new QHBoxLayout;
-    controls->addWidget(labelFor(tr("S&peed:"), m_speed));
-    controls->addWidget(m_speed);
-    controls->addWidget(m_easyFly);
-    controls->addSpacing(16);
-    controls->addWidget(add);
-    controls->addSpacing(16);
-    controls->addLayout(makeSimulation());
-    controls->addStretch();
-    controls->addWidget(m_cancel);
-    return controls;
-}
-
-QLayout* RecordPage::makeSimulation()
-{
+    connect(m_cancel, &QPushButton::clicked, this, [this] { m_session.cancelRecording(selectedRow()); });
     m_minutes->setRange(1, 1440);
     m_minutes->setValue(5);
     m_minutes->setSuffix(tr(" min"));
     m_minutes->setAccessibleName(tr("Length of the simulated flight"));
     auto* const start = new QPushButton(tr("&Simulate"));
     connect(start, &QPushButton::clicked, this, &RecordPage::simulate);
-    auto* const simulation = new QHBoxLayout;
-    simulation->addWidget(start);
-    simulation->addWidget(m_minutes);
-    simulation->addWidget(m_interrupted);
-    return simulation;
+    return sideBySide({{labelFor(tr("S&peed:"), m_speed), m_speed, m_easyFly},
+                       {add},
+                       {start, m_minutes, m_interrupted, nullptr, m_cancel}});
 }
 
 QWidget* RecordPage::makePlots()
@@ -138,9 +114,13 @@ QWidget* RecordPage::makePlots()
     return plots;
 }
 
-double RecordPage::speed() const
+FlightTask RecordPage::makeTask(const QString& name) const
 {
-    return m_speed->currentData().toDouble();
+    FlightTask task;
+    task.name = name;
+    task.easyFly = m_easyFly->isChecked();
+    task.speed = m_speed->currentData().toDouble();
+    return task;
 }
 
 void RecordPage::chooseLogs()
@@ -152,30 +132,20 @@ void RecordPage::chooseLogs()
 void RecordPage::recordLogs(const QStringList& paths)
 {
     for (const QString& path : paths) {
-        FlightTask task;
-        task.name = QFileInfo(path).completeBaseName();
+        FlightTask task = makeTask(QFileInfo(path).completeBaseName());
         task.log = path;
-        task.easyFly = m_easyFly->isChecked();
-        task.speed = speed();
         m_session.record(task);
     }
 }
 
 void RecordPage::simulate()
 {
-    FlightTask task;
-    task.seed = QRandomGenerator::global()->bounded(10000U);
-    task.name = tr("simulated-%1").arg(task.seed);
+    const quint32 seed = QRandomGenerator::global()->bounded(10000U);
+    FlightTask task = makeTask(tr("simulated-%1").arg(seed));
+    task.seed = seed;
     task.minutes = m_minutes->value();
     task.interrupted = m_interrupted->isChecked();
-    task.easyFly = m_easyFly->isChecked();
-    task.speed = speed();
     m_session.record(task);
-}
-
-void RecordPage::cancelSelected()
-{
-    m_session.cancelRecording(selectedRow());
 }
 
 void RecordPage::dragEnterEvent(QDragEnterEvent* event)
@@ -200,11 +170,6 @@ void RecordPage::showEvent(QShowEvent* event)
 int RecordPage::selectedRow() const
 {
     return m_table->currentIndex().row();
-}
-
-void RecordPage::selectNewest()
-{
-    select(m_session.flights()->rowCount() - 1);
 }
 
 void RecordPage::select(int row)

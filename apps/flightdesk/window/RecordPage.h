@@ -14,6 +14,7 @@ class QSpinBox;
 class TableView;
 class TrackPlot;
 class WindowSession;
+struct FlightTask;
 
 /// Records telemetry logs and simulated flights, and shows the flight that is selected.
 class RecordPage : public QWidget
@@ -35,17 +36,14 @@ protected:
 
 private:
     QLayout* makeControls();
-    QLayout* makeSimulation();
     QWidget* makePlots();
     void chooseLogs();
-    void cancelSelected();
     void noteSamples(int flight);
-    void selectNewest();
     void showFlight();
     void showNextPlot();
     void showPlot(std::size_t plot);
     int selectedRow() const;
-    double speed() const;
+    FlightTask makeTask(const QString& name) const;
 
     WindowSession& m_session;
     QComboBox* m_speed;

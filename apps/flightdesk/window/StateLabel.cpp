@@ -6,13 +6,6 @@
 #include <QtCore/QEvent>
 #include <QtWidgets/QApplication>
 
-QLabel* labelFor(const QString& text, QWidget* buddy)
-{
-    auto* const label = new QLabel(text);
-    label->setBuddy(buddy);
-    return label;
-}
-
 StateLabel::StateLabel(const QString& text) : QLabel(text)
 {
     setWordWrap(true);

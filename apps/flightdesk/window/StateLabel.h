@@ -3,9 +3,6 @@
 
 #include <QtWidgets/QLabel>
 
-/// What stands before a field, and leads to it with its key.
-QLabel* labelFor(const QString& text, QWidget* buddy);
-
 /// A line that says how things are; trouble stands out.
 class StateLabel : public QLabel
 {

@@ -1,36 +1,33 @@
 // SPDX-License-Identifier: MIT
 #include "window/TableViews.h"
 
+#include "window/TableModel.h"
+
 #include <QtGui/QPainter>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QHeaderView>
 
 #include <utility>
 
-ProgressDelegate::ProgressDelegate(Reader reader, QObject* parent)
-    : QStyledItemDelegate(parent), m_reader(std::move(reader))
-{
-}
-
 void ProgressDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
                              const QModelIndex& index) const
 {
-    const Progress progress = m_reader(index);
+    const int percent = index.data(TableModel::PercentRole).toInt();
     QStyleOptionViewItem cell = option;
     initStyleOption(&cell, index);
     cell.text.clear();
     QStyle* const style = cell.widget ? cell.widget->style() : QApplication::style();
     style->drawControl(QStyle::CE_ItemViewItem, &cell, painter, cell.widget);
-    if (progress.percent < 0) {
+    if (percent < 0) {
         return;
     }
     const QRect bar = cell.rect.adjusted(3, 3, -3, -3);
-    const QRect done(bar.topLeft(), QSize(bar.width() * progress.percent / 100, bar.height()));
+    const QRect done(bar.topLeft(), QSize(bar.width() * percent / 100, bar.height()));
     const auto paintPart = [&](const QRect& part, QPalette::ColorRole ground, QPalette::ColorRole text) {
         painter->setClipRect(part);
         painter->fillRect(part, cell.palette.color(ground));
         painter->setPen(cell.palette.color(text));
-        painter->drawText(bar, Qt::AlignCenter, progress.text);
+        painter->drawText(bar, Qt::AlignCenter, index.data(TableModel::BarTextRole).toString());
     };
     painter->save();
     paintPart(bar, QPalette::Base, QPalette::Text);

@@ -2,37 +2,20 @@
 #include "window/UploadPage.h"
 
 #include "Failure.h"
-
+#include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
 
-#include <QtCore/QLocale>
 #include <QtWidgets/QCheckBox>
 #include <QtWidgets/QComboBox>
-#include <QtWidgets/QHBoxLayout>
 #include <QtWidgets/QHeaderView>
-#include <QtWidgets/QLabel>
-#include <QtWidgets/QLineEdit>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QSpinBox>
-#include <QtWidgets/QVBoxLayout>
 
 namespace
 {
 enum NetworkChoice { AsDetected, Connected, Disconnected };
-
-/// Rows accepted of all rows of the kind.
-ProgressDelegate::Progress accepted(const QModelIndex& index)
-{
-    const qint64 all = index.data(MissionModel::AllRole).toLongLong();
-    const qint64 marked = index.data(MissionModel::MarkedRole).toLongLong();
-    if (all == 0) {
-        return {};
-    }
-    return {int(100 * marked / all),
-            QStringLiteral("%1 / %2").arg(QLocale().toString(marked), QLocale().toString(all))};
-}
 } // namespace
 
 UploadPage::UploadPage(WindowSession& session, QWidget* parent)
@@ -49,8 +32,8 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     , m_network(new QComboBox)
 {
     auto* const layout = new QVBoxLayout(this);
-    layout->addWidget(makeSignIn());
-    layout->addWidget(makePipeline());
+    layout->addLayout(makeSignIn());
+    layout->addLayout(makePipeline());
     layout->addWidget(makeTable(), 1);
     connect(session.uploader(), &Uploader::changed, this, &UploadPage::showState);
     connect(session.uploader(), &Uploader::rearmed, this,
@@ -64,27 +47,23 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     showState();
 }
 
-QWidget* UploadPage::makeSignIn()
+QLayout* UploadPage::makeSignIn()
 {
     m_server->setPlaceholderText(tr("https://fly.example"));
     m_token->setEchoMode(QLineEdit::Password);
     m_token->setPlaceholderText(tr("kept in memory only"));
     auto* const button = new QPushButton(tr("S&ign in"));
-    connect(button, &QPushButton::clicked, this, &UploadPage::signInAsEntered);
-    connect(m_server, &QLineEdit::returnPressed, this, &UploadPage::signInAsEntered);
-    connect(m_token, &QLineEdit::returnPressed, this, &UploadPage::signInAsEntered);
-    auto* const box = new QWidget;
-    auto* const row = new QHBoxLayout(box);
-    row->setContentsMargins(0, 0, 0, 0);
-    row->addWidget(labelFor(tr("Ser&ver:"), m_server));
-    row->addWidget(m_server, 2);
-    row->addWidget(labelFor(tr("To&ken:"), m_token));
-    row->addWidget(m_token, 1);
-    row->addWidget(button);
-    return box;
+    connect(button, &QPushButton::clicked, this, [this] { signIn(m_token->text()); });
+    connect(m_server, &QLineEdit::returnPressed, button, &QPushButton::click);
+    connect(m_token, &QLineEdit::returnPressed, button, &QPushButton::click);
+    QHBoxLayout* const row = sideBySide(
+        {{labelFor(tr("Ser&ver:"), m_server), m_server, labelFor(tr("To&ken:"), m_token), m_token, button}});
+    row->setStretchFactor(m_server, 2);
+    row->setStretchFactor(m_token, 1);
+    return row;
 }
 
-QWidget* UploadPage::makePipeline()
+QLayout* UploadPage::makePipeline()
 {
     QFont font = m_state->font();
     font.setPointSizeF(font.pointSizeF() * 1.25);
@@ -101,25 +80,15 @@ QWidget* UploadPage::makePipeline()
     connect(m_easyFly, &QCheckBox::toggled, m_session.uploader(), &Uploader::setEasyFly);
     connect(m_network, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &UploadPage::setNetwork);
 
-    auto* const box = new QWidget;
-    auto* const rows = new QVBoxLayout(box);
+    auto* const rows = new QVBoxLayout;
     rows->setContentsMargins(0, 8, 0, 8);
     rows->addWidget(m_state);
     rows->addWidget(m_note);
-    auto* const row = new QHBoxLayout;
-    row->addWidget(m_pause);
-    row->addWidget(m_reset);
-    row->addSpacing(16);
-    row->addWidget(labelFor(tr("Retry a&fter:"), m_interval));
-    row->addWidget(m_interval);
-    row->addSpacing(16);
-    row->addWidget(labelFor(tr("Net&work:"), m_network));
-    row->addWidget(m_network);
-    row->addSpacing(16);
-    row->addWidget(m_easyFly);
-    row->addStretch();
-    rows->addLayout(row);
-    return box;
+    rows->addLayout(sideBySide({{m_pause, m_reset},
+                                {labelFor(tr("Retry a&fter:"), m_interval), m_interval},
+                                {labelFor(tr("Net&work:"), m_network), m_network},
+                                {m_easyFly, nullptr}}));
+    return rows;
 }
 
 QWidget* UploadPage::makeTable()
@@ -134,7 +103,7 @@ QWidget* UploadPage::makeTable()
         table->hideColumn(column);
     }
     table->header()->setStretchLastSection(false);
-    auto* const bars = new ProgressDelegate(accepted, table);
+    auto* const bars = new ProgressDelegate(table);
     for (int column = MissionModel::MissionRow; column <= MissionModel::Messages; ++column) {
         table->setItemDelegateForColumn(column, bars);
         table->header()->setSectionResizeMode(column, QHeaderView::Stretch);
@@ -150,11 +119,6 @@ QString UploadPage::server() const
 void UploadPage::setServer(const QString& server)
 {
     m_server->setText(server);
-}
-
-void UploadPage::signInAsEntered()
-{
-    signIn(m_token->text());
 }
 
 void UploadPage::signIn(const QString& token)

@@ -26,10 +26,9 @@ public:
     void askForToken();
 
 private:
-    QWidget* makeSignIn();
-    QWidget* makePipeline();
+    QLayout* makeSignIn();
+    QLayout* makePipeline();
     QWidget* makeTable();
-    void signInAsEntered();
     void togglePause();
     void setNetwork(int choice);
     void showState();

@@ -15,26 +15,10 @@
 
 namespace
 {
-/// Folder of the project, server address and place of the window; never the token.
-class Memory
-{
-public:
-    QString project() { return m_settings.value(QStringLiteral("project")).toString(); }
-    QString server() { return m_settings.value(QStringLiteral("server")).toString(); }
-    void restore(MainWindow& window)
-    {
-        window.restoreGeometry(m_settings.value(QStringLiteral("geometry")).toByteArray());
-    }
-    void keep(MainWindow& window)
-    {
-        m_settings.setValue(QStringLiteral("project"), window.session().projectPath());
-        m_settings.setValue(QStringLiteral("server"), window.uploadPage()->server());
-        m_settings.setValue(QStringLiteral("geometry"), window.saveGeometry());
-    }
-
-private:
-    QSettings m_settings{QStringLiteral("flightdesk"), QStringLiteral("flightdesk")};
-};
+// What is remembered from window to window; never the token.
+constexpr QLatin1String ProjectKey = "project"_l1;
+constexpr QLatin1String ServerKey = "server"_l1;
+constexpr QLatin1String GeometryKey = "geometry"_l1;
 
 QString makeLogFile()
 {
@@ -46,12 +30,12 @@ QString makeLogFile()
 int showWindow(const QString& project, const QString& server, bool forDevelopers)
 {
     MainWindow window(makeLogFile(), forDevelopers);
-    Memory memory;
+    QSettings memory(QStringLiteral("flightdesk"), QStringLiteral("flightdesk"));
     window.resize(1280, 800);
-    memory.restore(window);
-    window.uploadPage()->setServer(server.isEmpty() ? memory.server() : server);
+    window.restoreGeometry(memory.value(GeometryKey).toByteArray());
+    window.uploadPage()->setServer(server.isEmpty() ? memory.value(ServerKey).toString() : server);
     window.show();
-    const QString folder = project.isEmpty() ? memory.project() : project;
+    const QString folder = project.isEmpty() ? memory.value(ProjectKey).toString() : project;
     if (!folder.isEmpty()) {
         window.projectPage()->open(folder, !project.isEmpty());
     }
@@ -62,7 +46,9 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     }
     const EndSignals endSignals;
     const int exitCode = QApplication::exec();
-    memory.keep(window);
+    memory.setValue(ProjectKey, window.session().projectPath());
+    memory.setValue(ServerKey, window.uploadPage()->server());
+    memory.setValue(GeometryKey, window.saveGeometry());
     return exitCode;
 }
 

@@ -8,11 +8,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLocale>
 
-WindowSession::WindowSession()
-    : m_breakpoints(m_feed)
-    , m_uploader(m_feed)
-    , m_directDownload(new DownloadWorker(FileDownload::Way::Direct, m_feed))
-    , m_programDownload(new DownloadWorker(FileDownload::Way::Program, m_feed))
+WindowSession::WindowSession() : m_breakpoints(m_feed), m_uploader(m_feed)
 {
     qRegisterMetaType<QVector<MissionsOfFile>>();
     connect(&m_feed, &LogFeed::line, &m_log, &LogModel::append);
@@ -33,10 +29,6 @@ WindowSession::WindowSession()
             Q_EMIT tokenRejected();
         }
     });
-    for (DownloadWorker* worker : {m_directDownload, m_programDownload}) {
-        worker->moveToThread(&m_downloadThread);
-        connect(&m_downloadThread, &QThread::finished, worker, &QObject::deleteLater);
-    }
     m_downloadThread.start();
 }
 
@@ -148,7 +140,11 @@ QString WindowSession::uploadText() const
     return doing.isEmpty() ? tr("Waiting for the next round. ") + waiting : doing;
 }
 
-DownloadWorker* WindowSession::downloader(FileDownload::Way way)
+FileDownload* WindowSession::makeDownload(FileDownload::Way way)
 {
-    return way == FileDownload::Way::Direct ? m_directDownload : m_programDownload;
+    FileDownload* const download = FileDownload::make(way, m_feed).release();
+    download->moveToThread(&m_downloadThread);
+    connect(download, &FileDownload::ended, download, &QObject::deleteLater);
+    connect(&m_downloadThread, &QThread::finished, download, &QObject::deleteLater);
+    return download;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "download/DownloadWorker.h"
+#include "download/FileDownload.h"
 #include "operator/LogFeed.h"
 #include "project/MissionWatch.h"
 #include "record/BreakpointKeeper.h"
@@ -44,7 +44,8 @@ public:
     Uploader* uploader() { return &m_uploader; }
     /// What goes on with the upload, in a sentence or two.
     QString uploadText() const;
-    DownloadWorker* downloader(FileDownload::Way way);
+    /// A download that is yet to be started, on a thread on which it deletes itself at its end.
+    FileDownload* makeDownload(FileDownload::Way way);
 
 Q_SIGNALS:
     void projectOpened();
@@ -69,6 +70,4 @@ private:
     Uploader m_uploader; // ends before the recorders, so that no late reply marks a breakpoint of theirs
     QThread m_watchThread;
     QThread m_downloadThread;
-    DownloadWorker* m_directDownload;
-    DownloadWorker* m_programDownload;
 };
