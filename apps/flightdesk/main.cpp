@@ -17,6 +17,8 @@ int main(int argc, char* argv[])
          {"simulate", "Record simulated flights.", runSimulate},
          {"upload", "Upload all that waits.", runUpload},
          {"status", "Show what is recorded, uploaded and waiting.", runStatus},
+         {"export", "Write flights as files for other programs.", runExport},
+         {"logbook", "List the flights with place, times and sums.", runLogbook},
          {"fetch", "Download a file.", runFetch},
          {"--screenshot", nullptr, takeScreenshots, makePictureApplication}});
 }

@@ -38,4 +38,6 @@ int runRecord(const QStringList& arguments);
 int runSimulate(const QStringList& arguments);
 int runUpload(const QStringList& arguments);
 int runStatus(const QStringList& arguments);
+int runExport(const QStringList& arguments);
+int runLogbook(const QStringList& arguments);
 int runFetch(const QStringList& arguments);
