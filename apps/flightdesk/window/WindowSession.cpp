@@ -111,7 +111,10 @@ void WindowSession::signIn(const QString& server, const QString& token)
 QString WindowSession::uploadText() const
 {
     const Backlog backlog = m_missions.backlog(m_uploader.isEasyFly());
-    const QString waiting = tr("%1 rows wait.").arg(QLocale().toString(backlog.waiting()));
+    const int hidden = backlog.unreadable.size();
+    const QString unread =
+        hidden > 0 ? tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden) : QString();
+    const QString waiting = tr("%1 rows wait.").arg(QLocale().toString(backlog.waiting())) + unread;
     switch (m_uploader.state()) {
     case Uploader::State::Off:
         return tr("Not signed in. ") + waiting;
@@ -126,7 +129,7 @@ QString WindowSession::uploadText() const
         return tr("Looking through the project's files.");
     }
     if (backlog.rows.isEmpty()) {
-        return tr("Everything is uploaded.");
+        return hidden > 0 ? waiting : tr("Everything is uploaded.");
     }
     if (!m_network) {
         return tr("No network. ") + waiting;
@@ -137,7 +140,7 @@ QString WindowSession::uploadText() const
     }
     const QString doing =
         m_uploader.text([this](const QString& mission) { return m_missions.nameOf(mission); });
-    return doing.isEmpty() ? tr("Waiting for the next round. ") + waiting : doing;
+    return doing.isEmpty() ? tr("Waiting for the next round. ") + waiting : doing + unread;
 }
 
 FileDownload* WindowSession::makeDownload(FileDownload::Way way)
