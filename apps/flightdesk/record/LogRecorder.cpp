@@ -5,13 +5,15 @@
 
 #include <QtCore/QCoreApplication>
 
+#include <utility>
+
 namespace
 {
 constexpr int FramesAtOnce = 500;
 } // namespace
 
-LogRecorder::LogRecorder(const Project& project, const MissionFormat& format, const QString& path, bool split)
-    : m_project(project)
+LogRecorder::LogRecorder(Project project, const MissionFormat& format, const QString& path, bool split)
+    : m_project(std::move(project))
     , m_format(format)
     , m_path(path)
     , m_file(path)

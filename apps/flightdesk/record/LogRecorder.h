@@ -15,7 +15,7 @@ class LogRecorder : private FlightSplitter::Sink
 public:
     /// Throws Failure when the log cannot be opened.
     /// \param split  one flight for each arming
-    LogRecorder(const Project& project, const MissionFormat& format, const QString& path, bool split);
+    LogRecorder(Project project, const MissionFormat& format, const QString& path, bool split);
 
     /// Records some more of the log; false at its end. Events are processed on the way.
     bool step();
