@@ -5,6 +5,8 @@
 
 #include <QtCore/QCoreApplication>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace
@@ -35,7 +37,8 @@ bool LogRecorder::step()
 
 QVector<RecordedFlight> LogRecorder::flights() const
 {
-    QVector<RecordedFlight> flights = m_recorded.values().toVector();
+    QVector<RecordedFlight> flights;
+    std::copy(m_recorded.cbegin(), m_recorded.cend(), std::back_inserter(flights));
     if (flights.isEmpty()) {
         RecordedFlight none;
         none.name = m_path;
