@@ -46,12 +46,11 @@ Flights recordLogs(const QTemporaryDir& folder, const QStringList& logs)
 Flights makeUpLog(const QTemporaryDir& folder)
 {
     constexpr int Rows = 100000;
-    constexpr int Frame = 32;
-    constexpr int Stamp = 8; // before each frame of a log
+    constexpr int Record = 8 + 32; // a time stamp and a frame
     const QString file = folder.filePath("flight.kv");
     makeMissionFile(file);
-    addLog(file, Rows, Frame);
-    return {{file}, {QByteArray(Rows * (Stamp + Frame), 'x')}};
+    addLog(file, Rows, Record);
+    return {{file}, {QByteArray(Rows * Record, 'x')}};
 }
 
 double sum(const QStringList& files, const std::function<qint64(const QString&)>& figure)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "command/Commands.h"
 #include "record/FlightRecorder.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
@@ -81,7 +82,7 @@ private Q_SLOTS:
         QCOMPARE(recorded.error, QString());
         QVariantList flown;
         for (TelemetryFrame next; again.next(&next);) {
-            flown.append(next.bytes);
+            flown.append(next.logRecord());
         }
         const auto values = [&](const char* sql) { return TestProject::values(recorded.file, sql); };
         QCOMPARE(values("SELECT message FROM flight_monitor_detail_log ORDER BY rowid"), flown);
@@ -90,6 +91,57 @@ private Q_SLOTS:
         QVERIFY(values("SELECT 1 FROM pos_data WHERE relative_alt > 39 AND typeof(lng) = 'real'").size() >
                 50);
         QVERIFY(!values("SELECT 1 FROM uas_status WHERE armed = 1 AND flight_mode = 'LAND'").isEmpty());
+    }
+    /// The vehicle says its time with every frame; the row's time is that of the clock here.
+    void keepsTimesInOrder()
+    {
+        constexpr qint64 Start = 1448000000000000, Second = 1000000, Year = 365 * 86400 * Second;
+        struct Case {
+            std::optional<double> known; // before the flight
+            qint64 vehicle;              // its time, less ours; 0: it knows none
+            QList<qint64> leaps;         // of our clock, every 10 s
+            const char* stored;          // the offset, and whether the row was sent again
+        };
+        const Case cases[] = {
+            {{}, 0, {0, -Year, Year}, "- 1"},
+            {{}, 2 * Second - 1, {0}, "- 1"},
+            {{}, 100 * Second + 400000, {0}, "100.0 0"},
+            {100.4, 100 * Second + 400000, {0}, "100.4 1"},
+            {100.4, -Year, {0}, "-31536000.0 0"},
+        };
+        for (const Case& flown : cases) {
+            const TestProject folder;
+            FlightRecorder recorder(Project::make(folder.path("p")));
+            recorder.begin(Start, "n", "a", {}, flown.known);
+            const auto stored = [&](const QString& sql) {
+                return TestProject::values(recorder.flight().file, sql);
+            };
+            TestProject::run(recorder.flight().file, {"UPDATE flight_mission SET is_uploaded = 1"});
+            int seconds = 0;
+            for (const qint64 leap : flown.leaps) {
+                for (const int end = seconds + 10; seconds < end; ++seconds) {
+                    const qint64 now = Start + seconds * Second;
+                    const quint64 vehicleTime = flown.vehicle ? quint64(now + flown.vehicle) : 0;
+                    const mavlink::SystemTime time{vehicleTime, 0};
+                    recorder.take({now + leap, mavlink::encode({2, 1, 1, mavlink::payload(time)}, 0)});
+                }
+            }
+            recorder.flush(); // nothing is left to memory, whatever becomes of the recorder
+            QByteArray stamps;
+            for (const QVariant& message :
+                 stored("SELECT message FROM flight_monitor_detail_log ORDER BY rowid")) {
+                const QByteArray stamp = message.toByteArray().left(8);
+                QVERIFY(stamp >= stamps);
+                stamps = stamp;
+            }
+            // Time stands still for the frame with which the clock is set.
+            const auto lasted = (qFromBigEndian<qint64>(stamps.constData()) - Start) / Second + 1;
+            QCOMPARE(lasted, qint64(seconds - flown.leaps.size() + 1));
+            QCOMPARE(stored("SELECT count(*) FROM flight_monitor_detail_log"), QVariantList{seconds});
+            QCOMPARE(recorder.end(0).error, QString());
+            QCOMPARE(stored("SELECT ifnull(clock_offset, '-') || ' ' || is_uploaded FROM flight_mission"),
+                     QVariantList{flown.stored});
+        }
     }
     /// Rows that a file drops without a word are missed at the end.
     void tellsWhatWasNotStored()
@@ -170,6 +222,59 @@ private Q_SLOTS:
         QCOMPARE(TestProject::value(easy.file, "SELECT name || video_file FROM flight_video_mission"),
                  QVariant(name + "v.tlog"));
         QCOMPARE(TestProject::waiting(easy.file, "flight_monitor_detail_log"), int(easy.messages));
+    }
+    /// Two vehicles, of which the first one arms three times, and a ground station, ten frames a second.
+    void recordsEachVehicleOfALog()
+    {
+        const std::pair<QStringList, QStringList> cases[] = {
+            {{}, {"log (system 1)", "log (system 2)"}},
+            {{"--split"},
+             {"log (system 1, flight 1)", "log (system 1, flight 2)", "log (system 1, flight 3)",
+              "log (system 2)"}}};
+        QMap<uchar, QList<QByteArray>> sent; // of each system
+        QByteArray log;
+        for (int i = 0; i < 1500; ++i) {
+            const quint8 system = QList<quint8>{1, 2, 255}[i % 3];
+            const bool armed = system == 1 ? i % 500 > 200 && i % 500 < 300 : i > 400;
+            const mavlink::Heartbeat heartbeat{quint32(i), 2, quint8(system < 3 ? 3 : 8),
+                                               quint8(armed ? 0x80 : 0)};
+            const TelemetryFrame frame{1448000000000000 + i * 100000LL,
+                                       mavlink::encode({0, system, 1, mavlink::payload(heartbeat)}, 0)};
+            log += frame.logRecord();
+            sent[system].append(frame.logRecord());
+        }
+        for (const auto& [arguments, missions] : cases) {
+            const TestProject folder;
+            const QString file = folder.file("log.tlog", log);
+            QCOMPARE(runRecord(QStringList{"record", "--project", folder.path("p"), file} + arguments),
+                     int(Done));
+            QMap<QString, QString> files; // by the mission's name
+            QDirIterator found(folder.path("p"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+            while (found.hasNext()) {
+                const QString mission = found.next();
+                files.insert(TestProject::text(mission, "SELECT name FROM flight_mission"), mission);
+            }
+            QCOMPARE(QStringList(files.keys()), missions);
+            QMap<uchar, QList<QByteArray>> recorded;
+            QSet<QByteArray> ofOthers;
+            for (auto mission = files.cbegin(); mission != files.cend(); ++mission) {
+                const uchar own = uchar(mission.key().mid(12).left(1).toInt());
+                for (const QVariant& row : TestProject::values(
+                         *mission, "SELECT message FROM flight_monitor_detail_log ORDER BY rowid")) {
+                    const QByteArray message = row.toByteArray();
+                    const uchar system = uchar(message[8 + 3]);
+                    QVERIFY(system == own || system == 255);
+                    if (system == own) {
+                        recorded[own].append(message);
+                    } else {
+                        ofOthers.insert(message);
+                    }
+                }
+            }
+            QCOMPARE(recorded[1], sent[1]);
+            QCOMPARE(recorded[2], sent[2]);
+            QCOMPARE(ofOthers.size(), sent[255].size());
+        }
     }
     void countsWhatWaits()
     {

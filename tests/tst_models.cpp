@@ -139,6 +139,33 @@ private Q_SLOTS:
             QCOMPARE(again, expected);
         }
     }
+    /// The second vehicle of a log is found when the first one's flight is opened.
+    void recordsAllVehiclesOfALog()
+    {
+        const TestProject folder;
+        const Project project = Project::make(folder.path("p"));
+        QByteArray log;
+        for (int i = 0; i < 100; ++i) {
+            const QByteArray heartbeat = mavlink::payload(mavlink::Heartbeat{quint32(i), 2, 3});
+            log += TelemetryFrame{i, mavlink::encode({0, quint8(1 + i % 2), 1, heartbeat}, 0)}.logRecord();
+        }
+        FlightTask task;
+        task.name = "n";
+        task.log = folder.file("two.tlog", log);
+        RecorderPool pool;
+        connect(&pool, &RecorderPool::found, &pool,
+                [&](const FlightTask& other) { pool.record(project, other); });
+        QStringList told;
+        connect(&pool, &RecorderPool::finished, &pool, [&told](int flight, const RecordedFlight& result) {
+            told +=
+                QString("%1: %2 %3%4").arg(flight).arg(result.name).arg(result.messages).arg(result.error);
+        });
+        pool.record(project, task);
+        QTRY_COMPARE_WITH_TIMEOUT(told.size(), 2, 30000);
+        told.sort();
+        QCOMPARE(told, QStringList({"1: n (system 1) 50", "2: n (system 2) 50"}));
+        QVERIFY(!pool.isBusy());
+    }
     void boundsAnyFlight()
     {
         FlightTrack track;

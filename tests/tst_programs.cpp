@@ -30,7 +30,7 @@ private Q_SLOTS:
                  project.ledger, "SELECT json FROM \"row\" WHERE kind = 'flight_monitor_detail_log'")) {
             const QByteArray message =
                 QJsonDocument::fromJson(row.toByteArray())["message"].toString().toLatin1();
-            received.append(QByteArray::fromBase64(message, QByteArray::Base64UrlEncoding));
+            received.append(QByteArray::fromBase64(message, QByteArray::Base64UrlEncoding).mid(8));
         }
         frames += frames;
         std::sort(frames.begin(), frames.end());

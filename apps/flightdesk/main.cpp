@@ -13,7 +13,7 @@ int main(int argc, char* argv[])
     return runFlightdesk(
         argc, argv,
         {{"window", "Open the window, on a project if one is named.", runWindow, makeWindowApplication},
-         {"record", "Record telemetry logs, one mission each.", runRecord},
+         {"record", "Record telemetry logs, one mission for each vehicle.", runRecord},
          {"simulate", "Record simulated flights.", runSimulate},
          {"upload", "Upload all that waits.", runUpload},
          {"status", "Show what is recorded, uploaded and waiting.", runStatus},

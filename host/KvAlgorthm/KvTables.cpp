@@ -43,7 +43,7 @@ QString UploadTable(const char* columns)
 constexpr char FlightMissionColumns[] =
     "project_id TEXT, mission_id TEXT, name TEXT, aircraft TEXT, "
     "started_at TEXT, flight_mission_data TEXT, "
-    "last_waypoint_index TEXT, break_point_lng TEXT, break_point_lat TEXT";
+    "last_waypoint_index TEXT, break_point_lng TEXT, break_point_lat TEXT, clock_offset REAL";
 } // namespace
 
 QString GetFlightMissionTableContents()

@@ -5,7 +5,7 @@
 #include "record/FlightRecorder.h"
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/Latin1.h"
-#include "telemetry/TelemetryLog.h"
+#include "telemetry/LogFlights.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonArray>
@@ -16,6 +16,8 @@ namespace
 {
 const QCommandLineOption EasyFly(QStringLiteral("easy-fly"),
                                  QStringLiteral("Record video missions instead of flight missions."));
+const QCommandLineOption Split(QStringLiteral("split"),
+                               QStringLiteral("One mission for each time that a vehicle arms."));
 
 /// The end of a result line.
 QString words(const Interruption& interruption)
@@ -56,6 +58,9 @@ public:
                 details.insert("breakpoint"_l1, flight.interruption->breakpoint->json());
             }
         }
+        if (flight.clockOffset) {
+            details.insert("clock_offset"_l1, *flight.clockOffset);
+        }
         details.insert("name"_l1, flight.name);
         details.insert("id"_l1, flight.missionId);
         details.insert("file"_l1, flight.file);
@@ -89,44 +94,58 @@ private:
     bool m_allDone = true;
 };
 
-void recordLog(Recording& recording, const QString& path)
+/// What the log as a whole is told with, for the line and the document of a flight.
+QString remarkOn(const TelemetryLog& log)
+{
+    QString remark;
+    if (log.skippedBytes() > 0) {
+        remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
+    }
+    if (log.truncatedBytes() > 0) {
+        remark += QStringLiteral(", last record cut off after %1 bytes").arg(log.truncatedBytes());
+    }
+    return remark;
+}
+
+void recordLog(Recording& recording, const QString& path, bool split)
 {
     RecordedFlight flight;
     QJsonObject details{{"log"_l1, path}, {"skipped_bytes"_l1, 0}, {"truncated_bytes"_l1, 0}};
-    QString remark;
     try {
-        TelemetryLog log(path);
+        const LogFlights flights(path, split);
         const QFileInfo file(path);
-        flight = recording.record(log, file.completeBaseName(), QStringLiteral("unknown"), file.fileName());
-        if (!log.error().isEmpty()) {
-            flight.error = QStringLiteral("cannot be read: %1").arg(log.error());
-        }
-        details["skipped_bytes"_l1] = log.skippedBytes();
-        details["truncated_bytes"_l1] = log.truncatedBytes();
-        if (log.skippedBytes() > 0) {
-            remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
-        }
-        if (log.truncatedBytes() > 0) {
-            remark += QStringLiteral(", last record cut off after %1 bytes").arg(log.truncatedBytes());
+        details["skipped_bytes"_l1] = flights.log().skippedBytes();
+        details["truncated_bytes"_l1] = flights.log().truncatedBytes();
+        for (int i = 0; i < flights.count(); ++i) {
+            const auto source = flights.open(i);
+            flight = recording.record(*source, file.completeBaseName() + flights.name(i),
+                                      QStringLiteral("unknown"), file.fileName());
+            if (!source->error().isEmpty()) {
+                flight.error = QStringLiteral("cannot be read: %1").arg(source->error());
+            }
+            flight.name = path + flights.name(i);
+            recording.report(flight, details, remarkOn(flights.log()));
         }
     } catch (const Failure& failure) {
+        flight = RecordedFlight();
+        flight.name = path;
         flight.error = failure.words();
+        recording.report(flight, details);
     }
-    flight.name = path;
-    recording.report(flight, details, remark);
 }
 } // namespace
 
 int runRecord(const QStringList& arguments)
 {
-    CommandLine line(QStringLiteral("Records telemetry logs, one mission each."), {EasyFly});
+    CommandLine line(QStringLiteral("Records telemetry logs, one mission for each vehicle in a log."),
+                     {Split, EasyFly});
     line.takes(QStringLiteral("LOG"), QStringLiteral("Telemetry log (.tlog)."), QStringLiteral("LOG..."));
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
     Recording recording(line, Project::make(line.project()));
     for (const QString& path : line.positionals()) {
-        recordLog(recording, path);
+        recordLog(recording, path, line.isSet(QStringLiteral("split")));
     }
     return recording.finish();
 }

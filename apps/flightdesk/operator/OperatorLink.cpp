@@ -14,6 +14,8 @@ void OperatorLink::connectTo(CKvFlightDataDbOperator* pOperator) const
             SLOT(slotParseJson(QJsonArray, QString, QString, uint, QString)));
     connect(this, SIGNAL(breakpoint(int, double, double, QString, double)), pOperator,
             SLOT(slotUpdateBreakpoint(int, double, double, QString, double)));
+    connect(this, SIGNAL(missionValue(QVariant, QVariant, QVariant, QVariant)), pOperator,
+            SLOT(slotUpdateGeneralOneValue(QVariant, QVariant, QVariant, QVariant)));
     connect(this, SIGNAL(checkNewData()), pOperator, SLOT(slotCheckNewData()));
     connect(this, SIGNAL(startUploadTimer(bool)), pOperator, SLOT(slotStartUploadTimer(bool)));
     connect(this, SIGNAL(resetUploadFlow()), pOperator, SLOT(slotResetUploadFlow()));

@@ -5,6 +5,7 @@
 #include <QtCore/QJsonArray>
 #include <QtCore/QObject>
 #include <QtCore/QString>
+#include <QtCore/QVariant>
 
 class CKvFlightDataDbOperator;
 
@@ -28,6 +29,8 @@ Q_SIGNALS:
     void records(QJsonArray records, QString description, QString missionId, unsigned int type,
                  QString file) const;
     void breakpoint(int waypoint, double lng, double lat, QString missionId, double completion) const;
+    /// \param cmd  1
+    void missionValue(QVariant cmd, QVariant key, QVariant value, QVariant missionId) const;
 
     void checkNewData() const;
     void startUploadTimer(bool start) const;

@@ -67,6 +67,14 @@ void FlightRecorder::abandonOperator()
     m_link.disconnect(m_operator.get());
     m_operator.release(); // NOLINT(bugprone-unused-return-value): left behind on purpose
     makeOperator();
+    pointOperator();
+}
+
+/// Where the flight's messages and positions go.
+void FlightRecorder::pointOperator()
+{
+    Q_EMIT m_link.missionFile(m_flight.file);
+    Q_EMIT m_link.missionId(m_flight.missionId);
 }
 
 RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, const QString& aircraft,
@@ -74,24 +82,22 @@ RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, 
 {
     m_flight = RecordedFlight();
     m_flight.name = name;
-    m_tracker = VehicleTracker();
-    m_positions = QJsonArray();
-    m_statuses = QJsonArray();
-    m_sinceWritten.start();
     try {
-        recordFrames(source, aircraft, log);
+        recordFrames(source, name, aircraft, log);
     } catch (const Failure& failure) {
         m_flight.error = failure.words();
+        return m_flight;
     }
-    return m_flight;
+    return end(m_lastUsec);
 }
 
-void FlightRecorder::recordFrames(FrameSource& source, const QString& aircraft, const QString& log)
+void FlightRecorder::recordFrames(FrameSource& source, const QString& name, const QString& aircraft,
+                                  const QString& log)
 {
     TelemetryFrame frame;
     while (source.next(&frame)) {
         if (m_flight.messages == 0) {
-            beginMission(frame.usec, aircraft, log);
+            begin(frame.usec, name, aircraft, log);
         }
         take(frame);
         if (m_flight.messages % FramesBetweenEvents == 0) {
@@ -102,14 +108,21 @@ void FlightRecorder::recordFrames(FrameSource& source, const QString& aircraft, 
     if (m_flight.messages == 0) {
         throw Failure(QStringLiteral("holds no telemetry frame"));
     }
-    endMission(frame.usec);
     Q_EMIT progress(source.size(), source.size());
-    verify();
-    writeBreakpoint();
 }
 
-void FlightRecorder::beginMission(qint64 startUsec, const QString& aircraft, const QString& log)
+void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString& aircraft, const QString& log,
+                           std::optional<double> clockOffset)
 {
+    m_flight = RecordedFlight();
+    m_flight.name = name;
+    m_flight.clockOffset = clockOffset;
+    m_tracker = VehicleTracker();
+    m_stamps = SteadyStamps();
+    m_lastUsec = startUsec;
+    m_positions = QJsonArray();
+    m_statuses = QJsonArray();
+    m_sinceWritten.start();
     if (m_projectId.isEmpty()) {
         throw Failure(QStringLiteral("cannot write %1/project.ini").arg(m_project.path()));
     }
@@ -117,8 +130,7 @@ void FlightRecorder::beginMission(qint64 startUsec, const QString& aircraft, con
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
     // Flights of one name in one project fly the same plan.
     m_planId = UidToString(QUuid::createUuidV5(QUuid(m_projectId), m_flight.name));
-    Q_EMIT m_link.missionFile(m_flight.file);
-    Q_EMIT m_link.missionId(m_flight.missionId);
+    pointOperator();
     writeMission(VehicleTracker::timeText(startUsec), aircraft, log);
 }
 
@@ -140,20 +152,35 @@ void FlightRecorder::writeMission(const QString& startedAt, const QString& aircr
     if (!log.isEmpty()) {
         row.insert("video_file"_l1, log);
     }
+    if (m_flight.clockOffset) {
+        row.insert("clock_offset"_l1, QString::number(*m_flight.clockOffset, 'f', 3));
+    }
     writeText({row}, QStringLiteral(":/%1.txt").arg(m_format.missionTable));
 }
 
-void FlightRecorder::take(const TelemetryFrame& frame)
+void FlightRecorder::take(TelemetryFrame frame)
 {
-    Q_EMIT m_link.message(frame.bytes);
+    frame.usec = m_stamps.next(frame.usec);
+    m_lastUsec = frame.usec;
+    Q_EMIT m_link.message(frame.logRecord());
     ++m_flight.messages;
-    VehicleTracker::Records records = m_tracker.take(frame);
+    note(m_tracker.take(frame));
+    if (m_sinceWritten.elapsed() >= LongestWait) {
+        flush();
+    }
+}
+
+void FlightRecorder::note(VehicleTracker::Records records)
+{
     Q_EMIT told(records);
     if (records.position && m_format.uploadKinds.contains(PosDataTableName)) {
         records.position->insert(QStringLiteral("id"), newId());
         records.position->insert(QStringLiteral("flight_mission_id"), m_flight.missionId);
         m_positions.append(*records.position);
         ++m_flight.positions;
+        if (m_positions.size() >= PositionBatch) {
+            writePositions();
+        }
     }
     if (records.status) {
         records.status->insert(QStringLiteral("id"), newId());
@@ -161,16 +188,21 @@ void FlightRecorder::take(const TelemetryFrame& frame)
         records.status->insert(QStringLiteral("mission_id"), m_planId);
         m_statuses.append(*records.status);
         ++m_flight.statuses;
+        if (m_statuses.size() % StatusBatch == 0) { // they stay when they cannot be written
+            writeStatuses();
+        }
     }
-    const bool old = m_sinceWritten.elapsed() >= LongestWait;
-    if (old || m_positions.size() >= PositionBatch) {
-        writePositions();
-    }
-    if (old || m_statuses.size() >= StatusBatch) {
+}
+
+void FlightRecorder::flush()
+{
+    m_sinceWritten.start();
+    writePositions();
+    // Both close the file, so that the messages that still wait are written; the next one opens it again.
+    if (m_statuses.isEmpty()) {
+        Q_EMIT m_link.startUploadTimer(false);
+    } else {
         writeStatuses();
-    }
-    if (old) {
-        m_sinceWritten.start();
     }
 }
 
@@ -190,16 +222,43 @@ void FlightRecorder::writeStatuses()
     }
 }
 
-void FlightRecorder::endMission(qint64 endUsec)
+RecordedFlight FlightRecorder::end(qint64 endUsec, const QString& reason)
 {
-    writePositions();
-    writeStatuses();
+    try {
+        endMission(qMax(endUsec, m_lastUsec), reason);
+        verify();
+        writeBreakpoint();
+    } catch (const Failure& failure) {
+        m_flight.error = failure.words();
+    }
+    return m_flight;
+}
+
+void FlightRecorder::endMission(qint64 endUsec, const QString& reason)
+{
+    flush();
     if (!m_format.easyFly) {
+        writeClockOffset();
         m_flight.interruption = m_tracker.interruption(endUsec);
+        if (m_flight.interruption && !reason.isEmpty()) {
+            m_flight.interruption->reason = reason;
+        }
         writeComplete(endUsec);
     }
-    // Closes the file, so that the messages that still wait are written.
-    Q_EMIT m_link.startUploadTimer(false);
+}
+
+/// What the mission's row could not tell yet when it was written, in whole seconds, as the operator has it.
+/// The row is sent again.
+void FlightRecorder::writeClockOffset()
+{
+    const auto offset = m_tracker.clockOffset();
+    const auto seconds = [](std::optional<double> value) { return qRound64(value.value_or(0)); };
+    if (!offset || std::abs(seconds(offset) - seconds(m_flight.clockOffset)) <= 1) {
+        return;
+    }
+    m_flight.clockOffset = double(seconds(offset));
+    Q_EMIT m_link.missionValue(1, QStringLiteral("clock_offset"), int(seconds(offset)), m_flight.missionId);
+    Q_EMIT m_link.missionValue(1, QStringLiteral("is_uploaded"), 0, m_flight.missionId);
 }
 
 void FlightRecorder::writeComplete(qint64 endUsec)

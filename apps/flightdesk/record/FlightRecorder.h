@@ -4,6 +4,7 @@
 #include "operator/OperatorLink.h"
 #include "project/Project.h"
 #include "telemetry/FrameSource.h"
+#include "telemetry/SteadyStamps.h"
 #include "telemetry/VehicleTracker.h"
 
 #include <QtCore/QElapsedTimer>
@@ -24,10 +25,14 @@ struct RecordedFlight {
     qint64 positions = 0;
     qint64 statuses = 0;
     std::optional<Interruption> interruption;
-    QString error; ///< empty when the flight was recorded whole
+    std::optional<double> clockOffset; ///< as VehicleTracker has it
+    QString error;                     ///< empty when the flight was recorded whole
 };
 
-/// Records flights into mission files of a project, one after another, with one operator.
+/// Records flights into mission files of a project, one after another, with one operator. A flight is pulled
+/// from a source as a whole, or pushed frame by frame.
+///
+/// All calls come from the thread of the constructor, which needs no event loop.
 class FlightRecorder : public QObject
 {
     Q_OBJECT
@@ -40,6 +45,27 @@ public:
     /// \param log  file name of the source; empty when it is no file
     RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
                           const QString& log = {});
+
+    /// Begins a flight; one that has not ended is forgotten. Throws Failure when there is no file for it.
+    /// \param startUsec  microseconds since 1970, UTC
+    /// \param clockOffset  VehicleTracker::clockOffset() where frames from before tell it
+    void begin(qint64 startUsec, const QString& name, const QString& aircraft, const QString& log = {},
+               std::optional<double> clockOffset = {});
+    /// Records a frame. Its stamp is in microseconds since 1970, and need not be behind the one before
+    /// (SteadyStamps). What waits in memory is written when the first of it is a second old, with the
+    /// frame that comes then. Throws Failure when that cannot be written: status records wait for another
+    /// try, up to 49 messages are lost, and the flight goes on with the next frame.
+    void take(TelemetryFrame frame);
+    /// Writes what waits in memory: for a flight of which no frame may come for a while. Throws Failure.
+    void flush();
+    /// Ends the flight, and counts what is in its file.
+    /// \param endUsec  no earlier than the last frame's stamp
+    /// \param reason  why it ended with an armed aircraft; otherwise that is told from the frames
+    RecordedFlight end(qint64 endUsec, const QString& reason = {});
+
+    /// The flight that was begun last, so far.
+    const RecordedFlight& flight() const { return m_flight; }
+
     /// Stores where a recorded mission stopped, and has its row sent again; false when that failed.
     bool storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here);
 
@@ -53,15 +79,16 @@ private Q_SLOTS:
     void noteBreakpoint(bool stored) { m_breakpointStored = stored; }
 
 private:
-    void recordFrames(FrameSource& source, const QString& aircraft, const QString& log);
+    void recordFrames(FrameSource& source, const QString& name, const QString& aircraft, const QString& log);
     void makeOperator();
     void abandonOperator();
-    void beginMission(qint64 startUsec, const QString& aircraft, const QString& log);
+    void pointOperator();
     void writeMission(const QString& startedAt, const QString& aircraft, const QString& log);
-    void take(const TelemetryFrame& frame);
+    void note(VehicleTracker::Records records);
     void writePositions();
     void writeStatuses();
-    void endMission(qint64 endUsec);
+    void writeClockOffset();
+    void endMission(qint64 endUsec, const QString& reason);
     void writeComplete(qint64 endUsec);
     void writeBreakpoint();
     void writeText(const QJsonArray& records, const QString& description);
@@ -75,6 +102,8 @@ private:
     RecordedFlight m_flight;
     QString m_planId;
     VehicleTracker m_tracker;
+    SteadyStamps m_stamps;
+    qint64 m_lastUsec = 0; ///< of the latest frame
     QJsonArray m_positions;
     QJsonArray m_statuses;
     QElapsedTimer m_sinceWritten;

@@ -3,8 +3,8 @@
 
 #include "Failure.h"
 #include "telemetry/FlightSimulator.h"
+#include "telemetry/LogFlights.h"
 #include "telemetry/PacedSource.h"
-#include "telemetry/TelemetryLog.h"
 
 #include <KvLog.h>
 
@@ -18,19 +18,12 @@ namespace
 constexpr int AtOnce = 6; // a flight replayed at its own speed hardly takes a processor
 
 constexpr int ReportInterval = 100; // milliseconds
-
-std::unique_ptr<FrameSource> open(const FlightTask& task)
-{
-    if (task.log.isEmpty()) {
-        return std::make_unique<FlightSimulator>(task.seed, 0, task.minutes, task.interrupted);
-    }
-    return std::make_unique<TelemetryLog>(task.log);
-}
 } // namespace
 
 RecorderPool::RecorderPool(QObject* parent) : QObject(parent)
 {
     qRegisterMetaType<RecordedFlight>();
+    qRegisterMetaType<FlightTask>();
     qRegisterMetaType<QVector<FlightSample>>();
     m_threads.setMaxThreadCount(AtOnce);
 }
@@ -57,14 +50,14 @@ int RecorderPool::record(const Project& project, const FlightTask& task)
 }
 
 /// On a thread of the pool.
-RecordedFlight RecorderPool::run(int flight, const Project& project, const FlightTask& task,
+RecordedFlight RecorderPool::run(int flight, const Project& project, FlightTask task,
                                  const std::atomic_bool& cancelled)
 {
     Q_EMIT started(flight);
     RecordedFlight result;
     try {
         if (!cancelled) {
-            result = fly(flight, project, task, cancelled);
+            result = fly(flight, project, &task, cancelled);
         }
     } catch (const Failure& failure) {
         result.error = failure.words();
@@ -76,12 +69,28 @@ RecordedFlight RecorderPool::run(int flight, const Project& project, const Fligh
     return result;
 }
 
-RecordedFlight RecorderPool::fly(int flight, const Project& project, const FlightTask& task,
+/// The task's source; its name gets what tells it from others of the log.
+std::unique_ptr<FrameSource> RecorderPool::open(FlightTask* task, const std::atomic_bool& cancelled)
+{
+    if (task->log.isEmpty()) {
+        return std::make_unique<FlightSimulator>(task->seed, 0, task->minutes, task->interrupted);
+    }
+    const LogFlights flights(task->log, false);
+    for (int part = 1; part < flights.count() && task->part == 0 && !cancelled; ++part) {
+        FlightTask other = *task;
+        other.part = part;
+        Q_EMIT found(other);
+    }
+    task->name += flights.name(task->part);
+    return flights.open(task->part);
+}
+
+RecordedFlight RecorderPool::fly(int flight, const Project& project, FlightTask* task,
                                  const std::atomic_bool& cancelled)
 {
-    const auto source = open(task);
-    PacedSource paced(*source, task.speed, cancelled);
-    FlightRecorder recorder(project, task.easyFly ? MissionFormat::video() : MissionFormat::flight());
+    const auto source = open(task, cancelled);
+    PacedSource paced(*source, task->speed, cancelled);
+    FlightRecorder recorder(project, task->easyFly ? MissionFormat::video() : MissionFormat::flight());
     FlightSample sample;
     QVector<FlightSample> samples;
     QElapsedTimer sinceReport;
@@ -100,9 +109,9 @@ RecordedFlight RecorderPool::fly(int flight, const Project& project, const Fligh
             report();
         }
     });
-    const QString log = QFileInfo(task.log).fileName();
+    const QString log = QFileInfo(task->log).fileName();
     RecordedFlight result =
-        recorder.record(paced, task.name, log.isEmpty() ? tr("simulated quadrotor") : tr("unknown"), log);
+        recorder.record(paced, task->name, log.isEmpty() ? tr("simulated quadrotor") : tr("unknown"), log);
     report();
     if (!source->error().isEmpty()) {
         result.error = tr("cannot be read to its end: %1").arg(source->error());

@@ -15,6 +15,7 @@
 struct FlightTask {
     QString name;
     QString log;
+    int part = 0; ///< which of the log's flights
     int minutes = 3;
     quint32 seed = 0;
     bool interrupted = false; ///< the simulated telemetry breaks off in mid-air
@@ -23,6 +24,7 @@ struct FlightTask {
 };
 
 Q_DECLARE_METATYPE(RecordedFlight)
+Q_DECLARE_METATYPE(FlightTask)
 
 /// Records flights side by side, each on a thread with an operator of its own; some wait for their turn.
 class RecorderPool : public QObject
@@ -45,15 +47,18 @@ public:
 
 Q_SIGNALS:
     void started(int flight);
+    /// A log holds one more flight than was known, of another vehicle.
+    void found(const FlightTask& task);
     void progress(int flight, qint64 done, qint64 size);
     void sampled(int flight, const QVector<FlightSample>& samples);
     void finished(int flight, const RecordedFlight& result);
 
 private:
     using Flag = std::shared_ptr<std::atomic_bool>;
-    RecordedFlight run(int flight, const Project& project, const FlightTask& task,
+    RecordedFlight run(int flight, const Project& project, FlightTask task,
                        const std::atomic_bool& cancelled);
-    RecordedFlight fly(int flight, const Project& project, const FlightTask& task,
+    std::unique_ptr<FrameSource> open(FlightTask* task, const std::atomic_bool& cancelled);
+    RecordedFlight fly(int flight, const Project& project, FlightTask* task,
                        const std::atomic_bool& cancelled);
 
     QThreadPool m_threads;

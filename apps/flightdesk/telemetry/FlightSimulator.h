@@ -3,6 +3,7 @@
 
 #include "telemetry/FrameSource.h"
 #include "telemetry/MavlinkCodec.h"
+#include "telemetry/MavlinkMessages.h"
 
 #include <QtCore/QQueue>
 

@@ -3,12 +3,23 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
-#include <QtCore/QtGlobal>
+#include <QtCore/QtEndian>
+
+#include <algorithm>
 
 /// One frame as the ground station received it.
 struct TelemetryFrame {
     qint64 usec = 0; ///< microseconds since 1970, UTC
     QByteArray bytes;
+
+    /// As it stands in a telemetry log: the time in 8 bytes, big-endian, and the frame.
+    QByteArray logRecord() const
+    {
+        QByteArray record(int(sizeof usec) + bytes.size(), Qt::Uninitialized);
+        qToBigEndian(usec, record.data());
+        std::copy(bytes.cbegin(), bytes.cend(), record.begin() + int(sizeof usec));
+        return record;
+    }
 };
 
 /// Where the frames of one flight come from.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/MavlinkCodec.h"
 
+#include "telemetry/MavlinkTable.h"
+
 #include <QtCore/QtEndian>
 
 namespace mavlink
@@ -13,49 +15,40 @@ constexpr int ChecksumLength = 2;
 constexpr int SignatureLength = 13;
 constexpr uchar SignedFlag = 0x01;
 
-struct Layout {
-    quint32 id;
-    quint8 extra;
-    int length; ///< without extension fields
-};
-
-template<typename Message>
-constexpr Layout Of{Message::Id, Message::Extra, Message::Length};
-
-constexpr Layout Layouts[] = {Of<Heartbeat>,         Of<SysStatus>,      Of<GpsRawInt>,   Of<Attitude>,
-                              Of<GlobalPositionInt>, Of<MissionCurrent>, Of<MissionCount>};
-
-const Layout* layoutOf(quint32 id)
-{
-    for (const Layout& layout : Layouts) {
-        if (layout.id == id) {
-            return &layout;
-        }
-    }
-    return nullptr;
-}
-
 uchar at(const char* data, int index)
 {
     return static_cast<uchar>(data[index]);
 }
 
-Message readHeader(const QByteArray& frame)
+void add(quint16* crc, uchar byte)
 {
-    const char* data = frame.constData();
-    Message message;
-    if (at(data, 0) == Magic1) {
-        message.system = at(data, 3);
-        message.component = at(data, 4);
-        message.id = at(data, 5);
-        message.payload = frame.mid(Header1, at(data, 1));
-    } else {
-        message.system = at(data, 5);
-        message.component = at(data, 6);
-        message.id = at(data, 7) | quint32(at(data, 8)) << 8 | quint32(at(data, 9)) << 16;
-        message.payload = frame.mid(Header2, at(data, 1));
+    uchar x = byte ^ uchar(*crc & 0xFF);
+    x = uchar(x ^ (x << 4));
+    *crc = quint16((*crc >> 8) ^ (x << 8) ^ (x << 3) ^ (x >> 4));
+}
+
+quint16 checksumWithoutExtra(const char* data, int length)
+{
+    quint16 crc = 0xFFFF;
+    for (int i = 0; i < length; ++i) {
+        add(&crc, at(data, i));
     }
-    return message;
+    return crc;
+}
+
+bool isWhole(const QByteArray& frame)
+{
+    return frame.size() >= PrefixLength && frameLength(frame.constData()) == frame.size();
+}
+
+/// Whether no sender would give the frame its length or flags. Version 2 may have fields that are newer than
+/// the table, and cuts off zeros.
+bool isOdd(const QByteArray& frame, const Header& header, const MessageFacts& facts)
+{
+    if (header.length == Header1) {
+        return header.payload < facts.least || header.payload > facts.most;
+    }
+    return (at(frame.constData(), 2) & ~SignedFlag) != 0;
 }
 } // namespace
 
@@ -72,55 +65,89 @@ int frameLength(const char* data)
     }
 }
 
+Header headerOf(const QByteArray& frame)
+{
+    const char* data = frame.constData();
+    if (at(data, 0) == Magic1) {
+        return {at(data, 5), at(data, 2), at(data, 3), at(data, 4), Header1, at(data, 1)};
+    }
+    const quint32 id = at(data, 7) | quint32(at(data, 8)) << 8 | quint32(at(data, 9)) << 16;
+    return {id, at(data, 4), at(data, 5), at(data, 6), Header2, at(data, 1)};
+}
+
+bool isSigned(const QByteArray& frame)
+{
+    return at(frame.constData(), 0) == Magic2 && (at(frame.constData(), 2) & SignedFlag) != 0;
+}
+
+Soundness judge(const QByteArray& frame)
+{
+    if (!isWhole(frame)) {
+        return Soundness::Damaged;
+    }
+    const Header header = headerOf(frame);
+    const MessageFacts* facts = factsOf(header.id);
+    if (!facts) {
+        return Soundness::Unknown;
+    }
+    if (isOdd(frame, header, *facts)) {
+        return Soundness::Damaged;
+    }
+    const int end = header.length + header.payload;
+    const auto expected = qFromLittleEndian<quint16>(frame.constData() + end);
+    return checksum(frame.constData() + 1, end - 1, facts->extra) == expected ? Soundness::Sound
+                                                                              : Soundness::Damaged;
+}
+
 quint16 checksum(const char* data, int length, quint8 extra)
 {
-    quint16 crc = 0xFFFF;
-    const auto add = [&crc](uchar byte) {
-        uchar x = byte ^ uchar(crc & 0xFF);
-        x = uchar(x ^ (x << 4));
-        crc = quint16((crc >> 8) ^ (x << 8) ^ (x << 3) ^ (x >> 4));
-    };
-    for (int i = 0; i < length; ++i) {
-        add(at(data, i));
-    }
-    add(extra);
+    quint16 crc = checksumWithoutExtra(data, length);
+    add(&crc, extra);
     return crc;
+}
+
+std::optional<quint8> impliedExtra(const QByteArray& frame)
+{
+    const Header header = headerOf(frame);
+    const int end = header.length + header.payload;
+    const quint16 before = checksumWithoutExtra(frame.constData() + 1, end - 1);
+    const auto expected = qFromLittleEndian<quint16>(frame.constData() + end);
+    for (int extra = 0; extra < 256; ++extra) {
+        quint16 crc = before;
+        add(&crc, uchar(extra));
+        if (crc == expected) {
+            return quint8(extra);
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<Message> decode(const QByteArray& frame)
 {
-    if (frame.size() < PrefixLength || frameLength(frame.constData()) != frame.size()) {
+    if (judge(frame) != Soundness::Sound) {
         return std::nullopt;
     }
-    Message message = readHeader(frame);
-    const Layout* layout = layoutOf(message.id);
-    if (!layout) {
-        return std::nullopt;
-    }
-    const int header = at(frame.constData(), 0) == Magic1 ? Header1 : Header2;
-    const int end = header + message.payload.size();
-    const auto expected = qFromLittleEndian<quint16>(frame.constData() + end);
-    if (checksum(frame.constData() + 1, end - 1, layout->extra) != expected) {
-        return std::nullopt;
-    }
-    if (message.payload.size() < layout->length) {
-        message.payload.append(layout->length - message.payload.size(), '\0');
+    const Header header = headerOf(frame);
+    Message message{header.id, header.system, header.component, frame.mid(header.length, header.payload)};
+    const int least = factsOf(header.id)->least;
+    if (message.payload.size() < least) {
+        message.payload.append(least - message.payload.size(), '\0');
     }
     return message;
 }
 
 QByteArray encode(const Message& message, quint8 sequence)
 {
-    const Layout* layout = layoutOf(message.id);
-    Q_ASSERT(layout && message.payload.size() == layout->length);
+    const MessageFacts* facts = factsOf(message.id);
+    Q_ASSERT(facts && message.id <= 0xFF && message.payload.size() == facts->least);
     QByteArray frame;
-    frame.reserve(Header1 + layout->length + ChecksumLength);
-    for (const uint byte : {uint(Magic1), uint(layout->length), uint(sequence), uint(message.system),
+    frame.reserve(Header1 + facts->least + ChecksumLength);
+    for (const uint byte : {uint(Magic1), uint(facts->least), uint(sequence), uint(message.system),
                             uint(message.component), uint(message.id)}) {
         frame.append(char(byte));
     }
     frame.append(message.payload);
-    const quint16 crc = checksum(frame.constData() + 1, frame.size() - 1, layout->extra);
+    const quint16 crc = checksum(frame.constData() + 1, frame.size() - 1, facts->extra);
     frame.append(char(crc & 0xFF));
     frame.append(char(crc >> 8));
     return frame;

@@ -1,23 +1,28 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "telemetry/MavlinkTable.h"
+
 #include <QtCore/QDataStream>
 
 #include <tuple>
 
-/// The messages that the host reads and writes: their fields in the order of the wire. Id, CRC_EXTRA and the
-/// length without extension fields belong to each.
+/// The messages that the host reads and writes: their fields in the order of the wire.
 namespace mavlink
 {
 struct Heartbeat {
-    enum : quint32 { Id = 0, Extra = 50, Length = 9 };
+    static constexpr quint32 Id = 0;
+    enum : quint8 { GroundStation = 6, NoAutopilot = 8, ArmedFlag = 0x80 };
     quint32 customMode = 0;
     quint8 type = 0, autopilot = 0, baseMode = 0, systemStatus = 0, version = 3;
     auto fields() { return std::tie(customMode, type, autopilot, baseMode, systemStatus, version); }
+    /// Ground stations, gimbals and cameras send heartbeats too.
+    bool isAutopilots() const { return autopilot != NoAutopilot && type != GroundStation; }
+    bool isArmed() const { return (baseMode & ArmedFlag) != 0; }
 };
 
 struct SysStatus {
-    enum : quint32 { Id = 1, Extra = 124, Length = 31 };
+    static constexpr quint32 Id = 1;
     quint32 present = 0, enabled = 0, health = 0;
     quint16 load = 0;
     quint16 millivolt = 0xFFFF; ///< 0xFFFF is unknown
@@ -31,8 +36,15 @@ struct SysStatus {
     }
 };
 
+struct SystemTime {
+    static constexpr quint32 Id = 2;
+    quint64 unixUsec = 0; ///< 0 until the vehicle knows the time
+    quint32 msec = 0;
+    auto fields() { return std::tie(unixUsec, msec); }
+};
+
 struct GpsRawInt {
-    enum : quint32 { Id = 24, Extra = 24, Length = 30 };
+    static constexpr quint32 Id = 24;
     quint64 usec = 0;
     qint32 lat = 0, lng = 0, alt = 0; ///< degrees times 1e7, millimetres
     quint16 eph = 0, epv = 0, speed = 0, course = 0;
@@ -42,7 +54,7 @@ struct GpsRawInt {
 };
 
 struct Attitude {
-    enum : quint32 { Id = 30, Extra = 39, Length = 28 };
+    static constexpr quint32 Id = 30;
     quint32 msec = 0;
     float roll = 0, pitch = 0, yaw = 0; ///< radians
     float rollSpeed = 0, pitchSpeed = 0, yawSpeed = 0;
@@ -50,7 +62,7 @@ struct Attitude {
 };
 
 struct GlobalPositionInt {
-    enum : quint32 { Id = 33, Extra = 104, Length = 28 };
+    static constexpr quint32 Id = 33;
     quint32 msec = 0;
     qint32 lat = 0, lng = 0;         ///< degrees times 1e7
     qint32 alt = 0, relativeAlt = 0; ///< millimetres
@@ -60,13 +72,13 @@ struct GlobalPositionInt {
 };
 
 struct MissionCurrent {
-    enum : quint32 { Id = 42, Extra = 28, Length = 2 };
+    static constexpr quint32 Id = 42;
     quint16 waypoint = 0;
     auto fields() { return std::tie(waypoint); }
 };
 
 struct MissionCount {
-    enum : quint32 { Id = 44, Extra = 221, Length = 4 };
+    static constexpr quint32 Id = 44;
     quint16 waypoints = 0;
     quint8 targetSystem = 0, targetComponent = 0;
     quint8 missionType = 0; ///< an extension; 0 is the flight plan, fences and rally points are others
@@ -98,6 +110,6 @@ QByteArray payload(Message message)
     QDataStream stream(&bytes, QIODevice::WriteOnly);
     setUp(stream);
     std::apply([&stream](const auto&... field) { (stream << ... << field); }, message.fields());
-    return bytes.left(Message::Length);
+    return bytes.left(factsOf(Message::Id)->least);
 }
 } // namespace mavlink

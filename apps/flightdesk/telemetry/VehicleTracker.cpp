@@ -11,10 +11,11 @@
 namespace
 {
 constexpr quint8 AutopilotArduPilot = 3;
-constexpr quint8 AutopilotInvalid = 8; // ground stations, gimbals, cameras
-constexpr uchar ArmedFlag = 0x80;
 constexpr quint8 FlightPlan = 0;
-constexpr qint64 LinkTimeout = 5000000; // microseconds
+constexpr qint64 LinkTimeout = 5000000;                   // microseconds
+constexpr double LeastClockOffset = 2;                    // seconds; less may be the way of the message
+constexpr quint64 Year2010 = 1262304000ULL * 1000 * 1000; // a clock that was never set says less
+constexpr quint64 Year2100 = 4102444800ULL * 1000 * 1000;
 
 double rounded(double value)
 {
@@ -56,11 +57,6 @@ double degrees(float radians)
     return qRadiansToDegrees(double(radians));
 }
 
-bool isArmed(const mavlink::Heartbeat& heartbeat)
-{
-    return (heartbeat.baseMode & ArmedFlag) != 0;
-}
-
 double fullCircle(double angle)
 {
     return angle < 0 ? angle + 360 : angle;
@@ -83,12 +79,15 @@ VehicleTracker::Records VehicleTracker::take(const TelemetryFrame& frame)
     case mavlink::Heartbeat::Id: {
         const auto heartbeat = mavlink::read<mavlink::Heartbeat>(message->payload);
         m_heardUsec = frame.usec;
-        m_armed = isArmed(heartbeat);
+        m_armed = heartbeat.isArmed();
         records.status = status(frame.usec, heartbeat);
         break;
     }
     case mavlink::SysStatus::Id:
         m_sysStatus = mavlink::read<mavlink::SysStatus>(message->payload);
+        break;
+    case mavlink::SystemTime::Id:
+        note(frame.usec, mavlink::read<mavlink::SystemTime>(message->payload));
         break;
     case mavlink::GpsRawInt::Id:
         m_gps = mavlink::read<mavlink::GpsRawInt>(message->payload);
@@ -113,6 +112,18 @@ VehicleTracker::Records VehicleTracker::take(const TelemetryFrame& frame)
     return records;
 }
 
+void VehicleTracker::note(qint64 usec, const mavlink::SystemTime& time)
+{
+    if (time.unixUsec >= Year2010 && time.unixUsec < Year2100) {
+        m_clockOffset = rounded(double(qint64(time.unixUsec) - usec) / 1e6);
+    }
+}
+
+std::optional<double> VehicleTracker::clockOffset() const
+{
+    return m_clockOffset && std::abs(*m_clockOffset) > LeastClockOffset ? m_clockOffset : std::nullopt;
+}
+
 std::optional<Interruption> VehicleTracker::interruption(qint64 endUsec) const
 {
     if (!m_armed) {
@@ -134,7 +145,7 @@ std::optional<Interruption> VehicleTracker::interruption(qint64 endUsec) const
 bool VehicleTracker::isOurs(const mavlink::Message& message)
 {
     if (message.id == mavlink::Heartbeat::Id) {
-        if (mavlink::read<mavlink::Heartbeat>(message.payload).autopilot == AutopilotInvalid) {
+        if (!mavlink::read<mavlink::Heartbeat>(message.payload).isAutopilots()) {
             return false;
         }
         if (!m_vehicle) {
@@ -172,7 +183,7 @@ QJsonObject VehicleTracker::status(qint64 usec, const mavlink::Heartbeat& heartb
     QJsonObject record{
         {"time"_l1, timeText(usec)},
         {"flight_mode"_l1, modeName(heartbeat)},
-        {"armed"_l1, isArmed(heartbeat) ? "1"_l1 : "0"_l1},
+        {"armed"_l1, heartbeat.isArmed() ? "1"_l1 : "0"_l1},
     };
     for (const char* key :
          {"battery_voltage", "battery_remaining", "satellites", "fix_type", "roll", "pitch", "yaw"}) {

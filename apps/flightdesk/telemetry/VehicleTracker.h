@@ -4,6 +4,7 @@
 #include "telemetry/Breakpoint.h"
 #include "telemetry/FrameSource.h"
 #include "telemetry/MavlinkCodec.h"
+#include "telemetry/MavlinkMessages.h"
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
@@ -26,11 +27,16 @@ public:
     /// \param endUsec  time of the telemetry's last frame
     std::optional<Interruption> interruption(qint64 endUsec) const;
 
+    /// Seconds by which the vehicle's own clock, once its GPS has set it, is ahead of the frames' stamps;
+    /// nothing when the two agree, or before it was told.
+    std::optional<double> clockOffset() const;
+
     /// ISO 8601 in UTC with milliseconds.
     static QString timeText(qint64 usec);
 
 private:
     bool isOurs(const mavlink::Message& message);
+    void note(qint64 usec, const mavlink::SystemTime& time);
     QJsonObject status(qint64 usec, const mavlink::Heartbeat& heartbeat) const;
     QJsonObject position(qint64 usec, const mavlink::GlobalPositionInt& here);
 
@@ -38,7 +44,8 @@ private:
     std::optional<mavlink::SysStatus> m_sysStatus; ///< the latest, nothing until the first
     std::optional<mavlink::GpsRawInt> m_gps;
     std::optional<mavlink::Attitude> m_attitude;
-    qint64 m_heardUsec = 0; ///< latest heartbeat
+    std::optional<double> m_clockOffset; ///< the latest
+    qint64 m_heardUsec = 0;              ///< latest heartbeat
     bool m_armed = false;
     int m_waypoints = 0; ///< of the mission, 0 until told
     Breakpoint m_place;  ///< where the vehicle is now

@@ -50,6 +50,7 @@ void FlightModel::addSamples(int flight, const QVector<FlightSample>& samples)
 
 void FlightModel::finish(int flight, const RecordedFlight& result)
 {
+    row(flight)->name = result.name; // which of a log's flights it is was not known before
     row(flight)->result = result;
     noteChanged(row(flight));
 }

@@ -16,6 +16,7 @@ WindowSession::WindowSession() : m_breakpoints(m_feed), m_uploader(m_feed)
     connect(&m_recorders, &RecorderPool::progress, &m_flights, &FlightModel::setProgress);
     connect(&m_recorders, &RecorderPool::sampled, &m_flights, &FlightModel::addSamples);
     connect(&m_recorders, &RecorderPool::sampled, this, &WindowSession::sampled);
+    connect(&m_recorders, &RecorderPool::found, this, &WindowSession::record);
     connect(&m_recorders, &RecorderPool::finished, &m_flights, &FlightModel::finish);
     connect(&m_recorders, &RecorderPool::finished, this, &WindowSession::sampled);
     connect(&m_recorders, &RecorderPool::finished, &m_breakpoints,
