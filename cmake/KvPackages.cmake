@@ -50,8 +50,10 @@ set(CPACK_COMPONENT_APPS_DEPENDS runtime)
 set(CPACK_DEBIAN_APPS_PACKAGE_NAME ${apps_package})
 set(CPACK_DEBIAN_APPS_PACKAGE_SECTION misc)
 
-install(FILES apps/flightserver/systemd/flightserver.service DESTINATION lib/systemd/system COMPONENT apps)
-install(FILES docs/fleet.md docs/server.md docs/server-protocol.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${apps_package} COMPONENT apps)
+install(FILES apps/flightserver/systemd/flightserver.service apps/flightdesk/systemd/flightdesk-station@.service
+  DESTINATION lib/systemd/system COMPONENT apps)
+install(FILES docs/fleet.md docs/server.md docs/server-protocol.md docs/station.md
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${apps_package} COMPONENT apps)
 
 # The pages keep their places towards each other, as they are linked.
 set(documentation ${CMAKE_INSTALL_DATADIR}/doc/${development_package})

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "command/EndSignals.h"
 #include "support/FlightLog.h"
 #include "support/ScriptedServer.h"
 #include "window/DownloadPage.h"
-#include "window/EndSignals.h"
 #include "window/MainWindow.h"
 #include "window/Plot.h"
 #include "window/ProjectPage.h"

@@ -15,6 +15,7 @@ int main(int argc, char* argv[])
         {{"window", "Open the window, on a project if one is named.", runWindow, makeWindowApplication},
          {"record", "Record telemetry logs, one mission for each vehicle.", runRecord},
          {"simulate", "Record simulated flights.", runSimulate},
+         {"station", "Record what aircraft tell over radio and network, and upload it.", runStation},
          {"upload", "Upload all that waits.", runUpload},
          {"status", "Show what is recorded, uploaded and waiting.", runStatus},
          {"fetch", "Download a file.", runFetch},

@@ -34,6 +34,7 @@ public:
     QString project() const { return value(QStringLiteral("project")); }
     bool isSet(const QString& option) const { return m_parser.isSet(option); }
     QString value(const QString& option) const { return m_parser.value(option); }
+    QStringList values(const QString& option) const { return m_parser.values(option); }
     /// A number in the range; otherwise an error is printed and nothing returned.
     std::optional<qint64> number(const QString& option, qint64 least, qint64 most) const;
     QStringList positionals() const { return m_parser.positionalArguments(); }

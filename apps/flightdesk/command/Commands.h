@@ -36,6 +36,7 @@ int runFlightdesk(int argc, char** argv, const QVector<Command>& commands);
 
 int runRecord(const QStringList& arguments);
 int runSimulate(const QStringList& arguments);
+int runStation(const QStringList& arguments);
 int runUpload(const QStringList& arguments);
 int runStatus(const QStringList& arguments);
 int runFetch(const QStringList& arguments);

@@ -83,6 +83,27 @@ void Console::document(const QJsonObject& object)
     }
 }
 
+void Console::record(const QJsonObject& object)
+{
+    if (m_json) {
+        print(stdout,
+              printable(withControlsEscaped(QJsonDocument(object).toJson(QJsonDocument::Compact))) + '\n');
+    }
+}
+
+void Console::status(const QString& text)
+{
+    constexpr int PlainInterval = 10000; // milliseconds
+    if (m_terminal) {
+        // What does not fit into one line is cut off by the terminal, or the next one could not replace it.
+        print(stderr, "\r\x1b[?7l" + printable(text) + "\x1b[K\x1b[?7h");
+        m_barShown = true;
+    } else if (!m_sinceStatus.isValid() || m_sinceStatus.hasExpired(PlainInterval - 1)) {
+        m_sinceStatus.start();
+        printNote(text);
+    }
+}
+
 void Console::progress(const QString& label, qint64 done, qint64 all)
 {
     constexpr int BarWidth = 30;

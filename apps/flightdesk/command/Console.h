@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
 
@@ -9,7 +10,7 @@
 class Console
 {
 public:
-    /// \param json  print one JSON document instead of result lines
+    /// \param json  print JSON instead of result lines
     explicit Console(bool json);
 
     /// A line of the result.
@@ -19,8 +20,12 @@ public:
     void error(const QString& text);
     /// A bar on a terminal, otherwise a line now and then.
     void progress(const QString& label, qint64 done, qint64 all);
+    /// How things stand: a line on a terminal that the next one replaces, otherwise one every ten seconds.
+    void status(const QString& text);
     /// The whole result for scripts; printed in JSON mode only.
     void document(const QJsonObject& object);
+    /// One object of many for scripts, on a line of its own; printed in JSON mode only.
+    void record(const QJsonObject& object);
 
     /// Prints an error in the program's name, where there is no console yet.
     static void printError(const QString& text);
@@ -34,4 +39,5 @@ private:
     bool m_barShown = false;
     QString m_label;
     int m_step = -1; ///< last one shown
+    QElapsedTimer m_sinceStatus;
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "command/CommandLine.h"
 #include "command/Commands.h"
+#include "command/FlightWords.h"
 #include "Failure.h"
 #include "record/FlightRecorder.h"
 #include "telemetry/FlightSimulator.h"
@@ -18,15 +19,6 @@ const QCommandLineOption EasyFly(QStringLiteral("easy-fly"),
                                  QStringLiteral("Record video missions instead of flight missions."));
 const QCommandLineOption Split(QStringLiteral("split"),
                                QStringLiteral("One mission for each time that a vehicle arms."));
-
-/// The end of a result line.
-QString words(const Interruption& interruption)
-{
-    return QStringLiteral(", interrupted (%1): %2")
-        .arg(interruption.reason, interruption.breakpoint
-                                      ? interruption.breakpoint->text()
-                                      : QStringLiteral("no breakpoint, as no position is known"));
-}
 
 /// Records flights one after another and keeps the account.
 class Recording
@@ -49,35 +41,19 @@ public:
     }
 
     /// Reports one flight. `details` goes into the JSON document as well, `remark` behind the result line.
-    void report(const RecordedFlight& flight, QJsonObject details = {}, QString remark = {})
+    void report(const RecordedFlight& flight, const QJsonObject& details = {}, const QString& remark = {})
     {
-        if (flight.interruption) {
-            remark += words(*flight.interruption);
-            details.insert("interrupted"_l1, flight.interruption->reason);
-            if (flight.interruption->breakpoint) {
-                details.insert("breakpoint"_l1, flight.interruption->breakpoint->json());
-            }
+        QJsonObject mission = flightJson(flight);
+        for (auto detail = details.begin(); detail != details.end(); ++detail) {
+            mission.insert(detail.key(), detail.value());
         }
-        if (flight.clockOffset) {
-            details.insert("clock_offset"_l1, *flight.clockOffset);
-        }
-        details.insert("name"_l1, flight.name);
-        details.insert("id"_l1, flight.missionId);
-        details.insert("file"_l1, flight.file);
-        details.insert("frames"_l1, flight.messages);
-        details.insert("positions"_l1, flight.positions);
-        details.insert("statuses"_l1, flight.statuses);
+        m_missions.append(mission);
         if (flight.error.isEmpty()) {
-            m_console.line(QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6")
-                               .arg(flight.name, flight.missionId, QString::number(flight.messages),
-                                    QString::number(flight.positions), QString::number(flight.statuses),
-                                    remark));
+            m_console.line(flightWords(flight, remark));
         } else {
-            m_console.error(QStringLiteral("%1: %2").arg(flight.name, flight.error));
-            details.insert("error"_l1, flight.error);
+            m_console.error(flightWords(flight));
             m_allDone = false;
         }
-        m_missions.append(details);
     }
 
     int finish()

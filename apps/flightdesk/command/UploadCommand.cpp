@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "command/CommandLine.h"
 #include "command/Commands.h"
+#include "command/SignIn.h"
 #include "telemetry/Latin1.h"
 #include "upload/Uploader.h"
 
@@ -14,27 +15,6 @@ namespace
 {
 constexpr int LookInterval = 500; // milliseconds
 constexpr int RejectionsToEnd = 2;
-
-bool signIn(const CommandLine& line)
-{
-    SKvUserInfo user;
-    user.m_strToken = line.isSet(QStringLiteral("token")) ? line.value(QStringLiteral("token"))
-                                                          : qEnvironmentVariable("KV_TOKEN");
-    if (user.m_strToken.isEmpty()) {
-        Console::printUsageError(QStringLiteral("no token: give --token or set KV_TOKEN"));
-        return false;
-    }
-    if (!SetCurUserInfo(user)) {
-        Console::printUsageError(QStringLiteral("the token cannot be sent in a request header"));
-        return false;
-    }
-    const QString server = line.value(QStringLiteral("server"));
-    if (!SetServerIP(server.toUtf8())) {
-        Console::printUsageError(QStringLiteral("--server takes an absolute http or https address"));
-        return false;
-    }
-    return true;
-}
 
 QString words(Obstacle obstacle, bool easyFly)
 {
@@ -236,7 +216,8 @@ int runUpload(const QStringList& arguments)
     }
     const auto interval = line.number(QStringLiteral("interval"), 10, 3600000);
     const auto patience = line.number(QStringLiteral("patience"), 1, 86400);
-    if (!interval || !patience || !signIn(line)) {
+    if (!interval || !patience ||
+        !signIn(line.value(QStringLiteral("server")), line.value(QStringLiteral("token")))) {
         return BadUsage;
     }
     const Project project = Project::open(line.project());

@@ -7,6 +7,7 @@
 
 #include <QtCore/QDateTime>
 #include <QtCore/QDir>
+#include <QtCore/QFileInfo>
 #include <QtCore/QSettings>
 
 #include <utility>
@@ -54,9 +55,18 @@ QString Project::createMissionFile(const MissionFormat& format, const QString& m
     const QString folder = QStringLiteral("%1/%2_%3").arg(m_path, start, missionId.right(8));
     QString file = folder + QStringLiteral("/flight") + format.suffix;
     if (!QDir().mkpath(folder) || !(format.easyFly || CreateMissionFile(file))) {
+        removeMissionFile(file); // or tries on a full disk would leave one after another
         throw Failure(QStringLiteral("cannot make the mission file %1").arg(file));
     }
     return file;
+}
+
+void Project::removeMissionFile(const QString& file) const
+{
+    QDir folder = QFileInfo(file).dir();
+    if (folder.absolutePath() != m_path) {
+        folder.removeRecursively();
+    }
 }
 
 QStringList Project::missionFiles(const QStringList& patterns) const

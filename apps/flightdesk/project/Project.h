@@ -23,6 +23,8 @@ public:
     /// the operator makes. Throws Failure.
     /// \return the file's path
     QString createMissionFile(const MissionFormat& format, const QString& missionId, qint64 startUsec) const;
+    /// Removes a mission file and its folder with all that lies in it, if that is the flight's own.
+    void removeMissionFile(const QString& file) const;
 
     /// Files in the folders of the project folder, sorted.
     QStringList missionFiles(const QStringList& patterns) const;

@@ -9,6 +9,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QVariant>
 
 /// Makes the table descriptions readable, which lie in a static library. Outside any namespace, as the macro
 /// asks.
@@ -128,6 +129,7 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     }
     m_flight.missionId = newId();
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
+    Q_EMIT fileMade(m_flight.file);
     // Flights of one name in one project fly the same plan.
     m_planId = UidToString(QUuid::createUuidV5(QUuid(m_projectId), m_flight.name));
     pointOperator();
@@ -243,7 +245,8 @@ void FlightRecorder::endMission(qint64 endUsec, const QString& reason)
         if (m_flight.interruption && !reason.isEmpty()) {
             m_flight.interruption->reason = reason;
         }
-        writeComplete(endUsec);
+        writeComplete(endUsec,
+                      m_flight.interruption ? QStringLiteral("interrupted") : QStringLiteral("completed"));
     }
 }
 
@@ -261,13 +264,70 @@ void FlightRecorder::writeClockOffset()
     Q_EMIT m_link.missionValue(1, QStringLiteral("is_uploaded"), 0, m_flight.missionId);
 }
 
-void FlightRecorder::writeComplete(qint64 endUsec)
+void FlightRecorder::writeComplete(qint64 endUsec, const QString& result)
 {
     writeText({QJsonObject{{"id"_l1, newId()},
                            {"flight_mission_id"_l1, m_flight.missionId},
                            {"completed_at"_l1, VehicleTracker::timeText(endUsec)},
-                           {"result"_l1, m_flight.interruption ? "interrupted"_l1 : "completed"_l1}}},
+                           {"result"_l1, result}}},
               CompleteColumns);
+}
+
+RecordedFlight FlightRecorder::endLeft(const QString& file)
+{
+    const QString reason = QStringLiteral("recorder ended");
+    m_flight = RecordedFlight();
+    m_flight.file = file;
+    m_tracker = VehicleTracker();
+    m_lastUsec = 0;
+    try {
+        const bool hasEnd = readLeft();
+        if (m_flight.missionId.isEmpty()) {
+            m_project.removeMissionFile(file);
+            return m_flight;
+        }
+        m_flight.interruption = m_tracker.interruption(m_lastUsec);
+        if (!hasEnd) {
+            writeComplete(m_lastUsec, reason);
+        }
+        if (m_flight.interruption) {
+            m_flight.interruption->reason = reason;
+            writeBreakpoint();
+        }
+    } catch (const Failure& failure) {
+        m_flight.error = failure.words();
+    }
+    return m_flight;
+}
+
+/// What a file tells of its flight, up to the last frame; the mission has no id when nothing of it was
+/// stored. \return whether the flight has its end
+bool FlightRecorder::readLeft()
+{
+    MissionFile file(m_flight.file);
+    const QVector<MissionCount> missions = file.count(false);
+    bool hasEnd = false;
+    if (!missions.isEmpty() && missions.constFirst().hasRow) {
+        m_flight.missionId = missions.constFirst().id;
+        m_flight.name = missions.constFirst().name;
+        for (const KindCount& kind : missions.constFirst().kinds) {
+            m_flight.positions = kind.kind == PosDataTableName ? kind.recorded : m_flight.positions;
+            m_flight.statuses = kind.kind == UasStatusTableName ? kind.recorded : m_flight.statuses;
+        }
+    }
+    file.read(QStringLiteral("SELECT message FROM %1 ORDER BY rowid").arg(FlightLogTableName),
+              [this](const QSqlQuery& row) {
+                  const TelemetryFrame frame = TelemetryFrame::ofLogRecord(row.value(0).toByteArray());
+                  m_tracker.take(frame);
+                  m_lastUsec = frame.usec;
+                  ++m_flight.messages;
+              });
+    file.read(QStringLiteral("SELECT 1 FROM %1").arg(FlightCompleteTableName),
+              [&hasEnd](const QSqlQuery&) { hasEnd = true; });
+    if (!file.isReadable()) {
+        throw Failure(QStringLiteral("%1 cannot be read").arg(m_flight.file));
+    }
+    return hasEnd;
 }
 
 /// Last of all, in a file that is whole without it.

@@ -58,6 +58,8 @@ public:
     void take(TelemetryFrame frame);
     /// Writes what waits in memory: for a flight of which no frame may come for a while. Throws Failure.
     void flush();
+    /// Writes what the file did not take, where it does now.
+    void retry() { pointOperator(); }
     /// Ends the flight, and counts what is in its file.
     /// \param endUsec  no earlier than the last frame's stamp
     /// \param reason  why it ended with an armed aircraft; otherwise that is told from the frames
@@ -66,10 +68,16 @@ public:
     /// The flight that was begun last, so far.
     const RecordedFlight& flight() const { return m_flight; }
 
+    /// Ends a flight that was left open in its file because its recorder was killed. A file that holds none
+    /// yet goes. An aircraft that was armed when last heard gets its breakpoint.
+    RecordedFlight endLeft(const QString& file);
+
     /// Stores where a recorded mission stopped, and has its row sent again; false when that failed.
     bool storeBreakpoint(const QString& file, const QString& missionId, const Breakpoint& here);
 
 Q_SIGNALS:
+    /// The file of a flight that begins was made; nothing is in it yet.
+    void fileMade(const QString& file);
     void progress(qint64 done, qint64 size);
     /// A frame was taken, which may have told the vehicle's position or status.
     void told(const VehicleTracker::Records& records);
@@ -89,7 +97,8 @@ private:
     void writeStatuses();
     void writeClockOffset();
     void endMission(qint64 endUsec, const QString& reason);
-    void writeComplete(qint64 endUsec);
+    void writeComplete(qint64 endUsec, const QString& result);
+    bool readLeft();
     void writeBreakpoint();
     void writeText(const QJsonArray& records, const QString& description);
     void verify();
@@ -110,3 +119,5 @@ private:
     bool m_written = false;
     bool m_breakpointStored = false;
 };
+
+Q_DECLARE_METATYPE(RecordedFlight)

@@ -23,7 +23,6 @@ struct FlightTask {
     double speed = 0; ///< times the flight's own; 0 is as fast as possible
 };
 
-Q_DECLARE_METATYPE(RecordedFlight)
 Q_DECLARE_METATYPE(FlightTask)
 
 /// Records flights side by side, each on a thread with an operator of its own; some wait for their turn.

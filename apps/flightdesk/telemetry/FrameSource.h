@@ -20,6 +20,13 @@ struct TelemetryFrame {
         std::copy(bytes.cbegin(), bytes.cend(), record.begin() + int(sizeof usec));
         return record;
     }
+    static TelemetryFrame ofLogRecord(const QByteArray& record)
+    {
+        constexpr int Stamp = sizeof usec;
+        return record.size() < Stamp
+                   ? TelemetryFrame()
+                   : TelemetryFrame{qFromBigEndian<qint64>(record.constData()), record.mid(Stamp)};
+    }
 };
 
 /// Where the frames of one flight come from.

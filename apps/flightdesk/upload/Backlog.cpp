@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "upload/Backlog.h"
 
-#include <QtCore/QSet>
 #include <QtCore/QVariant>
 
 #include <algorithm>
@@ -39,6 +38,12 @@ void BacklogCounter::countAll()
     for (const QString& file : files) {
         settle(file, count(file));
     }
+}
+
+void BacklogCounter::follow(const QString& path)
+{
+    m_followed.insert(path);
+    settle(path, count(path));
 }
 
 void BacklogCounter::recount()
@@ -86,7 +91,7 @@ void BacklogCounter::settle(const QString& path, const File& now)
         return;
     }
     m_settled += qMax(qint64(0), sum(before.rows) - sum(now.rows));
-    if (now.rows.isEmpty()) {
+    if (now.rows.isEmpty() && !m_followed.contains(path)) {
         m_files.remove(path);
     } else {
         m_files.insert(path, now);

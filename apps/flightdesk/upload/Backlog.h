@@ -5,6 +5,7 @@
 #include "project/Project.h"
 
 #include <QtCore/QMap>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
@@ -46,6 +47,8 @@ public:
 
     /// Counts every mission file of the project that has the format.
     void countAll();
+    /// Counts a file that is being recorded, and goes on with it even when nothing of it waits.
+    void follow(const QString& path);
     /// Counts those files again that waited and have changed since.
     void recount();
 
@@ -63,5 +66,6 @@ private:
     Project m_project;
     const MissionFormat& m_format;
     QMap<QString, File> m_files;
+    QSet<QString> m_followed;
     qint64 m_settled = 0;
 };

@@ -2,8 +2,8 @@
 #include "window/WindowCommand.h"
 
 #include "command/CommandLine.h"
+#include "command/EndSignals.h"
 #include "telemetry/Latin1.h"
-#include "window/EndSignals.h"
 #include "window/MainWindow.h"
 #include "window/ProjectPage.h"
 #include "window/Theme.h"

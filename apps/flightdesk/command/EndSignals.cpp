@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "window/EndSignals.h"
+#include "command/EndSignals.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>

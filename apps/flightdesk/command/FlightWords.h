@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "record/FlightRecorder.h"
+
+#include <QtCore/QJsonObject>
+
+/// A recorded flight for people: what of it was recorded, and how it ended.
+/// \param remark  stands between the two
+QString flightWords(const RecordedFlight& flight, const QString& remark = {});
+/// And for scripts.
+QJsonObject flightJson(const RecordedFlight& flight);

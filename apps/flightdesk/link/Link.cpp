@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#include "link/Link.h"
+
+#include "link/SerialLink.h"
+#include "link/TcpLink.h"
+#include "link/UdpLink.h"
+
+#include <utility>
+
+namespace
+{
+constexpr int RetryInterval = 1000; // milliseconds
+}
+
+Link::Link(const LinkSpec& spec) : m_spec(spec)
+{
+    m_retry.setSingleShot(true);
+    connect(&m_retry, &QTimer::timeout, this, &Link::open);
+}
+
+std::unique_ptr<Link> Link::make(const LinkSpec& spec)
+{
+    switch (spec.kind) {
+    case LinkSpec::Kind::Udp:
+        return std::make_unique<UdpLink>(spec);
+    case LinkSpec::Kind::Tcp:
+        return std::make_unique<TcpLink>(spec);
+    case LinkSpec::Kind::Serial:
+        break;
+    }
+    return std::make_unique<SerialLink>(spec);
+}
+
+void Link::open()
+{
+    m_sinceAttempt.start();
+    attempt();
+}
+
+void Link::noteUp()
+{
+    m_isUp = true;
+    m_why.clear();
+    Q_EMIT up();
+}
+
+void Link::noteDown(const QString& why)
+{
+    m_retry.start(static_cast<int>(qMax(qint64(0), RetryInterval - m_sinceAttempt.elapsed())));
+    if (std::exchange(m_isUp, false)) {
+        Q_EMIT lost(why);
+    } else if (std::exchange(m_why, why) != why) {
+        Q_EMIT waits(why);
+    }
+}

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: MIT
+#include "station/Receiver.h"
+
+#include "station/FlightWriters.h"
+#include "telemetry/Latin1.h"
+#include "telemetry/MavlinkMessages.h"
+
+#include <QtCore/QDateTime>
+
+namespace
+{
+SplitRule ruleOf(const StationOptions& options)
+{
+    SplitRule rule;
+    rule.preRoll = options.preRoll * 1000000LL;
+    return rule;
+}
+} // namespace
+
+Receiver::Receiver(const StationOptions& options, FlightWriters& writers)
+    : m_options(options), m_writers(writers), m_splitter(*this, ruleOf(options))
+{
+    qRegisterMetaType<StationState>();
+    connect(&m_second, &QTimer::timeout, this, &Receiver::look);
+}
+
+Receiver::~Receiver() = default;
+
+void Receiver::start()
+{
+    m_clock.start();
+    m_second.start(1000);
+    for (const LinkSpec& spec : m_options.links) {
+        addLink(spec);
+    }
+    for (const Channel& channel : m_channels) {
+        channel.link->open();
+    }
+}
+
+void Receiver::addLink(const LinkSpec& spec)
+{
+    const int number = static_cast<int>(m_channels.size());
+    m_channels.push_back({Link::make(spec), {}, {}});
+    Link* const link = m_channels.back().link.get();
+    connect(link, &Link::received, this, [this, number](const QByteArray& bytes) { read(number, bytes); });
+    connect(link, &Link::up, this, [this, link] { Q_EMIT linkUp(link->text()); });
+    connect(link, &Link::lost, this, [this, number, link](const QString& why) {
+        endPiece(number);
+        Q_EMIT linkLost(link->text(), why);
+    });
+    connect(link, &Link::waits, this,
+            [this, link](const QString& why) { Q_EMIT linkWaits(link->text(), why); });
+}
+
+void Receiver::read(int link, const QByteArray& bytes)
+{
+    Channel& channel = m_channels[static_cast<std::size_t>(link)];
+    channel.reader.feed(bytes);
+    if (m_options.links.at(link).kind == LinkSpec::Kind::Udp) {
+        channel.reader.endOfDatagram();
+    }
+    takeFrames(link);
+}
+
+/// What a link brings next does not go on where it ended.
+void Receiver::endPiece(int link)
+{
+    m_channels[static_cast<std::size_t>(link)].reader.endOfDatagram();
+    takeFrames(link);
+}
+
+void Receiver::takeFrames(int link)
+{
+    Channel& channel = m_channels[static_cast<std::size_t>(link)];
+    TelemetryFrame frame;
+    frame.usec = now();
+    while (channel.reader.next(&frame.bytes)) {
+        channel.quality.take(frame.bytes);
+        m_splitter.take(frame, link);
+        const mavlink::Header header = mavlink::headerOf(frame.bytes);
+        if (header.id == mavlink::Heartbeat::Id && m_splitter.isVehicle(header.system, link)) {
+            noteHeartbeat({link, header.system}, frame);
+        }
+    }
+}
+
+void Receiver::noteHeartbeat(const Key& key, const TelemetryFrame& frame)
+{
+    Vehicle& vehicle = m_vehicles[key];
+    if (const auto status = vehicle.tracker.take(frame).status) {
+        vehicle.mode = status->value("flight_mode"_l1).toString();
+        vehicle.armed = status->value("armed"_l1).toString() == "1"_l1;
+    }
+}
+
+/// The offset to UTC is the flight's from its beginning to its end: the system's clock may be set meanwhile.
+void Receiver::began(int flight, const FlightStart& start)
+{
+    const QDateTime utc = QDateTime::currentDateTimeUtc();
+    const QString name = QStringLiteral("vehicle-%1-%2")
+                             .arg(start.system)
+                             .arg(utc.toString(QStringLiteral("yyyyMMdd-hhmmss")));
+    const auto live = std::make_shared<LiveFlight>(start.system, name, utc.toMSecsSinceEpoch() * 1000 - now(),
+                                                   m_writers.memory());
+    m_flights.insert(flight, live);
+    for (const TelemetryFrame& before : start.preRoll) {
+        live->append(before);
+    }
+    m_writers.take(live);
+}
+
+void Receiver::frame(int flight, const TelemetryFrame& frame)
+{
+    m_flights.value(flight)->append(frame);
+}
+
+void Receiver::ended(int flight, const QString& reason)
+{
+    m_flights.take(flight)->close(reason);
+}
+
+void Receiver::finish()
+{
+    for (int link = 0; link < m_options.links.size(); ++link) {
+        endPiece(link);
+    }
+    m_splitter.endAll(QStringLiteral("station ended"));
+    m_channels.clear();
+    m_second.stop();
+}
+
+void Receiver::look()
+{
+    m_splitter.pass(now());
+    if (m_options.heartbeat) {
+        sendHeartbeat();
+    }
+    StationState state;
+    for (const Channel& channel : m_channels) {
+        const FrameReader::Counts& counts = channel.reader.counts();
+        state.links.append({channel.link->text(), channel.link->isUp(), qint64(counts.frames),
+                            qint64(counts.bytes), qint64(channel.quality.lost()), qint64(counts.badChecksums),
+                            qint64(counts.noiseBytes)});
+    }
+    for (auto vehicle = m_vehicles.cbegin(); vehicle != m_vehicles.cend(); ++vehicle) {
+        state.vehicles.append(stateOf(vehicle.key(), *vehicle));
+    }
+    state.memoryBytes = m_writers.memory().bytes();
+    Q_EMIT looked(state);
+}
+
+VehicleState Receiver::stateOf(const Key& key, const Vehicle& vehicle) const
+{
+    VehicleState state;
+    state.system = key.second;
+    state.mode = vehicle.mode;
+    state.armed = vehicle.armed;
+    if (const auto flight = m_flights.value(m_splitter.flightOf(key.second, key.first))) {
+        state.mission = flight->mission();
+        state.records = flight->records();
+        state.lost = flight->lost();
+    }
+    return state;
+}
+
+void Receiver::sendHeartbeat()
+{
+    constexpr quint8 GroundStation = 255;
+    constexpr quint8 MissionPlanner = 190;
+    constexpr quint8 TypeGroundStation = 6;
+    constexpr quint8 NoAutopilot = 8;
+    constexpr quint8 Active = 4;
+    const mavlink::Heartbeat heartbeat{0, TypeGroundStation, NoAutopilot, 0, Active};
+    const QByteArray bytes = mavlink::encode(
+        {mavlink::Heartbeat::Id, GroundStation, MissionPlanner, mavlink::payload(heartbeat)}, m_sequence++);
+    for (const Channel& channel : m_channels) {
+        channel.link->send(bytes);
+    }
+}

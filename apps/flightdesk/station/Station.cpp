@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#include "station/Station.h"
+
+#include "Failure.h"
+#include "station/OpenMark.h"
+
+#include <QtCore/QCoreApplication>
+
+Station::Station(const Project& project, const StationOptions& options)
+    : m_lock(project.path() + QStringLiteral("/station.lock"))
+{
+    lock(m_lock, project);
+    m_writers = std::make_unique<FlightWriters>(project, OpenMark::all(project));
+    m_receiver = new Receiver(options, *m_writers);
+    m_backlog = new BacklogWatch(project);
+    connect(m_writers.get(), &FlightWriters::said, this, &Station::said);
+    connect(m_writers.get(), &FlightWriters::ended, this, &Station::ended);
+    connect(m_writers.get(), &FlightWriters::began, m_backlog, &BacklogWatch::follow);
+    connect(m_receiver, &Receiver::linkUp, this, &Station::linkUp);
+    connect(m_receiver, &Receiver::linkLost, this, &Station::linkLost);
+    connect(m_receiver, &Receiver::linkWaits, this, &Station::linkWaits);
+    connect(m_receiver, &Receiver::looked, this, &Station::looked);
+    connect(m_backlog, &BacklogWatch::looked, this, &Station::counted);
+    m_receiver->moveToThread(&m_readThread);
+    m_backlog->moveToThread(&m_countThread);
+    connect(&m_readThread, &QThread::started, m_receiver, &Receiver::start);
+    connect(&m_readThread, &QThread::finished, m_receiver, &QObject::deleteLater);
+    connect(&m_countThread, &QThread::started, m_backlog, &BacklogWatch::look);
+    connect(&m_countThread, &QThread::finished, m_backlog, &QObject::deleteLater);
+    m_readThread.start();
+    m_countThread.start();
+}
+
+Station::~Station()
+{
+    finish();
+}
+
+void Station::lock(QLockFile& file, const Project& project)
+{
+    file.setStaleLockTime(0); // only that of a process that is gone
+    if (file.tryLock(0)) {
+        return;
+    }
+    qint64 process = 0;
+    QString host;
+    QString program;
+    if (file.getLockInfo(&process, &host, &program)) {
+        throw Failure(QStringLiteral("another station records into %1 (process %2 on %3)")
+                          .arg(project.path(), QString::number(process), host));
+    }
+    throw Failure(QStringLiteral("cannot write %1/station.lock").arg(project.path()));
+}
+
+void Station::finish()
+{
+    if (!m_writers) {
+        return;
+    }
+    QMetaObject::invokeMethod(m_receiver, &Receiver::finish, Qt::BlockingQueuedConnection);
+    for (QThread* thread : {&m_readThread, &m_countThread}) {
+        thread->quit();
+        thread->wait();
+    }
+    m_writers.reset();
+    QCoreApplication::sendPostedEvents(this); // what the threads have said at last
+}
