@@ -116,9 +116,8 @@ QVector<LinkSpec> LinkSpec::parseAll(const QStringList& texts)
         const auto other = std::find_if(specs.cbegin(), specs.cend(),
                                         [&spec](const LinkSpec& known) { return known.isSamePort(spec); });
         if (other != specs.cend()) {
-            throw Failure(
-                QStringLiteral("%1: on the same port as %2; give each link a port of its own")
-                    .arg(text, other->text()));
+            throw Failure(QStringLiteral("%1: on the same port as %2; give each link a port of its own")
+                              .arg(text, other->text()));
         }
         specs.append(spec);
     }

@@ -171,8 +171,7 @@ void Receiver::tellSamples()
     QVector<VehicleSamples> told;
     for (auto vehicle = m_vehicles.begin(); vehicle != m_vehicles.end(); ++vehicle) {
         if (!vehicle->samples.isEmpty()) {
-            told.append(
-                {vehicle.key().first, vehicle.key().second, std::exchange(vehicle->samples, {})});
+            told.append({vehicle.key().first, vehicle.key().second, std::exchange(vehicle->samples, {})});
         }
     }
     if (!told.isEmpty()) {
