@@ -7,8 +7,20 @@
 
 namespace
 {
-constexpr int HeardOver = 5; // seconds
+constexpr int HeardOver = 5;   // seconds
+constexpr double PreRoll = 10; // seconds; what a station's flights begin with
+
+QVector<FlightSample> preRollOf(const FlightTrack& track)
+{
+    QVector<FlightSample> samples = track.samples();
+    const auto flight =
+        std::find_if(samples.cbegin(), samples.cend(), [&samples](const FlightSample& sample) {
+            return sample.seconds > samples.constLast().seconds - PreRoll;
+        });
+    samples.remove(0, int(flight - samples.cbegin()));
+    return samples;
 }
+} // namespace
 
 FlightModel::FlightModel(QObject* parent) : TableModel({tr("Flight"), tr("Progress"), tr("State")}, parent) {}
 
@@ -81,7 +93,9 @@ void FlightModel::noteVehicle(const VehicleState& state, const QString& name)
     row->percent = percentHeard(vehicle);
     if (!state.mission.isEmpty() && state.mission != vehicle.mission) {
         vehicle.mission = state.mission;
+        const QVector<FlightSample> preRoll = preRollOf(row->track);
         row->track = {};
+        row->track.add(preRoll);
     }
     noteChanged(row);
 }
