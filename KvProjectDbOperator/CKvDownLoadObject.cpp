@@ -2,10 +2,9 @@
 #include "CKvDownLoadObject.h"
 
 #include "KvAlgorthm.h"
-#include "KvData/KvWarnings.h"
+#include "KvData/KvOwnThread.h"
 #include "KvDebugProxy.h"
 #include "KvNetworkCause.h"
-#include "KvOwnThread.h"
 
 #include <QtCore/QPointer>
 #include <QtCore/QTimer>
@@ -123,6 +122,7 @@ void CKvDownLoadObject::slotRequestData()
     }
     m_pReply =
         m_bPostMethod ? m_pNetManager->post(*m_pRequest, m_bytePostData) : m_pNetManager->get(*m_pRequest);
+    KeepCertificateErrors(m_pReply);
     connect(m_pReply, SIGNAL(downloadProgress(qint64, qint64)), this,
             SLOT(slotDownloadProgress(qint64, qint64)));
     connect(m_pReply, SIGNAL(readyRead()), this, SLOT(slotRecviedData()));
@@ -153,11 +153,11 @@ void CKvDownLoadObject::replyFinished(QNetworkReply* pReply)
     m_pTimeoutTimer->stop();
     if (pReply->error() != QNetworkReply::NoError) {
         if (pReply->error() != QNetworkReply::OperationCanceledError) { // the host's own doing
-            _Warn(NetworkCause(pReply));
+            CKvNetworkCause(pReply->url(), m_byteHeaderValue).WarnOfReply(pReply);
         }
         Q_EMIT NetWorkError();
     } else {
-        WellAgain(TellableUrl(m_pRequest->url()));
+        CKvNetworkCause(pReply->url()).Succeeded();
         Q_EMIT downLoadFinished();
     }
 }
@@ -165,14 +165,9 @@ void CKvDownLoadObject::replyFinished(QNetworkReply* pReply)
 void CKvDownLoadObject::slotReqTimeOut()
 {
     m_pTimeoutTimer->stop();
-    _Warn(QStringLiteral("nothing came for %1 ms").arg(m_nTimeoutInterval));
+    CKvNetworkCause(m_pReply->url(), m_byteHeaderValue)
+        .Warn(QStringLiteral("nothing came for %1 ms").arg(m_nTimeoutInterval));
     Q_EMIT NetWorkError();
-}
-
-void CKvDownLoadObject::_Warn(const QString& strCause) const
-{
-    WarnOnce(KvNetwork(), TellableUrl(m_pRequest->url()),
-             WithoutSecret(strCause, QString::fromLatin1(m_byteHeaderValue)));
 }
 
 void CKvDownLoadObject::stop()

@@ -102,8 +102,6 @@ protected:
     QNetworkReply* m_pReply = nullptr; ///< reply of the latest request, owned by its manager
 
 private:
-    void _Warn(const QString& strCause) const;
-
     QNetworkRequest* m_pRequest;
     QByteArray m_bytePostData;
     QByteArray m_byteHeaderKey;

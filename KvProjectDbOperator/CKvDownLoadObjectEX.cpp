@@ -2,9 +2,8 @@
 #include "CKvDownLoadObjectEX.h"
 
 #include "KvAlgorthm.h"
-#include "KvData/KvWarnings.h"
+#include "KvData/KvOwnThread.h"
 #include "KvNetworkCause.h"
-#include "KvOwnThread.h"
 #include "KvTrace.h"
 
 #include <QtCore/QCoreApplication>
@@ -21,6 +20,11 @@ constexpr int StartTimeout = 30000; // milliseconds
 constexpr int LastTry = 5;
 constexpr int StartsThatResume = 3;
 constexpr int ProgressPrefix = 3; // characters
+
+QUrl Parsed(const QByteArray& byteUrl)
+{
+    return QUrl(QString::fromUtf8(byteUrl), QUrl::TolerantMode);
+}
 
 QByteArray FileContents(const QString& strFile)
 {
@@ -95,6 +99,7 @@ QString CKvDownLoadObjectEX::_GetDownloadFilePath(const QUrl& url)
 void CKvDownLoadObjectEX::slotRequestData()
 {
     KV_ON_OWN_THREAD;
+    const bool bRunning = m_pProcess && m_pProcess->state() != QProcess::NotRunning;
     if (m_pProcess) {
         m_pProcess->kill();
     } else {
@@ -102,7 +107,7 @@ void CKvDownLoadObjectEX::slotRequestData()
         connect(m_pProcess, SIGNAL(readyReadStandardOutput()), this, SLOT(slotPreviewProcessHasStdOut()));
         connect(m_pProcess, SIGNAL(finished(int)), this, SLOT(slotPreviewProcessFinished()));
     }
-    const QUrl url(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode);
+    const QUrl url = Parsed(m_byteUrl);
     const QString strTmpFile = _GetDownloadFilePath(url);
     if (m_nRequestCount++ >= StartsThatResume) {
         QFile::remove(strTmpFile);
@@ -111,6 +116,13 @@ void CKvDownLoadObjectEX::slotRequestData()
     const QString strProgram = _GetAppUpDirPath() + QStringLiteral("/Talverinde/grabdownloader.exe");
     KV_TRACE << "CKvDownLoadObjectEX::slotRequestData" << listArgument[0] << " " << listArgument[1] << " "
              << strProgram;
+    if (bRunning) {
+        // Its end gives NetWorkError(); Qt starts nothing on a process that still runs.
+        _Warn(
+            QStringLiteral("asked for again while the program ran, which is killed, and nothing is started"));
+        m_bStopped = true;
+        return;
+    }
     if (!QFileInfo::exists(QFileInfo(strTmpFile).path())) {
         _Warn(QStringLiteral("there is no folder %1 to load into").arg(QFileInfo(strTmpFile).path()));
     }
@@ -166,34 +178,38 @@ void CKvDownLoadObjectEX::slotPreviewProcessFinished()
 void CKvDownLoadObjectEX::_JudgeEnd()
 {
     const char* const strMethod = "CKvDownLoadObjectEX::slotPreviewProcessFinished";
-    const QString strTmpFile = _GetDownloadFilePath(QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode));
+    const QString strTmpFile = _GetDownloadFilePath(Parsed(m_byteUrl));
     m_byteData = FileContents(strTmpFile);
     const QString strResult = m_pProcess ? QString::fromUtf8(m_pProcess->readAllStandardError()) : QString();
     if (strResult.contains(QLatin1String("SUCCESS"))) {
         KV_TRACE << 83 << strMethod;
         m_pProcess->kill();
         QFile::remove(strTmpFile);
-        WellAgain(_TellableUrl());
+        CKvNetworkCause(Parsed(m_byteUrl)).Succeeded();
         Q_EMIT downLoadFinished();
         return;
     }
     KV_TRACE << strMethod << strResult;
     if (!m_bStopped) {
-        _Warn(QStringLiteral("the program ends with \"%1\"").arg(strResult.simplified()));
+        _Warn(_ProgramsEnd(strResult.simplified()));
     }
     _RetryOrFail(strTmpFile, strResult.contains(QLatin1String("bad content length")) ||
                                  strResult.contains(QLatin1String("read tcp")));
 }
 
-QString CKvDownLoadObjectEX::_TellableUrl() const
+QString CKvDownLoadObjectEX::_ProgramsEnd(const QString& strResult) const
 {
-    return TellableUrl(QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode));
+    if (!strResult.isEmpty() || !m_pProcess) {
+        return QStringLiteral("the program ends with \"%1\"").arg(strResult);
+    }
+    return m_pProcess->exitStatus() == QProcess::CrashExit
+               ? QStringLiteral("the program crashed, or was killed")
+               : QStringLiteral("the program ends with code %1 and says nothing").arg(m_pProcess->exitCode());
 }
 
 void CKvDownLoadObjectEX::_Warn(const QString& strCause) const
 {
-    const QString strQuery = QUrl(QString::fromUtf8(m_byteUrl), QUrl::TolerantMode).query();
-    WarnOnce(KvNetwork(), _TellableUrl(), WithoutSecret(strCause, strQuery));
+    CKvNetworkCause(Parsed(m_byteUrl)).Warn(strCause);
 }
 
 void CKvDownLoadObjectEX::_RetryOrFail(const QString& strTmpFile, bool bRetryable)

@@ -75,7 +75,7 @@ private:
     void _InProgramSignal(void (CKvDownLoadObjectEX::*handle)());
     void _ReadProgress();
     void _JudgeEnd();
-    QString _TellableUrl() const;
+    QString _ProgramsEnd(const QString& strResult) const;
     void _Warn(const QString& strCause) const;
     void _RetryOrFail(const QString& strTmpFile, bool bRetryable);
 

@@ -4,20 +4,24 @@
 #include "KvAlgorthm.h"
 #include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
 #include "KvIdLookUp.h"
 #include "KvKeptBatches.h"
-#include "KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvTableDescription.h"
 #include "KvTrace.h"
 
+#include <QtCore/QCborArray>
+#include <QtCore/QCborValue>
 #include <QtCore/QDateTime>
 #include <QtCore/QFileInfo>
-#include <QtCore/QJsonDocument>
+#include <QtCore/QMutexLocker>
 #include <QtCore/QPointer>
 #include <QtCore/QScopedValueRollback>
 #include <QtCore/QUuid>
+
+#include <utility>
 
 namespace
 {
@@ -34,13 +38,14 @@ bool CreateVideoTables(QSqlDatabase* pInstance)
 }
 
 /// KvData can do the same in one call, but a host may bring a KvData of its own, which need not.
-void CreateTables(QSqlDatabase* pInstance)
+bool CreateTables(QSqlDatabase* pInstance)
 {
-    CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), pInstance);
-    CreateTable(FlightLogTableName, GetFlightLogTableContents(), pInstance);
-    CreateTable(UasStatusTableName, GetUasStatusTableContents(), pInstance);
-    CreateTable(PosDataTableName, GetPosDataTableContents(), pInstance);
-    CreateTable(FlightCompleteTableName, GetFlightCompleteTableContents(), pInstance);
+    const bool bMission = CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), pInstance);
+    const bool bLog = CreateTable(FlightLogTableName, GetFlightLogTableContents(), pInstance);
+    const bool bStatus = CreateTable(UasStatusTableName, GetUasStatusTableContents(), pInstance);
+    const bool bPosData = CreateTable(PosDataTableName, GetPosDataTableContents(), pInstance);
+    const bool bComplete = CreateTable(FlightCompleteTableName, GetFlightCompleteTableContents(), pInstance);
+    return bMission && bLog && bStatus && bPosData && bComplete;
 }
 
 /// A mission file that is gone, or that opening it has made anew, gets no tables and would take no row.
@@ -48,13 +53,6 @@ bool TakesRows(const QString& strFile)
 {
     const QFileInfo info(strFile);
     return info.isFile() && (info.size() > 0 || strFile.endsWith(QLatin1String(".db")));
-}
-
-/// About what records take in memory.
-qint64 JsonBytes(const QJsonArray& jsonArray)
-{
-    constexpr qint64 Expansion = 4; // from text to values
-    return Expansion * QJsonDocument(jsonArray).toJson(QJsonDocument::Compact).size();
 }
 
 } // namespace
@@ -74,14 +72,15 @@ CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
     if (m_nSignalsUnderLock > 0) {
         m_mutexDB.unlock(); // a receiver deletes the operator, and the slot that emits ends without it
     }
-    if (!m_pKept->IsEmpty()) {
-        _KeepFlightMonitor(m_listFlightMonitorQuery); // one wait for all of them
-        _WriteKeptAtLast();
-    } else if (!m_listFlightMonitorQuery.isEmpty()) {
-        _WriteFlightMonitor2DB(m_listFlightMonitorQuery);
-        _WriteKept();
+    _WarnIfNeverArmed();
+    if (!m_listFlightMonitorQuery.isEmpty()) {
+        const QMutexLocker lock(&m_mutexDB);
+        _KeepFlightMonitor(std::exchange(m_listFlightMonitorQuery, {}));
     }
-    m_listFlightMonitorQuery.clear();
+    if (!m_pKept->IsEmpty()) {
+        CKvDataBase database{QString()}; // what the operator's own has waited before does not count here
+        _WriteKept(database);
+    }
 }
 
 void CKvFlightDataDbOperator::SetStartTimeInterval(unsigned int nStartTimeInterval)
@@ -94,6 +93,9 @@ void CKvFlightDataDbOperator::SetFilghtMissionID(const QString& strMissionID)
 {
     KV_ON_OWN_THREAD;
     m_strFlightMissionID = strMissionID;
+    if (!strMissionID.isEmpty()) {
+        WellAgain(QStringLiteral("no flight mission"));
+    }
 }
 
 void CKvFlightDataDbOperator::SetFlightModeEasyFly(bool easyMode)
@@ -115,8 +117,11 @@ void CKvFlightDataDbOperator::_initDataBase()
             continue;
         }
         CKvDataBase database(strFile);
-        if (database.open()) {
-            CreateTables(database.DBInstance());
+        if (database.open() && !CreateTables(database.DBInstance())) {
+            m_setBareFile.insert(QFileInfo(strFile).canonicalFilePath());
+            WarnOnce(KvSql(), strFile,
+                     QStringLiteral("may lack tables, as it is locked or refuses them; they are made when it "
+                                    "is opened again"));
         }
     }
     m_pDataBase = new CKvDataBase(QLatin1String(""));
@@ -133,14 +138,38 @@ bool CKvFlightDataDbOperator::_PointDataBaseAt(const QString& strFile)
 {
     _CloseDataBase();
     m_pDataBase->DBInstance()->setDatabaseName(strFile);
-    return m_pDataBase->open();
+    return _EnsureOpen();
 }
 
-void CKvFlightDataDbOperator::_EnsureOpen()
+bool CKvFlightDataDbOperator::_EnsureOpen()
 {
-    if (!m_pDataBase->isOpen()) {
-        m_pDataBase->open();
+    if (m_pDataBase->isOpen()) {
+        return true;
     }
+    const bool bOpen = m_pDataBase->open();
+    if (bOpen) {
+        _MakeTables();
+    }
+    return bOpen;
+}
+
+bool CKvFlightDataDbOperator::_IsBare(const QString& strFile) const
+{
+    return !m_setBareFile.isEmpty() && m_setBareFile.contains(QFileInfo(strFile).canonicalFilePath());
+}
+
+/// Makes the tables that the open file could not be given at the start. False when it still cannot.
+bool CKvFlightDataDbOperator::_MakeTables()
+{
+    const QString strFile = m_pDataBase->databaseName();
+    if (!_IsBare(strFile)) {
+        return true;
+    }
+    const bool bMade = CreateTables(m_pDataBase->DBInstance());
+    if (bMade) {
+        m_setBareFile.remove(QFileInfo(strFile).canonicalFilePath());
+    }
+    return bMade;
 }
 
 void CKvFlightDataDbOperator::_CloseDataBase()
@@ -156,6 +185,9 @@ void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightM
 {
     KV_ON_OWN_THREAD;
     m_strFlightMissionFilePath = strFlightMissionFilePath;
+    if (!strFlightMissionFilePath.isEmpty()) {
+        WellAgain(QStringLiteral("no mission file"));
+    }
     if (!m_pDataBase) {
         return;
     }
@@ -164,7 +196,8 @@ void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightM
     if (strFlightMissionFilePath.endsWith(QLatin1String(".db")) &&
         !CreateVideoTables(m_pDataBase->DBInstance()) && _IsDataBaseOpen() &&
         !m_pKept->Has(strFlightMissionFilePath)) {
-        m_pKept->Keep(strFlightMissionFilePath, 0, [this] { CreateVideoTables(m_pDataBase->DBInstance()); });
+        m_pKept->Keep(strFlightMissionFilePath, 0, 0,
+                      [this] { CreateVideoTables(m_pDataBase->DBInstance()); });
     }
 }
 
@@ -174,19 +207,47 @@ void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightM
 /// it was stored, and it is to be kept.
 bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
 {
-    if (!m_pDataBase->isOpen()) {
-        return true; // and no waiting would open it
-    }
     _WriteKept();
     const QString strFile = m_pDataBase->databaseName();
-    if (m_pKept->Has(strFile)) {
+    if (m_pKept->Has(strFile) || !m_pDataBase->isOpen()) {
         return false;
     }
-    if (!TakesRows(strFile)) {
-        WarnOnce(KvSql(), strFile, QStringLiteral("has no tables; records wait in memory for them"));
+    if (!_MakeTables() || !TakesRows(strFile)) {
+        const bool bThere = QFileInfo(strFile).isFile();
+        WarnOnce(KvSql(), strFile,
+                 bThere
+                     ? QStringLiteral("has no tables; records wait in memory for them")
+                     : QStringLiteral("is not there any more; records wait in memory for a file with tables"),
+                 strFile);
         return false;
     }
-    return _Transact(write);
+    const bool bStored = _Transact(write);
+    if (bStored) {
+        TellWellAgain(KvSql(), strFile, strFile, QStringLiteral("takes records again"));
+    }
+    return bStored;
+}
+
+/// Keeps records, packed: as JSON values they would take several times the room.
+void CKvFlightDataDbOperator::_KeepRecords(const QJsonArray& jsonArray, const QString& sql,
+                                           const std::function<void(const QJsonArray&)>& write)
+{
+    QByteArray packed = QCborArray::fromJsonArray(jsonArray).toCborValue().toCbor();
+    packed.squeeze();
+    constexpr int Description = 12; // what a batch knows of its columns, for each letter of its statement
+    _Keep(jsonArray.size(), packed.size() + Description * sql.size(),
+          [packed, write] { write(QCborValue::fromCbor(packed).toArray().toJsonArray()); });
+}
+
+/// Keeps a batch for the file that the connection names. One for no file at all would wait for ever.
+void CKvFlightDataDbOperator::_Keep(int nRows, qint64 nBytes, const std::function<void()>& write)
+{
+    if (m_pDataBase->databaseName().isEmpty()) {
+        WarnOnce(KvHost(), QStringLiteral("no mission file"),
+                 QStringLiteral("records are dropped; it is named with SetFlightMissionFilePath()"));
+    } else {
+        m_pKept->Keep(m_pDataBase->databaseName(), nRows, nBytes, write);
+    }
 }
 
 bool CKvFlightDataDbOperator::_Transact(const std::function<void()>& write)
@@ -207,19 +268,12 @@ void CKvFlightDataDbOperator::_WriteKept()
     }
 }
 
-/// Writes what is kept with the patience of a whole wait.
-void CKvFlightDataDbOperator::_WriteKeptAtLast()
-{
-    CKvDataBase database{QString()};
-    _WriteKept(database);
-}
-
 void CKvFlightDataDbOperator::_WriteKept(CKvDataBase& database)
 {
     const QScopedValueRollback<CKvDataBase*> visiting(m_pDataBase, &database);
     for (const QString& strFile : m_pKept->Files()) {
         database.DBInstance()->setDatabaseName(strFile);
-        if (TakesRows(strFile) && database.open()) {
+        if ((TakesRows(strFile) || _IsBare(strFile)) && database.open() && _MakeTables()) {
             m_pKept->HandOver(strFile,
                               [this](const CKvKeptBatches::Write& write) { return _Transact(write); });
         }
@@ -279,11 +333,12 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
         return; // the lock stays held
     }
     const QString strTable = QFileInfo(strFilePath).baseName();
-    const auto write = [this, listRecord, description, strTable] {
-        _InsertRecords(listRecord, description, strTable);
+    const auto write = [this, description, strTable](const QList<QVariant>& listElement) {
+        _InsertRecords(listElement, description, strTable);
     };
-    if (!_Store(write)) {
-        m_pKept->Keep(strFlightMissionFilePath, JsonBytes(jsonArray), write);
+    if (!_Store([&] { write(listRecord); })) {
+        _KeepRecords(jsonArray, description.InsertSql(strTable),
+                     [write](const QJsonArray& records) { write(ReadJsonArray(records)); });
     }
     _CloseDataBase();
     _EmitUnderLock([&] { Q_EMIT WriteDBFinished(strMissionID, iOperatorType, strFlightMissionFilePath); });
@@ -368,12 +423,13 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
 void CKvFlightDataDbOperator::_InsertPositions(const QJsonArray& jsonArray,
                                                const CKvTableDescription& description)
 {
-    const auto write = [this, jsonArray, description] { _WritePositions(jsonArray, description); };
-    m_mutexDB.lock();
-    if (!_Store(write)) {
-        m_pKept->Keep(m_pDataBase->databaseName(), JsonBytes(jsonArray), write);
+    const auto write = [this, description](const QJsonArray& records) {
+        _WritePositions(records, description);
+    };
+    const QMutexLocker lock(&m_mutexDB);
+    if (!_Store([&] { write(jsonArray); })) {
+        _KeepRecords(jsonArray, description.InsertSql(PosDataTableName), write);
     }
-    m_mutexDB.unlock();
 }
 
 /// One statement for all records: preparing one for each would take twice the time of the inserts.
@@ -409,19 +465,21 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
         return; // the lock stays held
     }
     _EnsureOpen();
-    const auto write = [this, jsonObject, description, strTableName] {
+    const QString sql = description.InsertSql(strTableName);
+    const auto write = [this, description, sql](const QJsonArray& records) {
         QSqlQuery query(*m_pDataBase->DBInstance());
-        bool bDone = query.prepare(description.InsertSql(strTableName));
+        bool bDone = query.prepare(sql);
         if (bDone) {
-            description.BindRecord(query, jsonObject);
+            description.BindRecord(query, records.at(0).toObject());
             bDone = query.exec();
         }
         if (!bDone) {
             _WarnRefused(query);
         }
     };
-    if (!_Store(write)) {
-        m_pKept->Keep(m_pDataBase->databaseName(), JsonBytes({jsonObject}), write);
+    const QJsonArray records{jsonObject};
+    if (!_Store([&] { write(records); })) {
+        _KeepRecords(records, sql, write);
     }
     m_mutexDB.unlock();
 }
@@ -439,22 +497,13 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
     m_bRecorded = true;
     m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
     _EnsureOpen();
+    if (!_IsDataBaseOpen()) {
+        _KeepFlightMonitor(byte);
+        return;
+    }
     QSqlQuery query = _TakeMonitorInsert();
     for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
-        const auto is = [&column](const char* name) {
-            return column.strName.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
-        };
-        if (is("id")) {
-            query.bindValue(column.strPlaceholder, UidToString(QUuid::createUuid()));
-        } else if (is("flight_mission_id")) {
-            query.bindValue(column.strPlaceholder, m_strFlightMissionID);
-        } else if (is("is_uploaded")) {
-            query.bindValue(column.strPlaceholder, 0);
-        } else if (is("message")) {
-            query.bindValue(column.strPlaceholder, byte);
-        } else if (is("created_at")) {
-            query.bindValue(column.strPlaceholder, QDateTime::currentDateTime().toString(DateTimeMSFormat));
-        }
+        query.bindValue(column.strPlaceholder, _MonitorValue(column.strName, byte));
     }
     m_listFlightMonitorQuery.append(query);
     if (m_listFlightMonitorQuery.size() >= MonitorBatch) {
@@ -463,6 +512,27 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
         _WriteFlightMonitor2DB(listQuery);
         m_listIdleMonitorQuery = listQuery;
     }
+}
+
+/// What a message has in a column; invalid for one that is not the library's.
+QVariant CKvFlightDataDbOperator::_MonitorValue(const QString& strColumn, const QByteArray& byte) const
+{
+    const auto is = [&strColumn](const char* name) {
+        return strColumn.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
+    };
+    if (is("id")) {
+        return UidToString(QUuid::createUuid());
+    }
+    if (is("flight_mission_id")) {
+        return m_strFlightMissionID;
+    }
+    if (is("is_uploaded")) {
+        return 0;
+    }
+    if (is("message")) {
+        return byte;
+    }
+    return is("created_at") ? QDateTime::currentDateTime().toString(DateTimeMSFormat) : QVariant();
 }
 
 /// A prepared insert: one of the last batch, where that had the same columns and has not failed, since
@@ -507,6 +577,17 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
     }
 }
 
+/// Keeps a message for a file that cannot be opened, on which nothing can be prepared.
+void CKvFlightDataDbOperator::_KeepFlightMonitor(const QByteArray& byte)
+{
+    QVector<QVariant> listValue;
+    for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
+        listValue.append(_MonitorValue(column.strName, byte));
+    }
+    const CKvBoundInsert insert(m_pMonitorColumns->InsertSql(FlightLogTableName), listValue);
+    _Keep(1, insert.Bytes(), [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
+}
+
 void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQuery)
 {
     if (listQuery.isEmpty()) {
@@ -518,7 +599,7 @@ void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQue
         listInsert.append(CKvBoundInsert(query));
         nBytes += listInsert.constLast().Bytes();
     }
-    m_pKept->Keep(m_pDataBase->databaseName(), nBytes, [this, listInsert] {
+    _Keep(listInsert.size(), nBytes, [this, listInsert] {
         for (const CKvBoundInsert& insert : listInsert) {
             insert.Execute(*m_pDataBase->DBInstance());
         }

@@ -9,6 +9,7 @@
 #include <QtCore/QList>
 #include <QtCore/QMutex>
 #include <QtCore/QObject>
+#include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
@@ -73,15 +74,16 @@ class KVPROJECTDBOPERATOR_EXPORT CKvFlightDataDbOperator : public QObject
 
 public:
     /// Creates the missing tables in every mission file of the project and makes the (closed) database
-    /// connection. Files that cannot be opened are skipped. Without a project folder there is
-    /// no connection, and nothing is ever written or uploaded; the log has a warning.
+    /// connection. Files that cannot be opened are skipped; one that is locked gets its tables when it is
+    /// opened next. Without a project folder there is no connection, and nothing is ever written or uploaded;
+    /// the log has a warning.
     ///
     /// \param parent  owner, or null
     /// \param eUploadEnv  what is uploaded once slotCheckNewData() has been called
     CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv);
 
-    /// Writes the flight monitor messages that still wait. The database connection, the timer and the
-    /// request objects live on until the process ends.
+    /// Writes what still waits, for which locks are waited for once, and tells the log what is lost. The
+    /// database connection, the timer and the request objects live on until the process ends.
     ~CKvFlightDataDbOperator() override;
 
     /// Sets the milliseconds between arming, or a failed request, and the next upload cycle; 3000 at the
@@ -110,8 +112,9 @@ public Q_SLOTS:
     /// Sets the current flight mission: that of monitor messages, and of EUploadEnv::CurrentMissionLog.
     void SetFilghtMissionID(const QString& strMissionID);
     /// Points the connection at a mission file and opens it, reopening a closed one. Creates the log,
-    /// status and video tables in a file whose name ends with ".db"; no other file gains tables here.
-    /// Messages that still wait are first written into the file that they were recorded for.
+    /// status and video tables in a file whose name ends with ".db"; another one gains tables here only if
+    /// the constructor found it locked. Messages that still wait are first written into the file that they
+    /// were recorded for.
     void SetFlightMissionFilePath(const QString& strFlightMissionFilePath);
     /// Switches easy-fly mode: the mission row is read from the video table.
     void SetFlightModeEasyFly(bool easyMode);
@@ -216,19 +219,25 @@ private:
     bool _IsRecorded(const QJsonObject& record, const QString& strTable, CKvIdLookUp& lookUp);
     void _InsertPositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
     void _WritePositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
+    QVariant _MonitorValue(const QString& strColumn, const QByteArray& byte) const;
     QSqlQuery _TakeMonitorInsert();
     void _ExecuteBatch(QList<QSqlQuery> listQuery);
+    void _KeepFlightMonitor(const QByteArray& byte);
     void _KeepFlightMonitor(const QList<QSqlQuery>& listQuery);
     void _AnswerBreakpoint(bool bStored);
     void _FlushFlightMonitor();
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
-    void _EnsureOpen();
+    bool _EnsureOpen();
+    bool _IsBare(const QString& strFile) const;
+    bool _MakeTables();
     void _CloseDataBase();
     bool _Store(const std::function<void()>& write);
+    void _KeepRecords(const QJsonArray& jsonArray, const QString& sql,
+                      const std::function<void(const QJsonArray&)>& write);
+    void _Keep(int nRows, qint64 nBytes, const std::function<void()>& write);
     bool _Transact(const std::function<void()>& write);
     void _WriteKept();
-    void _WriteKeptAtLast();
     void _WriteKept(CKvDataBase& database);
     void _EmitUnderLock(const std::function<void()>& emitSignal);
 
@@ -246,6 +255,8 @@ private:
     void _GetFlightMissionFileInformation();
     void _QueueCurrentFile();
     void _WarnIfRecording();
+    void _WarnIfNeverArmed() const;
+    void _WarnOfOrphans() const;
     void _upload(const QString& strFile);
     void _ScanFile(const QString& strFile);
     void _QueueMissions();
@@ -297,5 +308,6 @@ private:
     QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     std::unique_ptr<CKvKeptBatches> m_pKept;
-    bool m_bRecorded = false; // a message, since a scan last changed the file
+    QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
+    bool m_bRecorded = false;    // a message, since a scan last changed the file
 };

@@ -4,8 +4,8 @@
 #include "CKvUpLoadObject.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
+#include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
-#include "KvOwnThread.h"
 #include "KvProjectFiles.h"
 #include "KvQuoted.h"
 #include "KvTrace.h"
@@ -27,6 +27,9 @@ const char* const SelectMissionsSql =
     "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from uas_status WHERE "
     "is_uploaded = 0\t\t\tunion\t\t\tSELECT distinct flight_mission_id as id from pos_data WHERE "
     "is_uploaded = 0)";
+const char* const SelectOrphanSql =
+    "SELECT flight_mission_id FROM flight_monitor_detail_log WHERE is_uploaded = 0 AND NOT EXISTS (SELECT 1 "
+    "FROM flight_mission WHERE flight_mission.id = flight_mission_id) LIMIT 1";
 } // namespace
 
 // Timer
@@ -127,6 +130,11 @@ void CKvFlightDataDbOperator::slotStartUpload()
         }
         return;
     }
+    WellAgain(QStringLiteral("no server address"));
+    if (!m_pFlightMissionUpLoad) {
+        WarnOnce(KvHost(), QStringLiteral("slotStartUpload"),
+                 QStringLiteral("nothing is sent before slotCheckNewData"));
+    }
     const QPointer<CKvFlightDataDbOperator> alive(this); // receivers of UpLoading() and UploadFinished()
     _BlockTimer(true);
     _GetFlightMissionFileInformation();
@@ -202,12 +210,43 @@ void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
     _QueueMissions();
     if (!m_listFlightMissionID.isEmpty()) {
         _upLoadFlightMission();
-    } else if (m_eUploadEnv == EUploadEnv::OncePerRequest) {
+        return;
+    }
+    _WarnOfOrphans();
+    if (m_eUploadEnv == EUploadEnv::OncePerRequest) {
         _FinishPass(QLatin1String(""));
     } else if (m_listFlightMissionFile.isEmpty()) {
         _WaitForNextCycle(CycleInterval);
     } else {
         _GetFlightMissionFileInformation();
+    }
+}
+
+/// Tells of rows that wait where nothing is left to send: no scan finds those of a mission without a row.
+void CKvFlightDataDbOperator::_WarnOfOrphans() const
+{
+    if (m_eUploadEnv == EUploadEnv::CurrentMissionLog) {
+        return;
+    }
+    QSqlQuery query = m_pDataBase->exec(QLatin1String(SelectOrphanSql));
+    if (query.next()) {
+        WarnOnce(
+            KvSql(), m_pDataBase->databaseName(),
+            QStringLiteral(
+                "keeps messages of \"%1\", of which it has no row in flight_mission; they are not uploaded")
+                .arg(query.value(0).toString()));
+    }
+}
+
+/// Tells of an operator that was to upload a file, and that its host forgot to start.
+void CKvFlightDataDbOperator::_WarnIfNeverArmed() const
+{
+    const bool bWhole = m_eUploadEnv == EUploadEnv::WholeProject;
+    const bool bFile =
+        m_eUploadEnv == EUploadEnv::CurrentMissionLog || m_eUploadEnv == EUploadEnv::OncePerRequest;
+    if (!m_pCheckTimer && !m_bRecorded && (bWhole || (bFile && !m_strFlightMissionFilePath.isEmpty()))) {
+        WarnOnce(KvHost(), QStringLiteral("slotCheckNewData"),
+                 QStringLiteral("it never came to an operator that was to upload, which has sent nothing"));
     }
 }
 
@@ -227,6 +266,10 @@ void CKvFlightDataDbOperator::_QueueMissions()
     QString sql;
     switch (m_eUploadEnv) {
     case EUploadEnv::CurrentMissionLog:
+        if (m_strFlightMissionID.isEmpty()) {
+            WarnOnce(KvHost(), QStringLiteral("no flight mission"),
+                     QStringLiteral("nothing is uploaded; it is named with SetFilghtMissionID()"));
+        }
         sql = QStringLiteral("SELECT flight_mission_id from ") + FlightLogTableName +
               QStringLiteral(" WHERE is_uploaded = 0 AND flight_mission_id = ") +
               Quoted(m_strFlightMissionID) + QStringLiteral(" group by flight_mission_id");

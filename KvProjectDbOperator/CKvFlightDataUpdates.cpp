@@ -2,9 +2,9 @@
 #include "CKvFlightDataDbOperator.h"
 
 #include "KvData.h"
+#include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
 #include "KvKeptBatches.h"
-#include "KvOwnThread.h"
 #include "KvTrace.h"
 
 #include <QtCore/QDebug>
@@ -34,7 +34,10 @@ QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
 /// Tells of an update that was refused, or that found no row: to SQLite that is a success.
 void CKvFlightDataDbOperator::_WarnUnlessUpdated(const QSqlQuery& update, const QString& strID) const
 {
-    if (update.lastError().isValid()) {
+    if (!m_pDataBase->isOpen()) {
+        WarnOnce(KvSql(), m_pDataBase->databaseName(),
+                 QStringLiteral("is not open: an update of flight mission \"%1\" is lost").arg(strID));
+    } else if (update.lastError().isValid()) {
         _WarnRefused(update);
     } else if (update.numRowsAffected() == 0) {
         WarnOnce(KvSql(), m_pDataBase->databaseName(),
@@ -68,6 +71,11 @@ void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, con
         bDone = update.exec(sql);
         _WarnUnlessUpdated(update, strFlightMissionID.toString());
     });
+    if (!bStored) {
+        WarnOnce(KvSql(), m_pDataBase->databaseName(),
+                 QStringLiteral("took no update of flight mission \"%1\", which is lost")
+                     .arg(strFlightMissionID.toString()));
+    }
     qDebug() << (bStored && bDone ? "----------------sql ====success  " : "----------------sql ====fail  ");
     m_mutexDB.unlock();
 }
@@ -90,7 +98,7 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
     _WriteKept(); // the mission's row may be among it
     // To go on would update a row that is not there yet, or write an empty document, where a lock goes in
     // between.
-    if (m_pKept->Has(m_pDataBase->databaseName()) || (!m_pDataBase->transaction() && m_pDataBase->isOpen())) {
+    if (m_pDataBase->isOpen() && (m_pKept->Has(m_pDataBase->databaseName()) || !m_pDataBase->transaction())) {
         _AnswerBreakpoint(false);
         return;
     }
@@ -116,7 +124,7 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
                             .arg(strFlightMissionID);
     KV_TRACE << strMethod << 447 << "------record break point slot sql==" << sql;
     QSqlQuery update(*m_pDataBase->DBInstance());
-    const bool bPrepared = update.prepare(sql);
+    const bool bPrepared = m_pDataBase->isOpen() && update.prepare(sql);
     const bool bDone = bPrepared && bRead && update.exec();
     const QSqlError error = update.lastError();
     if (bRead) {

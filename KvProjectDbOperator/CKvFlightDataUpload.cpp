@@ -345,6 +345,7 @@ void CKvFlightDataDbOperator::_EndMission(const QString& strID)
     if (!m_listFlightMissionID.isEmpty()) {
         _upLoadFlightMission();
     } else if (m_eUploadEnv == EUploadEnv::OncePerRequest) {
+        _WarnOfOrphans();
         _FinishPass(strID);
     } else if (m_listFlightMissionFile.isEmpty()) {
         _WaitForNextCycle(CycleInterval);

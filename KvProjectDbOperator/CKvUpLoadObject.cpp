@@ -2,10 +2,9 @@
 #include "CKvUpLoadObject.h"
 
 #include "KvAlgorthm.h"
-#include "KvData/KvWarnings.h"
+#include "KvData/KvOwnThread.h"
 #include "KvDebugProxy.h"
 #include "KvNetworkCause.h"
-#include "KvOwnThread.h"
 #include "KvTrace.h"
 
 #include <QtCore/QBuffer>
@@ -133,6 +132,7 @@ void CKvUpLoadObject::PostNetWorkReplyMessage()
         m_pRequest->setRawHeader(m_byteHeaderKey, m_byteHeaderValue);
     }
     m_pReply = Post(m_pNetManager, *m_pRequest, m_bytePostData);
+    KeepCertificateErrors(m_pReply);
     connect(m_pReply, &QNetworkReply::uploadProgress, this, [this](qint64 nSent, qint64 nTotal) {
         _InReplySignal([&] { Q_EMIT uploadProgress(nSent, nTotal); });
     });
@@ -213,10 +213,12 @@ void CKvUpLoadObject::_InReplySignal(const std::function<void()>& handle)
 
 void CKvUpLoadObject::slotReplyFinished()
 {
-    _InReplySignal([this] { _JudgeReply(); });
+    const auto* const pFinished = qobject_cast<const QNetworkReply*>(sender());
+    _InReplySignal([this, pFinished] { _JudgeReply(pFinished); });
 }
 
-void CKvUpLoadObject::_JudgeReply()
+/// Whichever reply has finished, it is the last one that is judged.
+void CKvUpLoadObject::_JudgeReply(const QNetworkReply* pFinished)
 {
     m_pRequestTimer->stop();
     const QByteArray body = m_pReply->readAll();
@@ -224,7 +226,7 @@ void CKvUpLoadObject::_JudgeReply()
     if (document.isEmpty()) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished"
                  << "jsDoc.isEmpty()" << body;
-        _Warn(NetworkCause(m_pReply) + QStringLiteral("; no JSON object came as the reply"));
+        _WarnOfNoObject(pFinished);
         m_pErrorTimer->start(ErrorDelay);
         return;
     }
@@ -232,39 +234,50 @@ void CKvUpLoadObject::_JudgeReply()
     if (object.isEmpty()) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished"
                  << "JsObj.isEmpty()";
-        _Warn(NetworkCause(m_pReply) + QStringLiteral("; no JSON object came as the reply"));
+        _WarnOfNoObject(pFinished);
         m_pErrorTimer->start(ErrorDelay);
         return;
     }
     const int nStatus = object.value(QLatin1String("status")).toInt(0);
     const QString strMessage = object.value(QLatin1String("message")).toString();
     if (nStatus == 0 || nStatus == 1) {
-        WellAgain(TellableUrl(m_pRequest->url()));
+        _Cause(m_pReply).Succeeded();
         Q_EMIT upLoadFinished(body);
     } else if (nStatus == 401 || nStatus == 403) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
-        _Warn(QStringLiteral("the server refuses the token: status %1, \"%2\"").arg(nStatus).arg(strMessage));
+        _Cause(m_pReply).WarnOfServer(
+            QStringLiteral("refuses the token: status %1, \"%2\"").arg(nStatus).arg(strMessage));
         Q_EMIT NoLogin();
     } else {
         qDebug() << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished" << nStatus << strMessage;
-        _Warn(QStringLiteral("the server refuses the rows: status %1, \"%2\"").arg(nStatus).arg(strMessage));
+        _Cause(m_pReply).Warn(
+            QStringLiteral("the server refuses the rows: status %1, \"%2\"").arg(nStatus).arg(strMessage));
         Q_EMIT NetWorkError();
     }
 }
 
 /// What the signals do not say, for a log that the trace does not reach.
-void CKvUpLoadObject::_Warn(const QString& strCause) const
+CKvNetworkCause CKvUpLoadObject::_Cause(const QNetworkReply* pReply) const
 {
-    WarnOnce(KvNetwork(), TellableUrl(m_pRequest->url()),
-             WithoutSecret(strCause, QString::fromLatin1(m_byteHeaderValue)));
+    return CKvNetworkCause(pReply->url(), m_byteHeaderValue);
+}
+
+void CKvUpLoadObject::_WarnOfNoObject(const QNetworkReply* pFinished) const
+{
+    if (pFinished && pFinished != m_pReply && !m_pReply->isFinished()) {
+        _Cause(pFinished).Warn(
+            QStringLiteral("the answer came after another request had been sent, which fails with it"));
+    } else {
+        _Cause(m_pReply).WarnOfReply(m_pReply, QStringLiteral("; no JSON object came as the reply"));
+    }
 }
 
 void CKvUpLoadObject::slotRequestTimeOut()
 {
     m_pRequestTimer->stop();
     KV_TRACE << "CKvUpLoadObject::slotRequestTimeOut" << 119;
-    _Warn(QStringLiteral("no byte of an answer for %1 s").arg(RequestTimeout / 1000));
+    _Cause(m_pReply).WarnOfServer(QStringLiteral("no byte of an answer for %1 s").arg(RequestTimeout / 1000));
     Q_EMIT NetWorkError();
 }
 

@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 
+class CKvNetworkCause;
 class QNetworkAccessManager;
 class QNetworkRequest;
 class QTimer;
@@ -98,8 +99,9 @@ private Q_SLOTS:
 
 private:
     void _InReplySignal(const std::function<void()>& handle);
-    void _JudgeReply();
-    void _Warn(const QString& strCause) const;
+    void _JudgeReply(const QNetworkReply* pFinished);
+    CKvNetworkCause _Cause(const QNetworkReply* pReply) const;
+    void _WarnOfNoObject(const QNetworkReply* pFinished) const;
     void _SetSilentManagerAside();
     bool _HasUnanswered(const QNetworkAccessManager* pManager, int nReplies) const;
     void _GiveUp(QNetworkAccessManager* pManager);

@@ -8,13 +8,21 @@
 #include <QtSql/QSqlError>
 #include <QtSql/QSqlQuery>
 
+#include <utility>
+
 CKvBoundInsert::CKvBoundInsert(const QSqlQuery& query) : m_strSql(query.lastQuery())
 {
     // By position: the names of bound values are not to be had in every version of Qt.
     const int nValues = static_cast<int>(query.boundValues().size());
+    m_listValue.reserve(nValues);
     for (int i = 0; i < nValues; ++i) {
         m_listValue.append(query.boundValue(i));
     }
+}
+
+CKvBoundInsert::CKvBoundInsert(QString strSql, QVector<QVariant> listValue)
+    : m_strSql(std::move(strSql)), m_listValue(std::move(listValue))
+{
 }
 
 void CKvBoundInsert::Execute(const QSqlDatabase& database) const
@@ -34,8 +42,8 @@ void CKvBoundInsert::Execute(const QSqlDatabase& database) const
 
 qint64 CKvBoundInsert::Bytes() const
 {
-    constexpr qint64 Overhead = 64; // of a value, and of the statement that rows share
-    qint64 nBytes = Overhead;
+    constexpr qint64 Overhead = 96; // of a value, and of the whole
+    qint64 nBytes = Overhead + qint64{2} * m_strSql.size();
     for (const QVariant& value : m_listValue) {
         nBytes += Overhead + value.toByteArray().size();
     }

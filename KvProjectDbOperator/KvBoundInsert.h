@@ -15,6 +15,9 @@ public:
     /// Takes statement and values of a query, which need not have been prepared with success.
     explicit CKvBoundInsert(const QSqlQuery& query);
 
+    /// A value for each placeholder, in their order.
+    CKvBoundInsert(QString strSql, QVector<QVariant> listValue);
+
     void Execute(const QSqlDatabase& database) const;
     /// About what it takes in memory.
     qint64 Bytes() const;

@@ -3,7 +3,7 @@
 
 #include "KvData/KvWarnings.h"
 
-#include <algorithm>
+#include <numeric>
 
 namespace
 {
@@ -13,13 +13,18 @@ constexpr qint64 MostBytes = 64LL * 1024 * 1024;
 CKvKeptBatches::~CKvKeptBatches()
 {
     for (auto file = m_mapBatch.cbegin(); file != m_mapBatch.cend(); ++file) {
-        qCCritical(KvSql, "%s: %d batches were not stored", qUtf8Printable(file.key()), file.value().size());
+        const int nRows = std::accumulate(file->cbegin(), file->cend(), 0,
+                                          [](int nSum, const SBatch& batch) { return nSum + batch.nRows; });
+        if (nRows > 0) {
+            qCCritical(KvSql, "%s: %d records were not stored and are lost", qUtf8Printable(file.key()),
+                       nRows);
+        }
     }
 }
 
-void CKvKeptBatches::Keep(const QString& strFile, qint64 nBytes, const Write& write)
+void CKvKeptBatches::Keep(const QString& strFile, int nRows, qint64 nBytes, const Write& write)
 {
-    if (m_nBytes + nBytes > MostBytes) {
+    if (m_nBytes > 0 && m_nBytes + nBytes > MostBytes) {
         if (!m_bFull) {
             qCCritical(KvSql, "%s: too much waits in memory; records are lost from now on",
                        qUtf8Printable(strFile));
@@ -28,7 +33,7 @@ void CKvKeptBatches::Keep(const QString& strFile, qint64 nBytes, const Write& wr
         return;
     }
     m_nBytes += nBytes;
-    m_mapBatch[strFile].append({nBytes, write});
+    m_mapBatch[strFile].append({nRows, nBytes, write});
 }
 
 void CKvKeptBatches::HandOver(const QString& strFile, const std::function<bool(const Write&)>& store)

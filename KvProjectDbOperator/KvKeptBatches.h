@@ -9,8 +9,8 @@
 #include <functional>
 
 /// Batches that their file has not taken, because somebody else held it: they wait in memory, in order, and
-/// are written before the next ones. Beyond 64 MiB the newest are given up, which is an error on Qt's debug
-/// output, as are those that still wait at the end.
+/// are written before the next ones. Beyond 64 MiB the newest are given up, a single one of that size aside,
+/// which is an error on Qt's debug output, as are those that still wait at the end.
 class CKvKeptBatches
 {
 public:
@@ -22,8 +22,9 @@ public:
     CKvKeptBatches(const CKvKeptBatches&) = delete;
     CKvKeptBatches& operator=(const CKvKeptBatches&) = delete;
 
+    /// \param nRows   records that are lost with the batch
     /// \param nBytes  about what the batch takes in memory
-    void Keep(const QString& strFile, qint64 nBytes, const Write& write);
+    void Keep(const QString& strFile, int nRows, qint64 nBytes, const Write& write);
     bool IsEmpty() const { return m_mapBatch.isEmpty(); }
     bool Has(const QString& strFile) const { return m_mapBatch.contains(strFile); }
     QStringList Files() const { return m_mapBatch.keys(); }
@@ -34,6 +35,7 @@ public:
 
 private:
     struct SBatch {
+        int nRows;
         qint64 nBytes;
         Write write;
     };

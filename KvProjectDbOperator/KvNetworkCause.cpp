@@ -1,32 +1,107 @@
 // SPDX-License-Identifier: MIT
 #include "KvNetworkCause.h"
 
-#include <QtCore/QUrl>
-#include <QtNetwork/QNetworkReply>
+#include "KvData/KvWarnings.h"
+#include "KvLog/KvSecret.h"
 
-QString TellableUrl(const QUrl& url)
+#include <QtCore/QStringList>
+#include <QtCore/QUrlQuery>
+#include <QtCore/QVariant>
+#include <QtNetwork/QNetworkReply>
+#include <QtNetwork/QSslError>
+
+#include <utility>
+
+namespace
+{
+const char* const CertificateErrors = "kvCertificateErrors";
+
+QString Tellable(const QUrl& url)
 {
     return url.toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery | QUrl::RemoveFragment);
 }
 
-QString NetworkCause(const QNetworkReply* pReply)
+/// A URL without a scheme has no server, and is a whole by itself.
+QString Server(const QUrl& url)
 {
-    const int nStatus = pReply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (nStatus == 0) {
-        // A reply that came late, of a request before, has the last one looked at.
-        return pReply->isFinished() ? pReply->errorString() : QStringLiteral("no answer yet");
+    const QString strServer =
+        url.toString(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment);
+    return strServer.isEmpty() ? Tellable(url) : strServer;
+}
+
+int HttpStatus(const QNetworkReply* pReply)
+{
+    return pReply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+QString Words(const QNetworkReply* pReply)
+{
+    constexpr int FirstRefusal = 400;
+    const int nStatus = HttpStatus(pReply);
+    if (nStatus < FirstRefusal && pReply->error() != QNetworkReply::NoError) {
+        const QString strErrors = pReply->property(CertificateErrors).toString();
+        return pReply->errorString() +
+               (strErrors.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(strErrors));
     }
     const QUrl target = pReply->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
     return QStringLiteral("HTTP status %1").arg(nStatus) +
-           (target.isEmpty() ? QString() : QStringLiteral(", which leads to ") + TellableUrl(target));
+           (target.isEmpty() ? QString() : QStringLiteral(", which leads to ") + Tellable(target));
+}
+} // namespace
+
+CKvNetworkCause::CKvNetworkCause(QUrl url, QByteArray byteToken)
+    : m_url(std::move(url)), m_byteToken(std::move(byteToken))
+{
 }
 
-QString WithoutSecret(const QString& strText, const QString& strSecret)
+void CKvNetworkCause::Warn(const QString& strCause) const
+{
+    WarnOnce(KvNetwork(), _WithoutSecrets(Tellable(m_url)), _WithoutSecrets(strCause), Server(m_url));
+}
+
+void CKvNetworkCause::WarnOfServer(const QString& strCause) const
+{
+    WarnOnce(KvNetwork(), Server(m_url), _WithoutSecrets(strCause), Server(m_url));
+}
+
+void CKvNetworkCause::WarnOfReply(const QNetworkReply* pReply, const QString& strBeside) const
+{
+    if (HttpStatus(pReply) == 0) {
+        WarnOfServer(Words(pReply) + strBeside);
+    } else {
+        Warn(Words(pReply) + strBeside);
+    }
+}
+
+void CKvNetworkCause::Succeeded() const
+{
+    TellWellAgain(KvNetwork(), Server(m_url), _WithoutSecrets(Tellable(m_url)),
+                  QStringLiteral("answers well again"));
+}
+
+QString CKvNetworkCause::_WithoutSecrets(QString strText) const
 {
     constexpr int Longest = 200;
-    QString strTold = strText;
-    if (!strSecret.isEmpty()) {
-        strTold.replace(strSecret, QLatin1String("***"));
+    const auto encoding = QUrl::FullyDecoded;
+    QStringList listSecret{QString::fromLatin1(m_byteToken), m_url.userInfo(), m_url.password(encoding),
+                           m_url.query(encoding)};
+    const auto listItem = QUrlQuery(m_url).queryItems(encoding);
+    for (const auto& item : listItem) {
+        listSecret.append(item.second);
     }
-    return strTold.left(Longest);
+    for (const QString& strSecret : qAsConst(listSecret)) {
+        CKvSecret(strSecret).Hide(strText);
+    }
+    return strText.left(Longest);
+}
+
+void KeepCertificateErrors(QNetworkReply* pReply)
+{
+    QObject::connect(pReply, &QNetworkReply::sslErrors, pReply, [pReply](const QList<QSslError>& listError) {
+        QStringList listWords;
+        for (const QSslError& error : listError) {
+            listWords.append(error.errorString());
+        }
+        pReply->setProperty(CertificateErrors, listWords.join(QLatin1String("; ")));
+    });
 }

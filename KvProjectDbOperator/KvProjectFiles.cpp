@@ -27,5 +27,10 @@ std::optional<QStringList> ProjectMissionFiles()
             listFile.append(folder.absoluteFilePath(strFile));
         }
     }
+    if (listFile.isEmpty() && !project.entryList({QStringLiteral("*.kv")}, QDir::Files).isEmpty()) {
+        WarnOnce(
+            KvHost(), strProject,
+            QStringLiteral("its mission files are not found here; each belongs in a folder one level below"));
+    }
     return listFile;
 }

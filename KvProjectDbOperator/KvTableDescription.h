@@ -20,7 +20,8 @@ public:
     /// Reads the file.
     explicit CKvTableDescription(const QString& strFile) { Read(strFile); }
 
-    /// Reads the file; one that cannot be opened describes no columns, which is warned of. Its text is split
+    /// Reads the file; one that cannot be opened describes no columns. What keeps a row from being written is
+    /// warned of, and so are members of records that are not stored as they are. Its text is split
     /// only if it has changed since the last time: that would be a fifth of the time that a monitor message
     /// takes.
     void Read(const QString& strFile);
@@ -49,9 +50,16 @@ public:
 
 private:
     void _Split(const QByteArray& text);
+    void _WarnUnlessText(const SColumn& column, const QJsonValue& value) const;
+    void _WarnOfKeys(const QJsonObject& record, int nFound) const;
 
+    QString m_strFile;
     QByteArray m_byteText;
     QVector<SColumn> m_listColumn;
     QString m_strColumns;
     QString m_strPlaceholders;
+    bool m_bOdd = false;
+    mutable bool m_bToldText = false;
+    mutable bool m_bToldKey = false;
+    bool m_bNews = true; ///< this text was not yet found well
 };

@@ -92,6 +92,19 @@ void addPositions(const QString& file, int rows)
                    TimeText + " FROM n");
 }
 
+void addFlight(const QString& file, int seconds)
+{
+    const QByteArray ids = "new_id(), '" + MissionId +
+                           "', strftime('%Y-%m-%dT%H:%M:%S', '2026-04-12', i || ' seconds') || '.125Z', ";
+    fill(file, series(seconds) +
+                   "INSERT INTO pos_data(id, flight_mission_id, time, lng, lat, alt, relative_alt, speed, "
+                   "heading) SELECT " +
+                   ids + "8.545 + i * 1e-6, 47.397 + i * 1e-6, 488.5, i % 120 + 0.25, 12.5, i % 360 FROM n;" +
+                   series(seconds) +
+                   "INSERT INTO uas_status(id, flight_mission_id, time, armed, battery_remaining) SELECT " +
+                   ids + "1, 100 - i / 60 FROM n");
+}
+
 void copyFile(const QString& from, const QString& to)
 {
     QFile::remove(to);

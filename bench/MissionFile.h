@@ -19,6 +19,8 @@ void addLog(const QString& file, int rows, int messageBytes = MessageBytes, bool
 // Millions of short ones: quickly made.
 void addUploadedLog(const QString& file, int rows);
 void addPositions(const QString& file, int rows);
+// A position and a status each second, as flightdesk writes them.
+void addFlight(const QString& file, int seconds);
 void copyFile(const QString& from, const QString& to);
 
 qint64 countRows(const QString& file, const char* table);

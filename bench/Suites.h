@@ -12,6 +12,8 @@ void benchRequests(Report& report);
 void benchMemory(Report& report);
 // Of the telemetry logs, recorded with flightdesk; without one, of a log with frames of the usual size.
 void benchLine(Report& report, const QStringList& logs);
+// What flightdesk takes to write a project's flights into one file.
+void benchExport(Report& report);
 void benchServer(Report& report);
 // Of it, what the project's own clients see, and what TLS costs.
 void benchServerClients(Report& report);

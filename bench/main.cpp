@@ -34,7 +34,7 @@ bool runSuites(const QStringList& arguments)
         {"store", benchStore},          {"scan", benchScan},
         {"drain", benchDrain},          {"requests", benchRequests},
         {"memory", benchMemory},        {"line", [&logs](Report& report) { benchLine(report, logs); }},
-        {"server", benchServer, false},
+        {"export", benchExport, false}, {"server", benchServer, false},
     };
     Report report;
     bool any = false;
@@ -66,7 +66,8 @@ int main(int argc, char* argv[])
         if (runSuites(arguments)) {
             return 0;
         }
-        std::cerr << "usage: kvbench [store] [scan] [drain] [requests] [memory] [line] [server] [LOG.tlog...]"
+        std::cerr << "usage: kvbench [store] [scan] [drain] [requests] [memory] [line] [export] [server] "
+                     "[LOG.tlog...]"
                   << std::endl;
         return 2;
     } catch (const std::exception& error) {

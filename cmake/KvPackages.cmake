@@ -38,7 +38,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
   ${PROJECT_BINARY_DIR}/triggers ${PROJECT_BINARY_DIR}/postinst ${PROJECT_BINARY_DIR}/postrm)
 
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, the files with which CMake and pkg-config find the libraries, the
- documentation, a host as an example, and descriptions of all tables.")
+ documentation, a small host as an example, the sources of flightdesk, and
+ descriptions of all tables.")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -55,14 +56,14 @@ install(FILES apps/flightserver/systemd/flightserver.service apps/flightdesk/sys
 install(FILES docs/fleet.md docs/server.md docs/server-protocol.md docs/station.md
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${apps_package} COMPONENT apps)
 
-# The pages keep their places towards each other, as they are linked.
+# The pages, and the sources that they point to, keep their places towards each other.
 set(documentation ${CMAKE_INSTALL_DATADIR}/doc/${development_package})
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${documentation} COMPONENT development)
 install(DIRECTORY docs DESTINATION ${documentation} COMPONENT development
   FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.png)
 install(DIRECTORY examples/minimal-host DESTINATION ${documentation}/examples COMPONENT development)
-install(DIRECTORY apps/flightdesk/resources/ DESTINATION ${documentation}/examples/tables COMPONENT development
-  FILES_MATCHING PATTERN *.txt)
+install(DIRECTORY apps/flightdesk DESTINATION ${documentation}/apps COMPONENT development
+  FILES_MATCHING PATTERN *.h PATTERN *.cpp PATTERN *.txt PATTERN *.qrc)
 
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${PROJECT_BINARY_DIR}/changelog.Debian

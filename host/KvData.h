@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QPointer>
 #include <QtCore/QString>
 #include <QtCore/QtGlobal>
+#include <QtCore/QThread>
 #include <QtSql/QSqlDatabase>
 #include <QtSql/QSqlError>
 #include <QtSql/QSqlQuery>
@@ -20,19 +22,22 @@
 
 class CKvPatience;
 
-/// One SQLite connection, used on one thread: the one that constructed it, or to which its owner moved since.
+/// One SQLite connection, used on one thread from open() to close(), which a debug build of the library
+/// insists on; while it is closed, its owner may move.
 ///
 /// A mission database is one file at rest: a rollback journal, synced so that a committed row survives a
 /// loss of power. Where another program holds the file open in WAL mode, that mode is left alone until it has
 /// gone.
 ///
 /// A connection constructed on a file is meant for a short visit and waits up to 1 s for a lock that somebody
-/// else holds (and hardly at all where the file is known to be locked); one constructed without a file name
-/// carries the records of a flight and waits up to 30 s. That is the wait for all its statements together:
-/// once it is used up, they fail at once until the thread is back in its event loop, or for as long as the
-/// thread has done other things.
+/// else holds (and hardly at all where the file is known to be locked), all visits of a thread together; one
+/// constructed without a file name carries the records of a flight and waits up to 30 s. That is the wait for
+/// all its statements together: once it is used up, they fail at once until the thread is back in its event
+/// loop, or for as long as the thread has done other things.
 ///
-/// What keeps a file from being opened or written is told to the log once, at level Error, with its path.
+/// What keeps a file from being opened or written is told to the log once, at level Error, with its path; a
+/// lock that keeps it from being read, at level Warn. When the same comes again it is told after twenty
+/// minutes, with the number of times.
 class KVDATA_EXPORT CKvDataBase
 {
 public:
@@ -93,6 +98,7 @@ private:
     QSqlError _Begin();
     QSqlError _Touch() const;
     void _ReportNotBegun(const QSqlError& error);
+    void _CountWaits() const;
     void _LeaveWriteAheadLog();
     QString _SetUp();
     void _SetBusyTimeout(int nMilliseconds) const;
@@ -103,6 +109,7 @@ private:
     bool m_bInTransaction = false;
     bool m_bToldReadOnly = false;
     bool m_bOpenedEmpty = false;
+    QPointer<QThread> m_pThread;    ///< the one that has the file open
     mutable int m_nBusyTimeout = 0; ///< what SQLite has been told, milliseconds
     CKvPatience* const m_pPatience;
 };

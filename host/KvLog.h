@@ -51,7 +51,8 @@ public:
     /// Sets the threshold.
     void setLoggingLevel(Level level);
 
-    /// Sends all further lines to a rotating file.
+    /// Sends all further lines to a rotating file. Warnings and errors that it does not take, as its disk is
+    /// full, go to standard error (unless that is turned off), where that is said once.
     ///
     /// \param path      file to append to; its folder is created when missing
     /// \param maxBytes  size at which the file is rotated, at least 1024
@@ -74,8 +75,8 @@ public:
     void setStandardError(bool on);
 
     /// Keeps a text out of the log from now on, such as the token of a user who has signed in: lines hold
-    /// "***" in its place, whoever writes them. One of fewer than 4 characters is not taken: it would be
-    /// found within many a word.
+    /// "***" in its place, also where it stands percent-encoded, whoever writes them. One of fewer than 4
+    /// characters is shown: it would be found within many a word.
     void addSecret(const QString& text);
 
     /// A line as it may be shown: secrets as "***", control characters as \\xNN, so that it stays a line and

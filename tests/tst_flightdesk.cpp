@@ -95,7 +95,7 @@ private Q_SLOTS:
     /// The vehicle says its time with every frame; the row's time is that of the clock here.
     void keepsTimesInOrder()
     {
-        constexpr qint64 Start = 1448000000000000, Second = 1000000, Year = 365 * 86400 * Second;
+        constexpr qint64 Start = 1448000000000000, Second = 1000000, Year = 365LL * 86400 * Second;
         struct Case {
             std::optional<double> known; // before the flight
             qint64 vehicle;              // its time, less ours; 0: it knows none
@@ -262,7 +262,7 @@ private Q_SLOTS:
                 for (const QVariant& row : TestProject::values(
                          *mission, "SELECT message FROM flight_monitor_detail_log ORDER BY rowid")) {
                     const QByteArray message = row.toByteArray();
-                    const uchar system = uchar(message[8 + 3]);
+                    const auto system = uchar(message[8 + 3]);
                     QVERIFY(system == own || system == 255);
                     if (system == own) {
                         recorded[own].append(message);

@@ -151,6 +151,9 @@ private Q_SLOTS:
         logger.addSecret("six"); // found within many a word
         QCOMPARE(logger.printable(QString("is sixsix six\x1b[2J") + QChar(0x9b)),
                  QString(R"(is *** six\x1b[2J\x9b)"));
+        logger.addSecret(QString("a/b %1+") + QChar(0xe9));
+        QCOMPARE(logger.printable("/%73i%78six/a%2fb%20%251%2b%c3%a9/a%2Fb%20%251%2B%E9?100%"),
+                 QString("/***/***/***?100%"));
     }
 
     void logLines()
@@ -273,6 +276,7 @@ private Q_SLOTS:
         open.finish();
         QVERIFY(reader.transaction() && reader.commit());
         QCOMPARE(TestProject::value(project.db, "SELECT count(*) FROM pos_data"), QVariant(2));
+        QCoreApplication::processEvents();    // visits wait anew
         QSqlQuery wait(*reader.DBInstance()); // statements of the caller's own wait as well
         QVERIFY(wait.exec("PRAGMA busy_timeout") && wait.next() && wait.value(0).toInt() >= 1000);
     }

@@ -159,7 +159,7 @@ private Q_SLOTS:
             for (int message = 0; message < 55; ++message) {
                 Q_EMIT host.slotWriteFlightMonitor("message");
             }
-            QTest::qWait(10);
+            server.settle();
         }
     }
 };

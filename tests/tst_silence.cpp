@@ -6,17 +6,24 @@
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 
-#include <QtNetwork/QTcpSocket>
+#include <QtNetwork/QSslCertificate>
+#include <QtNetwork/QSslKey>
+#include <QtNetwork/QSslSocket>
 
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 
 namespace
 {
 const char* const Child = "KV_MISTAKE";
 const QByteArray Token = "t0k3n";
 
+thread_local qint64 secondsAhead =
+    0; ///< of the clock that timers go by, but not the one that watches the test
+
 /// Posts to a server until the outcome is there.
-void post(const QByteArray& server)
+void post(const QByteArray& server, const QByteArray& path = "/flight/upload")
 {
     CKvUpLoadObject upload;
     int outcomes = 0;
@@ -25,7 +32,7 @@ void post(const QByteArray& server)
     QObject::connect(&upload, &CKvUpLoadObject::NoLogin, count);
     QObject::connect(&upload, &CKvUpLoadObject::upLoadFinished, count);
     upload.setRawHeader("token", Token);
-    upload.SetUrl(server + "/flight/upload?key=" + Token);
+    upload.SetUrl(server + path + "?key=" + Token);
     upload.PostNetWorkReplyMessage();
     QTRY_VERIFY_WITH_TIMEOUT(outcomes > 0, 30000);
 }
@@ -33,6 +40,36 @@ void post(const QByteArray& server)
 void answered(const char* reply)
 {
     post(ScriptedServer(ScriptedServer::reply(reply)).url());
+}
+
+/// A server with a certificate that it has signed itself.
+class TlsServer : public QTcpServer
+{
+protected:
+    void incomingConnection(qintptr handle) override
+    {
+        const QByteArray pem = TestProject::contents(":/untrusted.pem");
+        auto* const socket = new QSslSocket(this);
+        socket->setSocketDescriptor(handle);
+        socket->setPrivateKey(QSslKey(pem, QSsl::Ec));
+        socket->setLocalCertificate(QSslCertificate(pem));
+        socket->startServerEncryption();
+    }
+};
+
+/// Posts to two URLs in turn, the second one before the first has answered.
+void postTwice(const QByteArray& first, const QByteArray& second)
+{
+    ScriptedServer server(ScriptedServer::reply("silence"));
+    CKvUpLoadObject upload;
+    for (const QByteArray& path : {first, second}) {
+        upload.SetUrl(server.url() + path);
+        upload.PostNetWorkReplyMessage();
+        QTRY_COMPARE(server.paths().value(server.requests.size() - 1), QString(path));
+    }
+    QSignalSpy failed(&upload, &CKvUpLoadObject::NetWorkError);
+    server.sendMore(first, ScriptedServer::accepted().wire);
+    QTRY_COMPARE(failed.size(), 1);
 }
 
 /// Looks once for what to upload.
@@ -43,22 +80,25 @@ void look(EUploadEnv env, const QString& file = {})
 }
 
 template<class Download>
-void download(const QByteArray& url)
+void download(const QByteArray& url, int requests = 1)
 {
     Download download;
     QSignalSpy failed(&download, SIGNAL(NetWorkError()));
     download.SetUrl(url);
-    download.slotRequestData();
+    for (int i = 0; i < requests; ++i) {
+        download.slotRequestData();
+    }
     QTRY_VERIFY(!failed.isEmpty());
 }
 
 /// Writes one record into the mission file of a project, or into another.
-void write(const QByteArray& columns, const QString& table = "flight_mission", const QString& file = {})
+void write(const QByteArray& columns, const QString& table = "flight_mission", const QString& file = {},
+           const QJsonObject& record = {{"colour", "red"}})
 {
     const TestProject project;
     const QString mission = file.isEmpty() ? project.missionFile("m1/flight.kv") : file;
     const QString description = project.file(table + ".txt", columns);
-    Host(EUploadEnv::None).op.slotParseJson({QJsonObject{{"colour", "red"}}}, description, "m1", 1, mission);
+    Host(EUploadEnv::None).op.slotParseJson({record}, description, "m1", 1, mission);
 }
 
 void update(const QString& column, const QString& mission)
@@ -67,20 +107,20 @@ void update(const QString& column, const QString& mission)
     Host(EUploadEnv::None, project.db).op.slotUpdateGeneralOneValue(1, column, 1, mission);
 }
 
-/// A program that ends as it is told to; none at all where it is told nothing.
-void external(const QByteArray& ending, const char* folder)
+/// A program that does as it is told; none at all where it is told nothing.
+void external(const QByteArray& script, const char* folder, int requests = 1)
 {
     const TestProject home;
     SetHomeDir(home.path(""));
     home.file(folder + QString("/x"));
     QFile program(QCoreApplication::applicationDirPath() + "/../Talverinde/grabdownloader.exe");
     QDir().mkpath(QFileInfo(program).path());
-    if (!ending.isEmpty() && program.open(QIODevice::WriteOnly)) {
-        program.write("#!/bin/sh\necho " + ending + " >&2\n");
+    if (!script.isEmpty() && program.open(QIODevice::WriteOnly)) {
+        program.write("#!/bin/sh\n" + script + '\n');
         program.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
         program.close();
     }
-    download<CKvDownLoadObjectEX>("http://127.0.0.1/a.zip?key=" + Token);
+    download<CKvDownLoadObjectEX>("http://us:" + Token + "@127.0.0.1/a.zip?key=" + Token, requests);
 }
 
 /// Every mistake of docs/troubleshooting.md under its name there.
@@ -102,6 +142,34 @@ const QMap<QString, std::function<void()>> Mistakes = {
          const FlightProject project;
          Q_EMIT Host(EUploadEnv::None, project.db).slotWriteFlightMonitor("x");
      }},
+    {"no mission file for a record",
+     [] {
+         const FlightProject project;
+         Q_EMIT Host(EUploadEnv::None)
+             .slotParseSingleJson({{"id", "m1"}}, project.file("x.txt", "id TEXT"), "flight_mission");
+     }},
+    {"`CurrentMissionLog` without a mission",
+     [] {
+         const FlightProject project;
+         look(EUploadEnv::CurrentMissionLog, project.db);
+     }},
+    {"an uploader that is not armed",
+     [] {
+         const TestProject project;
+         const Host host(EUploadEnv::WholeProject);
+     }},
+    {"a tick before the uploader is armed",
+     [] {
+         const FlightProject project;
+         Host host(EUploadEnv::WholeProject);
+         Q_EMIT host.slotStartUpload();
+     }},
+    {"mission files in the project folder itself",
+     [] {
+         const TestProject project;
+         CreateMissionFile(project.path("flight.kv"));
+         look(EUploadEnv::WholeProject);
+     }},
     {"no mission file for an upload",
      [] {
          const TestProject project;
@@ -114,6 +182,18 @@ const QMap<QString, std::function<void()>> Mistakes = {
          const TestProject project;
          write("id TEXT", "flight_mission", project.file("m1/empty.kv"));
      }},
+    {"a mission file that is moved or deleted",
+     [] {
+         const FlightProject project;
+         Host host(EUploadEnv::None, project.db);
+         QFile::remove(project.db);
+         Q_EMIT host.slotParseSingleJson({{"id", "m1"}}, project.file("x.txt", "id TEXT"), "flight_mission");
+     }},
+    {"records that no file took until the end",
+     [] {
+         const TestProject project;
+         write("colour TEXT", "flight_mission", project.file("m1/empty.kv"));
+     }},
     {"no database",
      [] {
          const TestProject project;
@@ -125,6 +205,15 @@ const QMap<QString, std::function<void()>> Mistakes = {
          Host(EUploadEnv::None).op.slotParseJson({QJsonObject()}, ":/nowhere.txt", "m1", 1, project.db);
      }},
     {"an empty description file", [] { write(""); }},
+    {"a column without a type", [] { write("id TEXT colour"); }},
+    {"a misspelt key",
+     [] {
+         write("colour TEXT", "flight_mission", {}, {{"color", "red"}});
+     }},
+    {"a number for the five-argument `slotParseJson`",
+     [] {
+         write("alt TEXT", "pos_data", {}, {{"alt", 7}});
+     }},
     {"a column that the table lacks", [] { write("id TEXT colour TEXT"); }},
     {"a table that the file lacks", [] { write("id TEXT", "flights"); }},
     {"a value for a column that is not there", [] { update("colour", "m1"); }},
@@ -132,6 +221,24 @@ const QMap<QString, std::function<void()>> Mistakes = {
      [] {
          const FlightProject project;
          Q_EMIT Host(EUploadEnv::None, project.db).slotUpdateBreakpoint(1, 2, 3, "nobody", 4);
+     }},
+    {"an update of a file that cannot be opened",
+     [] {
+         const TestProject project;
+         Host(EUploadEnv::None, "/nowhere/m1.kv").op.slotUpdateGeneralOneValue(1, "is_uploaded", 1, "m1");
+     }},
+    {"a breakpoint in a `*.db` file",
+     [] {
+         const TestProject project;
+         Q_EMIT Host(EUploadEnv::None, project.path("v.db")).slotUpdateBreakpoint(1, 2, 3, "m1", 4);
+     }},
+    {"messages of a mission without a row",
+     [] {
+         const FlightProject project;
+         ScriptedServer server;
+         SetServerIP(server.url());
+         project.run("INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('nobody')");
+         look(EUploadEnv::WholeProject);
      }},
     {"a quote in a mission's id", [] { update("is_uploaded", "it's"); }},
     {"an id that is there already",
@@ -147,6 +254,34 @@ const QMap<QString, std::function<void()>> Mistakes = {
          QVERIFY(foreign.open() && !foreign.exec("BEGIN EXCLUSIVE").lastError().isValid());
          CKvDataBase::SetLockWait(10);
          write("id TEXT", "flight_mission", project.db);
+         CKvDataBase::SetLockWait(30000);
+     }},
+    {"a mission file made beside a lock",
+     [] {
+         const TestProject project;
+         const QString file = project.file("m1/flight.kv");
+         CKvDataBase foreign(file);
+         QVERIFY(foreign.open() && foreign.transaction());
+         CKvDataBase::SetLockWait(10);
+         CreateMissionFile(file);
+         CKvDataBase::SetLockWait(30000);
+     }},
+    {"a file that is locked while an upload looks for rows",
+     [] {
+         const FlightProject project;
+         CKvDataBase foreign(project.db);
+         QVERIFY(foreign.open() && !foreign.exec("BEGIN EXCLUSIVE").lastError().isValid());
+         CKvDataBase::SetLockWait(10);
+         look(EUploadEnv::WholeProject);
+         CKvDataBase::SetLockWait(30000);
+     }},
+    {"a file that is locked when an operator is constructed",
+     [] {
+         const TestProject project;
+         CKvDataBase foreign(project.file("m1/flight.kv"));
+         QVERIFY(foreign.open() && foreign.transaction());
+         CKvDataBase::SetLockWait(10);
+         const Host host(EUploadEnv::None);
          CKvDataBase::SetLockWait(30000);
      }},
     {"a full disk",
@@ -169,6 +304,13 @@ const QMap<QString, std::function<void()>> Mistakes = {
      }},
     {"nothing listens at the address", [] { post("http://127.0.0.1:9"); }},
     {"an unknown host", [] { post("http://nowhere.invalid"); }},
+    {"a certificate that is not trusted",
+     [] {
+         TlsServer server;
+         server.listen(QHostAddress::LocalHost);
+         post("https://127.0.0.1:" + QByteArray::number(server.serverPort()));
+     }},
+    {"an answer after 20 s", [] { postTwice("/first", "/second"); }},
     {"TLS against a plain port",
      [] {
          QTcpServer server;
@@ -198,8 +340,23 @@ const QMap<QString, std::function<void()>> Mistakes = {
      }},
     {"a download without a scheme", [] { download<CKvDownLoadObject>("elsewhere/file"); }},
     {"no program for downloads", [] { external("", "TmpData"); }},
-    {"no folder for downloads", [] { external("gone", "elsewhere"); }},
-    {"a program that fails", [] { external("gone", "TmpData"); }},
+    {"no folder for downloads", [] { external("exit 1", "elsewhere"); }},
+    {"a program that fails", [] { external("echo gone $1 >&2", "TmpData"); }},
+    {"a program that is killed", [] { external("kill -9 $$", "TmpData"); }},
+    {"a second download while the program runs", [] { external("read line", "TmpData", 2); }},
+    {"a log file on a full disk",
+     [] {
+         Logger::instance().setLogFile("/dev/full");
+         Logger::instance().write(Level::Warn, "first warning");
+         Logger::instance().write(Level::Warn, "second warning");
+     }},
+    {"a file that another thread has open (debug builds)",
+     [] {
+         const FlightProject project;
+         CKvDataBase database(project.db);
+         QVERIFY(database.open());
+         std::thread([&database] { database.exec("SELECT 1"); }).join();
+     }},
     {"another thread (debug builds)",
      [] {
          const TestProject project;
@@ -211,7 +368,8 @@ const QMap<QString, std::function<void()>> Mistakes = {
 /// Those that end the process, or need a folder of programs of their own.
 bool needsProcess(const QString& mistake)
 {
-    return mistake.contains("program") || mistake.contains("folder for") || mistake.contains("thread");
+    static const QRegularExpression names("program|folder for|thread|log file");
+    return mistake.contains(names);
 }
 
 /// What a copy of this program writes to its standard error while it makes a mistake.
@@ -232,12 +390,20 @@ QStringList linesOfChild(const QString& mistake)
 
 QRegularExpression pattern(const QString& line)
 {
-    static const QRegularExpression names("FILE|URL|PATH");
+    static const QRegularExpression names("FILE|URL|SERVER|PATH");
     QString text = QRegularExpression::escape(line);
     text.replace(QRegularExpression::escape("…"), ".*").replace(names, "\\S+");
     return QRegularExpression(text + '$');
 }
 } // namespace
+
+/// Takes the place of the C library's clock, so that an hour passes at once.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    time->tv_sec += clock == CLOCK_MONOTONIC ? secondsAhead : 0;
+    return result;
+}
 
 class tst_silence : public QObject
 {
@@ -293,23 +459,114 @@ private Q_SLOTS:
         QCOMPARE(TestProject::waiting(project.db), 0);
     }
 
-    /// Failures as fast as they come, with a success here and there and other words each time.
-    void anOutageIsFewLines()
+    /// Four endpoints refuse, now with these words and now with others, and some requests go well.
+    void anHourOfOutageIsFewLines()
     {
         ScriptedServer server;
-        server.script = [&server](const PostedRequest&) {
+        server.script = [&server](const PostedRequest& request) {
             const int n = server.requests.size();
-            return n % 5 == 0
-                       ? ScriptedServer::accepted()
-                       : ScriptedServer::reply(QString(R"(500 {"status":500,"message":"t0k3n %1"})").arg(n));
+            const QString refusal = R"(500 {"status":%1,"message":"%2 t0k3n"})";
+            return n % 5 == 0 ? ScriptedServer::accepted()
+                              : ScriptedServer::reply(refusal.arg(400 + n % 7).arg(QString(request.path)));
         };
         const QStringList lines = loggedBy(Level::Warn, [&server] {
-            for (int i = 0; i < 200; ++i) {
-                post(server.url());
+            for (int minute = 0; minute < 60; ++minute) {
+                for (const char* kind : {"upload", "posupload", "uasstatusupload", "detailupload"}) {
+                    post(server.url(), QByteArray("/flight/") + kind);
+                }
+                secondsAhead += 60;
             }
         });
         QVERIFY2(!lines.isEmpty() && lines.size() < 10, lines.join('\n').toUtf8());
         QVERIFY(!lines.join('\n').contains(Token));
+    }
+
+    /// The end of what was wrong is told once, and what comes then is news; so is what was away for long.
+    void whatIsOverIsTold()
+    {
+        ScriptedServer server;
+        const auto toldAfter = [&server](int minutes, const QString& reply) {
+            secondsAhead += 60LL * minutes;
+            server.script = [reply](const PostedRequest&) { return ScriptedServer::reply(reply); };
+            return loggedBy(Level::Warn, [&server] { post(server.url()); }).join('\n').remove(server.url());
+        };
+        const QString disk = R"(200 {"status":500,"message":"disk"})";
+        const QString told = R"(3 /flight/upload: the server refuses the rows: status 500, "disk")";
+        const QString well = R"(200 {"status":0})";
+        QCOMPARE(toldAfter(0, disk), told);
+        QCOMPARE(toldAfter(12, disk), QString());
+        QCOMPARE(toldAfter(1, well), QString("3 : answers well again, after 13 min"));
+        QCOMPARE(toldAfter(0, well), QString());
+        QCOMPARE(toldAfter(0, disk), told);
+        QCOMPARE(toldAfter(61, disk), told); // not seen for so long
+    }
+
+    void aLateAnswerIsToldOfItsOwnUrl()
+    {
+        const QString lines = loggedBy(Level::Warn, [] { postTwice("/one", "/two"); }).join('\n');
+        QVERIFY2(lines.contains("/one: ") && !lines.contains("/two: "), lines.toUtf8());
+    }
+
+    /// Where the log file takes nothing, each warning is shown, and the reason once.
+    void aFullDiskLosesNoWarning()
+    {
+        const QStringList lines = linesOfChild("a log file on a full disk");
+        QCOMPARE(lines.filter("takes no lines").size(), 1);
+        QCOMPARE(lines.filter(QRegularExpression("(first|second) warning$")).size(), 2);
+    }
+
+    /// As long as nothing of its is under way.
+    void anOperatorMayMove()
+    {
+        const FlightProject project;
+        QThread thread;
+        thread.start();
+        auto* const host = new Host(EUploadEnv::None);
+        host->op.moveToThread(&thread);
+        QMetaObject::invokeMethod(&host->op, [&] {
+            host->op.SetFlightMissionFilePath(project.db);
+            host->op.SetFilghtMissionID("m1");
+            Q_EMIT host->slotWriteFlightMonitor("x");
+            delete host;
+            thread.quit();
+        });
+        QVERIFY(thread.wait(10000));
+        QCOMPARE(project.waiting("flight_monitor_detail_log"), 1);
+    }
+
+    void oneMistakeIsOneLine()
+    {
+        for (const char* const mistake :
+             {"no description file", "an empty description file", "a column without a type"}) {
+            secondsAhead += 1201; // other tests make them too
+            const QStringList lines = loggedBy(Level::Warn, Mistakes[mistake]);
+            QVERIFY2(lines.size() == 1, lines.join('\n').toUtf8());
+        }
+    }
+
+    /// Nor does Qt write a line for each record.
+    void aFileThatCannotBeOpenedIsFewLines()
+    {
+        const TestProject project;
+        const QString description = project.file("flight_mission.txt", "id TEXT");
+        QLoggingCategory::defaultCategory()->setEnabled(QtWarningMsg, true);
+        Logger& logger = Logger::instance(); // whose own handler comes back in the end
+        const QtMessageHandler before = qInstallMessageHandler(nullptr);
+        logger.captureQtMessages();
+        const QStringList lines = loggedBy(Level::Warn, [&description] {
+            Host host(EUploadEnv::None, "/nowhere/few.kv");
+            host.op.SetFilghtMissionID("m1");
+            for (int i = 0; i < 60; ++i) {
+                Q_EMIT host.slotWriteFlightMonitor("x");
+                Q_EMIT host.slotParseSingleJson({{"id", "m1"}}, description, "flight_mission");
+                Q_EMIT host.slotUpdateBreakpoint(1, 2, 3, "m1", 4);
+                host.op.slotUpdateGeneralOneValue(1, "is_uploaded", 1, "m1");
+            }
+        });
+        qInstallMessageHandler(before);
+        QCOMPARE(lines.filter("120 records were not stored and are lost").size(), 1);
+        QCOMPARE(lines.filter("is lost").size(), 2); // the breakpoint, the value
+        QVERIFY2(lines.size() == 4, lines.join('\n').toUtf8());
     }
 };
 

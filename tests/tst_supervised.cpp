@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "support/Foreign.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 
@@ -158,6 +159,45 @@ private Q_SLOTS:
         }
         QCOMPARE(rows.removeDuplicates(), 0);
         QCOMPARE(rows.size(), 2 * 3 * (1 + 2 + 1 + 3));
+    }
+
+    /// Another program holds a file while the second of its missions is sent, for longer than is waited:
+    /// marks are not made, rows not found, and the timer has stopped.
+    void lockedInMidChain_data()
+    {
+        QTest::addColumn<bool>("byItself");
+        QTest::newRow("flightdesk") << false;
+        QTest::newRow("by itself") << true;
+    }
+    void lockedInMidChain()
+    {
+        QFETCH(bool, byItself);
+        constexpr int LockWait = 100;
+        CKvDataBase::SetLockWait(LockWait);
+        std::unique_ptr<Foreign> foreign;
+        QSet<QString> accepted;
+        m_server->script = [&](const PostedRequest& request) {
+            for (const QString& id : request.ids()) {
+                accepted.insert(request.path + id);
+            }
+            if (m_server->requests.size() == 5) {
+                foreign = std::make_unique<Foreign>("exclusive",
+                                                    m_files[request.ids().value(0).startsWith('a') ? 0 : 1]);
+                QTimer::singleShot(5 * LockWait, m_server.get(), [&foreign] { foreign.reset(); });
+            }
+            return ScriptedServer::accepted();
+        };
+        if (byItself) {
+            const SupervisedHost host(m_files);
+            const QSignalSpy rearmed(&host.supervisor, &UploadSupervisor::rearmed);
+            QTRY_VERIFY_WITH_TIMEOUT(!foreign && host.waiting() == 0, 60000);
+            QVERIFY(rearmed.count() == 1 || rearmed.count() == 2);
+        } else {
+            uploadByFlightdesk();
+        }
+        CKvDataBase::SetLockWait(30000);
+        QCOMPARE(TestProject::waiting(m_files[0]) + TestProject::waiting(m_files[1]), 0);
+        QCOMPARE(accepted.size(), 2 * 3 * (1 + 2 + 1 + 3));
     }
 
     /// The files that a pass comes to next cannot be opened, while it lasts or for good.

@@ -12,6 +12,8 @@
 namespace
 {
 constexpr quint32 Foreign = 0x9C41; // in no public definition
+/// As a ground station sent it in 2015. Today's message of that id is longer.
+const QByteArray Former = QByteArray::fromHex("fe0500ff008effffffff016537");
 
 /// A MAVLink 2 frame, its payload's last zeros cut off.
 QByteArray frame2(quint32 id, quint8 extra, const QByteArray& payload, int sequence, bool isSigned = false)
@@ -30,7 +32,7 @@ QByteArray frame2(quint32 id, quint8 extra, const QByteArray& payload, int seque
     return frame + char(crc & 0xFF) + char(crc >> 8) + (isSigned ? QByteArray(13, 'S') : QByteArray());
 }
 
-/// A flight's frames, of both versions, signed ones and such of an unknown message among them.
+/// A flight's frames, of both versions, signed ones and such of unknown messages among them.
 QList<QByteArray> mixedFrames(int minutes)
 {
     QList<QByteArray> frames;
@@ -40,13 +42,14 @@ QList<QByteArray> mixedFrames(int minutes)
         const auto message = mavlink::decode(frame.bytes);
         const quint8 extra = mavlink::factsOf(message->id)->extra;
         frames.append(kind == 7       ? frame2(Foreign, 99, frame.bytes.mid(1), kind)
+                      : kind == 60    ? Former
                       : kind % 3 == 0 ? frame.bytes
                                       : frame2(message->id, extra, message->payload, kind, kind % 3 == 1));
     }
     return frames;
 }
 
-/// Flights as text: "1(" begins the first one, its frames are the letters behind "1", ")" ends it.
+/// Flights as text: the vehicle, the letters of the frames before and in the flight, and why it ended.
 class Flights : public FlightSplitter::Sink
 {
 public:
@@ -90,42 +93,34 @@ private Q_SLOTS:
         const auto unsignedPart = [](const QByteArray& frame) {
             return mavlink::isSigned(frame) ? frame.chopped(13) : frame; // no checksum covers the rest
         };
-        QList<QByteArray> whole, sound, found;
+        const auto frames = mixedFrames(20);
+        QList<QByteArray> found;
+        QVector<int> whole; // 1: came as it was sent
         FrameReader reader;
-        for (const QByteArray& frame : mixedFrames(20)) {
+        for (const QByteArray& frame : frames) {
             QByteArray sent;
-            int damagedAt = frame.size();
-            for (int i = 0; i < frame.size(); ++i) {
+            for (const char byte : frame) {
                 const auto fate = random() % 600;
-                sent += fate == 0   ? QByteArray(1, char(random())) + frame[i]
+                sent += fate == 0   ? QByteArray(1, char(random())) + byte
                         : fate == 1 ? QByteArray()
-                        : fate == 2 ? QByteArray(1, char(uchar(frame[i]) ^ (1U << random() % 8)))
-                                    : QByteArray(1, frame[i]);
-                damagedAt = fate == 1 || fate == 2 || (fate == 0 && i > 0) ? qMin(damagedAt, i) : damagedAt;
+                        : fate == 2 ? QByteArray(1, char(uchar(byte) ^ (1U << random() % 8)))
+                                    : QByteArray(1, byte);
             }
-            if (damagedAt == frame.size()) {
-                whole.append(frame);
-            }
-            if (damagedAt >= unsignedPart(frame).size()) {
-                sound.append(unsignedPart(frame));
-            }
+            whole.append(sent == frame ? 1 : 0);
             reader.feed(sent);
             found += readAll(&reader);
         }
-        auto nextSound = sound.cbegin();
-        auto nextWhole = whole.cbegin();
+        auto next = frames.cbegin();
         int undamaged = 0;
         for (const QByteArray& frame : qAsConst(found)) {
-            nextSound = std::find(nextSound, sound.cend(), unsignedPart(frame));
-            QVERIFY2(nextSound != sound.cend(), frame.toHex());
-            ++nextSound;
-            const auto at = std::find(nextWhole, whole.cend(), frame);
-            if (at != whole.cend()) {
-                nextWhole = at + 1;
-                ++undamaged;
-            }
+            next = std::find_if(next, frames.cend(), [&](const QByteArray& sent) {
+                return unsignedPart(sent) == unsignedPart(frame);
+            });
+            QVERIFY2(next != frames.cend(), frame.toHex());
+            undamaged += whole[int(next - frames.cbegin())];
+            ++next;
         }
-        QVERIFY(undamaged >= whole.size() * 0.99);
+        QVERIFY(undamaged >= whole.count(1) * 0.99);
     }
     void readsStreamsAndDatagrams()
     {
@@ -145,7 +140,7 @@ private Q_SLOTS:
         QList<QByteArray> found;
         for (int i = 0; i < frames.size(); ++i) {
             for (const QByteArray& datagram :
-                 {frames[i], i % 100 == 50 ? frames[i].chopped(1) : QByteArray()}) {
+                 {frames[i], i % 100 == 90 ? frames[i].chopped(1) : QByteArray()}) {
                 reader.feed(datagram); // nothing continues in the next one
                 reader.endOfDatagram();
                 found += readAll(&reader);
@@ -241,7 +236,7 @@ private Q_SLOTS:
                 }
             }
             const qint64 lost = qAbs(last - clock - (i - 1) * 1000000LL);
-            QVERIFY2(lost <= 5000000 * leaps.size(), qPrintable(QString::number(lost)));
+            QVERIFY2(lost <= 5000000LL * leaps.size(), qPrintable(QString::number(lost)));
         }
     }
 };

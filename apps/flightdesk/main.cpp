@@ -18,6 +18,8 @@ int main(int argc, char* argv[])
          {"station", "Record what aircraft tell over radio and network, and upload it.", runStation},
          {"upload", "Upload all that waits.", runUpload},
          {"status", "Show what is recorded, uploaded and waiting.", runStatus},
+         {"export", "Write flights as files for other programs.", runExport},
+         {"logbook", "List the flights with place, times and sums.", runLogbook},
          {"fetch", "Download a file.", runFetch},
          {"--screenshot", nullptr, takeScreenshots, makePictureApplication}});
 }

@@ -77,10 +77,10 @@ bool CKvControl::IsNetWorkConnected()
     const QString strHost = QUrl::fromEncoded(GetServerIP()).host();
     const bool bReachable = CanReach(strHost);
     if (bReachable) {
-        WellAgain(strHost);
+        TellWellAgain(KvHost(), strHost, strHost, QStringLiteral("a network leads there again"));
     } else if (!strHost.isEmpty()) {
         WarnOnce(KvHost(), strHost,
-                 QStringLiteral("no network leads there; nothing is uploaded until one does"));
+                 QStringLiteral("no network leads there; nothing is uploaded until one does"), strHost);
     }
     return bReachable;
 }

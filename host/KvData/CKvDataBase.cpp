@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "KvData.h"
 #include "KvLocks.h"
+#include "KvOwnThread.h"
 #include "KvPatience.h"
 #include "KvTrouble.h"
 #include "KvWarnings.h"
@@ -10,6 +11,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QUuid>
 #include <QtCore/QVariant>
+#include <QtSql/QSqlDriver>
 #include <QtSql/QSqlError>
 
 #include <algorithm>
@@ -20,7 +22,6 @@
 namespace
 {
 // Milliseconds
-constexpr int VisitLockWait = 1000;
 constexpr int KnownLockWait = 20; // for a visit to a file that is known to be locked
 constexpr int LockPoll = 5;
 std::atomic<int> g_nFlightLockWait{30000};
@@ -48,7 +49,7 @@ int LockWait(const QString& strFile)
         return g_nFlightLockWait;
     }
     return std::min<int>(g_nFlightLockWait,
-                         IsInTrouble(ETrouble::Writing, strFile) ? KnownLockWait : VisitLockWait);
+                         IsInTrouble(ETrouble::Writing, strFile) ? KnownLockWait : CKvPatience::Visits);
 }
 
 /// What is wrong with a path that SQLite would take, or explain worse; empty when nothing is.
@@ -83,17 +84,19 @@ bool IsForGood(const QSqlError& error)
            nCode == Authorization || nCode == NoDatabase;
 }
 
-/// An upload looks into a video mission's file for what only flights have.
-bool LacksTableByDesign(const QString& strFile, const QSqlError& error)
+/// An upload looks into a video mission's file for what only flights have. A breakpoint, which reads the
+/// flight's document, does not belong there.
+bool LacksTableByDesign(const QString& strFile, const QString& sql, const QSqlError& error)
 {
-    return strFile.endsWith(QLatin1String(".db")) &&
+    return strFile.endsWith(QLatin1String(".db")) && !sql.contains(QLatin1String("flight_mission_data")) &&
            error.databaseText().startsWith(QLatin1String("no such table"));
 }
 } // namespace
 
 CKvDataBase::CKvDataBase(const QString& databaseName)
     : m_database(QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QUuid::createUuid().toString()))
-    , m_pPatience(new CKvPatience(LockWait(databaseName)))
+    , m_pPatience(
+          new CKvPatience(LockWait(databaseName), databaseName.isEmpty() ? nullptr : &CKvPatience::OfVisits))
 {
     m_database.setDatabaseName(databaseName);
 }
@@ -101,6 +104,7 @@ CKvDataBase::CKvDataBase(const QString& databaseName)
 CKvDataBase::~CKvDataBase()
 {
     close();
+    _CountWaits();
     const QString strConnection = m_database.connectionName();
     m_database = QSqlDatabase();
     QSqlDatabase::removeDatabase(strConnection);
@@ -114,6 +118,8 @@ void CKvDataBase::SetLockWait(int nMilliseconds)
 
 QSqlDatabase* CKvDataBase::DBInstance()
 {
+    KV_ON_THREAD(m_pThread);
+    _CountWaits();
     // For the caller's own statements. Preparing one reads the file if opening it could not.
     _SetBusyTimeout(m_nSettled < SafeToWrite ? 0 : m_pPatience->Left());
     return &m_database;
@@ -121,6 +127,7 @@ QSqlDatabase* CKvDataBase::DBInstance()
 
 bool CKvDataBase::open()
 {
+    KV_ON_THREAD(m_pThread);
     const QString strFile = m_database.databaseName();
     if (isOpen()) {
         if (strFile == m_strOpenFile) {
@@ -134,6 +141,7 @@ bool CKvDataBase::open()
         strTrouble = _SetUp();
     }
     if (strTrouble.isEmpty()) {
+        m_pThread = QThread::currentThread();
         m_strOpenFile = strFile;
         ClearTrouble(ETrouble::Opening, strFile);
         return true;
@@ -181,7 +189,9 @@ bool CKvDataBase::isOpen() const
 
 void CKvDataBase::close()
 {
+    KV_ON_THREAD(m_pThread);
     m_database.close();
+    m_pThread.clear();
     m_strOpenFile.clear();
     m_bInTransaction = false;
     m_bToldReadOnly = false;
@@ -197,19 +207,26 @@ QSqlError CKvDataBase::_Run(const QString& sql) const
 
 QSqlQuery CKvDataBase::exec(const QString& sql) const
 {
+    KV_ON_THREAD(m_pThread);
     QSqlQuery query(m_database);
     query.setForwardOnly(true);
+    if (!isOpen()) { // why, is told; Qt would write a line for each statement
+        return query;
+    }
     const auto run = [&query, &sql] {
         query.exec(sql);
         return query.lastError();
     };
     if (m_bInTransaction) { // in which nobody else is waited for
         run();
+    } else if (IsBusy(_Insist(run))) { // to who reads, it looks as if nothing were there
+        ReportTrouble(ETrouble::Reading, m_strOpenFile,
+                      QStringLiteral("cannot be read now: ") + query.lastError().databaseText());
     } else {
-        _Insist(run);
+        ClearTrouble(ETrouble::Reading, m_strOpenFile);
     }
     const QSqlError error = query.lastError();
-    if (error.isValid() && !LacksTableByDesign(m_strOpenFile, error)) {
+    if (error.isValid() && !LacksTableByDesign(m_strOpenFile, sql, error)) {
         WarnRefused(m_strOpenFile, sql, error);
     }
     return query;
@@ -220,6 +237,7 @@ QSqlQuery CKvDataBase::exec(const QString& sql) const
 /// it tell a wait from long work.
 QSqlError CKvDataBase::_Insist(const std::function<QSqlError()>& run) const
 {
+    _CountWaits();
     const int nPatience = m_pPatience->Left();
     _SetBusyTimeout(std::min(LockPoll, nPatience));
     QElapsedTimer waited;
@@ -239,8 +257,19 @@ QSqlError CKvDataBase::_Insist(const std::function<QSqlError()>& run) const
     }
 }
 
+/// What CreateTable() has waited.
+void CKvDataBase::_CountWaits() const
+{
+    const int nWaited = m_database.driver()->property(WaitedProperty).toInt();
+    if (nWaited > 0) {
+        m_database.driver()->setProperty(WaitedProperty, 0);
+        m_pPatience->Spend(nWaited);
+    }
+}
+
 bool CKvDataBase::transaction()
 {
+    KV_ON_THREAD(m_pThread);
     if (!isOpen()) {
         return false;
     }
@@ -306,6 +335,7 @@ void CKvDataBase::_ReportNotBegun(const QSqlError& error)
 
 bool CKvDataBase::commit()
 {
+    KV_ON_THREAD(m_pThread);
     if (!m_bInTransaction) {
         return false; // transaction() has said why
     }

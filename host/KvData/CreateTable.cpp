@@ -4,6 +4,7 @@
 #include "KvLocks.h"
 #include "KvWarnings.h"
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QVariant>
 #include <QtSql/QSqlDriver>
 #include <QtSql/QSqlQuery>
@@ -36,6 +37,8 @@ public:
         if (m_bBusy) {
             StopWaiting();
         }
+        QElapsedTimer waited;
+        waited.start();
         QSqlQuery query(m_database);
         query.setForwardOnly(true);
         if (query.prepare(sql)) {
@@ -45,6 +48,10 @@ public:
             query.exec();
         }
         m_bBusy = IsBusy(query.lastError());
+        if (m_bBusy) {
+            const int nWaited = m_database.driver()->property(WaitedProperty).toInt();
+            m_database.driver()->setProperty(WaitedProperty, nWaited + static_cast<int>(waited.elapsed()));
+        }
         return query;
     }
 
@@ -112,7 +119,15 @@ bool CreateTable(const QString& table, const QString& contents, QSqlDatabase* da
 bool CreateMissionFile(const QString& path)
 {
     CKvDataBase database(path);
-    return database.open() && CreateMissionTables(database.DBInstance());
+    if (!database.open()) {
+        return false;
+    }
+    if (CreateMissionTables(database.DBInstance())) {
+        return true;
+    }
+    // Another program may have held the file, which this tells if it still does.
+    const bool bCreated = database.transaction() && CreateMissionTables(database.DBInstance());
+    return database.commit() && bCreated;
 }
 
 bool CreateMissionTables(QSqlDatabase* database)

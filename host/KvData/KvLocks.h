@@ -15,3 +15,7 @@ inline bool IsBusy(const QSqlError& error)
     constexpr int Busy = 5;
     return ResultCode(error) == Busy;
 }
+
+/// Property of a driver: milliseconds that statements have waited for a lock in vain, of which its
+/// CKvDataBase does not know yet.
+constexpr const char* WaitedProperty = "kvWaited";

@@ -6,11 +6,21 @@
 
 #include <algorithm>
 
-CKvPatience::CKvPatience(int nMilliseconds) : m_nWhole(nMilliseconds), m_nLeft(nMilliseconds) {}
+CKvPatience::CKvPatience(int nMilliseconds, CKvPatience* (*pCommon)())
+    : m_pCommon(pCommon), m_nWhole(nMilliseconds), m_nLeft(nMilliseconds)
+{
+}
+
+CKvPatience* CKvPatience::OfVisits()
+{
+    thread_local CKvPatience common(Visits);
+    return &common;
+}
 
 int CKvPatience::Left() const
 {
-    return _LeftBefore(0);
+    const int nLeft = _LeftBefore(0);
+    return m_pCommon ? std::min(nLeft, m_pCommon()->Left()) : nLeft;
 }
 
 /// What was left before a wait that has ended just now: waiting itself gives nothing back.
@@ -24,6 +34,9 @@ int CKvPatience::_LeftBefore(qint64 nMilliseconds) const
 
 void CKvPatience::Spend(qint64 nMilliseconds)
 {
+    if (m_pCommon) {
+        m_pCommon()->Spend(nMilliseconds);
+    }
     const int nMost = std::max(0, m_nWhole - 1); // so that some of it counts as spent
     m_nLeft = static_cast<int>(std::clamp<qint64>(_LeftBefore(nMilliseconds) - nMilliseconds, 0, nMost));
     m_sinceSpent.start();

@@ -4,13 +4,15 @@
 #include <QtCore/QString>
 
 /// What a file refuses.
-enum class ETrouble { Opening, Writing };
+enum class ETrouble { Opening, Writing, Reading };
 
-/// Tells the log what keeps a mission file from being used, at level Error: once, and again only when the
-/// words change or the file has been well in between. Connections come and go, so the process remembers.
+/// Tells the log what keeps a mission file from being used, at level Error, or Warn where it cannot be read
+/// for now: once, and again only when the words change, or when the file has been well in between and twenty
+/// minutes have passed, with the number of times until then. Connections come and go, so the process
+/// remembers.
 void ReportTrouble(ETrouble eTrouble, const QString& strFile, const QString& strText);
 
-/// The file opens, or takes rows.
+/// The file opens, takes rows, or is read.
 void ClearTrouble(ETrouble eTrouble, const QString& strFile);
 
 bool IsInTrouble(ETrouble eTrouble, const QString& strFile);

@@ -15,14 +15,25 @@ Q_DECLARE_LOGGING_CATEGORY(KvHost)    // "kv.host": what the host has set, or ha
 Q_DECLARE_LOGGING_CATEGORY(KvNetwork) // "kv.network": servers and downloads
 Q_DECLARE_LOGGING_CATEGORY(KvSql)     // "kv.sql": mission files and table descriptions
 
-/// Tells what is wrong with something, in the form "about: text". The same is told again only if the thing
-/// has been well in between, and not within twenty minutes, in which three texts about a thing are told at
-/// most: a server that refuses each second request is one that refuses, with whatever words.
-void WarnOnce(const QLoggingCategory& category, const QString& strAbout, const QString& strText);
+/// Tells what is wrong with something, in the form "about: text". The same is told again only if it was over
+/// in between, or has not been seen for twenty minutes. Within an hour three such lines about a thing are
+/// told; texts that differ only from their first quotation mark on count together.
+///
+/// \param strWhole  what it is a part of, as a URL is of its server: then all texts about that whole count
+///                  together, and the same text is told of one part only
+void WarnOnce(const QLoggingCategory& category, const QString& strAbout, const QString& strText,
+              const QString& strWhole = {});
 
-/// Nothing is wrong with it (any more).
+/// Nothing is wrong with it any more.
 void WellAgain(const QString& strAbout);
 
-/// Tells of a statement that SQLite refused, at the first, tenth, hundredth, ... time. One that found the
-/// file locked is not refused, and is told elsewhere.
+/// Nothing is wrong with a part of a whole, or with the whole itself, any more: "whole: news, after 12 min",
+/// once that was the last that was wrong with it. Such lines count with the warnings; one more than of these
+/// is told, so that an hour has four lines about a thing at most.
+void TellWellAgain(const QLoggingCategory& category, const QString& strWhole, const QString& strAbout,
+                   const QString& strNews);
+
+/// Tells of a statement that SQLite refused, at the first, tenth, hundredth, ... time; after twenty minutes
+/// without it, it is the first again. One that found the file locked is not refused, and is told elsewhere,
+/// as is a description that makes no statement.
 void WarnRefused(const QString& strFile, const QString& strSql, const QSqlError& error);

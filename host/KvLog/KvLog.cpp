@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "KvLog.h"
+#include "KvLog/KvSecret.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QMutex>
 #include <QtCore/QMutexLocker>
-#include <QtCore/QStringList>
+#include <QtCore/QVector>
 
 #include <spdlog/logger.h>
 #include <spdlog/sinks/rotating_file_sink.h>
@@ -15,11 +16,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
+#include <string>
+#include <utility>
 
 namespace
 {
-constexpr int ShortestSecret = 4;
-
 spdlog::level::level_enum SpdlogLevel(Level level)
 {
     static_assert(static_cast<int>(Level::Error) == spdlog::level::err, "the levels must match spdlog's");
@@ -79,22 +80,51 @@ void SortQtMessage(QtMsgType type, const QMessageLogContext& context, const QStr
         pOther(type, context, text);
     }
 }
+thread_local bool t_bFailed = false; // the last line of this thread has not reached the file
+
+std::shared_ptr<spdlog::logger> StandardError()
+{
+    auto sink = std::make_shared<spdlog::logger>("stderr", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+    sink->set_level(spdlog::level::trace);
+    return sink;
+}
 } // namespace
 
-struct Logger::Private {
+struct Q_DECL_HIDDEN Logger::Private {
+    void Put(spdlog::logger& to, Level level, const QString& line);
+    void TellFailure(const std::string& error);
+
     std::atomic<Level> threshold{Level::Warn};
+    std::atomic<bool> bStandardError{true};
+    std::atomic<bool> bToldFailure{false};
     QMutex mutex; // guards what follows
     std::shared_ptr<spdlog::logger> sink;
     bool bToFile = false;
-    bool bStandardError = true;
     std::shared_ptr<const Listener> listener;
-    QStringList secrets;
+    QVector<CKvSecret> secrets;
 };
+
+/// A warning that the file does not take goes to standard error.
+void Logger::Private::Put(spdlog::logger& to, Level level, const QString& line)
+{
+    t_bFailed = false;
+    to.log(SpdlogLevel(level), line.toStdString());
+    if (t_bFailed && bStandardError && level >= Level::Warn) {
+        StandardError()->log(SpdlogLevel(level), line.toStdString());
+    }
+}
+
+void Logger::Private::TellFailure(const std::string& error)
+{
+    t_bFailed = true;
+    if (bStandardError && !bToldFailure.exchange(true)) {
+        StandardError()->warn("The log file takes no lines, warnings are shown here: {}", error);
+    }
+}
 
 Logger::Logger() : d(new Private)
 {
-    d->sink = std::make_shared<spdlog::logger>("stderr", std::make_shared<spdlog::sinks::stderr_sink_mt>());
-    d->sink->set_level(spdlog::level::trace);
+    d->sink = StandardError();
 }
 
 Logger::~Logger()
@@ -140,9 +170,11 @@ bool Logger::setLogFile(const QString& path, qint64 maxBytes, int files)
         auto sink = std::make_shared<spdlog::logger>("file", std::move(file));
         sink->set_level(spdlog::level::trace);
         sink->flush_on(spdlog::level::info);
+        sink->set_error_handler([this](const std::string& error) { d->TellFailure(error); });
         const QMutexLocker lock(&d->mutex);
         d->sink = std::move(sink);
         d->bToFile = true;
+        d->bToldFailure = false;
     } catch (const spdlog::spdlog_ex& error) {
         write(Level::Warn,
               QStringLiteral("Log file \"%1\" refused: %2").arg(path, QString::fromLocal8Bit(error.what())));
@@ -164,18 +196,19 @@ void Logger::captureQtMessages()
 
 void Logger::setStandardError(bool on)
 {
-    const QMutexLocker lock(&d->mutex);
     d->bStandardError = on;
 }
 
 void Logger::addSecret(const QString& text)
 {
     const QMutexLocker lock(&d->mutex);
-    if (text.size() >= ShortestSecret && !d->secrets.contains(text)) {
+    const auto isText = [&text](const CKvSecret& secret) { return secret.Text() == text; };
+    if (std::none_of(d->secrets.cbegin(), d->secrets.cend(), isText)) {
         // The longest first: another may be its beginning.
-        const auto shorter = std::find_if(d->secrets.begin(), d->secrets.end(),
-                                          [&text](const QString& s) { return s.size() < text.size(); });
-        d->secrets.insert(shorter, text);
+        const auto shorter =
+            std::find_if(d->secrets.begin(), d->secrets.end(),
+                         [&text](const CKvSecret& secret) { return secret.Text().size() < text.size(); });
+        d->secrets.insert(shorter, CKvSecret(text));
     }
 }
 
@@ -183,8 +216,8 @@ QString Logger::printable(const QString& line) const
 {
     QString clean = WithoutControlCharacters(line);
     const QMutexLocker lock(&d->mutex);
-    for (const QString& secret : qAsConst(d->secrets)) {
-        clean.replace(secret, QLatin1String("***")); // a server may send back what it was sent
+    for (const CKvSecret& secret : qAsConst(d->secrets)) {
+        secret.Hide(clean); // a server may send back what it was sent
     }
     return clean;
 }
@@ -206,7 +239,7 @@ void Logger::write(Level level, const QString& line)
     }
     // Both are called without the lock: a listener may write a line itself.
     if (sink) {
-        sink->log(SpdlogLevel(level), clean.toStdString());
+        d->Put(*sink, level, clean);
     }
     if (listener) {
         (*listener)(level, clean);

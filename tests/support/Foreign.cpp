@@ -16,7 +16,7 @@ namespace
 int countedSleep(sqlite3_vfs*, int microseconds)
 {
     t_slept += microseconds;
-    if (t_slept > 10000 && t_whileWaiting) {
+    if (t_slept > 4000 && t_whileWaiting) {
         std::exchange(t_whileWaiting, nullptr)();
     }
     return usleep(static_cast<useconds_t>(microseconds));

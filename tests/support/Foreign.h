@@ -11,7 +11,7 @@ struct sqlite3_stmt;
 /// What the calling thread has waited for locks, in microseconds: what SQLite asked its file system to sleep,
 /// once countSleeps() has run. It is counted and not measured, so that a busy machine changes nothing.
 extern thread_local qint64 t_slept;
-/// Run once, after the first 10 ms of a wait.
+/// Run once, after the first 4 ms of a wait.
 extern thread_local std::function<void()> t_whileWaiting;
 
 void countSleeps();

@@ -33,6 +33,12 @@ CommandLine::~CommandLine()
 
 void CommandLine::takes(const QString& name, const QString& description, const QString& syntax)
 {
+    mayTake(name, description, syntax);
+    m_positionalNeeded = true;
+}
+
+void CommandLine::mayTake(const QString& name, const QString& description, const QString& syntax)
+{
     m_parser.addPositionalArgument(name, description, syntax);
     m_positional = name;
 }
@@ -50,10 +56,11 @@ std::optional<int> CommandLine::read(const QStringList& arguments)
     if (m_scope == Scope::Project && project().isEmpty()) {
         return refuse(QStringLiteral("--project is missing"));
     }
-    if (m_positional.isEmpty() != positionals().isEmpty()) {
-        return refuse(m_positional.isEmpty()
-                          ? QStringLiteral("unexpected argument: %1").arg(positionals().constFirst())
-                          : QStringLiteral("%1 is missing").arg(m_positional));
+    if (m_positional.isEmpty() && !positionals().isEmpty()) {
+        return refuse(QStringLiteral("unexpected argument: %1").arg(positionals().constFirst()));
+    }
+    if (m_positionalNeeded && positionals().isEmpty()) {
+        return refuse(QStringLiteral("%1 is missing").arg(m_positional));
     }
     return m_scope == Scope::Window ? std::nullopt : setUpLog();
 }

@@ -26,6 +26,8 @@ public:
 
     /// What stands behind the options, as in "LOG...".
     void takes(const QString& name, const QString& description, const QString& syntax);
+    /// The same where it may be left out, as in "[MISSION...]".
+    void mayTake(const QString& name, const QString& description, const QString& syntax);
 
     /// Reads the arguments and sets up the log.
     /// \return the exit code when the command ends here, after its help or an error
@@ -52,4 +54,5 @@ private:
     std::optional<Console> m_console;
     QObject m_mainThread; ///< lines of the log from other threads wait here for their turn
     QString m_positional; ///< name of what stands behind the options, empty when nothing does
+    bool m_positionalNeeded = false;
 };

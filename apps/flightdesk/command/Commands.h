@@ -39,4 +39,6 @@ int runSimulate(const QStringList& arguments);
 int runStation(const QStringList& arguments);
 int runUpload(const QStringList& arguments);
 int runStatus(const QStringList& arguments);
+int runExport(const QStringList& arguments);
+int runLogbook(const QStringList& arguments);
 int runFetch(const QStringList& arguments);

@@ -12,7 +12,7 @@ namespace
 constexpr int RetryInterval = 1000; // milliseconds
 }
 
-Link::Link(const LinkSpec& spec) : m_spec(spec)
+Link::Link(LinkSpec spec) : m_spec(std::move(spec))
 {
     m_retry.setSingleShot(true);
     connect(&m_retry, &QTimer::timeout, this, &Link::open);

@@ -36,7 +36,7 @@ Q_SIGNALS:
     void received(const QByteArray& bytes);
 
 protected:
-    explicit Link(const LinkSpec& spec);
+    explicit Link(LinkSpec spec);
 
     /// Opens the link; noteUp() or noteDown() follows.
     virtual void attempt() = 0;

@@ -7,7 +7,7 @@
 
 namespace
 {
-constexpr qint64 SendBuffer = 4 * 1024; // what is not sent soon is not worth sending
+constexpr qint64 SendBuffer = 4LL * 1024; // what is not sent soon is not worth sending
 }
 
 SerialLink::SerialLink(const LinkSpec& spec) : Link(spec)

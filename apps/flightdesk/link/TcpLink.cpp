@@ -7,7 +7,7 @@ namespace
 constexpr int ConnectTimeout = 2000;
 constexpr int SilenceTimeout = 3000; // a vehicle says something each second
 constexpr int FirstTimeout = 60000;  // or nothing, before it is spoken to
-constexpr qint64 SendBuffer = 64 * 1024;
+constexpr qint64 SendBuffer = 64LL * 1024;
 } // namespace
 
 TcpLink::TcpLink(const LinkSpec& spec) : Link(spec)

@@ -8,7 +8,6 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QVariant>
-#include <QtSql/QSqlError>
 #include <QtSql/QSqlRecord>
 
 #include <algorithm>
@@ -18,6 +17,11 @@ namespace
 const char* const TablesSql = "SELECT name FROM sqlite_master WHERE type = 'table'";
 const char* const AttachSql = "ATTACH '%1' AS ledger";
 const char* const MissionsSql = "SELECT * FROM %1";
+const char* const ColumnsSql = "PRAGMA table_info(%1)";
+const char* const LastRowSql = "(SELECT max(rowid) FROM %1)";
+const char* const MissionAtEndsSql = "SELECT flight_mission_id FROM %1 WHERE rowid IN "
+                                     "((SELECT min(rowid) FROM %1), (SELECT max(rowid) FROM %1))";
+const char* const WaitingSql = "SELECT count(*) FROM %1 WHERE is_uploaded = 0 AND %2 = '%3'";
 const char* const CountSql = "SELECT %1, count(*), total(is_uploaded = 1), total(is_uploaded = 0), %3 "
                              "FROM %2 t GROUP BY 1";
 const char* const AcceptedSql = "total(EXISTS (SELECT 1 FROM ledger.\"row\" r "
@@ -86,12 +90,81 @@ void MissionFile::read(const QString& sql, const RowReader& row)
     m_readable = !query.lastError().isValid();
 }
 
+QSqlError MissionFile::readSome(const QString& sql, const std::function<bool(const QSqlQuery&)>& row)
+{
+    QSqlQuery query = m_database.exec(sql);
+    while (query.next()) {
+        if (!row(query)) {
+            return {};
+        }
+    }
+    return query.lastError();
+}
+
+QStringList MissionFile::columns(const QString& table)
+{
+    QStringList names;
+    readSome(QString::fromLatin1(ColumnsSql).arg(table), [&names](const QSqlQuery& row) {
+        names.append(row.record().value("name"_l1).toString());
+        return true;
+    });
+    return names;
+}
+
+QHash<QString, qint64> MissionFile::lastRows()
+{
+    QStringList tables{PosDataTableName, UasStatusTableName, FlightLogTableName};
+    QStringList values;
+    for (QString& table : tables) {
+        values.append(hasTable(table) ? QString::fromLatin1(LastRowSql).arg(table) : QStringLiteral("0"));
+    }
+    QHash<QString, qint64> rows;
+    read(QStringLiteral("SELECT ") + values.join(QLatin1Char(',')), [&](const QSqlQuery& row) {
+        for (int i = 0; i < tables.size(); ++i) {
+            rows.insert(tables.at(i), row.value(i).toLongLong());
+        }
+    });
+    return rows;
+}
+
+QVector<MissionCount> MissionFile::missions()
+{
+    QVector<MissionCount> missions;
+    readMissions(FlightMissionTableName, &missions);
+    readMissions(FlightVideoTableName, &missions);
+    readEnds(&missions);
+    for (const QString& table : {PosDataTableName, UasStatusTableName, FlightLogTableName}) {
+        if (hasTable(table)) {
+            readSome(QString::fromLatin1(MissionAtEndsSql).arg(table), [&missions](const QSqlQuery& row) {
+                missionIn(&missions, row.value(0).toString());
+                return true;
+            });
+        }
+    }
+    return missions;
+}
+
+qint64 MissionFile::waiting(const QString& missionId)
+{
+    QString quoted = missionId;
+    quoted.replace(QLatin1Char('\''), QLatin1String("''"));
+    qint64 rows = 0;
+    for (const QString& kind : QStringList(FlightVideoTableName) + MissionFormat::flight().uploadKinds) {
+        if (hasTable(kind)) {
+            read(QString::fromLatin1(WaitingSql).arg(kind, missionColumn(kind), quoted),
+                 [&rows](const QSqlQuery& row) { rows += row.value(0).toLongLong(); });
+        }
+    }
+    return rows;
+}
+
 QVector<MissionCount> MissionFile::count(bool withLedger)
 {
     QVector<MissionCount> missions;
     for (const QString& table : {FlightMissionTableName, FlightVideoTableName}) {
         readMissions(table, &missions);
     }
+    readEnds(&missions);
     for (const QString& kind : QStringList(FlightVideoTableName) + MissionFormat::flight().uploadKinds) {
         if (hasTable(kind)) {
             countKind(kind, withLedger, &missions);
@@ -113,6 +186,26 @@ void MissionFile::readMissions(const QString& table, QVector<MissionCount>* miss
         mission.aircraft = fields.value("aircraft"_l1).toString();
         mission.startedAt = fields.value("started_at"_l1).toString();
         mission.breakpoint = breakpointIn(fields);
+        mission.clockOffset = fields.value("clock_offset"_l1).toDouble();
+    });
+}
+
+void MissionFile::readEnds(QVector<MissionCount>* missions)
+{
+    if (!hasTable(FlightCompleteTableName)) {
+        return;
+    }
+    read(QString::fromLatin1(MissionsSql).arg(FlightCompleteTableName), [missions](const QSqlQuery& row) {
+        const QSqlRecord fields = row.record();
+        const QString id = fields.value("flight_mission_id"_l1).toString();
+        for (MissionCount& mission : *missions) {
+            if (mission.id == id) {
+                mission.completedAt = fields.value("completed_at"_l1).toString();
+                mission.result = fields.value("result"_l1).toString();
+                const QString offset = fields.value("clock_offset"_l1).toString();
+                mission.clockOffset = offset.isEmpty() ? mission.clockOffset : offset.toDouble();
+            }
+        }
     });
 }
 

@@ -5,9 +5,11 @@
 
 #include <KvData.h>
 
+#include <QtCore/QHash>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
+#include <QtSql/QSqlError>
 
 #include <functional>
 
@@ -48,6 +50,9 @@ struct MissionCount {
     QString startedAt;   ///< ISO 8601 in UTC
     bool hasRow = false; ///< rows of a mission without a row of its own are never sent
     std::optional<Breakpoint> breakpoint;
+    double clockOffset = 0; ///< seconds from the recorder's clock to the vehicle's own
+    QString completedAt;    ///< ISO 8601 in UTC; empty while it is recorded, or when that broke off
+    QString result;
     QVector<KindCount> kinds;
 };
 
@@ -65,10 +70,20 @@ public:
 
     using RowReader = std::function<void(const QSqlQuery&)>;
     void read(const QString& sql, const RowReader& row);
+    /// Reads for as long as `row` returns true. An error leaves the file readable: other rows may be sound.
+    QSqlError readSome(const QString& sql, const std::function<bool(const QSqlQuery&)>& row);
+    QStringList columns(const QString& table);
+    /// Of each table the row that was the last one at one and the same moment.
+    QHash<QString, qint64> lastRows();
 
     /// Every mission's rows, kind by kind.
     /// \param withLedger  count accepted rows; attachLedger() has been called
     QVector<MissionCount> count(bool withLedger);
+    /// The missions without their rows, of which there may be millions. One that has no row of its own is
+    /// found where a table begins or ends with its rows.
+    QVector<MissionCount> missions();
+    /// Rows of a mission that wait for upload.
+    qint64 waiting(const QString& missionId);
 
     /// The breakpoint of a flight mission, if it has one.
     std::optional<Breakpoint> breakpoint(const QString& missionId);
@@ -80,6 +95,7 @@ public:
 
 private:
     void readMissions(const QString& table, QVector<MissionCount>* missions);
+    void readEnds(QVector<MissionCount>* missions);
     void countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions);
 
     CKvDataBase m_database;

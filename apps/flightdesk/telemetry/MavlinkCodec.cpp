@@ -41,14 +41,17 @@ bool isWhole(const QByteArray& frame)
     return frame.size() >= PrefixLength && frameLength(frame.constData()) == frame.size();
 }
 
-/// Whether no sender would give the frame its length or flags. Version 2 may have fields that are newer than
-/// the table, and cuts off zeros.
-bool isOdd(const QByteArray& frame, const Header& header, const MessageFacts& facts)
+/// Whether the message is the table's: other definitions may use its id. Version 2 cuts off zeros, and may
+/// have fields that are newer than the table.
+bool isKnown(const Header& header, const MessageFacts* facts)
 {
-    if (header.length == Header1) {
-        return header.payload < facts.least || header.payload > facts.most;
-    }
-    return (at(frame.constData(), 2) & ~SignedFlag) != 0;
+    return facts &&
+           (header.length == Header2 || (header.payload >= facts->least && header.payload <= facts->most));
+}
+
+bool hasUnknownFlags(const QByteArray& frame, const Header& header)
+{
+    return header.length == Header2 && (at(frame.constData(), 2) & ~SignedFlag) != 0;
 }
 } // namespace
 
@@ -87,11 +90,11 @@ Soundness judge(const QByteArray& frame)
     }
     const Header header = headerOf(frame);
     const MessageFacts* facts = factsOf(header.id);
-    if (!facts) {
-        return Soundness::Unknown;
-    }
-    if (isOdd(frame, header, *facts)) {
+    if (hasUnknownFlags(frame, header)) {
         return Soundness::Damaged;
+    }
+    if (!isKnown(header, facts)) {
+        return Soundness::Unknown;
     }
     const int end = header.length + header.payload;
     const auto expected = qFromLittleEndian<quint16>(frame.constData() + end);

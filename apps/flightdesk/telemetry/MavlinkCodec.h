@@ -36,7 +36,7 @@ struct Message {
 
 enum class Soundness {
     Sound,
-    Unknown, ///< a message that is not in the table; its checksum cannot be told
+    Unknown, ///< a message that is not in the table, or not with that length; its checksum cannot be told
     Damaged, ///< wrong in its checksum, or such as no sender makes it
 };
 
