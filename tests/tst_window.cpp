@@ -534,12 +534,16 @@ private Q_SLOTS:
         desk.goTo(2);
         desk.click("Simulate"); // at ten times its speed
         const int port = desk.listen()->link().section(':', -1).toInt();
-        const Swarm swarm(qEnvironmentVariableIntValue("KV_VEHICLES"), quint16(port));
+        const int vehicles = qEnvironmentVariableIntValue("KV_VEHICLES");
+        const Swarm swarm(vehicles, quint16(port));
+        QTRY_COMPARE(desk.window.session().flights()->rowCount(), 1 + vehicles);
         desk.window.uploadPage()->setServer(server.url);
         desk.window.uploadPage()->signIn("t");
         desk.window.gaps().restart();
         MissionModel& missions = *desk.window.session().missions();
         QTRY_VERIFY_WITH_TIMEOUT(missions.backlog(false).settled > rows, 300000);
+        desk.click("Disconnect");
+        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Connect..."), Long);
         QTest::setBenchmarkResult(desk.window.gaps().longestMilliseconds(), QTest::WalltimeMilliseconds);
     }
 };

@@ -114,26 +114,33 @@ void LiveStation::say(const QString& words)
 
 QString LiveStation::text() const
 {
+    if (m_state == State::Off) {
+        return tr("Connect to vehicles to record them while they fly.");
+    }
     if (m_state == State::Ending) {
         return tr("Ending the flights in the air.");
     }
     QStringList parts;
+    if (isWordy()) {
+        parts.append(m_words);
+    }
     for (const LinkState& link : m_links) {
         parts.append(link.up
                          ? tr("%1: %2 frames, %3 lost")
                                .arg(link.text, QLocale().toString(link.frames), QLocale().toString(link.lost))
                          : tr("%1: down").arg(link.text));
     }
-    QString text = parts.join(QStringLiteral("; "));
-    if (!m_words.isEmpty() && !m_sinceSaid.hasExpired(Lasting)) {
-        text += QLatin1Char('\n') + m_words;
-    }
-    return text;
+    return parts.join(QStringLiteral("; "));
+}
+
+bool LiveStation::isWordy() const
+{
+    return m_state == State::On && !m_words.isEmpty() && !m_sinceSaid.hasExpired(Lasting);
 }
 
 bool LiveStation::hasTrouble() const
 {
     const bool isDown =
         std::any_of(m_links.cbegin(), m_links.cend(), [](const LinkState& link) { return !link.up; });
-    return isDown || (!m_words.isEmpty() && !m_sinceSaid.hasExpired(Lasting));
+    return m_state == State::On && (isDown || isWordy());
 }

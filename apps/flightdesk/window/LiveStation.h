@@ -25,7 +25,7 @@ public:
     void end();
     State state() const { return m_state; }
 
-    /// How the links are, and what has to be known, in a line each.
+    /// How the links are, behind what has to be known.
     QString text() const;
     bool hasTrouble() const;
 
@@ -41,6 +41,7 @@ private:
     void open(const Project& project, const StationOptions& options);
     void follow();
     void say(const QString& words);
+    bool isWordy() const;
     void setState(State state);
 
     QThread m_thread;

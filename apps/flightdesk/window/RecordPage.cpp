@@ -67,6 +67,9 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     auto* const layout = new QVBoxLayout(this);
     layout->addLayout(makeControls());
     layout->addWidget(m_station);
+    // Always one line: with more or less room for them all plots would be drawn at once.
+    m_station->setWordWrap(false);
+    m_station->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     layout->addWidget(splitter, 1);
 
     connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
@@ -157,8 +160,8 @@ void RecordPage::showStation()
     const bool isOff = station.state() == LiveStation::State::Off;
     m_connect->setText(isOff ? tr("C&onnect...") : tr("Disc&onnect"));
     m_connect->setEnabled(isOff || station.state() == LiveStation::State::On);
-    m_station->setVisible(!isOff);
     m_station->say(station.text(), station.hasTrouble());
+    m_station->setToolTip(station.text());
 }
 
 void RecordPage::recordLogs(const QStringList& paths)
