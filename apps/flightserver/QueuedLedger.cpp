@@ -133,7 +133,7 @@ void QueuedLedger::storeSome(Store& store)
     }
 }
 
-void QueuedLedger::note(Store& store, const std::vector<Portion>& portions,
+void QueuedLedger::note(const Store& store, const std::vector<Portion>& portions,
                         std::chrono::duration<double> time)
 {
     const auto failed = std::find_if(portions.begin(), portions.end(), [](const Portion& portion) {

@@ -51,7 +51,7 @@ private:
     void storeSome(Store& store);
     std::vector<Portion> takeSome(Queue& taken);
     Portion portionOf(Open& open, Turn& room) const;
-    void note(Store& store, const std::vector<Portion>& portions, std::chrono::duration<double> time);
+    void note(const Store& store, const std::vector<Portion>& portions, std::chrono::duration<double> time);
     void settle(std::unique_ptr<Open> open, Portion& portion);
     void answerProbes(Store& store);
     void noteTrouble(const std::string& words);

@@ -178,7 +178,7 @@ private:
         QJsonObject facts;
     };
 
-    void add(Flight& flight, const FlightFigures& figures)
+    void add(const Flight& flight, const FlightFigures& figures)
     {
         m_lines.append({figures.start, texts(flight, figures), facts(flight, figures)});
         m_byAircraft[flight.mission().aircraft].add(figures);

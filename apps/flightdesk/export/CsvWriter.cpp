@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "export/Csv.h"
-#include "export/FlightWriter.h"
+#include "export/FormatWriter.h"
 
 namespace
 {
@@ -10,7 +10,7 @@ QString text(double number, int decimals)
 }
 
 /// A line for each position, also where no place is known: the rest of it may be.
-class CsvWriter : public FlightWriter
+class CsvWriter : public FormatWriter
 {
 public:
     explicit CsvWriter(QIODevice& device) : m_device(device)
@@ -44,7 +44,7 @@ private:
 };
 } // namespace
 
-std::unique_ptr<FlightWriter> makeCsvWriter(QIODevice& device)
+std::unique_ptr<FormatWriter> makeCsvWriter(QIODevice& device)
 {
     return std::make_unique<CsvWriter>(device);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "export/FlightWriter.h"
+#include "export/FormatWriter.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QSaveFile>
@@ -28,7 +28,7 @@ private:
 
     QSaveFile m_file;
     QFile m_output;
-    std::unique_ptr<FlightWriter> m_writer;
+    std::unique_ptr<FormatWriter> m_writer;
 };
 
 /// What is missing of a flight, in words; empty when nothing is.

@@ -137,11 +137,10 @@ void Flight::statuses(const std::function<void(const FlightStatus&)>& take)
 bool Flight::read(const QVector<QVariant>& row, FlightPoint* point) const
 {
     point->msec = corrected(timeOf(row));
-    double* const values[] = {&point->lng,         &point->lat,   &point->alt,
-                              &point->relativeAlt, &point->speed, &point->heading};
     bool sound = point->msec != flightTime::Unknown;
     int column = 1;
-    for (double* const value : values) {
+    for (double* const value :
+         {&point->lng, &point->lat, &point->alt, &point->relativeAlt, &point->speed, &point->heading}) {
         sound = number(row.at(column++), value) && sound;
     }
     if (std::isnan(point->lng) || std::isnan(point->lat)) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "export/FlightWriter.h"
+#include "export/FormatWriter.h"
 #include "telemetry/Latin1.h"
 
 #include <QtCore/QJsonArray>
@@ -66,7 +66,7 @@ QByteArray type(const Survey& survey)
 }
 
 /// A collection with a feature for each flight. Lines end at the antimeridian and go on beyond it.
-class GeoJsonWriter : public FlightWriter
+class GeoJsonWriter : public FormatWriter
 {
 public:
     explicit GeoJsonWriter(QIODevice& device) : m_device(device)
@@ -160,7 +160,7 @@ private:
 };
 } // namespace
 
-std::unique_ptr<FlightWriter> makeGeoJsonWriter(QIODevice& device)
+std::unique_ptr<FormatWriter> makeGeoJsonWriter(QIODevice& device)
 {
     return std::make_unique<GeoJsonWriter>(device);
 }

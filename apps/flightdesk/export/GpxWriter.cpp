@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "export/FlightWriter.h"
+#include "export/FormatWriter.h"
 #include "export/XmlText.h"
 #include "telemetry/Latin1.h"
 
@@ -8,7 +8,7 @@
 
 namespace
 {
-class GpxWriter : public FlightWriter
+class GpxWriter : public FormatWriter
 {
 public:
     explicit GpxWriter(QIODevice& device) : m_xml(&device)
@@ -73,7 +73,7 @@ private:
 };
 } // namespace
 
-std::unique_ptr<FlightWriter> makeGpxWriter(QIODevice& device)
+std::unique_ptr<FormatWriter> makeGpxWriter(QIODevice& device)
 {
     return std::make_unique<GpxWriter>(device);
 }

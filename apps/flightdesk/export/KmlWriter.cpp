@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "export/FlightWriter.h"
+#include "export/FormatWriter.h"
 #include "export/XmlText.h"
 #include "telemetry/Latin1.h"
 
@@ -19,7 +19,7 @@ QString coordinates(const FlightPoint& point, QChar separator)
     return text;
 }
 
-class KmlWriter : public FlightWriter
+class KmlWriter : public FormatWriter
 {
 public:
     explicit KmlWriter(QIODevice& device) : m_xml(&device)
@@ -165,7 +165,7 @@ private:
 };
 } // namespace
 
-std::unique_ptr<FlightWriter> makeKmlWriter(QIODevice& device)
+std::unique_ptr<FormatWriter> makeKmlWriter(QIODevice& device)
 {
     return std::make_unique<KmlWriter>(device);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "export/FlightWriter.h"
+#include "export/FormatWriter.h"
 #include "telemetry/MavlinkCodec.h"
 #include "telemetry/VehicleTracker.h"
 
@@ -62,7 +62,7 @@ private:
 };
 
 /// The telemetry log as it came: records of a time stamp and a frame.
-class TlogWriter : public FlightWriter
+class TlogWriter : public FormatWriter
 {
 public:
     explicit TlogWriter(QIODevice& device) : m_device(device) {}
@@ -96,7 +96,7 @@ private:
 };
 } // namespace
 
-std::unique_ptr<FlightWriter> makeTlogWriter(QIODevice& device)
+std::unique_ptr<FormatWriter> makeTlogWriter(QIODevice& device)
 {
     return std::make_unique<TlogWriter>(device);
 }

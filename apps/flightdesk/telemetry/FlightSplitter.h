@@ -57,7 +57,7 @@ public:
         virtual void ended(int flight, const QString& reason) = 0;
     };
 
-    FlightSplitter(Sink& sink, SplitRule rule = {}) : m_sink(sink), m_rule(std::move(rule)) {}
+    explicit FlightSplitter(Sink& sink, SplitRule rule = {}) : m_sink(sink), m_rule(std::move(rule)) {}
 
     void take(const TelemetryFrame& frame, int link);
     /// Time goes on without a frame. To be called about once a second where links may fall silent.
