@@ -167,7 +167,7 @@ private Q_SLOTS:
                 }
             }
             QCOMPARE(int(quality.lost()), 2 * lost);
-            QCOMPARE(int(quality.sender(2, 1).lost), lost);
+            QCOMPARE(int(quality.sender(2).lost), lost);
         }
     }
     void cutsFlights()

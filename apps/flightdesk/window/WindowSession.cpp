@@ -29,6 +29,7 @@ WindowSession::WindowSession() : m_breakpoints(m_feed), m_uploader(m_feed)
             Q_EMIT tokenRejected();
         }
     });
+    followStation();
     m_downloadThread.start();
 }
 
@@ -39,10 +40,33 @@ WindowSession::~WindowSession()
     m_downloadThread.wait();
 }
 
+void WindowSession::followStation()
+{
+    connect(&m_station, &LiveStation::looked, &m_flights, &FlightModel::noteVehicles);
+    connect(&m_station, &LiveStation::sampled, this, [this](const QVector<VehicleSamples>& vehicles) {
+        for (const VehicleSamples& vehicle : vehicles) {
+            m_flights.addVehicleSamples(vehicle);
+            Q_EMIT sampled(FlightModel::numberOf(vehicle.link, vehicle.system));
+        }
+    });
+    connect(&m_station, &LiveStation::ended, this, [this](const RecordedFlight& flight) {
+        m_flights.noteEnded(flight);
+        m_breakpoints.noteRecorded(flight);
+    });
+    connect(&m_station, &LiveStation::changed, this, [this] {
+        if (m_station.state() == LiveStation::State::Off) {
+            m_flights.removeVehicles();
+        }
+    });
+}
+
 void WindowSession::openProject(const QString& path, bool make)
 {
     if (m_recorders.isBusy()) {
         throw Failure(tr("Flights are being recorded. Cancel them, or wait until they are done."));
+    }
+    if (m_station.state() != LiveStation::State::Off) {
+        throw Failure(tr("Vehicles are being recorded. Disconnect first."));
     }
     const Project project = make ? Project::make(path) : Project::open(path);
     m_uploader.stop();
@@ -87,6 +111,11 @@ void WindowSession::record(const FlightTask& task)
 void WindowSession::cancelRecording(int row)
 {
     m_recorders.cancel(m_flights.flightAt(row));
+}
+
+void WindowSession::connectLinks(const QStringList& links, bool heartbeat)
+{
+    m_station.begin(*m_project, links, heartbeat);
 }
 
 void WindowSession::signIn(const QString& server, const QString& token)
