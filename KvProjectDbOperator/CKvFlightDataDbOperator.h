@@ -232,13 +232,13 @@ private:
     bool _IsBare(const QString& strFile) const;
     bool _MakeTables();
     void _CloseDataBase();
-    bool _Store(const std::function<void()>& write);
-    void _KeepRecords(const QJsonArray& jsonArray, const QString& sql,
+    bool _Store(const QString& strTable, const std::function<void()>& write);
+    void _KeepRecords(const QJsonArray& jsonArray, const QString& strTable, const QString& sql,
                       const std::function<void(const QJsonArray&)>& write);
-    void _Keep(int nRows, qint64 nBytes, const std::function<void()>& write);
+    void _Keep(const QString& strTable, int nRows, qint64 nBytes, const std::function<void()>& write);
     bool _Transact(const std::function<void()>& write);
-    void _WriteKept();
-    void _WriteKept(CKvDataBase& database);
+    bool _WriteKept();
+    bool _WriteKept(CKvDataBase& database, const QString& strFile);
     void _EmitUnderLock(const std::function<void()>& emitSignal);
 
     // Upload pipeline, in the order in which it runs
