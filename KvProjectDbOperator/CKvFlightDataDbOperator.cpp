@@ -163,19 +163,37 @@ bool CKvFlightDataDbOperator::_PointDataBaseAt(const QString& strFile)
 {
     _CloseDataBase();
     m_pDataBase->DBInstance()->setDatabaseName(strFile);
+    m_bWasThere = false;
     return _EnsureOpen();
 }
 
+/// A file that has gone since it was last open is not made anew: an empty one would be in the way of putting
+/// it back.
 bool CKvFlightDataDbOperator::_EnsureOpen()
 {
     if (m_pDataBase->isOpen()) {
         return true;
     }
+    if (m_bWasThere && !QFileInfo(m_pDataBase->databaseName()).isFile()) {
+        _WarnNoTables();
+        return false;
+    }
     const bool bOpen = m_pDataBase->open();
     if (bOpen) {
+        m_bWasThere = true;
         _MakeTables();
     }
     return bOpen;
+}
+
+void CKvFlightDataDbOperator::_WarnNoTables() const
+{
+    const QString strFile = m_pDataBase->databaseName();
+    WarnOnce(KvSql(), strFile,
+             QFileInfo(strFile).isFile()
+                 ? QStringLiteral("has no tables; records wait in memory for them")
+                 : QStringLiteral("is not there any more; records wait in memory for a file with tables"),
+             strFile);
 }
 
 bool CKvFlightDataDbOperator::_IsBare(const QString& strFile) const
@@ -246,12 +264,7 @@ bool CKvFlightDataDbOperator::_Store(const QString& strTable, const std::functio
                              }
                          });
     if (!bHasTable) {
-        const bool bThere = QFileInfo(strFile).isFile();
-        WarnOnce(KvSql(), strFile,
-                 bThere
-                     ? QStringLiteral("has no tables; records wait in memory for them")
-                     : QStringLiteral("is not there any more; records wait in memory for a file with tables"),
-                 strFile);
+        _WarnNoTables();
         return false;
     }
     if (bStored) {

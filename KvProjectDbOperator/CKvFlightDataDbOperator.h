@@ -229,6 +229,7 @@ private:
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
     bool _EnsureOpen();
+    void _WarnNoTables() const;
     bool _IsBare(const QString& strFile) const;
     bool _MakeTables();
     void _CloseDataBase();
@@ -309,5 +310,6 @@ private:
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     std::unique_ptr<CKvKeptBatches> m_pKept;
     QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
+    bool m_bWasThere = false;    // the file that the connection names, when it was last opened
     bool m_bRecorded = false;    // a message, since a scan last changed the file
 };

@@ -520,6 +520,21 @@ private Q_SLOTS:
         QCOMPARE(TestProject::text(bare, "SELECT count(*) FROM flight_monitor_detail_log"), QString("150"));
     }
 
+    /// A file that is moved away in a pause can be put back, as nothing has taken its name.
+    void movedAwayInPause()
+    {
+        const FlightProject project;
+        Recorder recorder(project.db);
+        recorder.write(10);
+        Q_EMIT recorder.slotStartUploadTimer(false);
+        QVERIFY(QFile::rename(project.db, project.db + ".away"));
+        recorder.write(10);
+        Q_EMIT recorder.slotStartUploadTimer(false);
+        QVERIFY(QFile::rename(project.db + ".away", project.db));
+        recorder.write(50);
+        QCOMPARE(project.text("SELECT count(*) FROM flight_monitor_detail_log"), QString("70"));
+    }
+
     /// A record that waits for its table holds up none of another table, nor an update.
     void oneTableIsMissing()
     {
