@@ -55,6 +55,29 @@ bool TakesRows(const QString& strFile)
     return info.isFile() && (info.size() > 0 || strFile.endsWith(QLatin1String(".db")));
 }
 
+/// What records for a table have to wait for: one of a mission file's own, in lower case. Nothing, where it
+/// is a host's own or the file is a video mission's, which lacks some for good.
+QString AwaitedTable(const QString& strFile, const QString& strTable)
+{
+    const QStringList listOwn{FlightMissionTableName, FlightLogTableName, UasStatusTableName,
+                              PosDataTableName, FlightCompleteTableName};
+    const bool bAwaited =
+        !strFile.endsWith(QLatin1String(".db")) && listOwn.contains(strTable, Qt::CaseInsensitive);
+    return bAwaited ? strTable.toLower() : QString();
+}
+
+/// The tables of the connection's file, in lower case.
+QSet<QString> TablesOf(const CKvDataBase& database)
+{
+    QSet<QString> setTable;
+    QSqlQuery query =
+        database.exec(QStringLiteral("SELECT name FROM sqlite_master WHERE type IN ('table', 'view')"));
+    while (query.next()) {
+        setTable.insert(query.value(0).toString().toLower());
+    }
+    return setTable;
+}
+
 } // namespace
 
 CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv)
@@ -79,7 +102,9 @@ CKvFlightDataDbOperator::~CKvFlightDataDbOperator()
     }
     if (!m_pKept->IsEmpty()) {
         CKvDataBase database{QString()}; // what the operator's own has waited before does not count here
-        _WriteKept(database);
+        for (const QString& strFile : m_pKept->Files()) {
+            _WriteKept(database, strFile);
+        }
     }
 }
 
@@ -138,19 +163,37 @@ bool CKvFlightDataDbOperator::_PointDataBaseAt(const QString& strFile)
 {
     _CloseDataBase();
     m_pDataBase->DBInstance()->setDatabaseName(strFile);
+    m_bWasThere = false;
     return _EnsureOpen();
 }
 
+/// A file that has gone since it was last open is not made anew: an empty one would be in the way of putting
+/// it back.
 bool CKvFlightDataDbOperator::_EnsureOpen()
 {
     if (m_pDataBase->isOpen()) {
         return true;
     }
+    if (m_bWasThere && !QFileInfo(m_pDataBase->databaseName()).isFile()) {
+        _WarnNoTables();
+        return false;
+    }
     const bool bOpen = m_pDataBase->open();
     if (bOpen) {
+        m_bWasThere = true;
         _MakeTables();
     }
     return bOpen;
+}
+
+void CKvFlightDataDbOperator::_WarnNoTables() const
+{
+    const QString strFile = m_pDataBase->databaseName();
+    WarnOnce(KvSql(), strFile,
+             QFileInfo(strFile).isFile()
+                 ? QStringLiteral("has no tables; records wait in memory for them")
+                 : QStringLiteral("is not there any more; records wait in memory for a file with tables"),
+             strFile);
 }
 
 bool CKvFlightDataDbOperator::_IsBare(const QString& strFile) const
@@ -196,32 +239,34 @@ void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightM
     if (strFlightMissionFilePath.endsWith(QLatin1String(".db")) &&
         !CreateVideoTables(m_pDataBase->DBInstance()) && _IsDataBaseOpen() &&
         !m_pKept->Has(strFlightMissionFilePath)) {
-        m_pKept->Keep(strFlightMissionFilePath, 0, 0,
+        m_pKept->Keep(strFlightMissionFilePath, {}, 0, 0,
                       [this] { CreateVideoTables(m_pDataBase->DBInstance()); });
     }
 }
 
 // Batches: what a file does not take now is kept until it does
 
-/// Runs what writes a batch in one transaction, after those that are kept for the file. False when nothing of
-/// it was stored, and it is to be kept.
-bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
+/// Runs what writes a batch for a table in one transaction, after those that are kept for the file. False
+/// when nothing of it was stored, and it is to be kept.
+bool CKvFlightDataDbOperator::_Store(const QString& strTable, const std::function<void()>& write)
 {
-    _WriteKept();
     const QString strFile = m_pDataBase->databaseName();
-    if (m_pKept->Has(strFile) || !m_pDataBase->isOpen()) {
+    if (!_WriteKept() || !m_pDataBase->isOpen()) {
         return false;
     }
-    if (!_MakeTables() || !TakesRows(strFile)) {
-        const bool bThere = QFileInfo(strFile).isFile();
-        WarnOnce(KvSql(), strFile,
-                 bThere
-                     ? QStringLiteral("has no tables; records wait in memory for them")
-                     : QStringLiteral("is not there any more; records wait in memory for a file with tables"),
-                 strFile);
+    _MakeTables();
+    bool bHasTable = TakesRows(strFile);
+    const bool bStored = bHasTable && _Transact([&] {
+                             const QString strAwaited = AwaitedTable(strFile, strTable);
+                             bHasTable = strAwaited.isEmpty() || TablesOf(*m_pDataBase).contains(strAwaited);
+                             if (bHasTable) {
+                                 write();
+                             }
+                         });
+    if (!bHasTable) {
+        _WarnNoTables();
         return false;
     }
-    const bool bStored = _Transact(write);
     if (bStored) {
         TellWellAgain(KvSql(), strFile, strFile, QStringLiteral("takes records again"));
     }
@@ -229,24 +274,27 @@ bool CKvFlightDataDbOperator::_Store(const std::function<void()>& write)
 }
 
 /// Keeps records, packed: as JSON values they would take several times the room.
-void CKvFlightDataDbOperator::_KeepRecords(const QJsonArray& jsonArray, const QString& sql,
+void CKvFlightDataDbOperator::_KeepRecords(const QJsonArray& jsonArray, const QString& strTable,
+                                           const QString& sql,
                                            const std::function<void(const QJsonArray&)>& write)
 {
     QByteArray packed = QCborArray::fromJsonArray(jsonArray).toCborValue().toCbor();
     packed.squeeze();
     constexpr int Description = 12; // what a batch knows of its columns, for each letter of its statement
-    _Keep(jsonArray.size(), packed.size() + Description * sql.size(),
+    _Keep(strTable, jsonArray.size(), packed.size() + Description * sql.size(),
           [packed, write] { write(QCborValue::fromCbor(packed).toArray().toJsonArray()); });
 }
 
 /// Keeps a batch for the file that the connection names. One for no file at all would wait for ever.
-void CKvFlightDataDbOperator::_Keep(int nRows, qint64 nBytes, const std::function<void()>& write)
+void CKvFlightDataDbOperator::_Keep(const QString& strTable, int nRows, qint64 nBytes,
+                                    const std::function<void()>& write)
 {
     if (m_pDataBase->databaseName().isEmpty()) {
         WarnOnce(KvHost(), QStringLiteral("no mission file"),
                  QStringLiteral("records are dropped; it is named with SetFlightMissionFilePath()"));
     } else {
-        m_pKept->Keep(m_pDataBase->databaseName(), nRows, nBytes, write);
+        const QString strFile = m_pDataBase->databaseName();
+        m_pKept->Keep(strFile, AwaitedTable(strFile, strTable), nRows, nBytes, write);
     }
 }
 
@@ -259,25 +307,31 @@ bool CKvFlightDataDbOperator::_Transact(const std::function<void()>& write)
     return m_pDataBase->commit();
 }
 
-/// Writes what is kept, hardly waiting for those who hold the files: one short wait for all of them.
-void CKvFlightDataDbOperator::_WriteKept()
+/// Writes what is kept, hardly waiting for those who hold the files: one short wait for all of them, and
+/// hardly any for one that is known to be held. False when the file that the connection names takes nothing
+/// now; what waits for a table of its own does not count.
+bool CKvFlightDataDbOperator::_WriteKept()
 {
-    if (!m_pKept->IsEmpty()) {
-        CKvDataBase visit(m_pKept->Files().constFirst());
-        _WriteKept(visit);
+    const QString strNamed = m_pDataBase->databaseName();
+    bool bTakes = true;
+    for (const QString& strFile : m_pKept->Files()) {
+        CKvDataBase visit(strFile);
+        bTakes = (_WriteKept(visit, strFile) || strFile != strNamed) && bTakes;
     }
+    return bTakes;
 }
 
-void CKvFlightDataDbOperator::_WriteKept(CKvDataBase& database)
+bool CKvFlightDataDbOperator::_WriteKept(CKvDataBase& database, const QString& strFile)
 {
     const QScopedValueRollback<CKvDataBase*> visiting(m_pDataBase, &database);
-    for (const QString& strFile : m_pKept->Files()) {
-        database.DBInstance()->setDatabaseName(strFile);
-        if ((TakesRows(strFile) || _IsBare(strFile)) && database.open() && _MakeTables()) {
-            m_pKept->HandOver(strFile,
-                              [this](const CKvKeptBatches::Write& write) { return _Transact(write); });
-        }
+    database.DBInstance()->setDatabaseName(strFile);
+    if (!(TakesRows(strFile) || _IsBare(strFile)) || !database.open()) {
+        return false;
     }
+    _MakeTables();
+    return m_pKept->HandOver(strFile, [this](const CKvKeptBatches::WriteInto& write) {
+        return _Transact([&] { write(TablesOf(*m_pDataBase)); });
+    });
 }
 
 QSqlError CKvFlightDataDbOperator::_write2DB(const QString& sql, const QString&, unsigned int)
@@ -336,8 +390,8 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
     const auto write = [this, description, strTable](const QList<QVariant>& listElement) {
         _InsertRecords(listElement, description, strTable);
     };
-    if (!_Store([&] { write(listRecord); })) {
-        _KeepRecords(jsonArray, description.InsertSql(strTable),
+    if (!_Store(strTable, [&] { write(listRecord); })) {
+        _KeepRecords(jsonArray, strTable, description.InsertSql(strTable),
                      [write](const QJsonArray& records) { write(ReadJsonArray(records)); });
     }
     _CloseDataBase();
@@ -427,8 +481,8 @@ void CKvFlightDataDbOperator::_InsertPositions(const QJsonArray& jsonArray,
         _WritePositions(records, description);
     };
     const QMutexLocker lock(&m_mutexDB);
-    if (!_Store([&] { write(jsonArray); })) {
-        _KeepRecords(jsonArray, description.InsertSql(PosDataTableName), write);
+    if (!_Store(PosDataTableName, [&] { write(jsonArray); })) {
+        _KeepRecords(jsonArray, PosDataTableName, description.InsertSql(PosDataTableName), write);
     }
 }
 
@@ -478,8 +532,8 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
         }
     };
     const QJsonArray records{jsonObject};
-    if (!_Store([&] { write(records); })) {
-        _KeepRecords(records, sql, write);
+    if (!_Store(strTableName, [&] { write(records); })) {
+        _KeepRecords(records, strTableName, sql, write);
     }
     m_mutexDB.unlock();
 }
@@ -560,7 +614,7 @@ void CKvFlightDataDbOperator::_WriteFlightMonitor2DB(QList<QSqlQuery>& listQuery
 
 void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
 {
-    const bool bStored = _Store([&] {
+    const bool bStored = _Store(FlightLogTableName, [&] {
         for (QSqlQuery& query : listQuery) {
             if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
                 CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
@@ -585,7 +639,8 @@ void CKvFlightDataDbOperator::_KeepFlightMonitor(const QByteArray& byte)
         listValue.append(_MonitorValue(column.strName, byte));
     }
     const CKvBoundInsert insert(m_pMonitorColumns->InsertSql(FlightLogTableName), listValue);
-    _Keep(1, insert.Bytes(), [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
+    _Keep(FlightLogTableName, 1, insert.Bytes(),
+          [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
 }
 
 void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQuery)
@@ -599,7 +654,7 @@ void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQue
         listInsert.append(CKvBoundInsert(query));
         nBytes += listInsert.constLast().Bytes();
     }
-    _Keep(listInsert.size(), nBytes, [this, listInsert] {
+    _Keep(FlightLogTableName, listInsert.size(), nBytes, [this, listInsert] {
         for (const CKvBoundInsert& insert : listInsert) {
             insert.Execute(*m_pDataBase->DBInstance());
         }

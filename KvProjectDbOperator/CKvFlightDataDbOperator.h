@@ -229,16 +229,17 @@ private:
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
     bool _EnsureOpen();
+    void _WarnNoTables() const;
     bool _IsBare(const QString& strFile) const;
     bool _MakeTables();
     void _CloseDataBase();
-    bool _Store(const std::function<void()>& write);
-    void _KeepRecords(const QJsonArray& jsonArray, const QString& sql,
+    bool _Store(const QString& strTable, const std::function<void()>& write);
+    void _KeepRecords(const QJsonArray& jsonArray, const QString& strTable, const QString& sql,
                       const std::function<void(const QJsonArray&)>& write);
-    void _Keep(int nRows, qint64 nBytes, const std::function<void()>& write);
+    void _Keep(const QString& strTable, int nRows, qint64 nBytes, const std::function<void()>& write);
     bool _Transact(const std::function<void()>& write);
-    void _WriteKept();
-    void _WriteKept(CKvDataBase& database);
+    bool _WriteKept();
+    bool _WriteKept(CKvDataBase& database, const QString& strFile);
     void _EmitUnderLock(const std::function<void()>& emitSignal);
 
     // Upload pipeline, in the order in which it runs
@@ -309,5 +310,6 @@ private:
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     std::unique_ptr<CKvKeptBatches> m_pKept;
     QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
+    bool m_bWasThere = false;    // the file that the connection names, when it was last opened
     bool m_bRecorded = false;    // a message, since a scan last changed the file
 };

@@ -64,13 +64,12 @@ void CKvFlightDataDbOperator::slotUpdateGeneralOneValue(const QVariant& cmd, con
                             .arg(key.toString())
                             .arg(QString::number(value.toInt()))
                             .arg(strFlightMissionID.toString());
-    _WriteKept(); // the row may be among it
     bool bDone = false;
-    const bool bStored = !m_pKept->Has(m_pDataBase->databaseName()) && _Transact([&] {
-        QSqlQuery update(*m_pDataBase->DBInstance());
-        bDone = update.exec(sql);
-        _WarnUnlessUpdated(update, strFlightMissionID.toString());
-    });
+    const bool bStored = _WriteKept() && _Transact([&] {
+                             QSqlQuery update(*m_pDataBase->DBInstance());
+                             bDone = update.exec(sql);
+                             _WarnUnlessUpdated(update, strFlightMissionID.toString());
+                         });
     if (!bStored) {
         WarnOnce(KvSql(), m_pDataBase->databaseName(),
                  QStringLiteral("took no update of flight mission \"%1\", which is lost")
@@ -95,10 +94,10 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
         return; // the lock stays held
     }
     _EnsureOpen();
-    _WriteKept(); // the mission's row may be among it
+    const bool bTakes = _WriteKept(); // the mission's row may be among it
     // To go on would update a row that is not there yet, or write an empty document, where a lock goes in
     // between.
-    if (m_pDataBase->isOpen() && (m_pKept->Has(m_pDataBase->databaseName()) || !m_pDataBase->transaction())) {
+    if (m_pDataBase->isOpen() && (!bTakes || !m_pDataBase->transaction())) {
         _AnswerBreakpoint(false);
         return;
     }

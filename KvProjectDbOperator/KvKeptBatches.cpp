@@ -3,12 +3,18 @@
 
 #include "KvData/KvWarnings.h"
 
+#include <algorithm>
 #include <numeric>
 
 namespace
 {
 constexpr qint64 MostBytes = 64LL * 1024 * 1024;
+
+bool IsFor(const QString& strTable, const QSet<QString>& setTable)
+{
+    return strTable.isEmpty() || setTable.contains(strTable);
 }
+} // namespace
 
 CKvKeptBatches::~CKvKeptBatches()
 {
@@ -22,7 +28,8 @@ CKvKeptBatches::~CKvKeptBatches()
     }
 }
 
-void CKvKeptBatches::Keep(const QString& strFile, int nRows, qint64 nBytes, const Write& write)
+void CKvKeptBatches::Keep(const QString& strFile, const QString& strTable, int nRows, qint64 nBytes,
+                          const Write& write)
 {
     if (m_nBytes > 0 && m_nBytes + nBytes > MostBytes) {
         if (!m_bFull) {
@@ -33,33 +40,46 @@ void CKvKeptBatches::Keep(const QString& strFile, int nRows, qint64 nBytes, cons
         return;
     }
     m_nBytes += nBytes;
-    m_mapBatch[strFile].append({nRows, nBytes, write});
+    m_mapBatch[strFile].append({strTable, nRows, nBytes, write});
 }
 
-void CKvKeptBatches::HandOver(const QString& strFile, const std::function<bool(const Write&)>& store)
+bool CKvKeptBatches::HandOver(const QString& strFile, const std::function<bool(const WriteInto&)>& store)
 {
-    for (int nBatches = 1; Has(strFile); nBatches = m_mapBatch.value(strFile).size()) {
-        const QList<SBatch> listBatch = m_mapBatch.value(strFile).mid(0, nBatches);
-        const bool bStored = store([&listBatch] {
+    int nLeft = 0; // those in front that go on waiting
+    for (int nBatches = 1; nBatches > 0; nBatches = m_mapBatch.value(strFile).size() - nLeft) {
+        const QList<SBatch> listBatch = m_mapBatch.value(strFile).mid(nLeft, nBatches);
+        QSet<QString> setTaken;
+        const bool bStored = store([&listBatch, &setTaken](const QSet<QString>& setTable) {
+            setTaken = setTable;
             for (const SBatch& batch : listBatch) {
-                batch.write();
+                if (IsFor(batch.strTable, setTable)) {
+                    batch.write();
+                }
             }
         });
         if (!bStored) {
-            return;
+            return false;
         }
-        _Forget(strFile, nBatches);
+        nLeft += _Forget(strFile, setTaken, nLeft, nBatches);
     }
+    return true;
 }
 
-void CKvKeptBatches::_Forget(const QString& strFile, int nBatches)
+/// Forgets what has gone into its table; returns how many batches have not.
+int CKvKeptBatches::_Forget(const QString& strFile, const QSet<QString>& setTable, int nFirst, int nBatches)
 {
     QList<SBatch>& listBatch = m_mapBatch[strFile];
-    for (int i = 0; i < nBatches; ++i) {
-        m_nBytes -= listBatch.takeFirst().nBytes;
-    }
+    const auto first = listBatch.begin() + nFirst;
+    const auto end = first + nBatches;
+    const auto stored = std::stable_partition(
+        first, end, [&setTable](const SBatch& batch) { return !IsFor(batch.strTable, setTable); });
+    const int nLeft = static_cast<int>(stored - first);
+    m_nBytes -= std::accumulate(stored, end, qint64{0},
+                                [](qint64 nSum, const SBatch& batch) { return nSum + batch.nBytes; });
+    m_bFull = m_bFull && stored == end;
+    listBatch.erase(stored, end);
     if (listBatch.isEmpty()) {
         m_mapBatch.remove(strFile);
     }
-    m_bFull = false;
+    return nLeft;
 }

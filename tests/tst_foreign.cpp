@@ -347,7 +347,8 @@ private Q_SLOTS:
         QVERIFY2(slept > 100 && slept < 1300, QByteArray::number(slept));
         QCOMPARE(lines.filter("may lack tables").size(), files.size());
         recorder->op.SetFlightMissionFilePath(files[0]);
-        recorder->write(50);
+        QCOMPARE(loggedBy(Level::Warn, [&] { recorder->write(50); }),
+                 QStringList("4 " + files[0] + ": cannot be written: database is locked"));
         foreign.clear();
         recorder->write(50);
         QCOMPARE(TestProject::text(files[0], "SELECT count(*) FROM flight_monitor_detail_log"),
@@ -480,18 +481,75 @@ private Q_SLOTS:
                  QStringList("3 " + project.db + ": cannot be read now: database is locked"));
     }
 
-    /// Records for a file without tables wait for them, which is said.
+    /// Records for a file without their table wait for it, whatever else the file has got meanwhile.
+    void noTables_data()
+    {
+        QTest::addColumn<QString>("action");
+        QTest::addColumn<QString>("sql");
+        QTest::newRow("empty") << ""
+                               << "";
+        QTest::newRow("no more by a breakpoint") << "breakpoint"
+                                                 << "";
+        QTest::newRow("no more by one value") << "one value"
+                                              << "";
+        QTest::newRow("another's") << ""
+                                   << "CREATE TABLE other(id)";
+        QTest::newRow("half made") << ""
+                                   << "CREATE TABLE flight_mission(id)";
+    }
     void noTables()
+    {
+        QFETCH(QString, action);
+        QFETCH(QString, sql);
+        Scene scene;
+        scene.recorder = std::make_unique<Recorder>(scene.project.db);
+        const QString bare = scene.project.file("bare/flight.kv");
+        scene.recorder->op.SetFlightMissionFilePath(bare);
+        const QStringList lines = loggedBy(Level::Warn, [&] {
+            if (!action.isEmpty()) {
+                actions().at(action)(scene);
+            }
+            scene.recorder->write(50);
+            TestProject::run(bare, sql.split(';', Qt::SkipEmptyParts));
+            scene.recorder->write(50);
+        });
+        QCOMPARE(lines.filter("wait in memory"),
+                 QStringList("3 " + bare + ": has no tables; records wait in memory for them"));
+        const CKvFlightDataDbOperator makesTables(nullptr, EUploadEnv::None);
+        scene.recorder->write(50);
+        QCOMPARE(TestProject::text(bare, "SELECT count(*) FROM flight_monitor_detail_log"), QString("150"));
+    }
+
+    /// A file that is moved away in a pause can be put back, as nothing has taken its name.
+    void movedAwayInPause()
     {
         const FlightProject project;
         Recorder recorder(project.db);
-        const QString bare = project.file("bare/flight.kv");
-        recorder.op.SetFlightMissionFilePath(bare);
-        QCOMPARE(loggedBy(Level::Warn, [&recorder] { recorder.write(50); }),
-                 QStringList("3 " + bare + ": has no tables; records wait in memory for them"));
-        const CKvFlightDataDbOperator makesTables(nullptr, EUploadEnv::None);
+        recorder.write(10);
+        Q_EMIT recorder.slotStartUploadTimer(false);
+        QVERIFY(QFile::rename(project.db, project.db + ".away"));
+        recorder.write(10);
+        Q_EMIT recorder.slotStartUploadTimer(false);
+        QVERIFY(QFile::rename(project.db + ".away", project.db));
         recorder.write(50);
-        QCOMPARE(TestProject::text(bare, "SELECT count(*) FROM flight_monitor_detail_log"), QString("100"));
+        QCOMPARE(project.text("SELECT count(*) FROM flight_monitor_detail_log"), QString("70"));
+    }
+
+    /// A record that waits for its table holds up none of another table, nor an update.
+    void oneTableIsMissing()
+    {
+        Scene scene;
+        scene.recorder = std::make_unique<Recorder>(scene.project.db);
+        scene.project.run("DROP TABLE pos_data");
+        actions().at("single record")(scene);
+        scene.recorder->write(50);
+        actions().at("one value")(scene);
+        QCOMPARE(scene.project.text("SELECT last_waypoint_index || ' ' || (SELECT count(*) FROM "
+                                    "flight_monitor_detail_log) FROM flight_mission"),
+                 QString("7 50"));
+        QVERIFY(CreateMissionFile(scene.project.db));
+        scene.recorder.reset();
+        QCOMPARE(scene.project.text("SELECT id FROM pos_data"), QString("p1"));
     }
 
     /// What cannot be stored is kept up to a limit; that it is reached is said once.
