@@ -254,7 +254,8 @@ private:
     bool _EmitInFlow(const std::function<void()>& emitSignal);
     void _GetFlightMissionFileInformation();
     void _QueueCurrentFile();
-    void _WarnIfRecording();
+    void _WarnIfElsewhere() const;
+    void _WarnIfNoMission() const;
     void _WarnIfNeverArmed() const;
     void _WarnOfOrphans() const;
     void _upload(const QString& strFile);
@@ -309,5 +310,6 @@ private:
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     std::unique_ptr<CKvKeptBatches> m_pKept;
     QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
-    bool m_bRecorded = false;    // a message, since a scan last changed the file
+    bool m_bRecords = false;     // has been given something to record
+    bool m_bMissionSet = false;  // whether one flies, or none any more
 };
