@@ -103,7 +103,7 @@ Q_SIGNALS:
     /// lock by the five-argument slot.
     void WriteDBFinished(QString strMissionID, unsigned int iOperatorType, QString strFlightMissionFilePath);
     /// Answer of slotUpdateBreakpoint(): whether the statement was executed and stored, which it also is
-    /// where the file has no such mission. Emitted under the lock.
+    /// where the file has no such mission. Emitted under the lock; not at all where the file cannot be opened.
     void RecBreakPointRet(bool);
     /// The server accepted a flight mission row and it has been marked.
     void signalUploadFlightMissionFinish();
