@@ -6,11 +6,13 @@
 #include <QtCore/QString>
 #include <QtCore/QVector>
 
+#include <utility>
+
 /// A text that no log line may show, such as a token: as it is and in the forms that it has within a URL.
 class CKvSecret
 {
 public:
-    explicit CKvSecret(const QString& strText) : m_strText(strText) {}
+    explicit CKvSecret(QString strText) : m_strText(std::move(strText)) {}
 
     const QString& Text() const { return m_strText; }
 
