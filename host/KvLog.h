@@ -52,7 +52,7 @@ public:
     void setLoggingLevel(Level level);
 
     /// Sends all further lines to a rotating file. Warnings and errors that it does not take, as its disk is
-    /// full, go to standard error (unless that is turned off), where that is said once.
+    /// full, go to standard error (unless that is turned off); the reason is told there once, in any case.
     ///
     /// \param path      file to append to; its folder is created when missing
     /// \param maxBytes  size at which the file is rotated, at least 1024
@@ -70,8 +70,8 @@ public:
     /// process.
     void captureQtMessages();
 
-    /// Whether lines of level Warn and above go to standard error while there is no file, as at the start. A
-    /// program that shows them itself, through the listener, turns that off.
+    /// Whether lines of level Warn and above go to standard error while there is no file, or it takes none,
+    /// as at the start. A program that shows them itself, through the listener, turns that off.
     void setStandardError(bool on);
 
     /// Keeps a text out of the log from now on, such as the token of a user who has signed in: lines hold

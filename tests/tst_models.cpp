@@ -46,6 +46,31 @@ private Q_SLOTS:
         QCOMPARE(model.backlog(false).after({}).file, project.db);
         QCOMPARE(model.backlog(true).waiting(), qint64(0));
     }
+    /// What waited in a file goes on waiting while it is locked, for the window as for the other counter.
+    void aLockedFileStillWaits()
+    {
+        const FlightProject project(3, 2, 4);
+        QVERIFY(project.run("UPDATE pos_data SET is_uploaded = 1"));
+        BacklogCounter counter(Project::open(project.path("")));
+        counter.countAll();
+        MissionModel model;
+        const auto seen = [&] {
+            counter.recount();
+            model.update({MissionsOfFile::read(project.db)});
+            QStringList all;
+            for (const Backlog& backlog : {counter.backlog(), model.backlog(false)}) {
+                all.append(backlog.unreadable + QStringList(QString::number(backlog.waiting())));
+            }
+            return all.join(' ') + QString(" %1").arg(model.backlog(false).settled);
+        };
+        QCOMPARE(seen(), QString("7 7 3"));
+        CKvDataBase other(project.db);
+        QVERIFY(other.open());
+        other.exec("BEGIN EXCLUSIVE");
+        QCOMPARE(seen(), QString("%1 7 %1 7 3").arg(project.db));
+        other.exec("COMMIT");
+        QCOMPARE(seen(), QString("7 7 3"));
+    }
     void keepsRowsApartWhenFilesComeAndGo()
     {
         MissionModel model;

@@ -76,6 +76,7 @@ private Q_SLOTS:
                                                         {"unreachable", "no usable answer"},
                                                         {"no mission row", "no flight_mission row"},
                                                         {"corrupt file", "cannot be read"},
+                                                        {"full log", "Connection refused"},
                                                         {"untrusted", "no usable answer"}};
         for (const auto& [trouble, said] : cases) {
             const FlownProject project;
@@ -93,8 +94,10 @@ private Q_SLOTS:
             } else if (trouble == "corrupt file") {
                 project.file("project/broken/flight.kv", QByteArray(5000, 'x'));
             }
-            const QString url = trouble == "unreachable" ? "http://127.0.0.1:1" : server.url;
-            const ProgramResult uploaded = project.upload(url, {"--patience", "5"});
+            const bool reachable = trouble != "unreachable" && trouble != "full log";
+            const QString url = reachable ? server.url : "http://127.0.0.1:1";
+            const QString log = trouble == "full log" ? " --log /dev/full" : "";
+            const ProgramResult uploaded = project.upload(url, ("--patience 5" + log).split(' '));
             const QByteArray output = uploaded.out + uploaded.err;
             QVERIFY2(uploaded.exitCode == 1 && output.contains(said), trouble.toUtf8() + output);
             QVERIFY(!output.contains(Token.toUtf8()));

@@ -18,19 +18,6 @@ int number(const char* variable, int otherwise)
     return isSet ? value : otherwise;
 }
 
-/// A simulated flight of a minute; the telemetry of one that is interrupted breaks off in the air.
-Frames flightOf(quint8 system, bool interrupted = false)
-{
-    Frames frames;
-    quint8 sequence = 0;
-    for (const QByteArray& frame : framesOf(FlightSimulator(system, 0, 1, interrupted))) {
-        mavlink::Message message = *mavlink::decode(frame);
-        message.system = system;
-        frames.append(mavlink::encode(message, sequence++));
-    }
-    return frames;
-}
-
 /// A station on a project, and what it says.
 class Station : public QProcess
 {

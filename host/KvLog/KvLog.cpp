@@ -117,7 +117,7 @@ void Logger::Private::Put(spdlog::logger& to, Level level, const QString& line)
 void Logger::Private::TellFailure(const std::string& error)
 {
     t_bFailed = true;
-    if (bStandardError && !bToldFailure.exchange(true)) {
+    if (!bToldFailure.exchange(true)) {
         StandardError()->warn("The log file takes no lines, warnings are shown here: {}", error);
     }
 }

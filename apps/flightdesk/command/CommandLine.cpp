@@ -84,9 +84,9 @@ std::optional<int> CommandLine::setUpLog()
         Logger::instance().setLoggingLevel(Level::Info);
     }
     m_console.emplace(isSet(QStringLiteral("json")));
-    // What the log would print by itself as well, from any thread and into a progress bar.
-    Logger::instance().setStandardError(false);
     if (verbose || file.isEmpty()) {
+        // What the log would print by itself as well, from any thread and into a progress bar.
+        Logger::instance().setStandardError(false);
         QObject::connect(&m_log, &LogFeed::line, &m_mainThread,
                          [this, verbose](const QString& text, int level) {
                              if (verbose || level >= int(Level::Warn)) {

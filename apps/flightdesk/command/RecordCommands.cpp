@@ -3,10 +3,9 @@
 #include "command/Commands.h"
 #include "command/FlightWords.h"
 #include "Failure.h"
-#include "record/FlightRecorder.h"
+#include "record/LogRecorder.h"
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/Latin1.h"
-#include "telemetry/LogFlights.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonArray>
@@ -20,25 +19,16 @@ const QCommandLineOption EasyFly(QStringLiteral("easy-fly"),
 const QCommandLineOption Split(QStringLiteral("split"),
                                QStringLiteral("One mission for each time that a vehicle arms."));
 
-/// Records flights one after another and keeps the account.
-class Recording
+const MissionFormat& formatOf(const CommandLine& arguments)
+{
+    return arguments.isSet(QStringLiteral("easy-fly")) ? MissionFormat::video() : MissionFormat::flight();
+}
+
+/// Keeps the account of what was recorded.
+class Account
 {
 public:
-    Recording(CommandLine& arguments, const Project& project)
-        : m_console(arguments.console())
-        , m_recorder(project, arguments.isSet(QStringLiteral("easy-fly")) ? MissionFormat::video()
-                                                                          : MissionFormat::flight())
-    {
-        QObject::connect(&m_recorder, &FlightRecorder::progress, &m_recorder,
-                         [this](qint64 done, qint64 size) { m_console.progress(m_label, done, size); });
-    }
-
-    RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
-                          const QString& log = {})
-    {
-        m_label = name;
-        return m_recorder.record(source, name, aircraft, log);
-    }
+    explicit Account(Console& console) : m_console(console) {}
 
     /// Reports one flight. `details` goes into the JSON document as well, `remark` behind the result line.
     void report(const RecordedFlight& flight, const QJsonObject& details = {}, const QString& remark = {})
@@ -64,13 +54,16 @@ public:
 
 private:
     Console& m_console;
-    FlightRecorder m_recorder;
-    QString m_label;
     QJsonArray m_missions;
     bool m_allDone = true;
 };
 
 /// What the log as a whole is told with, for the line and the document of a flight.
+QJsonObject detailsOf(const QString& path, qint64 skippedBytes, int truncatedBytes)
+{
+    return {{"log"_l1, path}, {"skipped_bytes"_l1, skippedBytes}, {"truncated_bytes"_l1, truncatedBytes}};
+}
+
 QString remarkOn(const TelemetryLog& log)
 {
     QString remark;
@@ -83,30 +76,24 @@ QString remarkOn(const TelemetryLog& log)
     return remark;
 }
 
-void recordLog(Recording& recording, const QString& path, bool split)
+void recordLog(Account& account, CommandLine& line, const Project& project, const QString& path)
 {
-    RecordedFlight flight;
-    QJsonObject details{{"log"_l1, path}, {"skipped_bytes"_l1, 0}, {"truncated_bytes"_l1, 0}};
     try {
-        const LogFlights flights(path, split);
-        const QFileInfo file(path);
-        details["skipped_bytes"_l1] = flights.log().skippedBytes();
-        details["truncated_bytes"_l1] = flights.log().truncatedBytes();
-        for (int i = 0; i < flights.count(); ++i) {
-            const auto source = flights.open(i);
-            flight = recording.record(*source, file.completeBaseName() + flights.name(i),
-                                      QStringLiteral("unknown"), file.fileName());
-            if (!source->error().isEmpty()) {
-                flight.error = QStringLiteral("cannot be read: %1").arg(source->error());
-            }
-            flight.name = path + flights.name(i);
-            recording.report(flight, details, remarkOn(flights.log()));
+        LogRecorder recorder(project, formatOf(line), path, line.isSet(QStringLiteral("split")));
+        const TelemetryLog& log = recorder.log();
+        const QString label = QFileInfo(path).completeBaseName();
+        while (recorder.step()) {
+            line.console().progress(label, log.position(), log.size());
+        }
+        line.console().progress(label, log.size(), log.size());
+        for (const RecordedFlight& flight : recorder.flights()) {
+            account.report(flight, detailsOf(path, log.skippedBytes(), log.truncatedBytes()), remarkOn(log));
         }
     } catch (const Failure& failure) {
-        flight = RecordedFlight();
+        RecordedFlight flight;
         flight.name = path;
         flight.error = failure.words();
-        recording.report(flight, details);
+        account.report(flight, detailsOf(path, 0, 0));
     }
 }
 } // namespace
@@ -119,11 +106,12 @@ int runRecord(const QStringList& arguments)
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
-    Recording recording(line, Project::make(line.project()));
+    Account account(line.console());
+    const Project project = Project::make(line.project());
     for (const QString& path : line.positionals()) {
-        recordLog(recording, path, line.isSet(QStringLiteral("split")));
+        recordLog(account, line, project, path);
     }
-    return recording.finish();
+    return account.finish();
 }
 
 int runSimulate(const QStringList& arguments)
@@ -143,12 +131,16 @@ int runSimulate(const QStringList& arguments)
     if (!missions || !minutes || !seed) {
         return BadUsage;
     }
-    Recording recording(line, Project::make(line.project()));
+    Account account(line.console());
+    FlightRecorder recorder(Project::make(line.project()), formatOf(line));
+    QString name;
+    QObject::connect(&recorder, &FlightRecorder::progress, &recorder,
+                     [&](qint64 done, qint64 size) { line.console().progress(name, done, size); });
     for (int number = 0; number < *missions; ++number) {
         FlightSimulator flight(quint32(*seed), number, int(*minutes),
                                line.isSet(QStringLiteral("interrupted")));
-        const QString name = QStringLiteral("simulated-%1-%2").arg(*seed).arg(number + 1);
-        recording.report(recording.record(flight, name, QStringLiteral("simulated quadrotor")));
+        name = QStringLiteral("simulated-%1-%2").arg(*seed).arg(number + 1);
+        account.report(recorder.record(flight, name, QStringLiteral("simulated quadrotor")));
     }
-    return recording.finish();
+    return account.finish();
 }

@@ -206,7 +206,7 @@ StationOptions readOptions(const CommandLine& line, int preRoll)
     options.heartbeat = line.isSet(QStringLiteral("heartbeat"));
     options.preRoll = preRoll;
     if (options.links.isEmpty()) {
-        throw Failure(QStringLiteral("--link is missing; write udp:[ADDRESS]:PORT, tcp:HOST:PORT or "
+        throw Failure(QStringLiteral("is missing; write udp:[ADDRESS]:PORT, tcp:HOST:PORT or "
                                      "serial:DEVICE:BAUD"));
     }
     for (const LinkSpec& link : qAsConst(options.links)) {
@@ -245,7 +245,7 @@ int runStation(const QStringList& arguments)
     try {
         options = readOptions(line, int(*preRoll));
     } catch (const Failure& failure) {
-        Console::printUsageError(failure.words());
+        Console::printUsageError(QStringLiteral("--link ") + failure.words());
         return BadUsage;
     }
     StationDesk desk(line, Project::make(line.project()), options, *keepFree);

@@ -16,7 +16,7 @@ constexpr qint32 MostBaud = 4000000;
 
 [[noreturn]] void refuse(const QString& text, const QString& trouble, const char* instead)
 {
-    throw Failure(QStringLiteral("--link %1: %2; write %3").arg(text, trouble, QLatin1String(instead)));
+    throw Failure(QStringLiteral("%1: %2; write %3").arg(text, trouble, QLatin1String(instead)));
 }
 
 /// Splits "HOST:PORT", where an IPv6 address stands in brackets; false for anything else.
@@ -116,9 +116,8 @@ QVector<LinkSpec> LinkSpec::parseAll(const QStringList& texts)
         const auto other = std::find_if(specs.cbegin(), specs.cend(),
                                         [&spec](const LinkSpec& known) { return known.isSamePort(spec); });
         if (other != specs.cend()) {
-            throw Failure(
-                QStringLiteral("--link %1: on the same port as %2; give each link a port of its own")
-                    .arg(text, other->text()));
+            throw Failure(QStringLiteral("%1: on the same port as %2; give each link a port of its own")
+                              .arg(text, other->text()));
         }
         specs.append(spec);
     }

@@ -24,7 +24,7 @@ void SerialLink::check(const LinkSpec& spec)
     if (!device.exists()) {
         return; // it may be plugged in later
     }
-    const QString link = QStringLiteral("--link %1: ").arg(spec.text());
+    const QString link = spec.text() + QStringLiteral(": ");
     if (!device.isReadable() || !device.isWritable()) {
         throw Failure(
             link +

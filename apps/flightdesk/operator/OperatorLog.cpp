@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "operator/OperatorLog.h"
 
+#include <KvProjectDbOperator/CKvUpLoadObject.h>
+
 #include <QtCore/QRegularExpression>
 
 namespace
@@ -26,11 +28,14 @@ void OperatorLog::read(const QString& line)
         {QLatin1String("CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed "),
          [](Log& log, Text) { Q_EMIT log.missionFailed(); }},
         {QLatin1String("CKvUpLoadObject::slotRequestTimeOut"),
-         [](Log& log, Text) { log.fail("the server gave no answer for 20 s"); }},
+         [](Log& log, Text) {
+             log.fail(QStringLiteral("the server gave no answer for %1 s")
+                          .arg(CKvUpLoadObject::RequestTimeout / 1000));
+         }},
         {QLatin1String("CKvUpLoadObject::slotErrorTimeout"),
          [](Log& log, Text) {
-             log.fail("no usable answer: the server cannot be reached, or something else answers in its "
-                      "place");
+             log.fail(QStringLiteral("no usable answer: the server cannot be reached, or something else "
+                                     "answers in its place"));
          }},
         {QLatin1String("CKvUpLoadObject::slotReplyFinished "),
          [](Log& log, Text rest) { log.readRefusal(rest); }},

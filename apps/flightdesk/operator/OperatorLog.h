@@ -39,5 +39,5 @@ private:
     void readBegin(const QString& rest);
     void readDownload(const QString& rest);
     void readRefusal(const QString& rest);
-    void fail(const char* words) { Q_EMIT requestFailed({false, QString::fromLatin1(words)}); }
+    void fail(const QString& words) { Q_EMIT requestFailed({false, words}); }
 };

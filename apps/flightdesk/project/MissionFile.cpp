@@ -27,6 +27,18 @@ const char* const CountSql = "SELECT %1, count(*), total(is_uploaded = 1), total
 const char* const AcceptedSql = "total(EXISTS (SELECT 1 FROM ledger.\"row\" r "
                                 "WHERE r.kind = '%1' AND r.id = t.id))";
 
+/// Tables whose rows a mission has many of.
+QStringList recordKinds()
+{
+    return {PosDataTableName, UasStatusTableName, FlightLogTableName};
+}
+
+/// Tables with a row for each mission.
+QStringList missionTables()
+{
+    return {FlightMissionTableName, FlightVideoTableName};
+}
+
 /// A column that the table lacks is as an empty one.
 std::optional<Breakpoint> breakpointIn(const QSqlRecord& mission)
 {
@@ -113,9 +125,9 @@ QStringList MissionFile::columns(const QString& table)
 
 QHash<QString, qint64> MissionFile::lastRows()
 {
-    QStringList tables{PosDataTableName, UasStatusTableName, FlightLogTableName};
+    const QStringList tables = recordKinds();
     QStringList values;
-    for (QString& table : tables) {
+    for (const QString& table : tables) {
         values.append(hasTable(table) ? QString::fromLatin1(LastRowSql).arg(table) : QStringLiteral("0"));
     }
     QHash<QString, qint64> rows;
@@ -129,11 +141,8 @@ QHash<QString, qint64> MissionFile::lastRows()
 
 QVector<MissionCount> MissionFile::missions()
 {
-    QVector<MissionCount> missions;
-    readMissions(FlightMissionTableName, &missions);
-    readMissions(FlightVideoTableName, &missions);
-    readEnds(&missions);
-    for (const QString& table : {PosDataTableName, UasStatusTableName, FlightLogTableName}) {
+    QVector<MissionCount> missions = readMissions();
+    for (const QString& table : recordKinds()) {
         if (hasTable(table)) {
             readSome(QString::fromLatin1(MissionAtEndsSql).arg(table), [&missions](const QSqlQuery& row) {
                 missionIn(&missions, row.value(0).toString());
@@ -149,7 +158,7 @@ qint64 MissionFile::waiting(const QString& missionId)
     QString quoted = missionId;
     quoted.replace(QLatin1Char('\''), QLatin1String("''"));
     qint64 rows = 0;
-    for (const QString& kind : QStringList(FlightVideoTableName) + MissionFormat::flight().uploadKinds) {
+    for (const QString& kind : missionTables() + recordKinds()) {
         if (hasTable(kind)) {
             read(QString::fromLatin1(WaitingSql).arg(kind, missionColumn(kind), quoted),
                  [&rows](const QSqlQuery& row) { rows += row.value(0).toLongLong(); });
@@ -160,12 +169,8 @@ qint64 MissionFile::waiting(const QString& missionId)
 
 QVector<MissionCount> MissionFile::count(bool withLedger)
 {
-    QVector<MissionCount> missions;
-    for (const QString& table : {FlightMissionTableName, FlightVideoTableName}) {
-        readMissions(table, &missions);
-    }
-    readEnds(&missions);
-    for (const QString& kind : QStringList(FlightVideoTableName) + MissionFormat::flight().uploadKinds) {
+    QVector<MissionCount> missions = readMissions();
+    for (const QString& kind : missionTables() + recordKinds()) {
         if (hasTable(kind)) {
             countKind(kind, withLedger, &missions);
         }
@@ -173,7 +178,17 @@ QVector<MissionCount> MissionFile::count(bool withLedger)
     return missions;
 }
 
-void MissionFile::readMissions(const QString& table, QVector<MissionCount>* missions)
+QVector<MissionCount> MissionFile::readMissions()
+{
+    QVector<MissionCount> missions;
+    for (const QString& table : missionTables()) {
+        readRows(table, &missions);
+    }
+    readEnds(&missions);
+    return missions;
+}
+
+void MissionFile::readRows(const QString& table, QVector<MissionCount>* missions)
 {
     if (!hasTable(table)) {
         return;
@@ -212,7 +227,7 @@ void MissionFile::readEnds(QVector<MissionCount>* missions)
 std::optional<Breakpoint> MissionFile::breakpoint(const QString& missionId)
 {
     QVector<MissionCount> missions;
-    readMissions(FlightMissionTableName, &missions);
+    readRows(FlightMissionTableName, &missions);
     return missionIn(&missions, missionId).breakpoint;
 }
 
@@ -232,11 +247,8 @@ void MissionFile::countKind(const QString& kind, bool withLedger, QVector<Missio
 
 const MissionFormat& MissionFormat::flight()
 {
-    static const MissionFormat format{
-        false,
-        QStringLiteral(".kv"),
-        FlightMissionTableName,
-        {FlightMissionTableName, PosDataTableName, UasStatusTableName, FlightLogTableName}};
+    static const MissionFormat format{false, QStringLiteral(".kv"), FlightMissionTableName,
+                                      QStringList(FlightMissionTableName) + recordKinds()};
     return format;
 }
 
@@ -251,8 +263,7 @@ const MissionFormat& MissionFormat::video()
 
 QString MissionFile::missionColumn(const QString& kind)
 {
-    const bool isMission = kind == FlightMissionTableName || kind == FlightVideoTableName;
-    return isMission ? QStringLiteral("id") : QStringLiteral("flight_mission_id");
+    return missionTables().contains(kind) ? QStringLiteral("id") : QStringLiteral("flight_mission_id");
 }
 
 Obstacle obstacleOf(bool hasMissionRow, bool markable)

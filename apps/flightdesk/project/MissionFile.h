@@ -94,7 +94,9 @@ public:
     static bool isMarkable(const QString& path);
 
 private:
-    void readMissions(const QString& table, QVector<MissionCount>* missions);
+    /// Those with a row of their own, and how they ended.
+    QVector<MissionCount> readMissions();
+    void readRows(const QString& table, QVector<MissionCount>* missions);
     void readEnds(QVector<MissionCount>* missions);
     void countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions);
 

@@ -28,6 +28,7 @@ struct MissionsOfFile {
     QString file;
     QVector<MissionRecord> missions;
 
+    bool isReadable() const { return missions.isEmpty() || missions.first().readable; }
     static MissionsOfFile read(const QString& path);
 };
 

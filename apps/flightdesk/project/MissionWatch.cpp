@@ -32,7 +32,8 @@ void MissionWatch::look()
         if (known == m_stamps.constEnd() || known->isOutdated(file)) {
             const FileStamp stamp(file);
             changed.append(MissionsOfFile::read(file));
-            m_stamps.insert(file, stamp);
+            // The end of a lock changes nothing of the file.
+            m_stamps.insert(file, changed.constLast().isReadable() ? stamp : FileStamp());
         }
         if (changed.size() >= FilesAtOnce) {
             Q_EMIT found(std::exchange(changed, {}));

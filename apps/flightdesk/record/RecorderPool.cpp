@@ -69,26 +69,45 @@ RecordedFlight RecorderPool::run(int flight, const Project& project, FlightTask 
     return result;
 }
 
+/// Looks for the flights of the task's log, the first of which is the task's.
+void RecorderPool::look(int flight, FlightTask* task, const std::atomic_bool& cancelled)
+{
+    QElapsedTimer sinceReport;
+    sinceReport.start();
+    task->flights = std::make_shared<const LogFlights>(task->log, false, [&](const FrameSource& log) {
+        if (sinceReport.hasExpired(ReportInterval)) {
+            sinceReport.start();
+            Q_EMIT progress(flight, log.position(), log.size());
+        }
+        return !cancelled;
+    });
+    const QVector<quint8>& vehicles = task->flights->vehicles();
+    task->vehicle = vehicles.constFirst();
+    for (int i = 1; i < vehicles.size() && !cancelled; ++i) {
+        FlightTask other = *task;
+        other.vehicle = vehicles[i];
+        Q_EMIT found(other);
+    }
+}
+
 /// The task's source; its name gets what tells it from others of the log.
-std::unique_ptr<FrameSource> RecorderPool::open(FlightTask* task, const std::atomic_bool& cancelled)
+std::unique_ptr<FrameSource> RecorderPool::open(int flight, FlightTask* task,
+                                                const std::atomic_bool& cancelled)
 {
     if (task->log.isEmpty()) {
         return std::make_unique<FlightSimulator>(task->seed, 0, task->minutes, task->interrupted);
     }
-    const LogFlights flights(task->log, false);
-    for (int part = 1; part < flights.count() && task->part == 0 && !cancelled; ++part) {
-        FlightTask other = *task;
-        other.part = part;
-        Q_EMIT found(other);
+    if (!task->flights) {
+        look(flight, task, cancelled);
     }
-    task->name += flights.name(task->part);
-    return flights.open(task->part);
+    task->name += task->flights->name(task->vehicle);
+    return task->flights->open(task->vehicle);
 }
 
 RecordedFlight RecorderPool::fly(int flight, const Project& project, FlightTask* task,
                                  const std::atomic_bool& cancelled)
 {
-    const auto source = open(task, cancelled);
+    const auto source = open(flight, task, cancelled);
     PacedSource paced(*source, task->speed, cancelled);
     FlightRecorder recorder(project, task->easyFly ? MissionFormat::video() : MissionFormat::flight());
     FlightSample sample;

@@ -11,11 +11,14 @@
 #include <atomic>
 #include <memory>
 
+class LogFlights;
+
 /// A flight to record: a telemetry log, or a simulated flight when no log is named.
 struct FlightTask {
     QString name;
     QString log;
-    int part = 0; ///< which of the log's flights
+    std::shared_ptr<const LogFlights> flights; ///< of the log, where they are known
+    quint8 vehicle = 0;                        ///< which of them
     int minutes = 3;
     quint32 seed = 0;
     bool interrupted = false; ///< the simulated telemetry breaks off in mid-air
@@ -56,7 +59,8 @@ private:
     using Flag = std::shared_ptr<std::atomic_bool>;
     RecordedFlight run(int flight, const Project& project, FlightTask task,
                        const std::atomic_bool& cancelled);
-    std::unique_ptr<FrameSource> open(FlightTask* task, const std::atomic_bool& cancelled);
+    void look(int flight, FlightTask* task, const std::atomic_bool& cancelled);
+    std::unique_ptr<FrameSource> open(int flight, FlightTask* task, const std::atomic_bool& cancelled);
     RecordedFlight fly(int flight, const Project& project, FlightTask* task,
                        const std::atomic_bool& cancelled);
 

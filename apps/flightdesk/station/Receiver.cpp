@@ -7,6 +7,8 @@
 
 #include <QtCore/QDateTime>
 
+#include <utility>
+
 namespace
 {
 SplitRule ruleOf(const StationOptions& options)
@@ -21,7 +23,9 @@ Receiver::Receiver(const StationOptions& options, FlightWriters& writers)
     : m_options(options), m_writers(writers), m_splitter(*this, ruleOf(options))
 {
     qRegisterMetaType<StationState>();
+    qRegisterMetaType<QVector<VehicleSamples>>();
     connect(&m_second, &QTimer::timeout, this, &Receiver::look);
+    connect(&m_tenth, &QTimer::timeout, this, &Receiver::tellSamples);
 }
 
 Receiver::~Receiver() = default;
@@ -30,6 +34,9 @@ void Receiver::start()
 {
     m_clock.start();
     m_second.start(1000);
+    if (m_options.samples) {
+        m_tenth.start(100);
+    }
     for (const LinkSpec& spec : m_options.links) {
         addLink(spec);
     }
@@ -79,18 +86,26 @@ void Receiver::takeFrames(int link)
         channel.quality.take(frame.bytes);
         m_splitter.take(frame, link);
         const mavlink::Header header = mavlink::headerOf(frame.bytes);
-        if (header.id == mavlink::Heartbeat::Id && m_splitter.isVehicle(header.system, link)) {
-            noteHeartbeat({link, header.system}, frame);
+        const bool isSample =
+            header.id == mavlink::SysStatus::Id || header.id == mavlink::GlobalPositionInt::Id;
+        if ((header.id == mavlink::Heartbeat::Id || (isSample && m_options.samples)) &&
+            m_splitter.isVehicle(header.system, link)) {
+            note({link, header.system}, frame);
         }
     }
 }
 
-void Receiver::noteHeartbeat(const Key& key, const TelemetryFrame& frame)
+void Receiver::note(const Key& key, const TelemetryFrame& frame)
 {
     Vehicle& vehicle = m_vehicles[key];
-    if (const auto status = vehicle.tracker.take(frame).status) {
-        vehicle.mode = status->value("flight_mode"_l1).toString();
-        vehicle.armed = status->value("armed"_l1).toString() == "1"_l1;
+    const VehicleTracker::Records records = vehicle.tracker.take(frame);
+    if (records.status) {
+        vehicle.mode = records.status->value("flight_mode"_l1).toString();
+        vehicle.armed = records.status->value("armed"_l1).toString() == "1"_l1;
+    }
+    if (vehicle.sample.note(records)) {
+        vehicle.sample.seconds = double(frame.usec) / 1e6;
+        vehicle.samples.append(vehicle.sample);
     }
 }
 
@@ -128,6 +143,7 @@ void Receiver::finish()
     m_splitter.endAll(QStringLiteral("station ended"));
     m_channels.clear();
     m_second.stop();
+    m_tenth.stop();
 }
 
 void Receiver::look()
@@ -150,10 +166,27 @@ void Receiver::look()
     Q_EMIT looked(state);
 }
 
+void Receiver::tellSamples()
+{
+    QVector<VehicleSamples> told;
+    for (auto vehicle = m_vehicles.begin(); vehicle != m_vehicles.end(); ++vehicle) {
+        if (!vehicle->samples.isEmpty()) {
+            told.append({vehicle.key().first, vehicle.key().second, std::exchange(vehicle->samples, {})});
+        }
+    }
+    if (!told.isEmpty()) {
+        Q_EMIT sampled(told);
+    }
+}
+
 VehicleState Receiver::stateOf(const Key& key, const Vehicle& vehicle) const
 {
+    const auto sender = m_channels[static_cast<std::size_t>(key.first)].quality.sender(key.second);
     VehicleState state;
+    state.link = key.first;
     state.system = key.second;
+    state.frames = qint64(sender.frames);
+    state.missed = qint64(sender.lost);
     state.mode = vehicle.mode;
     state.armed = vehicle.armed;
     if (const auto flight = m_flights.value(m_splitter.flightOf(key.second, key.first))) {

@@ -24,6 +24,7 @@ struct StationOptions {
     QVector<LinkSpec> links;
     bool heartbeat = false; ///< tell the vehicles each second that a ground station is there
     int preRoll = 10;       ///< seconds
+    bool samples = false;   ///< tell where the vehicles are, beside recording it
 };
 
 /// Reads the links, and deals out their frames to the flights in the air. It is meant for a thread of its
@@ -46,6 +47,8 @@ Q_SIGNALS:
     void linkWaits(const QString& link, const QString& why);
     /// Once a second.
     void looked(const StationState& state);
+    /// At most ten times a second.
+    void sampled(const QVector<VehicleSamples>& vehicles);
 
 private:
     struct Channel {
@@ -57,6 +60,8 @@ private:
         VehicleTracker tracker;
         QString mode;
         bool armed = false;
+        FlightSample sample; ///< the latest
+        QVector<FlightSample> samples;
     };
     using Key = std::pair<int, quint8>; ///< link and system
 
@@ -68,9 +73,10 @@ private:
     void read(int link, const QByteArray& bytes);
     void endPiece(int link);
     void takeFrames(int link);
-    void noteHeartbeat(const Key& vehicle, const TelemetryFrame& frame);
+    void note(const Key& vehicle, const TelemetryFrame& frame);
     void sendHeartbeat();
     void look();
+    void tellSamples();
     VehicleState stateOf(const Key& key, const Vehicle& vehicle) const;
     qint64 now() const { return m_clock.nsecsElapsed() / 1000; }
 
@@ -82,5 +88,6 @@ private:
     QMap<int, std::shared_ptr<LiveFlight>> m_flights;
     QElapsedTimer m_clock; ///< never leaps
     QTimer m_second{this};
+    QTimer m_tenth{this};
     quint8 m_sequence = 0;
 };

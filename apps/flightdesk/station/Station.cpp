@@ -20,6 +20,7 @@ Station::Station(const Project& project, const StationOptions& options)
     connect(m_receiver, &Receiver::linkLost, this, &Station::linkLost);
     connect(m_receiver, &Receiver::linkWaits, this, &Station::linkWaits);
     connect(m_receiver, &Receiver::looked, this, &Station::looked);
+    connect(m_receiver, &Receiver::sampled, this, &Station::sampled);
     connect(m_backlog, &BacklogWatch::looked, this, &Station::counted);
     m_receiver->moveToThread(&m_readThread);
     m_backlog->moveToThread(&m_countThread);

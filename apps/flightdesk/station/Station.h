@@ -28,6 +28,8 @@ Q_SIGNALS:
     void linkWaits(const QString& link, const QString& why);
     /// Once a second.
     void looked(const StationState& state);
+    /// At most ten times a second, where the options ask for it.
+    void sampled(const QVector<VehicleSamples>& vehicles);
     /// What has to be known at once.
     void said(const QString& words);
     void ended(const RecordedFlight& flight);

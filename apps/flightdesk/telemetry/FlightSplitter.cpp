@@ -49,6 +49,7 @@ void FlightSplitter::take(const TelemetryFrame& frame, int link)
 
 void FlightSplitter::pass(qint64 usec)
 {
+    m_nowUsec = usec;
     releaseSince(usec - LongestDoubt);
     if (!m_rule.perArming) {
         return;
@@ -148,11 +149,13 @@ bool FlightSplitter::detain(const TelemetryFrame& frame, const Key& key)
     return true;
 }
 
-/// The system is no vehicle, or does not say so.
+/// The system is no vehicle, or does not say so. Its frames come behind others that were not detained: they
+/// get the time of now, as no flight's stamps run backwards.
 void FlightSplitter::release(const Key& key)
 {
     m_others.insert(key);
-    for (const TelemetryFrame& frame : m_strangers.take(key).waiting) {
+    for (TelemetryFrame& frame : m_strangers.take(key).waiting) {
+        frame.usec = m_nowUsec;
         giveToAll(frame, key.first);
     }
 }

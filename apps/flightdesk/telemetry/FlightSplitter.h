@@ -111,5 +111,6 @@ private:
     QMap<Key, Vehicle> m_vehicles;
     QMap<Key, Stranger> m_strangers;
     QSet<Key> m_others; ///< systems that are no vehicles, as far as is known
-    int m_last = 0;     ///< number of the latest flight
+    qint64 m_nowUsec = 0;
+    int m_last = 0; ///< number of the latest flight
 };

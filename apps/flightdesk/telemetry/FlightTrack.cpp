@@ -30,6 +30,7 @@ bool FlightSample::note(const VehicleTracker::Records& records)
 void FlightTrack::add(const QVector<FlightSample>& samples)
 {
     for (const FlightSample& sample : samples) {
+        m_start = m_samples.isEmpty() && m_skipped == 0 ? sample.seconds : m_start;
         if (std::isnan(m_home.lng) && !std::isnan(sample.lng)) {
             m_home = sample;
         }
@@ -71,7 +72,7 @@ QVector<QPointF> FlightTrack::over(double FlightSample::*value) const
     QVector<QPointF> points;
     for (const FlightSample& sample : m_samples) {
         if (!std::isnan(sample.*value)) {
-            points.append({sample.seconds / 60, sample.*value});
+            points.append({(sample.seconds - m_start) / 60, sample.*value});
         }
     }
     return points;

@@ -13,7 +13,7 @@
 struct FlightSample {
     static constexpr double Unknown = std::numeric_limits<double>::quiet_NaN();
 
-    double seconds = 0; ///< since the first frame
+    double seconds = 0; ///< since the first frame, or since a station began
     double lng = Unknown;
     double lat = Unknown;
     double height = Unknown; ///< metres above the start
@@ -37,13 +37,14 @@ public:
     /// East and north of the first known position, in metres.
     QVector<QPointF> path() const;
     QPointF place(double lng, double lat) const;
-    /// A value over minutes; unknown ones are left out.
+    /// A value over minutes since the first sample; unknown ones are left out.
     QVector<QPointF> over(double FlightSample::*value) const;
 
 private:
     QVector<FlightSample> m_samples;
     FlightSample m_home;
-    int m_stride = 1; ///< one of so many samples is kept
+    double m_start = 0; ///< seconds of the first sample
+    int m_stride = 1;   ///< one of so many samples is kept
     int m_skipped = 0;
 };
 

@@ -24,3 +24,15 @@ void LinkQuality::take(const QByteArray& frame)
     }
     ++sender.frames;
 }
+
+LinkQuality::Sender LinkQuality::sender(quint8 system) const
+{
+    Sender all;
+    for (auto sender = m_senders.cbegin(); sender != m_senders.cend(); ++sender) {
+        if (sender.key() >> 8 == system) {
+            all.frames += sender->frames;
+            all.lost += sender->lost;
+        }
+    }
+    return all;
+}

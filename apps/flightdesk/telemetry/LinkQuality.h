@@ -18,7 +18,8 @@ public:
     void take(const QByteArray& frame);
 
     quint64 lost() const { return m_lost; }
-    Sender sender(quint8 system, quint8 component) const { return m_senders.value(key(system, component)); }
+    /// Frames of all components of a system.
+    Sender sender(quint8 system) const;
 
 private:
     static quint16 key(quint8 system, quint8 component) { return quint16(system << 8 | component); }

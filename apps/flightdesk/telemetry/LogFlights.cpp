@@ -2,65 +2,41 @@
 #include "telemetry/LogFlights.h"
 
 #include "telemetry/MavlinkCodec.h"
-#include "telemetry/MavlinkMessages.h"
 
 #include <QtCore/QStringList>
 
 namespace
 {
-/// Notes whose the flights are.
+constexpr int FramesBetweenTellings = 1000;
+
+/// Counts the flights of each vehicle.
 class Census : public FlightSplitter::Sink
 {
 public:
-    void began(int, const FlightStart& start) override { systems.append(start.system); }
+    explicit Census(QMap<quint8, int>& flights) : m_flights(flights) {}
+
+    void began(int, const FlightStart& start) override { ++m_flights[start.system]; }
     void frame(int, const TelemetryFrame&) override {}
     void ended(int, const QString&) override {}
 
-    QVector<quint8> systems; ///< of the flights, in their order
-};
-
-/// A splitter that is fed from a log.
-class LogCutter
-{
-public:
-    LogCutter(FrameSource& log, FlightSplitter::Sink& sink, const SplitRule& rule)
-        : m_log(log), m_splitter(sink, rule)
-    {
-    }
-
-    /// Feeds the next frame; at the end of the log all flights end, and it says false.
-    bool step()
-    {
-        TelemetryFrame frame;
-        if (!m_log.next(&frame)) {
-            m_splitter.endAll(QString());
-            return false;
-        }
-        frame.usec = m_stamps.next(frame.usec); // what a flight's length is measured by
-        m_splitter.take(frame, 0);
-        return true;
-    }
-
 private:
-    FrameSource& m_log;
-    FlightSplitter m_splitter;
-    SteadyStamps m_stamps;
+    QMap<quint8, int>& m_flights;
 };
 
-/// One of the flights that a log is cut into.
+/// One of the flights of a log that has one for each vehicle.
 class CutFlight : public FrameSource, private FlightSplitter::Sink
 {
 public:
-    /// \param number  of the splitter's, from 1
-    CutFlight(const QString& path, const SplitRule& rule, int number)
-        : m_log(path), m_cutter(m_log, *this, rule), m_number(number)
+    CutFlight(const QString& path, const SplitRule& rule, quint8 vehicle)
+        : m_cutter(path, *this, rule), m_vehicle(vehicle)
     {
     }
 
     bool next(TelemetryFrame* frame) override
     {
-        while (m_frames.isEmpty() && !m_ended) {
-            m_ended = !m_cutter.step() || m_ended;
+        bool goesOn = true;
+        while (m_frames.isEmpty() && goesOn) {
+            goesOn = m_cutter.step();
         }
         if (m_frames.isEmpty()) {
             return false;
@@ -68,87 +44,81 @@ public:
         *frame = m_frames.dequeue();
         return true;
     }
-    qint64 position() const override { return m_log.position(); }
-    qint64 size() const override { return m_log.size(); }
-    QString error() const override { return m_log.error(); }
+    qint64 position() const override { return m_cutter.log().position(); }
+    qint64 size() const override { return m_cutter.log().size(); }
+    QString error() const override { return m_cutter.log().error(); }
 
 private:
     void began(int flight, const FlightStart& start) override
     {
-        for (const TelemetryFrame& before : start.preRoll) {
-            CutFlight::frame(flight, before);
-        }
+        m_flight = start.system == m_vehicle ? flight : m_flight; // nothing is before a vehicle's first one
     }
     void frame(int flight, const TelemetryFrame& frame) override
     {
-        if (flight == m_number) {
+        if (flight == m_flight) {
             m_frames.enqueue(frame);
         }
     }
-    void ended(int flight, const QString&) override { m_ended = m_ended || flight == m_number; }
+    void ended(int, const QString&) override {}
 
-    TelemetryLog m_log;
     LogCutter m_cutter;
-    const int m_number;
+    const quint8 m_vehicle;
+    int m_flight = 0;                ///< 0 until it begins
     QQueue<TelemetryFrame> m_frames; ///< read and not taken yet
-    bool m_ended = false;
 };
 } // namespace
 
-LogFlights::LogFlights(const QString& path, bool split, qint64 preRoll) : m_path(path), m_log(path)
+bool LogCutter::step()
 {
-    findVehicles();
-    m_rule.perArming = split;
-    m_rule.preRoll = preRoll;
-    if (split || m_rule.vehicles.size() > 1) {
-        findFlights();
+    if (!m_log.next(&m_frame)) {
+        m_splitter.endAll(QString());
+        return false;
     }
-    if (m_names.size() < 2) {
-        m_names = QStringList{QString()};
-    }
+    m_frame.usec = m_stamps.next(m_frame.usec);
+    m_splitter.take(m_frame, 0);
+    return true;
 }
 
-void LogFlights::findVehicles()
+quint8 LogCutter::system() const
 {
-    m_rule = SplitRule::ofLog({}, true);
-    TelemetryFrame frame;
-    while (m_log.next(&frame)) {
-        const mavlink::Header header = mavlink::headerOf(frame.bytes);
-        if (header.id != mavlink::Heartbeat::Id || m_rule.vehicles.contains(header.system)) {
-            continue;
-        }
-        const auto message = mavlink::decode(frame.bytes);
-        if (message && mavlink::read<mavlink::Heartbeat>(message->payload).isAutopilots()) {
-            m_rule.vehicles.append(header.system);
-        }
-    }
+    return mavlink::headerOf(m_frame.bytes).system;
 }
 
-void LogFlights::findFlights()
+LogFlights::LogFlights(const QString& path, bool split, const Reading& reading) : m_path(path)
 {
-    TelemetryLog log(m_path);
-    Census census;
-    LogCutter cutter(log, census, m_rule);
-    while (cutter.step()) {
-    }
-    QMap<quint8, int> flown;
-    for (const quint8 system : qAsConst(census.systems)) {
-        const int number = ++flown[system];
-        QStringList words;
-        if (m_rule.vehicles.size() > 1) {
-            words.append(QStringLiteral("system %1").arg(system));
+    SplitRule armings;
+    armings.preRoll = 0;
+    armings.silence = 0;
+    Census census(m_flights);
+    LogCutter cutter(path, census, armings);
+    QVector<quint8> vehicles;
+    for (int frames = 1; cutter.step(); ++frames) {
+        if (cutter.isVehicles() && !vehicles.contains(cutter.system())) {
+            vehicles.append(cutter.system());
         }
-        if (census.systems.count(system) > 1) {
-            words.append(QStringLiteral("flight %1").arg(number));
+        if (frames % FramesBetweenTellings == 0 && reading && !reading(cutter.log())) {
+            break;
         }
-        m_names.append(QStringLiteral(" (%1)").arg(words.join(QStringLiteral(", "))));
     }
+    if (vehicles.isEmpty()) {
+        vehicles.append(0);
+    }
+    m_rule = SplitRule::ofLog(vehicles, split);
 }
 
-std::unique_ptr<FrameSource> LogFlights::open(int flight) const
+QString LogFlights::name(quint8 vehicle, int number) const
 {
-    if (count() == 1) {
-        return std::make_unique<TelemetryLog>(m_path);
+    QStringList words;
+    if (vehicles().size() > 1) {
+        words.append(QStringLiteral("system %1").arg(vehicle));
     }
-    return std::make_unique<CutFlight>(m_path, m_rule, flight + 1);
+    if (m_rule.perArming && m_flights.value(vehicle) > 1) {
+        words.append(QStringLiteral("flight %1").arg(number));
+    }
+    return words.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(words.join(QStringLiteral(", ")));
+}
+
+std::unique_ptr<FrameSource> LogFlights::open(quint8 vehicle) const
+{
+    return std::make_unique<CutFlight>(m_path, SplitRule::ofLog(vehicles(), false), vehicle);
 }

@@ -5,38 +5,61 @@
 #include "telemetry/SteadyStamps.h"
 #include "telemetry/TelemetryLog.h"
 
-#include <QtCore/QQueue>
+#include <QtCore/QMap>
 #include <QtCore/QVector>
 
+#include <functional>
 #include <memory>
 
-/// The flights of a telemetry log: one for each vehicle or, split, for each of its armings. Every frame of a
-/// vehicle is in one of its flights; frames of others are in each flight that goes on when they came.
-class LogFlights
+/// A splitter that is fed from a log. Throws Failure when that cannot be opened.
+class LogCutter
 {
 public:
-    /// Reads the log through, to see which flights there are. Throws Failure when it cannot be opened.
-    /// \param split  one flight for each arming
-    /// \param preRoll  microseconds, of all but a vehicle's first flight
-    LogFlights(const QString& path, bool split, qint64 preRoll = SplitRule().preRoll);
+    LogCutter(const QString& path, FlightSplitter::Sink& sink, const SplitRule& rule)
+        : m_log(path), m_splitter(sink, rule)
+    {
+    }
 
-    /// At least one, which holds nothing in an empty log.
-    int count() const { return m_names.size(); }
-    /// What tells the flight from the log's others, as " (system 2, flight 3)"; empty when it is the only
-    /// one.
-    QString name(int flight) const { return m_names.at(flight); }
-    /// The flight's frames.
-    std::unique_ptr<FrameSource> open(int flight) const;
-
-    /// The log, read to its end.
+    /// Feeds the next frame; at the end of the log all flights end, and it says false.
+    bool step();
+    /// Whether the system of the latest frame is known to be a vehicle.
+    bool isVehicles() const { return m_splitter.isVehicle(system(), 0); }
+    quint8 system() const; ///< of the latest frame
     const TelemetryLog& log() const { return m_log; }
 
 private:
-    void findVehicles();
-    void findFlights();
-
-    const QString m_path;
     TelemetryLog m_log;
+    FlightSplitter m_splitter;
+    SteadyStamps m_stamps; ///< what a flight's length is measured by
+    TelemetryFrame m_frame;
+};
+
+/// The flights of a telemetry log: one for each vehicle or, split, for each of its armings. Every frame of a
+/// vehicle is in one of its flights; frames of others are in each flight that goes on when they came.
+///
+/// A mission's name tells whether there are others, so the log is read once before it is recorded.
+class LogFlights
+{
+public:
+    /// Told now and then how far the reading has come; false ends it.
+    using Reading = std::function<bool(const FrameSource& log)>;
+
+    /// Reads the log through, to see which flights there are. Throws Failure when it cannot be opened.
+    /// \param split  one flight for each arming
+    LogFlights(const QString& path, bool split, const Reading& reading = {});
+
+    /// In the order in which they were first heard; one numbered 0 where there is none.
+    const QVector<quint8>& vehicles() const { return m_rule.vehicles; }
+    /// What tells a flight from the log's others, as " (system 2, flight 3)"; empty when it is the only one.
+    /// \param number  of the vehicle's flights, from 1
+    QString name(quint8 vehicle, int number = 1) const;
+    /// All flights side by side. The sink is given the frames while the cutter is stepped.
+    LogCutter cut(FlightSplitter::Sink& sink) const { return LogCutter(m_path, sink, m_rule); }
+    /// A vehicle's flight of all its armings.
+    std::unique_ptr<FrameSource> open(quint8 vehicle) const;
+
+private:
+    const QString m_path;
     SplitRule m_rule;
-    QStringList m_names;
+    QMap<quint8, int> m_flights; ///< of each vehicle that has flown
 };

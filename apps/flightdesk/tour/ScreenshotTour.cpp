@@ -5,6 +5,7 @@
 #include "command/Console.h"
 #include "Failure.h"
 #include "flightserver/ServerProcess.h"
+#include "telemetry/FlightSimulator.h"
 #include "window/DownloadPage.h"
 #include "window/MainWindow.h"
 #include "window/ProjectPage.h"
@@ -15,6 +16,7 @@
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QDir>
 #include <QtCore/QTemporaryDir>
+#include <QtNetwork/QUdpSocket>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QTabWidget>
 
@@ -25,6 +27,7 @@ namespace
 constexpr int Patience = 60000; // milliseconds for each step
 constexpr int Interrupted = 1;  // rows of the flights
 constexpr int InTheAir = 3;
+constexpr int Heard = 4;
 const QString Token = QStringLiteral("tour");
 
 bool waitFor(const std::function<bool()>& done, int milliseconds = Patience)
@@ -35,6 +38,33 @@ bool waitFor(const std::function<bool()>& done, int milliseconds = Patience)
     }
     return done();
 }
+
+/// A vehicle that the window hears, in the air for as long as pictures are taken.
+class Vehicle
+{
+public:
+    explicit Vehicle(WindowSession& session)
+    {
+        const LiveStation* const station = session.station();
+        QObject::connect(station, &LiveStation::looked, &m_ticks, [this](const StationState& state) {
+            m_port = state.links.constFirst().text.section(QLatin1Char(':'), -1).toUShort();
+        });
+        QObject::connect(&m_ticks, &QTimer::timeout, &m_ticks, [this] {
+            TelemetryFrame frame;
+            if (m_port != 0 && m_flight.next(&frame)) {
+                m_socket.writeDatagram(frame.bytes, QHostAddress::LocalHost, m_port);
+            }
+        });
+        session.connectLinks({QStringLiteral("udp:127.0.0.1:0")}, false);
+        m_ticks.start(5); // about ten times as fast as it would fly
+    }
+
+private:
+    FlightSimulator m_flight{17, 0, 60};
+    QUdpSocket m_socket;
+    QTimer m_ticks;
+    quint16 m_port = 0;
+};
 
 /// What the pictures show: flights on their way to a slow server, one that broke off, one in the air.
 bool fly(MainWindow& window, const QString& server)
@@ -71,9 +101,9 @@ bool savePictures(MainWindow& window, const QString& folder)
     bool saved = true;
     for (const bool dark : {false, true}) {
         QApplication::setPalette(theme::palette(dark));
-        window.recordPage()->select(dark ? Interrupted : InTheAir);
         for (const QSize size : {QSize(1280, 800), QSize(1920, 1080)}) {
             window.resize(size);
+            window.recordPage()->select(size.width() > 1280 ? Heard : dark ? Interrupted : InTheAir);
             for (int page = 0; page < window.tabs()->count(); ++page) {
                 window.tabs()->setCurrentIndex(page);
                 window.gaps().restart();             // saving a picture takes its time
@@ -121,6 +151,7 @@ int takeScreenshots(const QStringList& arguments)
     if (!fly(window, server.url)) {
         throw Failure(QStringLiteral("the tour came to a halt: %1").arg(window.session().uploadText()));
     }
+    const Vehicle vehicle(window.session());
     if (!savePictures(window, folder)) {
         throw Failure(QStringLiteral("cannot write pictures into %1").arg(folder));
     }

@@ -86,8 +86,8 @@ void BacklogCounter::settle(const QString& path, const File& now)
 {
     const File before = m_files.value(path);
     if (!now.readable) {
-        // Perhaps locked for a moment: what waited there still counts.
-        m_files.insert(path, {now.stamp, false, before.rows});
+        // Perhaps locked for a moment, whose end changes nothing of the file: what waited there still counts.
+        m_files.insert(path, {FileStamp(), false, before.rows});
         return;
     }
     m_settled += qMax(qint64(0), sum(before.rows) - sum(now.rows));

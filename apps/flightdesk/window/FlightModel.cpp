@@ -5,6 +5,23 @@
 
 #include <algorithm>
 
+namespace
+{
+constexpr int HeardOver = 5;   // seconds
+constexpr double PreRoll = 10; // seconds; what a station's flights begin with
+
+QVector<FlightSample> preRollOf(const FlightTrack& track)
+{
+    QVector<FlightSample> samples = track.samples();
+    const auto flight =
+        std::find_if(samples.cbegin(), samples.cend(), [&samples](const FlightSample& sample) {
+            return sample.seconds > samples.constLast().seconds - PreRoll;
+        });
+    samples.remove(0, int(flight - samples.cbegin()));
+    return samples;
+}
+} // namespace
+
 FlightModel::FlightModel(QObject* parent) : TableModel({tr("Flight"), tr("Progress"), tr("State")}, parent) {}
 
 void FlightModel::add(int flight, const QString& name)
@@ -48,6 +65,86 @@ void FlightModel::addSamples(int flight, const QVector<FlightSample>& samples)
     row(flight)->track.add(samples);
 }
 
+void FlightModel::noteVehicles(const StationState& state)
+{
+    for (const VehicleState& vehicle : state.vehicles) {
+        QString name = tr("vehicle %1").arg(vehicle.system);
+        if (state.links.size() > 1) {
+            name = tr("%1 on %2").arg(name, state.links.value(vehicle.link).text);
+        }
+        noteVehicle(vehicle, name);
+    }
+}
+
+void FlightModel::noteVehicle(const VehicleState& state, const QString& name)
+{
+    const int number = numberOf(state.link, state.system);
+    if (row(number) == m_rows.end()) {
+        add(number, name);
+        row(number)->vehicle.emplace();
+    }
+    Row* const row = this->row(number);
+    Vehicle& vehicle = *row->vehicle;
+    vehicle.state = state;
+    vehicle.before.enqueue(state);
+    if (vehicle.before.size() > HeardOver + 1) {
+        vehicle.before.dequeue();
+    }
+    row->percent = percentHeard(vehicle);
+    if (!state.mission.isEmpty() && state.mission != vehicle.mission) {
+        vehicle.mission = state.mission;
+        const QVector<FlightSample> preRoll = preRollOf(row->track);
+        row->track = {};
+        row->track.add(preRoll);
+    }
+    noteChanged(row);
+}
+
+void FlightModel::addVehicleSamples(const VehicleSamples& vehicle)
+{
+    Row* const row = this->row(numberOf(vehicle.link, vehicle.system));
+    if (row != m_rows.end()) { // otherwise its row follows within a second
+        row->track.add(vehicle.samples);
+    }
+}
+
+int FlightModel::percentHeard(const Vehicle& vehicle)
+{
+    const VehicleState& now = vehicle.state;
+    const bool isNew = vehicle.before.size() < 2;
+    const VehicleState then = isNew ? VehicleState() : vehicle.before.head();
+    const qint64 came = now.frames - then.frames;
+    return came == 0 ? 0 : int(100 * came / (came + now.missed - then.missed));
+}
+
+void FlightModel::noteEnded(const RecordedFlight& flight)
+{
+    if (flight.missionId.isEmpty() && flight.error.isEmpty()) {
+        return; // nothing of it was stored
+    }
+    const auto vehicle = std::find_if(m_rows.cbegin(), m_rows.cend(), [&flight](const Row& row) {
+        return row.vehicle && row.vehicle->mission == flight.missionId;
+    });
+    const FlightTrack track = vehicle == m_rows.cend() ? FlightTrack() : vehicle->track;
+    add(0, flight.name);
+    Row& row = m_rows.last();
+    row.percent = 100;
+    row.track = track;
+    row.result = flight;
+    noteChanged(&row);
+}
+
+void FlightModel::removeVehicles()
+{
+    for (int row = m_rows.size() - 1; row >= 0; --row) {
+        if (m_rows[row].vehicle) {
+            beginRemoveRows({}, row, row);
+            m_rows.remove(row);
+            endRemoveRows();
+        }
+    }
+}
+
 void FlightModel::finish(int flight, const RecordedFlight& result)
 {
     row(flight)->name = result.name; // which of a log's flights it is was not known before
@@ -66,6 +163,7 @@ QVariant FlightModel::data(const QModelIndex& index, int role) const
     const Row& row = m_rows[index.row()];
     const QString text = index.column() == Name    ? row.name
                          : index.column() == State ? stateText(row)
+                         : row.vehicle             ? tr("link %1 %").arg(row.percent)
                                                    : tr("%1 %").arg(row.percent);
     switch (role) {
     case Qt::DisplayRole:
@@ -79,8 +177,20 @@ QVariant FlightModel::data(const QModelIndex& index, int role) const
     }
 }
 
+QString FlightModel::stateText(const VehicleState& vehicle)
+{
+    QString text = tr("%1, %2").arg(vehicle.mode, vehicle.armed ? tr("armed") : tr("disarmed"));
+    if (!vehicle.mission.isEmpty()) {
+        text = tr("%1, %2 records").arg(text, QLocale().toString(vehicle.records));
+    }
+    return vehicle.lost == 0 ? text : tr("%1, %2 lost").arg(text, QLocale().toString(vehicle.lost));
+}
+
 QString FlightModel::stateText(const Row& row)
 {
+    if (row.vehicle) {
+        return stateText(row.vehicle->state);
+    }
     if (!row.result) {
         return row.started ? tr("recording") : tr("waits for its turn");
     }

@@ -61,22 +61,38 @@ MissionModel::MissionModel(QObject* parent)
 void MissionModel::update(const QVector<MissionsOfFile>& files)
 {
     for (const MissionsOfFile& file : files) {
-        removeRowsOf(file.file, file.missions.size());
+        const QVector<MissionRecord> missions = asLastRead(file);
+        removeRowsOf(file.file, missions.size());
         QVector<int>& rows = m_rowsOfFile[file.file];
-        for (int i = 0; i < file.missions.size(); ++i) {
-            const bool waits = file.missions[i].all().waiting > 0;
+        for (int i = 0; i < missions.size(); ++i) {
+            const bool waits = missions[i].all().waiting > 0;
             if (i < rows.size()) {
                 Row& row = m_rows[rows[i]];
-                row = {file.missions[i], row.waited || waits};
+                row = {missions[i], row.waited || waits};
                 Q_EMIT dataChanged(index(rows[i], 0), index(rows[i], ColumnCount - 1));
             } else {
                 beginInsertRows({}, m_rows.size(), m_rows.size());
                 rows.append(m_rows.size());
-                m_rows.append({file.missions[i], waits});
+                m_rows.append({missions[i], waits});
                 endInsertRows();
             }
         }
     }
+}
+
+/// The missions of a file as they are, or as they were when it could be read.
+QVector<MissionRecord> MissionModel::asLastRead(const MissionsOfFile& file) const
+{
+    const QVector<int> rows = m_rowsOfFile.value(file.file);
+    if (rows.isEmpty() || file.isReadable()) {
+        return file.missions;
+    }
+    QVector<MissionRecord> missions;
+    for (const int row : rows) {
+        missions.append(m_rows[row].mission);
+        missions.last().readable = false;
+    }
+    return missions;
 }
 
 void MissionModel::remove(const QStringList& files)
@@ -121,6 +137,9 @@ Backlog MissionModel::backlog(bool easyFly) const
         }
         const KindCount all = mission.all();
         backlog.settled += all.marked;
+        if (!mission.readable && !backlog.unreadable.contains(mission.file)) {
+            backlog.unreadable.append(mission.file);
+        }
         if (all.waiting > 0) {
             backlog.rows.append({mission.file, mission.id, {}, all.waiting, mission.obstacle});
         }

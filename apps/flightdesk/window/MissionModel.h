@@ -35,6 +35,7 @@ public:
 
     explicit MissionModel(QObject* parent = nullptr);
 
+    /// A file that cannot be read, perhaps as it is locked for a moment, keeps the rows it had.
     void update(const QVector<MissionsOfFile>& files);
     void remove(const QStringList& files);
     void clear();
@@ -57,6 +58,7 @@ private:
         MissionRecord mission;
         bool waited = false;
     };
+    QVector<MissionRecord> asLastRead(const MissionsOfFile& file) const;
     void removeRowsOf(const QString& file, int keep);
     QVariant text(const MissionRecord& mission, int column) const;
     QVariant longText(const MissionRecord& mission, int column) const;

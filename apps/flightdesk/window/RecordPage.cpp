@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "window/RecordPage.h"
 
+#include "window/ConnectDialog.h"
 #include "window/Plot.h"
 #include "window/Rows.h"
+#include "window/StateLabel.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
 
@@ -46,7 +48,11 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     , m_minutes(new QSpinBox)
     , m_interrupted(new QCheckBox(tr("&breaks off in the air")))
     , m_cancel(new QPushButton(tr("&Cancel recording")))
-    , m_table(new TableView(tr("Flights"), tr("Drop telemetry logs (.tlog) here, or simulate a flight.")))
+    , m_connect(new QPushButton)
+    , m_station(new StateLabel)
+    , m_links(new ConnectDialog(session, this))
+    , m_table(new TableView(tr("Flights"), tr("Drop telemetry logs (.tlog) here, connect to vehicles, or "
+                                              "simulate a flight.")))
 {
     setAcceptDrops(true);
     m_table->setModel(session.flights());
@@ -60,18 +66,27 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     splitter->setChildrenCollapsible(false);
     auto* const layout = new QVBoxLayout(this);
     layout->addLayout(makeControls());
+    layout->addWidget(m_station);
+    // Always one line: with more or less room for them all plots would be drawn at once.
+    m_station->setWordWrap(false);
+    m_station->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     layout->addWidget(splitter, 1);
 
     connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             &RecordPage::showFlight);
-    connect(session.flights(), &FlightModel::rowsInserted, this,
-            [this] { select(m_session.flights()->rowCount() - 1); });
+    connect(session.flights(), &FlightModel::rowsInserted, this, [this](const QModelIndex&, int row) {
+        if (selectedRow() < 0 || m_session.flights()->isRunning(row)) { // vehicles come by themselves
+            select(row);
+        }
+    });
     connect(&session, &WindowSession::sampled, this, &RecordPage::noteSamples);
     connect(&session, &WindowSession::projectOpened, this, [this] { setEnabled(true); });
+    connect(session.station(), &LiveStation::changed, this, &RecordPage::showStation);
     m_redraw.setSingleShot(true);
     m_redraw.setInterval(RedrawInterval);
     connect(&m_redraw, &QTimer::timeout, this, &RecordPage::showNextPlot);
     setEnabled(session.hasProject());
+    showStation();
     showFlight();
 }
 
@@ -84,6 +99,7 @@ QLayout* RecordPage::makeControls()
     m_easyFly->setToolTip(tr("Record video missions instead of flight missions."));
     auto* const add = new QPushButton(tr("&Add logs..."));
     connect(add, &QPushButton::clicked, this, &RecordPage::chooseLogs);
+    connect(m_connect, &QPushButton::clicked, this, &RecordPage::toggleStation);
     connect(m_cancel, &QPushButton::clicked, this, [this] { m_session.cancelRecording(selectedRow()); });
     m_minutes->setRange(1, 1440);
     m_minutes->setValue(5);
@@ -92,7 +108,7 @@ QLayout* RecordPage::makeControls()
     auto* const start = new QPushButton(tr("&Simulate"));
     connect(start, &QPushButton::clicked, this, &RecordPage::simulate);
     return sideBySide({{labelFor(tr("S&peed:"), m_speed), m_speed, m_easyFly},
-                       {add},
+                       {add, m_connect},
                        {start, m_minutes, m_interrupted, nullptr, m_cancel}});
 }
 
@@ -127,6 +143,25 @@ void RecordPage::chooseLogs()
 {
     recordLogs(QFileDialog::getOpenFileNames(this, tr("Telemetry logs"), {},
                                              tr("Telemetry logs (*.tlog);;All files (*)")));
+}
+
+void RecordPage::toggleStation()
+{
+    if (m_session.station()->state() == LiveStation::State::On) {
+        m_session.station()->end();
+    } else {
+        m_links->open();
+    }
+}
+
+void RecordPage::showStation()
+{
+    const LiveStation& station = *m_session.station();
+    const bool isOff = station.state() == LiveStation::State::Off;
+    m_connect->setText(isOff ? tr("C&onnect...") : tr("Disc&onnect"));
+    m_connect->setEnabled(isOff || station.state() == LiveStation::State::On);
+    m_station->say(station.text(), station.hasTrouble());
+    m_station->setToolTip(station.text());
 }
 
 void RecordPage::recordLogs(const QStringList& paths)
@@ -188,7 +223,7 @@ void RecordPage::showFlight()
 {
     const int row = selectedRow();
     m_cancel->setEnabled(row >= 0 && m_session.flights()->isRunning(row));
-    if (row >= 0 && isVisible()) {
+    if (isVisible()) {
         m_outdated = {true, true, true, true};
         if (!m_redraw.isActive()) {
             m_redraw.start();
@@ -212,9 +247,10 @@ void RecordPage::showNextPlot()
 
 void RecordPage::showPlot(std::size_t plot)
 {
-    const FlightTrack& track = m_session.flights()->track(selectedRow());
+    const int row = selectedRow();
+    const FlightTrack track = row < 0 ? FlightTrack() : m_session.flights()->track(row);
     if (plot == 0) {
-        const auto breakpoint = m_session.flights()->breakpoint(selectedRow());
+        const auto breakpoint = row < 0 ? std::nullopt : m_session.flights()->breakpoint(row);
         m_track->setPoints(track.path());
         m_track->setBreakpoint(breakpoint ? std::optional(track.place(breakpoint->lng, breakpoint->lat))
                                           : std::nullopt);

@@ -6,17 +6,19 @@
 
 #include <array>
 
+class ConnectDialog;
 class Plot;
 class QCheckBox;
 class QComboBox;
 class QPushButton;
 class QSpinBox;
+class StateLabel;
 class TableView;
 class TrackPlot;
 class WindowSession;
 struct FlightTask;
 
-/// Records telemetry logs and simulated flights, and shows the flight that is selected.
+/// Records telemetry logs, simulated flights and vehicles that are heard, and shows the one that is selected.
 class RecordPage : public QWidget
 {
     Q_OBJECT
@@ -28,6 +30,8 @@ public:
     void simulate();
     /// Shows the flight of a row.
     void select(int row);
+    /// Where the links are entered.
+    ConnectDialog* links() const { return m_links; }
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -38,6 +42,8 @@ private:
     QLayout* makeControls();
     QWidget* makePlots();
     void chooseLogs();
+    void toggleStation();
+    void showStation();
     void noteSamples(int flight);
     void showFlight();
     void showNextPlot();
@@ -51,6 +57,9 @@ private:
     QSpinBox* m_minutes;
     QCheckBox* m_interrupted;
     QPushButton* m_cancel;
+    QPushButton* m_connect;
+    StateLabel* m_station;
+    ConnectDialog* m_links;
     TableView* m_table;
     TrackPlot* m_track;
     Plot* m_height;

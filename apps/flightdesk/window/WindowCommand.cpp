@@ -4,8 +4,10 @@
 #include "command/CommandLine.h"
 #include "command/EndSignals.h"
 #include "telemetry/Latin1.h"
+#include "window/ConnectDialog.h"
 #include "window/MainWindow.h"
 #include "window/ProjectPage.h"
+#include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
 
@@ -18,6 +20,8 @@ namespace
 // What is remembered from window to window; never the token.
 constexpr QLatin1String ProjectKey = "project"_l1;
 constexpr QLatin1String ServerKey = "server"_l1;
+constexpr QLatin1String LinksKey = "links"_l1;
+constexpr QLatin1String HeartbeatKey = "heartbeat"_l1;
 constexpr QLatin1String GeometryKey = "geometry"_l1;
 
 QString makeLogFile()
@@ -34,6 +38,9 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     window.resize(1280, 800);
     window.restoreGeometry(memory.value(GeometryKey).toByteArray());
     window.uploadPage()->setServer(server.isEmpty() ? memory.value(ServerKey).toString() : server);
+    ConnectDialog* const links = window.recordPage()->links();
+    links->setLinks(memory.value(LinksKey, links->links()).toString());
+    links->setHeartbeat(memory.value(HeartbeatKey).toBool());
     window.show();
     const QString folder = project.isEmpty() ? memory.value(ProjectKey).toString() : project;
     if (!folder.isEmpty()) {
@@ -48,6 +55,8 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     const int exitCode = QApplication::exec();
     memory.setValue(ProjectKey, window.session().projectPath());
     memory.setValue(ServerKey, window.uploadPage()->server());
+    memory.setValue(LinksKey, links->links());
+    memory.setValue(HeartbeatKey, links->hasHeartbeat());
     memory.setValue(GeometryKey, window.saveGeometry());
     return exitCode;
 }

@@ -29,6 +29,7 @@ WindowSession::WindowSession() : m_breakpoints(m_feed), m_uploader(m_feed)
             Q_EMIT tokenRejected();
         }
     });
+    followStation();
     m_downloadThread.start();
 }
 
@@ -39,10 +40,33 @@ WindowSession::~WindowSession()
     m_downloadThread.wait();
 }
 
+void WindowSession::followStation()
+{
+    connect(&m_station, &LiveStation::looked, &m_flights, &FlightModel::noteVehicles);
+    connect(&m_station, &LiveStation::sampled, this, [this](const QVector<VehicleSamples>& vehicles) {
+        for (const VehicleSamples& vehicle : vehicles) {
+            m_flights.addVehicleSamples(vehicle);
+            Q_EMIT sampled(FlightModel::numberOf(vehicle.link, vehicle.system));
+        }
+    });
+    connect(&m_station, &LiveStation::ended, this, [this](const RecordedFlight& flight) {
+        m_flights.noteEnded(flight);
+        m_breakpoints.noteRecorded(flight);
+    });
+    connect(&m_station, &LiveStation::changed, this, [this] {
+        if (m_station.state() == LiveStation::State::Off) {
+            m_flights.removeVehicles();
+        }
+    });
+}
+
 void WindowSession::openProject(const QString& path, bool make)
 {
     if (m_recorders.isBusy()) {
         throw Failure(tr("Flights are being recorded. Cancel them, or wait until they are done."));
+    }
+    if (m_station.state() != LiveStation::State::Off) {
+        throw Failure(tr("Vehicles are being recorded. Disconnect first."));
     }
     const Project project = make ? Project::make(path) : Project::open(path);
     m_uploader.stop();
@@ -89,6 +113,11 @@ void WindowSession::cancelRecording(int row)
     m_recorders.cancel(m_flights.flightAt(row));
 }
 
+void WindowSession::connectLinks(const QStringList& links, bool heartbeat)
+{
+    m_station.begin(*m_project, links, heartbeat);
+}
+
 void WindowSession::signIn(const QString& server, const QString& token)
 {
     if (!m_project) {
@@ -111,7 +140,10 @@ void WindowSession::signIn(const QString& server, const QString& token)
 QString WindowSession::uploadText() const
 {
     const Backlog backlog = m_missions.backlog(m_uploader.isEasyFly());
-    const QString waiting = tr("%1 rows wait.").arg(QLocale().toString(backlog.waiting()));
+    const int hidden = backlog.unreadable.size();
+    const QString unread =
+        hidden > 0 ? tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden) : QString();
+    const QString waiting = tr("%1 rows wait.").arg(QLocale().toString(backlog.waiting())) + unread;
     switch (m_uploader.state()) {
     case Uploader::State::Off:
         return tr("Not signed in. ") + waiting;
@@ -126,7 +158,7 @@ QString WindowSession::uploadText() const
         return tr("Looking through the project's files.");
     }
     if (backlog.rows.isEmpty()) {
-        return tr("Everything is uploaded.");
+        return hidden > 0 ? waiting : tr("Everything is uploaded.");
     }
     if (!m_network) {
         return tr("No network. ") + waiting;
@@ -137,7 +169,7 @@ QString WindowSession::uploadText() const
     }
     const QString doing =
         m_uploader.text([this](const QString& mission) { return m_missions.nameOf(mission); });
-    return doing.isEmpty() ? tr("Waiting for the next round. ") + waiting : doing;
+    return doing.isEmpty() ? tr("Waiting for the next round. ") + waiting : doing + unread;
 }
 
 FileDownload* WindowSession::makeDownload(FileDownload::Way way)

@@ -8,6 +8,7 @@
 #include "record/RecorderPool.h"
 #include "upload/Uploader.h"
 #include "window/FlightModel.h"
+#include "window/LiveStation.h"
 #include "window/LogModel.h"
 #include "window/MissionModel.h"
 
@@ -35,6 +36,10 @@ public:
     void record(const FlightTask& task);
     void cancelRecording(int row);
 
+    /// Begins to record what links hear. Throws Failure when they cannot be right.
+    void connectLinks(const QStringList& links, bool heartbeat);
+    LiveStation* station() { return &m_station; }
+
     /// Signs a user in and starts the upload. Throws Failure.
     void signIn(const QString& server, const QString& token);
 
@@ -55,6 +60,7 @@ Q_SIGNALS:
     void tokenRejected();
 
 private:
+    void followStation();
     void startWatch();
     void stopWatch();
 
@@ -67,7 +73,8 @@ private:
     bool m_network = true;
     bool m_looked = false; ///< since the project was opened
     RecorderPool m_recorders;
-    Uploader m_uploader; // ends before the recorders, so that no late reply marks a breakpoint of theirs
+    LiveStation m_station;
+    Uploader m_uploader; // ends before those that record, so that no late reply marks a breakpoint of theirs
     QThread m_watchThread;
     QThread m_downloadThread;
 };
