@@ -118,6 +118,7 @@ void CKvFlightDataDbOperator::SetFilghtMissionID(const QString& strMissionID)
 {
     KV_ON_OWN_THREAD;
     m_strFlightMissionID = strMissionID;
+    m_bMissionSet = true;
     if (!strMissionID.isEmpty()) {
         WellAgain(QStringLiteral("no flight mission"));
     }
@@ -144,9 +145,6 @@ void CKvFlightDataDbOperator::_initDataBase()
         CKvDataBase database(strFile);
         if (database.open() && !CreateTables(database.DBInstance())) {
             m_setBareFile.insert(QFileInfo(strFile).canonicalFilePath());
-            WarnOnce(KvSql(), strFile,
-                     QStringLiteral("may lack tables, as it is locked or refuses them; they are made when it "
-                                    "is opened again"));
         }
     }
     m_pDataBase = new CKvDataBase(QLatin1String(""));
@@ -376,6 +374,7 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
                                             unsigned int iOperatorType, QString strFlightMissionFilePath)
 {
     KV_ON_OWN_THREAD;
+    m_bRecords = true;
     m_mutexDB.lock();
     if (jsonArray.isEmpty()) {
         m_mutexDB.unlock();
@@ -462,6 +461,7 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
 {
     KV_ON_OWN_THREAD;
     m_strParseFlightMissionID = strFlightMissionID;
+    m_bRecords = true;
     if (jsonArray.isEmpty()) {
         return;
     }
@@ -509,6 +509,7 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
                                                   QString strTableName)
 {
     KV_ON_OWN_THREAD;
+    m_bRecords = true;
     m_mutexDB.lock();
     if (jsonObject.isEmpty()) {
         m_mutexDB.unlock();
@@ -541,20 +542,21 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
 void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
 {
     KV_ON_OWN_THREAD;
-    if (m_strFlightMissionID.isNull()) {
+    if (!m_bMissionSet) {
         WarnOnce(KvHost(), QStringLiteral("no flight mission"),
                  QStringLiteral("its messages are dropped; it is named with SetFilghtMissionID()"));
     }
     if (m_strFlightMissionID.isEmpty() || !m_pDataBase) {
         return;
     }
-    m_bRecorded = true;
+    m_bRecords = true;
     m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
     _EnsureOpen();
     if (!_IsDataBaseOpen()) {
         _KeepFlightMonitor(byte);
         return;
     }
+    _WarnIfElsewhere();
     QSqlQuery query = _TakeMonitorInsert();
     for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
         query.bindValue(column.strPlaceholder, _MonitorValue(column.strName, byte));

@@ -103,7 +103,8 @@ Q_SIGNALS:
     /// lock by the five-argument slot.
     void WriteDBFinished(QString strMissionID, unsigned int iOperatorType, QString strFlightMissionFilePath);
     /// Answer of slotUpdateBreakpoint(): whether the statement was executed and stored, which it also is
-    /// where the file has no such mission. Emitted under the lock.
+    /// where the file has no such mission. Emitted under the lock; not at all where the file cannot be
+    /// opened.
     void RecBreakPointRet(bool);
     /// The server accepted a flight mission row and it has been marked.
     void signalUploadFlightMissionFinish();
@@ -255,7 +256,8 @@ private:
     bool _EmitInFlow(const std::function<void()>& emitSignal);
     void _GetFlightMissionFileInformation();
     void _QueueCurrentFile();
-    void _WarnIfRecording();
+    void _WarnIfElsewhere() const;
+    void _WarnIfNoMission() const;
     void _WarnIfNeverArmed() const;
     void _WarnOfOrphans() const;
     void _upload(const QString& strFile);
@@ -311,5 +313,6 @@ private:
     std::unique_ptr<CKvKeptBatches> m_pKept;
     QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
     bool m_bWasThere = false;    // the file that the connection names, when it was last opened
-    bool m_bRecorded = false;    // a message, since a scan last changed the file
+    bool m_bRecords = false;     // has been given something to record
+    bool m_bMissionSet = false;  // whether one flies, or none any more
 };

@@ -170,11 +170,11 @@ void CKvFlightDataDbOperator::_GetFlightMissionFileInformation()
 
 void CKvFlightDataDbOperator::_QueueCurrentFile()
 {
-    if (m_strFlightMissionFilePath.isEmpty()) {
+    if (!m_strFlightMissionFilePath.isEmpty()) {
+        m_listFlightMissionFile.append(m_strFlightMissionFilePath);
+    } else if (m_eUploadEnv == EUploadEnv::OncePerRequest) { // otherwise it is before the first flight
         WarnOnce(KvHost(), QStringLiteral("no mission file"),
                  QStringLiteral("nothing is uploaded; it is named with SetFlightMissionFilePath()"));
-    } else {
-        m_listFlightMissionFile.append(m_strFlightMissionFilePath);
     }
 }
 
@@ -200,7 +200,6 @@ void CKvFlightDataDbOperator::_upload(const QString& strFile)
 void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
 {
     if (m_pDataBase->databaseName() != strFile) {
-        _WarnIfRecording();
         _PointDataBaseAt(strFile);
     }
     if (!_IsDataBaseOpen()) {
@@ -226,6 +225,7 @@ void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
 void CKvFlightDataDbOperator::_WarnOfOrphans() const
 {
     if (m_eUploadEnv == EUploadEnv::CurrentMissionLog) {
+        _WarnIfNoMission();
         return;
     }
     QSqlQuery query = m_pDataBase->exec(QLatin1String(SelectOrphanSql));
@@ -238,22 +238,35 @@ void CKvFlightDataDbOperator::_WarnOfOrphans() const
     }
 }
 
+/// Tells of messages that wait while no flight mission is named; a file without any is not news.
+void CKvFlightDataDbOperator::_WarnIfNoMission() const
+{
+    if (!m_bMissionSet && m_pDataBase
+                              ->exec(QStringLiteral("SELECT 1 FROM ") + FlightLogTableName +
+                                     QStringLiteral(" WHERE is_uploaded = 0 LIMIT 1"))
+                              .next()) {
+        WarnOnce(KvHost(), QStringLiteral("no flight mission"),
+                 QStringLiteral("nothing is uploaded; it is named with SetFilghtMissionID()"));
+    }
+}
+
 /// Tells of an operator that was to upload a file, and that its host forgot to start.
 void CKvFlightDataDbOperator::_WarnIfNeverArmed() const
 {
     const bool bWhole = m_eUploadEnv == EUploadEnv::WholeProject;
     const bool bFile =
         m_eUploadEnv == EUploadEnv::CurrentMissionLog || m_eUploadEnv == EUploadEnv::OncePerRequest;
-    if (!m_pCheckTimer && !m_bRecorded && (bWhole || (bFile && !m_strFlightMissionFilePath.isEmpty()))) {
+    if (!m_pCheckTimer && !m_bRecords && (bWhole || (bFile && !m_strFlightMissionFilePath.isEmpty())) &&
+        !GetCurUserInfo().m_strToken.isEmpty()) { // nobody signed in, so nobody was to start it
         WarnOnce(KvHost(), QStringLiteral("slotCheckNewData"),
                  QStringLiteral("it never came to an operator that was to upload, which has sent nothing"));
     }
 }
 
 /// Tells that an operator which scans other files takes the messages that it records along.
-void CKvFlightDataDbOperator::_WarnIfRecording()
+void CKvFlightDataDbOperator::_WarnIfElsewhere() const
 {
-    if (std::exchange(m_bRecorded, false) && !m_strFlightMissionID.isEmpty()) {
+    if (m_pCheckTimer && m_pDataBase->databaseName() != m_strFlightMissionFilePath) {
         WarnOnce(
             KvHost(), m_strFlightMissionFilePath,
             QStringLiteral("its messages go into other files, as the operator that records them looks for "
@@ -266,10 +279,6 @@ void CKvFlightDataDbOperator::_QueueMissions()
     QString sql;
     switch (m_eUploadEnv) {
     case EUploadEnv::CurrentMissionLog:
-        if (m_strFlightMissionID.isEmpty()) {
-            WarnOnce(KvHost(), QStringLiteral("no flight mission"),
-                     QStringLiteral("nothing is uploaded; it is named with SetFilghtMissionID()"));
-        }
         sql = QStringLiteral("SELECT flight_mission_id from ") + FlightLogTableName +
               QStringLiteral(" WHERE is_uploaded = 0 AND flight_mission_id = ") +
               Quoted(m_strFlightMissionID) + QStringLiteral(" group by flight_mission_id");

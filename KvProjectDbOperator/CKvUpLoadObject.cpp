@@ -24,6 +24,7 @@ namespace
 // Qt has six connections for a manager and a host, and a seventh request waits until one of them ends.
 constexpr int MostUnanswered = 4;
 constexpr int MostAside = 3;
+const char* const TimedOut = "kvTimedOut"; // of a reply
 
 QTimer* NewTimer(CKvUpLoadObject* pReceiver, const char* slot)
 {
@@ -132,6 +133,7 @@ void CKvUpLoadObject::PostNetWorkReplyMessage()
         m_pRequest->setRawHeader(m_byteHeaderKey, m_byteHeaderValue);
     }
     m_pReply = Post(m_pNetManager, *m_pRequest, m_bytePostData);
+    m_bReplyJudged = false;
     KeepCertificateErrors(m_pReply);
     connect(m_pReply, &QNetworkReply::uploadProgress, this, [this](qint64 nSent, qint64 nTotal) {
         _InReplySignal([&] { Q_EMIT uploadProgress(nSent, nTotal); });
@@ -221,12 +223,14 @@ void CKvUpLoadObject::slotReplyFinished()
 void CKvUpLoadObject::_JudgeReply(const QNetworkReply* pFinished)
 {
     m_pRequestTimer->stop();
+    const bool bAgain = m_bReplyJudged;
     const QByteArray body = m_pReply->readAll();
+    m_bReplyJudged = m_pReply->isFinished() || !body.isEmpty();
     const QJsonDocument document = QJsonDocument::fromJson(body);
     if (document.isEmpty()) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished"
                  << "jsDoc.isEmpty()" << body;
-        _WarnOfNoObject(pFinished);
+        _WarnOfNoObject(pFinished, bAgain);
         m_pErrorTimer->start(ErrorDelay);
         return;
     }
@@ -234,7 +238,7 @@ void CKvUpLoadObject::_JudgeReply(const QNetworkReply* pFinished)
     if (object.isEmpty()) {
         KV_TRACE << "CKvUpLoadObject::slotReplyFinished"
                  << "JsObj.isEmpty()";
-        _WarnOfNoObject(pFinished);
+        _WarnOfNoObject(pFinished, bAgain);
         m_pErrorTimer->start(ErrorDelay);
         return;
     }
@@ -263,12 +267,16 @@ CKvNetworkCause CKvUpLoadObject::_Cause(const QNetworkReply* pReply) const
     return CKvNetworkCause(pReply->url(), m_byteHeaderValue);
 }
 
-void CKvUpLoadObject::_WarnOfNoObject(const QNetworkReply* pFinished) const
+/// A host may have two requests under way: that the answer to one of them ends both is no news, nor that
+/// nothing is left of a reply that was judged before.
+void CKvUpLoadObject::_WarnOfNoObject(const QNetworkReply* pFinished, bool bAgain) const
 {
     if (pFinished && pFinished != m_pReply && !m_pReply->isFinished()) {
-        _Cause(pFinished).Warn(
-            QStringLiteral("the answer came after another request had been sent, which fails with it"));
-    } else {
+        if (pFinished->property(TimedOut).toBool()) {
+            _Cause(pFinished).Warn(
+                QStringLiteral("the answer came after another request had been sent, which fails with it"));
+        }
+    } else if (!bAgain) {
         _Cause(m_pReply).WarnOfReply(m_pReply, QStringLiteral("; no JSON object came as the reply"));
     }
 }
@@ -276,6 +284,7 @@ void CKvUpLoadObject::_WarnOfNoObject(const QNetworkReply* pFinished) const
 void CKvUpLoadObject::slotRequestTimeOut()
 {
     m_pRequestTimer->stop();
+    m_pReply->setProperty(TimedOut, true);
     KV_TRACE << "CKvUpLoadObject::slotRequestTimeOut" << 119;
     _Cause(m_pReply).WarnOfServer(QStringLiteral("no byte of an answer for %1 s").arg(RequestTimeout / 1000));
     Q_EMIT NetWorkError();

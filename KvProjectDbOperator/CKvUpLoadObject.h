@@ -101,7 +101,7 @@ private:
     void _InReplySignal(const std::function<void()>& handle);
     void _JudgeReply(const QNetworkReply* pFinished);
     CKvNetworkCause _Cause(const QNetworkReply* pReply) const;
-    void _WarnOfNoObject(const QNetworkReply* pFinished) const;
+    void _WarnOfNoObject(const QNetworkReply* pFinished, bool bAgain) const;
     void _SetSilentManagerAside();
     bool _HasUnanswered(const QNetworkAccessManager* pManager, int nReplies) const;
     void _GiveUp(QNetworkAccessManager* pManager);
@@ -109,6 +109,7 @@ private:
     QByteArray m_byteUrl;
     QNetworkAccessManager* m_pNetManager;
     QNetworkReply* m_pReply = nullptr;
+    bool m_bReplyJudged = false; // when it had finished
     QByteArray m_bytePostData;
     QByteArray m_byteHeaderKey;
     QByteArray m_byteHeaderValue;

@@ -340,12 +340,9 @@ private Q_SLOTS:
         CKvDataBase::SetLockWait(1500);
         QCoreApplication::processEvents();
         std::unique_ptr<Recorder> recorder;
-        int slept = 0;
-        const QStringList lines = loggedBy(
-            Level::Warn, [&] { slept = waited([&] { recorder = std::make_unique<Recorder>(project.db); }); });
+        const int slept = waited([&] { recorder = std::make_unique<Recorder>(project.db); });
         CKvDataBase::SetLockWait(Wait);
         QVERIFY2(slept > 100 && slept < 1300, QByteArray::number(slept));
-        QCOMPARE(lines.filter("may lack tables").size(), files.size());
         recorder->op.SetFlightMissionFilePath(files[0]);
         QCOMPARE(loggedBy(Level::Warn, [&] { recorder->write(50); }),
                  QStringList("4 " + files[0] + ": cannot be written: database is locked"));

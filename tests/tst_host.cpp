@@ -154,6 +154,10 @@ private Q_SLOTS:
         logger.addSecret(QString("a/b %1+") + QChar(0xe9));
         QCOMPARE(logger.printable("/%73i%78six/a%2fb%20%251%2b%c3%a9/a%2Fb%20%251%2B%E9?100%"),
                  QString("/***/***/***?100%"));
+        const QString token = QString("t%").repeated(50000);
+        logger.addSecret(token);
+        QCOMPARE(logger.printable(token + " %74%25" + token.mid(2).replace('%', "%25") + "%7"),
+                 QString("*** ***%7"));
     }
 
     void logLines()

@@ -97,7 +97,7 @@ struct Q_DECL_HIDDEN Logger::Private {
     std::atomic<Level> threshold{Level::Warn};
     std::atomic<bool> bStandardError{true};
     std::atomic<bool> bToldFailure{false};
-    QMutex mutex; // guards what follows
+    QMutex mutex; // guards what follows; nothing that may write a line is done under it
     std::shared_ptr<spdlog::logger> sink;
     bool bToFile = false;
     std::shared_ptr<const Listener> listener;
@@ -185,8 +185,12 @@ bool Logger::setLogFile(const QString& path, qint64 maxBytes, int files)
 
 void Logger::setListener(Listener listener)
 {
+    std::shared_ptr<const Listener> other;
+    if (listener) {
+        other = std::make_shared<const Listener>(std::move(listener));
+    }
     const QMutexLocker lock(&d->mutex);
-    d->listener = listener ? std::make_shared<const Listener>(std::move(listener)) : nullptr;
+    std::swap(d->listener, other); // the old one ends without the lock: it may write a line then
 }
 
 void Logger::captureQtMessages()
@@ -214,9 +218,13 @@ void Logger::addSecret(const QString& text)
 
 QString Logger::printable(const QString& line) const
 {
+    QVector<CKvSecret> secrets;
+    {
+        const QMutexLocker lock(&d->mutex);
+        secrets = d->secrets;
+    }
     QString clean = WithoutControlCharacters(line);
-    const QMutexLocker lock(&d->mutex);
-    for (const CKvSecret& secret : qAsConst(d->secrets)) {
+    for (const CKvSecret& secret : qAsConst(secrets)) {
         secret.Hide(clean); // a server may send back what it was sent
     }
     return clean;

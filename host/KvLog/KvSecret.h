@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QtCore/QRegularExpression>
+#include <QtCore/QByteArray>
+#include <QtCore/QByteArrayMatcher>
 #include <QtCore/QString>
+#include <QtCore/QVector>
+
+#include <utility>
 
 /// A text that no log line may show, such as a token: as it is and in the forms that it has within a URL.
 class CKvSecret
 {
 public:
-    explicit CKvSecret(const QString& strText) : m_strText(strText), m_inUrl(_InUrl(strText)) {}
+    explicit CKvSecret(QString strText) : m_strText(std::move(strText)) {}
 
     const QString& Text() const { return m_strText; }
 
@@ -21,26 +25,56 @@ public:
         }
         strLine.replace(m_strText, QLatin1String("***"));
         if (strLine.contains(QLatin1Char('%'))) {
-            strLine.replace(m_inUrl, QStringLiteral("***"));
+            _HideEncoded(strLine, m_strText.toUtf8(),
+                         [](const QString& strPart) { return strPart.toUtf8(); });
+        }
+        if (strLine.contains(QLatin1Char('%'))) {
+            _HideEncoded(strLine, m_strText.toLatin1(),
+                         [](const QString& strPart) { return strPart.toLatin1(); });
         }
     }
 
 private:
-    /// Each character may stand there encoded, as Latin-1 or as UTF-8.
-    static QRegularExpression _InUrl(const QString& strText)
+    /// The byte that "%XX" stands for at a place of a line, or -1.
+    static int _EncodedByte(const QString& strLine, int nAt)
     {
-        const auto encoded = [](const QByteArray& bytes) {
-            return QString::fromLatin1(bytes.toPercentEncoding({}, bytes));
-        };
-        QString strPattern;
-        for (const QChar c : strText) {
-            strPattern += QStringLiteral("(?:%1|(?i:%2|%3))")
-                              .arg(QRegularExpression::escape(c), encoded(QString(c).toUtf8()),
-                                   encoded(QString(c).toLatin1()));
+        constexpr int Length = 3;
+        if (strLine.at(nAt) != QLatin1Char('%') || nAt + Length > strLine.size()) {
+            return -1;
         }
-        return QRegularExpression(strPattern);
+        bool bHex = false;
+        const int nByte = strLine.midRef(nAt + 1, 2).toInt(&bHex, 16);
+        // A sign or a blank is no digit.
+        return bHex && strLine.at(nAt + 1).isLetterOrNumber() && strLine.at(nAt + 2).isLetterOrNumber()
+                   ? nByte
+                   : -1;
+    }
+
+    /// Decodes the line, and hides what stands where the secret's bytes are found then. No regular
+    /// expression: those have a limit of their length, which a long token is beyond.
+    template<typename Encode>
+    static void _HideEncoded(QString& strLine, const QByteArray& secret, Encode encode)
+    {
+        QByteArray bytes;
+        QVector<int> listPlace; // of each byte in the line
+        for (int nAt = 0; nAt < strLine.size();) {
+            const int nByte = _EncodedByte(strLine, nAt);
+            const int nLength = nByte >= 0 ? 3 : strLine.at(nAt).isHighSurrogate() ? 2 : 1;
+            bytes += nByte >= 0 ? QByteArray(1, static_cast<char>(nByte)) : encode(strLine.mid(nAt, nLength));
+            listPlace.insert(listPlace.size(), bytes.size() - listPlace.size(), nAt);
+            nAt += nLength;
+        }
+        listPlace.append(strLine.size());
+        const QByteArrayMatcher matcher(secret);
+        QString strHidden;
+        int nDone = 0;
+        for (int nFound = matcher.indexIn(bytes); nFound >= 0;
+             nFound = matcher.indexIn(bytes, nFound + secret.size())) {
+            strHidden += strLine.midRef(nDone, listPlace.at(nFound) - nDone) + QLatin1String("***");
+            nDone = listPlace.at(nFound + secret.size());
+        }
+        strLine = strHidden + strLine.midRef(nDone);
     }
 
     QString m_strText;
-    QRegularExpression m_inUrl;
 };
