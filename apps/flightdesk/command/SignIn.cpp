@@ -5,12 +5,16 @@
 
 #include <KvAlgorthm.h>
 
-bool signIn(const QString& server, const QString& token)
+bool signIn(const QString& server, const std::optional<QString>& token)
 {
     SKvUserInfo user;
-    user.m_strToken = token.isEmpty() ? qEnvironmentVariable("KV_TOKEN") : token;
+    user.m_strToken = token.value_or(QString());
     if (user.m_strToken.isEmpty()) {
-        Console::printUsageError(QStringLiteral("no token: give --token or set KV_TOKEN"));
+        user.m_strToken = qEnvironmentVariable("KV_TOKEN");
+    }
+    if (user.m_strToken.isEmpty()) {
+        Console::printUsageError(token ? QStringLiteral("no token: give --token or set KV_TOKEN")
+                                       : QStringLiteral("no token: set KV_TOKEN"));
         return false;
     }
     if (!SetCurUserInfo(user)) {

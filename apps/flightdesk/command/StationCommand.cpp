@@ -17,6 +17,8 @@
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStorageInfo>
 
+#include <csignal>
+
 namespace
 {
 constexpr int RemindInterval = 60000; // milliseconds
@@ -171,7 +173,7 @@ private:
         } else if (!m_sinceWarned.isValid() || m_sinceWarned.hasExpired(RemindInterval)) {
             m_sinceWarned.start();
             warn(QStringLiteral(
-                     "ROOM IS SHORT: %1 MiB are free on the disk of %2, below the %3 of --keep-free")
+                     "ROOM IS SHORT: %1 MiB are free on the disk of %2, below the %3 MiB of --keep-free")
                      .arg(QString::number(m_report.freeBytes >> 20), m_project.path(),
                           QString::number(m_keepFree >> 20)));
         }
@@ -250,6 +252,7 @@ int runStation(const QStringList& arguments)
     }
     StationDesk desk(line, Project::make(line.project()), options, *keepFree);
     const EndSignals endSignals;
+    std::signal(SIGPIPE, SIG_IGN); // recording goes on when nobody reads any more what is printed
     QCoreApplication::exec();
     desk.finish();
     return Done;

@@ -3,6 +3,7 @@
 
 #include "Failure.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
 
 #include <algorithm>
@@ -154,5 +155,9 @@ bool LinkSpec::isSamePort(const LinkSpec& other) const
     if (kind == Kind::Udp) {
         return port != 0 && (address == other.address || any(*this) || any(other));
     }
-    return host == other.host;
+    const auto device = [](const LinkSpec& spec) { // which has several names
+        const QString path = QFileInfo(spec.host).canonicalFilePath();
+        return path.isEmpty() ? spec.host : path;
+    };
+    return kind == Kind::Serial ? device(*this) == device(other) : host == other.host;
 }

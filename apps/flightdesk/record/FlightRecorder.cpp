@@ -151,7 +151,7 @@ void FlightRecorder::writeMission(const QString& startedAt, const QString& aircr
         {"started_at"_l1, startedAt},
         {"flight_mission_data"_l1, QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
     };
-    if (!log.isEmpty()) {
+    if (!log.isEmpty() && m_format.easyFly) {
         row.insert("video_file"_l1, log);
     }
     if (m_flight.clockOffset) {
