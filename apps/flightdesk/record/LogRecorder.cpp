@@ -68,8 +68,8 @@ void LogRecorder::frame(int flight, const TelemetryFrame& frame)
     if (!recorded.error.isEmpty()) {
         return;
     }
-    std::unique_ptr<FlightRecorder>& recorder = m_recorders[flight];
     try {
+        std::unique_ptr<FlightRecorder>& recorder = m_recorders[flight];
         if (!recorder) {
             recorder = std::make_unique<FlightRecorder>(m_project, m_format);
             recorder->begin(frame.usec, m_file.completeBaseName() + recorded.name, QStringLiteral("unknown"),

@@ -151,7 +151,7 @@ int takeScreenshots(const QStringList& arguments)
     if (!fly(window, server.url)) {
         throw Failure(QStringLiteral("the tour came to a halt: %1").arg(window.session().uploadText()));
     }
-    const Vehicle vehicle(window.session());
+    [[maybe_unused]] const Vehicle vehicle(window.session());
     if (!savePictures(window, folder)) {
         throw Failure(QStringLiteral("cannot write pictures into %1").arg(folder));
     }
