@@ -75,8 +75,7 @@ struct Simulated : FlownProject {
     {
         const FlownProject flown;
         flown.simulate(1);
-        QDirIterator files(flown.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-        return contents(files.next());
+        return contents(flown.missionFiles().value(0));
     }
     ProgramResult write(const QString& format, const QString& target) const
     {
@@ -312,9 +311,7 @@ private Q_SLOTS:
         QVERIFY(flown.simulate(2));
         QVERIFY(flown.desk("simulate", {"--interrupted", "--minutes", "1"}).exitCode == 0);
         double airborne = 0, distance = 0, waiting = 0;
-        QDirIterator files(flown.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-        while (files.hasNext()) {
-            const QString file = files.next();
+        for (const QString& file : flown.missionFiles()) {
             const QStringList sums = TestProject::text(file, R"(
 WITH p AS (SELECT p.rowid AS n, lng, lat, julianday(time) * 86400 AS t, (relative_alt > 1 OR speed > 3) AND
     (SELECT armed FROM uas_status s WHERE s.time <= p.time ORDER BY s.time DESC LIMIT 1) AS up FROM pos_data p),

@@ -153,9 +153,8 @@ private Q_SLOTS:
             FlightRecorder recorder(Project::make(folder.path("p")));
             QString file;
             connect(&recorder, &FlightRecorder::told, this, [&] {
-                QDirIterator files(folder.path("p"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-                if (file.isEmpty() && files.hasNext()) {
-                    file = files.next();
+                if (file.isEmpty()) {
+                    file = folder.missionFiles().value(0);
                     TestProject::run(file, {"CREATE TRIGGER dropped BEFORE INSERT ON " + table +
                                             " BEGIN SELECT RAISE(IGNORE); END"});
                 }
@@ -249,9 +248,7 @@ private Q_SLOTS:
             QCOMPARE(runRecord(QStringList{"record", "--project", folder.path("p"), file} + arguments),
                      int(Done));
             QMap<QString, QString> files; // by the mission's name
-            QDirIterator found(folder.path("p"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-            while (found.hasNext()) {
-                const QString mission = found.next();
+            for (const QString& mission : folder.missionFiles()) {
                 files.insert(TestProject::text(mission, "SELECT name FROM flight_mission"), mission);
             }
             QCOMPARE(QStringList(files.keys()), missions);

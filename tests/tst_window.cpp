@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "command/EndSignals.h"
 #include "Failure.h"
+#include "support/Crowd.h"
 #include "support/FlightLog.h"
 #include "support/ScriptedServer.h"
 #include "support/Wire.h"
@@ -19,6 +20,7 @@
 
 namespace
 {
+const QByteArray LogPath = "/flight/detailupload";
 constexpr int Long = 30000; // milliseconds, for what takes the operator's own waits
 
 /// The frames of a flight that breaks off in the air, as a telemetry log. With KV_LOG set the first half of
@@ -51,23 +53,9 @@ struct Desk {
     }
     bool isShown() { return QTest::qWaitForWindowExposed(&window); }
 
-    QString file() const
-    {
-        QDirIterator files(project.path("project"), {'*' + format->suffix}, QDir::Files,
-                           QDirIterator::Subdirectories);
-        return files.hasNext() ? files.next() : QString();
-    }
+    QString file() const { return project.missionFiles('*' + format->suffix).value(0); }
     int waiting(const QString& table) const { return TestProject::waiting(file(), table); }
-    QSet<QString> ids() const
-    {
-        QSet<QString> all;
-        for (const QString& table : format->uploadKinds) {
-            for (const QVariant& id : TestProject::values(file(), "SELECT id FROM " + table)) {
-                all.insert(id.toString());
-            }
-        }
-        return all;
-    }
+    QSet<QString> ids() const { return TestProject::rows(file(), "1", format->uploadKinds); }
 
     /// The widget that a label's or a button's text is about, on the page that is seen.
     template<class Widget>
@@ -173,48 +161,7 @@ struct Desk {
     MainWindow window{QString()};
 };
 
-/// Vehicles in the air that send two hundred frames a second each, from a thread of their own.
-class Swarm
-{
-public:
-    Swarm(int vehicles, quint16 port)
-    {
-        for (int system = 1; system <= vehicles; ++system) {
-            m_flights.append(flightOf(quint8(system), true));
-        }
-        m_ticks.moveToThread(&m_thread);
-        QObject::connect(&m_thread, &QThread::started, &m_ticks, [this] {
-            m_socket = std::make_unique<QUdpSocket>();
-            m_ticks.start(5);
-        });
-        QObject::connect(&m_ticks, &QTimer::timeout, &m_ticks, [this, port] {
-            for (const QList<QByteArray>& flight : qAsConst(m_flights)) {
-                m_socket->writeDatagram(flight.at(m_sent % flight.size()), QHostAddress::LocalHost, port);
-            }
-            ++m_sent;
-        });
-        m_thread.start();
-    }
-    ~Swarm()
-    {
-        const auto end = [this] {
-            m_ticks.stop();
-            m_socket.reset();
-        };
-        QMetaObject::invokeMethod(&m_ticks, end, Qt::BlockingQueuedConnection);
-        m_thread.quit();
-        m_thread.wait();
-    }
-
-private:
-    QList<QList<QByteArray>> m_flights;
-    int m_sent = 0;
-    QTimer m_ticks;
-    std::unique_ptr<QUdpSocket> m_socket;
-    QThread m_thread;
-};
-
-/// What a server has accepted from whoever had the right token.
+/// A server with a token, which may hold back what it says to log rows.
 struct Account : ScriptedServer {
     explicit Account(QByteArray rightToken) : token(std::move(rightToken))
     {
@@ -225,27 +172,21 @@ struct Account : ScriptedServer {
             if (request.headers["token"] != token) {
                 return reply(R"(200 {"status":403,"message":"who are you"})");
             }
-            if (holdLog && request.path == "/flight/detailupload") {
-                held = true;
-                return Reply();
-            }
-            accept(request);
-            return accepted();
+            held = held || (holdLog && request.path == LogPath);
+            return holdLog && request.path == LogPath ? Reply() : accepted();
         };
     }
-    void accept(const PostedRequest& request)
+    /// Answers what was held back.
+    void answer(bool accepts)
     {
-        for (const QString& id : request.ids()) {
-            ids.insert(id);
-        }
-        last = request.path;
+        holdLog = false;
+        stored += accepts ? requests.last().rows() : QSet<QString>();
+        sendMore(LogPath, reply(accepts ? R"(200 {"status":0})" : R"(200 {"status":9})").wire);
     }
     QByteArray token;
     QString trouble; ///< every reply
     bool holdLog = false;
     bool held = false;
-    QByteArray last;
-    QSet<QString> ids;
 };
 } // namespace
 
@@ -308,9 +249,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
         QTRY_VERIFY(desk.said().startsWith("Sending log rows of flight"));
         server.token = "second";
-        server.holdLog = false;
-        server.sendMore("/flight/detailupload", ScriptedServer::reply("200 {\"status\":0}").wire);
-        server.accept(server.requests.last());
+        server.answer(true);
         QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Enter token"), Long);
         desk.goTo(1);
         desk.click("Enter token");
@@ -319,7 +258,7 @@ private Q_SLOTS:
         QTest::keyClicks(QApplication::focusWidget(), "second");
         desk.press(Qt::Key_Return);
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
-        QCOMPARE(server.ids, desk.ids());
+        QCOMPARE(server.stored, desk.ids());
         for (const char* words : {"Next try in 1 s.", "Sending the mission row of flight",
                                   "Sending positions of flight", "Sending status rows of flight"}) {
             QVERIFY2(!said.filter(words).isEmpty(), words);
@@ -344,9 +283,9 @@ private Q_SLOTS:
         desk.record(interruptedLog());
         desk.signIn(server.url(), "t");
         QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
-        QVERIFY(server.ids.isEmpty()); // the flight missions are meant
+        QVERIFY(server.stored.isEmpty()); // the flight missions are meant
         desk.click("Easy-fly missions");
-        QTRY_VERIFY_WITH_TIMEOUT(server.ids == desk.ids(), Long);
+        QTRY_VERIFY_WITH_TIMEOUT(server.stored == desk.ids(), Long);
         QTRY_COMPARE(desk.said(), QString("Everything is uploaded."));
     }
 
@@ -365,17 +304,9 @@ private Q_SLOTS:
                 QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
                 const int waiting = desk.waiting("flight_monitor_detail_log");
                 desk.click("Pause");
-                const auto answer = [&] {
-                    server.holdLog = false;
-                    if (accepted) {
-                        server.accept(server.requests.last());
-                    }
-                    const char* const reply = accepted ? R"(200 {"status":0})" : R"(200 {"status":9})";
-                    server.sendMore("/flight/detailupload", ScriptedServer::reply(reply).wire);
-                };
                 if (paused) {
                     const int requests = server.requests.size();
-                    answer();
+                    server.answer(accepted);
                     QSignalSpy looks(&desk.window.session(), &WindowSession::looked);
                     QTRY_VERIFY(looks.size() >= 4); // more than two intervals, in which nothing may come
                     QCOMPARE(server.requests.size(), requests);
@@ -384,10 +315,10 @@ private Q_SLOTS:
                 }
                 desk.click("Start");
                 if (!paused) {
-                    answer();
+                    server.answer(accepted);
                 }
                 QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
-                QCOMPARE(server.ids, desk.ids());
+                QCOMPARE(server.stored, desk.ids());
             }
         }
     }
@@ -404,7 +335,8 @@ private Q_SLOTS:
             desk->signIn(server.url(), "t");
             desk->goTo(2);
             desk->click("Simulate"); // at ten times its speed
-            QTRY_VERIFY_WITH_TIMEOUT(server.last == "/flight/detailupload", Long);
+            QTRY_VERIFY_WITH_TIMEOUT(!server.requests.isEmpty() && server.requests.last().path == LogPath,
+                                     Long);
             const EndSignals endSignals;
             QTimer::singleShot(0, &desk->window, [&] { told ? ::raise(SIGTERM) : desk->window.close(); });
             QCOMPARE(QApplication::exec(), 0);
@@ -416,7 +348,7 @@ private Q_SLOTS:
             QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
             desk->signIn(server.url(), "t");
             QTRY_COMPARE_WITH_TIMEOUT(desk->said(), QString("Everything is uploaded."), Long);
-            QCOMPARE(server.ids, desk->ids());
+            QCOMPARE(server.stored, desk->ids());
         }
     }
 
@@ -533,9 +465,19 @@ private Q_SLOTS:
         QVERIFY(desk.isShown());
         desk.goTo(2);
         desk.click("Simulate"); // at ten times its speed
-        const int port = desk.listen()->link().section(':', -1).toInt();
+        const auto port = quint16(desk.listen()->link().section(':', -1).toUInt());
         const int vehicles = qEnvironmentVariableIntValue("KV_VEHICLES");
-        const Swarm swarm(vehicles, quint16(port));
+        Crowd swarm; // a thread for each, two hundred frames a second
+        for (int system = 1; system <= vehicles; ++system) {
+            swarm.add([port, flight = flightOf(quint8(system), true), socket = std::shared_ptr<QUdpSocket>(),
+                       sent = 0]() mutable {
+                if (!socket) {
+                    socket = std::make_shared<QUdpSocket>();
+                }
+                socket->writeDatagram(flight.at(sent++ % flight.size()), QHostAddress::LocalHost, port);
+                QThread::msleep(5);
+            });
+        }
         QTRY_COMPARE(desk.window.session().flights()->rowCount(), 1 + vehicles);
         desk.window.uploadPage()->setServer(server.url);
         desk.window.uploadPage()->signIn("t");

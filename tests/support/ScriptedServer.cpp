@@ -54,6 +54,17 @@ QStringList PostedRequest::ids() const
     return ids;
 }
 
+QSet<QString> PostedRequest::rows() const
+{
+    static const QHash<QByteArray, QString> tables = {{"/flight/upload", "flight_mission/"},
+                                                      {"/flight/posupload", "pos_data/"},
+                                                      {"/flight/uasstatusupload", "uas_status/"},
+                                                      {"/flight/detailupload", "flight_monitor_detail_log/"},
+                                                      {"/flight/upload4video", "flight_video_mission/"}};
+    const QStringList rows = ids().replaceInStrings(QRegExp("^"), tables.value(path));
+    return {rows.cbegin(), rows.cend()};
+}
+
 ScriptedServer::ScriptedServer(const Reply& always)
     : script([always](const PostedRequest&) { return always; })
 {
@@ -141,6 +152,9 @@ void ScriptedServer::read(QTcpSocket* socket)
     requests.append(request);
     m_asked[request.path] = socket;
     const Reply reply = script(request);
+    if (reply.wire == accepted().wire) {
+        stored += request.rows();
+    }
     if (reply.slow) {
         sendSlowly(socket, reply.wire);
         return;
