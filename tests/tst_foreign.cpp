@@ -185,7 +185,6 @@ private Q_SLOTS:
         CKvDataBase::SetLockWait(Wait);
         Logger::instance(); // takes messages itself where no handler comes later
         g_testHandler = qInstallMessageHandler(noteCritical);
-        control()->SetNetWorkConnected(true);
     }
     void init() { g_criticals.clear(); }
 
@@ -235,55 +234,50 @@ private Q_SLOTS:
     }
 
     /// A chain whose n-th request finds the foreign user there, with ticks until everything is marked.
-    void upload_data()
-    {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<bool>("inTime");
-        for (const char* kind : {"exclusive", "reserved", "reader"}) {
-            QTest::addRow("%s, in time", kind) << kind << true;
-            QTest::addRow("%s, late", kind) << kind << false;
-        }
-        QTest::newRow("idle WAL") << "idle WAL" << false;
-    }
     void upload()
     {
-        QFETCH(QString, kind);
-        QFETCH(bool, inTime);
-        for (int request = 0; request <= 4; ++request) {
-            const FlightProject project(3, 2, 4);
-            std::unique_ptr<Foreign> foreign;
-            int longest = 0;
-            ScriptedServer server;
-            server.script = [&](const PostedRequest&) {
-                longest = qMax(longest, static_cast<int>(std::exchange(t_slept, 0) / 1000));
-                foreign.reset(); // a mark that fails has the rows sent again
-                if (server.requests.size() == request) {
+        for (const auto& [kind, inTime] : {std::pair("exclusive", true),
+                                           {"exclusive", false},
+                                           {"reserved", true},
+                                           {"reserved", false},
+                                           {"reader", true},
+                                           {"reader", false},
+                                           {"idle WAL", false}}) {
+            for (int request = 0; request <= 4; ++request) {
+                const FlightProject project(3, 2, 4);
+                std::unique_ptr<Foreign> foreign;
+                int longest = 0;
+                ScriptedServer server;
+                server.script = [&](const PostedRequest&) {
+                    longest = qMax(longest, static_cast<int>(std::exchange(t_slept, 0) / 1000));
+                    foreign.reset(); // a mark that fails has the rows sent again
+                    if (server.requests.size() == request) {
+                        foreign = std::make_unique<Foreign>(kind, project.db);
+                    }
+                    return ScriptedServer::accepted();
+                };
+                ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
+                if (inTime) {
+                    t_whileWaiting = [&foreign] { foreign.reset(); };
+                }
+                if (request == 0) {
                     foreign = std::make_unique<Foreign>(kind, project.db);
                 }
-                return ScriptedServer::accepted();
-            };
-            SetServerIP(server.url());
-            ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
-            if (inTime) {
-                t_whileWaiting = [&foreign] { foreign.reset(); };
-            }
-            if (request == 0) {
-                foreign = std::make_unique<Foreign>(kind, project.db);
-            }
-            t_slept = 0;
-            Q_EMIT uploader.slotStartUpload();
-            QTRY_COMPARE(uploader.finished.count(), 1);
-            t_whileWaiting = nullptr;
-            QVERIFY2(qMax(longest, static_cast<int>(t_slept / 1000)) < Wait * 3 / 2,
-                     QByteArray::number(request));
-            foreign.reset();
-            for (int pass = 2; TestProject::waiting(project.db) > 0 && pass < 9; ++pass) {
-                uploader.rearm(project.db);
+                t_slept = 0;
                 Q_EMIT uploader.slotStartUpload();
-                QTRY_COMPARE(uploader.finished.count(), pass);
+                QTRY_COMPARE(uploader.finished.count(), 1);
+                t_whileWaiting = nullptr;
+                QVERIFY2(qMax(longest, static_cast<int>(t_slept / 1000)) < Wait * 3 / 2,
+                         QByteArray::number(request));
+                foreign.reset();
+                for (int pass = 2; TestProject::waiting(project.db) > 0 && pass < 9; ++pass) {
+                    uploader.rearm(project.db);
+                    Q_EMIT uploader.slotStartUpload();
+                    QTRY_COMPARE(uploader.finished.count(), pass);
+                }
+                QCOMPARE(TestProject::waiting(project.db), 0);
+                QCOMPARE(server.stored.size(), 10);
             }
-            QCOMPARE(TestProject::waiting(project.db), 0);
-            QCOMPARE(server.stored.size(), 10);
         }
     }
 

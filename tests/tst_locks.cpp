@@ -80,11 +80,7 @@ class tst_locks : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        CKvDataBase::SetLockWait(Wait);
-        control()->SetNetWorkConnected(true);
-    }
+    void initTestCase() { CKvDataBase::SetLockWait(Wait); }
 
     /// In threads and in processes.
     void soak()
@@ -94,7 +90,6 @@ private Q_SLOTS:
             const bool processes = seed % 2 == 1;
             const FlightProject project(0, 0, 0);
             const ScriptedServer server;
-            SetServerIP(server.url());
             const auto start = [&](const char* what, int (*function)(const QString&, int)) {
                 return processes
                            ? runProcess({what, project.db, QString::number(seed)})

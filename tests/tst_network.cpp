@@ -108,8 +108,6 @@ private Q_SLOTS:
             c.failed = c.failed || breaks;
             return breaks;
         };
-        control()->SetNetWorkConnected(true);
-        SetServerIP(m_server.url());
         const TestProject project;
         const QStringList log = loggedBy(Level::Trace, [&] {
             for (int kind = 0; kind < Kinds.size(); ++kind) {

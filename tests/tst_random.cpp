@@ -98,7 +98,6 @@ private Q_SLOTS:
     void storedSettings()
     {
         ScriptedServer server;
-        SetServerIP(server.url());
         SetCurUserInfo({});
         const FlightProject project;
         for (int i = 0; i < 30; ++i) {
@@ -137,7 +136,6 @@ private Q_SLOTS:
     void missionFiles()
     {
         ScriptedServer server;
-        SetServerIP(server.url());
         const FlightProject project(40, 40, 200);
         const QByteArray good = TestProject::contents(project.db);
         for (int i = 0; i < 60; ++i) {

@@ -200,7 +200,6 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
     {"messages of a mission without a row",
      [](P p) {
          const ScriptedServer server;
-         SetServerIP(server.url());
          p.run("INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('nobody')");
          look(EUploadEnv::WholeProject);
      }},
@@ -234,7 +233,6 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
     {"one operator for both roles",
      [](P p) {
          const ScriptedServer server;
-         SetServerIP(server.url());
          TestProject::addMission(p.db, "m1", 1, 0, 0);
          ArmedHost host(EUploadEnv::WholeProject, p.missionFile("m2/flight.kv"), Token);
          host.op.SetFilghtMissionID("m2");
@@ -435,7 +433,6 @@ private Q_SLOTS:
     {
         const FlightProject project(1, 0, 0);
         ScriptedServer server;
-        SetServerIP(server.url());
         const QStringList lines = loggedBy(Level::Warn, [&] {
             look(EUploadEnv::CurrentMissionLog);
             look(EUploadEnv::CurrentMissionLog, project.db);

@@ -104,8 +104,6 @@ private:
     void startServer()
     {
         m_server = std::make_unique<ScriptedServer>();
-        SetServerIP(m_server->url());
-        control()->SetNetWorkConnected(true);
         m_server->script = [this](const PostedRequest& request) {
             if (m_server->paths().count("/flight/posupload") == 1 && request.path == "/flight/posupload") {
                 ScriptedServer::Reply refused = ScriptedServer::reply("200 {\"status\":2}");

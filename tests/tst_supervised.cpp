@@ -91,8 +91,6 @@ private Q_SLOTS:
         m_project = std::make_unique<TestProject>();
         m_server = std::make_unique<ScriptedServer>();
         m_files.clear();
-        SetServerIP(m_server->url());
-        control()->SetNetWorkConnected(true);
         for (const char* const letter : {"a", "b"}) {
             const QString name = letter;
             m_files.append(m_project->missionFile(name + "/flight.kv"));

@@ -48,10 +48,10 @@ struct Desk {
     {
         window.resize(1280, 800);
         window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
         QApplication::setActiveWindow(&window); // no window manager does it
         window.projectPage()->open(project.path("project"), true);
     }
-    bool isShown() { return QTest::qWaitForWindowExposed(&window); }
 
     QString file() const { return project.missionFiles('*' + format->suffix).value(0); }
     int waiting(const QString& table) const { return TestProject::waiting(file(), table); }
@@ -165,6 +165,7 @@ struct Desk {
 struct Account : ScriptedServer {
     explicit Account(QByteArray rightToken) : token(std::move(rightToken))
     {
+        SetServerIP("http://127.0.0.1:1"); // until the window names this one
         script = [this](const PostedRequest& request) {
             if (!trouble.isEmpty()) {
                 return reply(trouble);
@@ -206,7 +207,6 @@ private Q_SLOTS:
     {
         const TestProject project;
         Desk desk(project);
-        QVERIFY(desk.isShown());
         for (int page = 1; page <= 5; ++page) {
             desk.goTo(page);
             QSet<QWidget*> reached;
@@ -229,7 +229,6 @@ private Q_SLOTS:
         const TestProject project;
         Desk desk(project);
         Account server("first");
-        QVERIFY(desk.isShown());
         desk.record(interruptedLog());
         const auto breakpoint = desk.window.session().flights()->breakpoint(0);
         QVERIFY(breakpoint);
@@ -277,7 +276,6 @@ private Q_SLOTS:
         Desk desk(project);
         desk.format = &MissionFormat::video();
         Account server("t");
-        QVERIFY(desk.isShown());
         desk.goTo(2);
         desk.click("Easy-fly");
         desk.record(interruptedLog());
@@ -298,7 +296,6 @@ private Q_SLOTS:
                 Desk desk(project);
                 Account server("t");
                 server.holdLog = true;
-                QVERIFY(desk.isShown());
                 desk.record(interruptedLog());
                 desk.signIn(server.url(), "t");
                 QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
@@ -331,7 +328,6 @@ private Q_SLOTS:
             Account server("t");
             const TestProject project;
             auto desk = std::make_unique<Desk>(project);
-            QVERIFY(desk->isShown());
             desk->signIn(server.url(), "t");
             desk->goTo(2);
             desk->click("Simulate"); // at ten times its speed
@@ -342,7 +338,6 @@ private Q_SLOTS:
             QCOMPARE(QApplication::exec(), 0);
             desk.reset();
             desk = std::make_unique<Desk>(project);
-            QVERIFY(desk->isShown());
             QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"),
                      QString("interrupted"));
             QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
@@ -356,7 +351,6 @@ private Q_SLOTS:
     {
         const TestProject project;
         Desk desk(project);
-        QVERIFY(desk.isShown());
         desk.goTo(2);
         const Station other(Project::open(project.path("project")), {});
         const auto* const text = desk.window.recordPage()->links()->findChild<StateLabel*>();
@@ -379,7 +373,6 @@ private Q_SLOTS:
     {
         const TestProject project;
         Desk desk(project);
-        QVERIFY(desk.isShown());
         const auto wire = desk.listen();
         const QList<QByteArray> lands = flightOf(1);
         const QList<QByteArray> flies = flightOf(2, true);
@@ -427,7 +420,6 @@ private Q_SLOTS:
         };
         const TestProject project;
         Desk desk(project);
-        QVERIFY(desk.isShown());
         desk.goTo(4);
         for (const auto way : {FileDownload::Way::Direct, FileDownload::Way::Program}) {
             DownloadPanel* const panel = desk.window.downloadPage()->panel(way);
@@ -462,7 +454,6 @@ private Q_SLOTS:
         }
         const IngestServer server({});
         Desk desk(project);
-        QVERIFY(desk.isShown());
         desk.goTo(2);
         desk.click("Simulate"); // at ten times its speed
         const auto port = quint16(desk.listen()->link().section(':', -1).toUInt());

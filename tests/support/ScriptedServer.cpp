@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "ScriptedServer.h"
 
+#include "KvAlgorthm.h"
+#include "KvData.h"
+
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QMap>
@@ -69,6 +72,8 @@ ScriptedServer::ScriptedServer(const Reply& always)
     : script([always](const PostedRequest&) { return always; })
 {
     listen(QHostAddress::LocalHost);
+    SetServerIP(url());
+    CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetNetWorkConnected(true);
     connect(this, &QTcpServer::newConnection, this, [this] {
         QTcpSocket* const socket = nextPendingConnection();
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(socket); });

@@ -27,7 +27,8 @@ struct PostedRequest {
     QSet<QString> rows() const;
 };
 
-/// An HTTP server on the loopback interface whose replies are scripted by the test.
+/// An HTTP server on the loopback interface whose replies are scripted by the test. It is the one to upload
+/// to, and there is a network.
 class ScriptedServer : public QTcpServer
 {
 public:
