@@ -104,6 +104,7 @@ private Q_SLOTS:
         };
         const Case cases[] = {
             {{}, 0, {0, -Year, Year}, "- 1"},
+            {{}, 0, {0, Year, 0}, "- 1"},
             {{}, 2 * Second - 1, {0}, "- 1"},
             {{}, 100 * Second + 400000, {0}, "100.0 0"},
             {100.4, 100 * Second + 400000, {0}, "100.4 1"},
@@ -134,9 +135,9 @@ private Q_SLOTS:
                 QVERIFY(stamp >= stamps);
                 stamps = stamp;
             }
-            // Time stands still for the frame with which the clock is set.
+            // Time stands still for a frame with which the clock is set.
             const auto lasted = (qFromBigEndian<qint64>(stamps.constData()) - Start) / Second + 1;
-            QCOMPARE(lasted, qint64(seconds - flown.leaps.size() + 1));
+            QVERIFY(lasted > seconds - flown.leaps.size() && lasted <= seconds);
             QCOMPARE(stored("SELECT count(*) FROM flight_monitor_detail_log"), QVariantList{seconds});
             QCOMPARE(recorder.end(0).error, QString());
             QCOMPARE(stored("SELECT ifnull(clock_offset, '-') || ' ' || is_uploaded FROM flight_mission"),

@@ -309,24 +309,6 @@ private Q_SLOTS:
         }
     }
 
-    /// Within one turn of the event loop a second lock finds what the first has left of the wait.
-    void severalLocksInOneTurn()
-    {
-        const FlightProject project;
-        CKvDataBase database(QString{});
-        database.DBInstance()->setDatabaseName(project.db);
-        QVERIFY(database.open());
-        auto foreign = std::make_unique<Foreign>("exclusive", project.db);
-        t_whileWaiting = [&foreign] { foreign.reset(); };
-        const auto read = [&database] { database.exec("SELECT count(*) FROM pos_data"); };
-        int slept = waited(read); // a part of the wait
-        foreign = std::make_unique<Foreign>("exclusive", project.db);
-        for (int i = 0; i < 8; ++i) {
-            slept += waited(read);
-        }
-        QVERIFY2(slept < Wait * 3 / 2, QByteArray::number(slept));
-    }
-
     /// Long work is no wait, and a wait on one thread does not use up that of the next.
     void waitsAnew()
     {
