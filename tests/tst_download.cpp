@@ -18,14 +18,14 @@ struct Watched : Base {
     explicit Watched(const QByteArray& url)
     {
         Base::SetUrl(url);
-        QObject::connect(this, &Base::downLoadFinished, this, [this] { outcomes.append("finished"); });
-        QObject::connect(this, &Base::NetWorkError, this, [this] { outcomes.append("error"); });
+        QObject::connect(this, &Base::downLoadFinished, this, [this] { outcomes.append("finished"_l1); });
+        QObject::connect(this, &Base::NetWorkError, this, [this] { outcomes.append("error"_l1); });
         QObject::connect(this, &Base::downloadProgress, this, [this](qint64 received, qint64 total) {
             progress.append(received);
-            outcomes.append(QString("progress %1 %2").arg(received).arg(total));
+            outcomes.append(QStringLiteral("progress %1 %2").arg(received).arg(total));
         });
     }
-    QString ends() const { return outcomes.filter(QRegExp("^(finished|error)")).join(' '); }
+    QString ends() const { return outcomes.filter(QRegExp("^(finished|error)"_l1)).join(u' '); }
     bool progressRisesTo(qint64 total) const
     {
         return std::is_sorted(progress.cbegin(), progress.cend()) &&
@@ -48,8 +48,8 @@ using External = Watched<CKvDownLoadObjectEX>;
 struct Home : TestProject {
     Home()
     {
-        SetHomeDir(path(""));
-        QDir().mkpath(path("TmpData"));
+        SetHomeDir(path(""_l1));
+        QDir().mkpath(path("TmpData"_l1));
     }
 };
 
@@ -81,11 +81,11 @@ int fetch(const QStringList& arguments)
     QObject::connect(&download, &External::NetWorkError, next);
     QObject::connect(&download, &External::downLoadFinished, next);
     QTimer::singleShot(0, &download, &External::slotRequestData);
-    if (arguments.value(4) == "stop") {
+    if (arguments.value(4) == "stop"_l1) {
         QTimer::singleShot(500, &download, &External::StopDownload);
     }
     QCoreApplication::exec();
-    std::printf("%s %d\n", qPrintable(download.outcomes.join(", ")), download.GetByteData().size());
+    std::printf("%s %d\n", qPrintable(download.outcomes.join(", "_l1)), download.GetByteData().size());
     return 0;
 }
 } // namespace
@@ -106,7 +106,7 @@ private Q_SLOTS:
                 download.SetFilePathArray("a=1");
                 download.setRawHeader("token", "t0k3n");
                 download.slotRequestData();
-                QTRY_COMPARE_WITH_TIMEOUT(download.ends(), QString("finished"), 60000);
+                QTRY_COMPARE_WITH_TIMEOUT(download.ends(), "finished"_l1, 60000);
                 QVERIFY(download.data() == bytes);
                 QVERIFY(download.progressRisesTo(size));
                 const PostedRequest& request = server.requests.constLast();
@@ -125,11 +125,11 @@ private Q_SLOTS:
             ScriptedServer server(ScriptedServer::file(bytes));
             External download(server.url() + "/a%20b/\xC3\xA4.bin?x=1#y");
             download.slotRequestData();
-            QTRY_COMPARE_WITH_TIMEOUT(download.ends(), QString("finished"), 60000);
+            QTRY_COMPARE_WITH_TIMEOUT(download.ends(), "finished"_l1, 60000);
             QVERIFY(download.GetByteData() == bytes);
             QVERIFY(download.progressRisesTo(size) && !download.progress.isEmpty());
             QCOMPARE(server.requests.value(0).path, QByteArray("/a%20b/%C3%A4.bin?x=1"));
-            QVERIFY(QDir(home.path("TmpData")).entryList(QDir::Files).isEmpty());
+            QVERIFY(QDir(home.path("TmpData"_l1)).entryList(QDir::Files).isEmpty());
         }
     }
 
@@ -137,14 +137,14 @@ private Q_SLOTS:
     void faultsInside()
     {
         for (const char* reply : {"404 gone", "500 ", "cut", "slam", "reset"}) {
-            ScriptedServer server(ScriptedServer::reply(reply));
+            ScriptedServer server(ScriptedServer::reply(QLatin1String(reply)));
             Download download(server.url() + "/file");
             download.slotRequestData();
-            QTRY_VERIFY2(download.ends() == "error", reply);
+            QTRY_VERIFY2(download.ends() == "error"_l1, reply);
             server.script = [](const PostedRequest&) { return ScriptedServer::file("well"); };
             download.slotRequestData();
-            QTRY_VERIFY2(download.ends() != "error", reply);
-            QCOMPARE(download.ends(), QString("error finished"));
+            QTRY_VERIFY2(download.ends() != "error"_l1, reply);
+            QCOMPARE(download.ends(), "error finished"_l1);
         }
     }
 
@@ -155,10 +155,10 @@ private Q_SLOTS:
         Download download(server.url() + "/file");
         download.setTimeoutIntervel(300);
         download.slotRequestData();
-        QTRY_COMPARE(download.ends(), QString("error"));
+        QTRY_COMPARE(download.ends(), "error"_l1);
         QCOMPARE(download.data(), QByteArray("ab"));
         server.sendMore("/file", "cd");
-        QTRY_COMPARE(download.ends(), QString("error finished"));
+        QTRY_COMPARE(download.ends(), "error finished"_l1);
         QCOMPARE(download.data(), QByteArray("abcd"));
     }
 
@@ -169,7 +169,7 @@ private Q_SLOTS:
         download.slotRequestData();
         QTRY_COMPARE(download.data(), QByteArray("ab"));
         download.stop();
-        QTRY_COMPARE(download.ends(), QString("error"));
+        QTRY_COMPARE(download.ends(), "error"_l1);
     }
 
     void secondRequest()
@@ -182,7 +182,7 @@ private Q_SLOTS:
         QCOMPARE(download.GetDeltaProgress(), 0);
         for (const char* ends : {"finished", "finished finished"}) {
             download.slotRequestData();
-            QTRY_COMPARE(download.ends(), QString(ends));
+            QTRY_COMPARE(download.ends(), QLatin1String(ends));
         }
         QCOMPARE(download.data().size(), 2000);
         QVERIFY(download.GetDeltaProgress() <= 2000 - 5000 || download.progress.count(2000) > 1);
@@ -194,11 +194,12 @@ private Q_SLOTS:
         ScriptedServer target;
         for (const char* const status : {"301", "302", "303", "307", "308", "longer"}) {
             const bool longer = status == QByteArray("longer");
-            ScriptedServer server(longer ? ScriptedServer::file("whole and more", 5)
-                                         : ScriptedServer::reply(status + (' ' + target.url() + "/target")));
+            ScriptedServer server(
+                longer ? ScriptedServer::file("whole and more", 5)
+                       : ScriptedServer::reply(QString::fromUtf8(status + (' ' + target.url() + "/target"))));
             Download download(server.url() + "/file");
             download.slotRequestData();
-            QTRY_COMPARE(download.ends(), QString("finished"));
+            QTRY_COMPARE(download.ends(), "finished"_l1);
             QCOMPARE(download.data(), longer ? QByteArray("whole") : target.url() + "/target");
         }
         QCOMPARE(target.requests.size(), 0);
@@ -211,7 +212,7 @@ private Q_SLOTS:
              {QNetworkReply::NoError, QNetworkReply::TimeoutError, QNetworkReply::TimeoutError}) {
             download.ConnecttedError(error);
         }
-        QCOMPARE(download.ends(), QString("error"));
+        QCOMPARE(download.ends(), "error"_l1);
     }
 
     void faultsOutside()
@@ -230,15 +231,15 @@ private Q_SLOTS:
             const Home home;
             ScriptedServer server;
             server.script = [&](const PostedRequest&) {
-                return server.requests.size() <= c.times ? ScriptedServer::reply(c.reply)
+                return server.requests.size() <= c.times ? ScriptedServer::reply(QLatin1String(c.reply))
                                                          : ScriptedServer::file("whole!");
             };
             External download(server.url() + "/file.bin");
             download.slotRequestData();
-            QTRY_COMPARE_WITH_TIMEOUT(download.ends(), QString(c.end), 20000);
+            QTRY_COMPARE_WITH_TIMEOUT(download.ends(), QLatin1String(c.end), 20000);
             server.settle();
-            QCOMPARE(download.ends(), QString(c.end));
-            QVERIFY2(download.ends() == "error" || download.GetByteData() == "whole!", c.reply);
+            QCOMPARE(download.ends(), QLatin1String(c.end));
+            QVERIFY2(download.ends() == "error"_l1 || download.GetByteData() == "whole!", c.reply);
             QCOMPARE(server.requests.size(), c.requests);
         }
     }
@@ -296,11 +297,11 @@ private Q_SLOTS:
         };
         External download(server.url() + "/file.bin");
         download.slotRequestData();
-        QTRY_COMPARE(QFileInfo(home.path("TmpData/file.bin")).size(), qint64(200000));
+        QTRY_COMPARE(QFileInfo(home.path("TmpData/file.bin"_l1)).size(), qint64(200000));
         download.StopDownload();
-        QTRY_COMPARE(download.ends(), QString("error"));
+        QTRY_COMPARE(download.ends(), "error"_l1);
         download.slotRequestData();
-        QTRY_COMPARE(download.ends(), QString("error finished"));
+        QTRY_COMPARE(download.ends(), "error finished"_l1);
         QVERIFY(download.GetByteData() == bytes);
         QCOMPARE(server.requests.value(1).headers.value("range"), QByteArray("bytes=200000-"));
         QVERIFY(!same || server.requests.size() == 2);
@@ -311,30 +312,31 @@ private Q_SLOTS:
     void otherPrograms()
     {
         const TestProject folder;
-        QVERIFY(QDir().mkpath(folder.path("bin")) && QDir().mkpath(folder.path("TmpData")));
-        const QString application = folder.path("bin/application");
+        QVERIFY(QDir().mkpath(folder.path("bin"_l1)) && QDir().mkpath(folder.path("TmpData"_l1)));
+        const QString application = folder.path("bin/application"_l1);
         QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), application));
-        const QString program = folder.path("Talverinde/grabdownloader.exe");
-        folder.file("Talverinde/grabdownloader.exe.runs");
+        const QString program = folder.path("Talverinde/grabdownloader.exe"_l1);
+        folder.file("Talverinde/grabdownloader.exe.runs"_l1);
         if (!cell("script").isEmpty()) {
-            folder.file("Talverinde/grabdownloader.exe",
+            folder.file("Talverinde/grabdownloader.exe"_l1,
                         "#!/bin/sh\nok() { printf SUCCESS >&2; }\nsay() { printf \"$1\"; sleep .3; }\n" +
                             cell("script").toUtf8() + '\n');
             QVERIFY(QFile::setPermissions(program, QFile::ReadOwner | QFile::ExeOwner));
         }
         QProcess process;
-        process.start(application, QStringList{"--fetch", folder.path("")} + cell("starts").split(' '));
+        process.start(application,
+                      QStringList{"--fetch"_l1, folder.path(""_l1)} + cell("starts").split(u' '));
         QVERIFY(process.waitForFinished());
-        const QString said = process.readAllStandardOutput().trimmed();
+        const QString said = QString::fromUtf8(process.readAllStandardOutput().trimmed());
         QCOMPARE(said, cell("said"));
-        QCOMPARE(QString(TestProject::contents(program + ".runs").simplified()), cell("runs"));
+        QCOMPARE(QString::fromUtf8(TestProject::contents(program + ".runs"_l1).simplified()), cell("runs"));
     }
 };
 
 int main(int argc, char* argv[])
 {
     QCoreApplication application(argc, argv);
-    if (QCoreApplication::arguments().value(1) == "--fetch") {
+    if (QCoreApplication::arguments().value(1) == "--fetch"_l1) {
         return fetch(QCoreApplication::arguments());
     }
     tst_download test;

@@ -25,7 +25,7 @@ QByteArray frame(QChar letter)
     const quint16 crc = mavlink::checksum(b.constData() + 1, b.size() - 1, 50);
     b += QByteArray(1, char(crc & 0xFF)) + char(crc >> 8) + QByteArray(13, 'S');
     const QByteArray w = a.left(8) + 'x' + a.mid(9), l = QByteArray("\xFE\x20") + u.mid(2);
-    return QMap<QChar, QByteArray>{{'a', a}, {'b', b}, {'u', u}, {'w', w}, {'l', l}}.value(letter);
+    return QMap<QChar, QByteArray>{{u'a', a}, {u'b', b}, {u'u', u}, {u'w', w}, {u'l', l}}.value(letter);
 }
 } // namespace
 
@@ -38,11 +38,11 @@ private Q_SLOTS:
     {
         QCOMPARE(mavlink::checksum("12345678", 8, '9'),
                  quint16(0x6F91)); // the checksum's published check value
-        for (const QChar good : QString("ab")) {
+        for (const QChar good : QStringLiteral("ab")) {
             QCOMPARE(mavlink::decode(frame(good)).value_or(mavlink::Message()).payload, Payload);
             QVERIFY(!mavlink::decode(frame(good).chopped(1)));
         }
-        QVERIFY(!mavlink::decode(frame('w')) && !mavlink::decode(frame('u')));
+        QVERIFY(!mavlink::decode(frame(u'w')) && !mavlink::decode(frame(u'u')));
     }
     void readsLogs()
     {
@@ -55,36 +55,40 @@ private Q_SLOTS:
         };
         for (const auto& [log, expected] : cases) {
             QByteArray bytes;
-            for (const QChar c : QString(log)) {
+            for (const QChar c : QString::fromLatin1(log)) {
                 const QByteArray junk = QByteArray(60, char(0xEE)).replace(20, 1, "\xFE");
                 bytes = c.isDigit() ? bytes.chopped(c.digitValue())
-                                    : bytes + (c == 'j' ? junk : Stamp + frame(c));
+                                    : bytes + (c == u'j' ? junk : Stamp + frame(c));
             }
             const TestProject project;
-            TelemetryLog reader(project.file("a.tlog", bytes));
+            TelemetryLog reader(project.file("a.tlog"_l1, bytes));
             QString read;
             for (TelemetryFrame next; reader.next(&next);) {
                 QCOMPARE(next.usec, qint64(0x00051a2b3c4d5e6f));
-                for (const QChar c : QString("abuwl")) {
+                for (const QChar c : QStringLiteral("abuwl")) {
                     read += next.bytes == frame(c) ? QString(c) : QString();
                 }
             }
-            read +=
-                QString(" skipped %1 truncated %2").arg(reader.skippedBytes()).arg(reader.truncatedBytes());
-            QCOMPARE(read, QString(expected));
+            read += QStringLiteral(" skipped %1 truncated %2")
+                        .arg(reader.skippedBytes())
+                        .arg(reader.truncatedBytes());
+            QCOMPARE(read, QLatin1String(expected));
         }
     }
     void recordsWhatWasFlown()
     {
         const TestProject folder;
         FlightSimulator flight(5, 2, 1), again(5, 2, 1);
-        const auto recorded = FlightRecorder(Project::make(folder.path("p"))).record(flight, "n", "a");
+        const auto recorded =
+            FlightRecorder(Project::make(folder.path("p"_l1))).record(flight, "n"_l1, "a"_l1);
         QCOMPARE(recorded.error, QString());
         QVariantList flown;
         for (TelemetryFrame next; again.next(&next);) {
             flown.append(next.logRecord());
         }
-        const auto values = [&](const char* sql) { return TestProject::values(recorded.file, sql); };
+        const auto values = [&](const char* sql) {
+            return TestProject::values(recorded.file, QLatin1String(sql));
+        };
         QCOMPARE(values("SELECT message FROM flight_monitor_detail_log ORDER BY rowid"), flown);
         // The first heartbeat comes before any attitude: unknown must not become a neighbour's value.
         QCOMPARE(values("SELECT time IS min(time) FROM uas_status WHERE roll IS NULL"), QVariantList{1});
@@ -112,12 +116,12 @@ private Q_SLOTS:
         };
         for (const Case& flown : cases) {
             const TestProject folder;
-            FlightRecorder recorder(Project::make(folder.path("p")));
-            recorder.begin(Start, "n", "a", {}, flown.known);
+            FlightRecorder recorder(Project::make(folder.path("p"_l1)));
+            recorder.begin(Start, "n"_l1, "a"_l1, {}, flown.known);
             const auto stored = [&](const QString& sql) {
                 return TestProject::values(recorder.flight().file, sql);
             };
-            TestProject::run(recorder.flight().file, {"UPDATE flight_mission SET is_uploaded = 1"});
+            TestProject::run(recorder.flight().file, {"UPDATE flight_mission SET is_uploaded = 1"_l1});
             int seconds = 0;
             for (const qint64 leap : flown.leaps) {
                 for (const int end = seconds + 10; seconds < end; ++seconds) {
@@ -130,7 +134,7 @@ private Q_SLOTS:
             recorder.flush(); // nothing is left to memory, whatever becomes of the recorder
             QByteArray stamps;
             for (const QVariant& message :
-                 stored("SELECT message FROM flight_monitor_detail_log ORDER BY rowid")) {
+                 stored("SELECT message FROM flight_monitor_detail_log ORDER BY rowid"_l1)) {
                 const QByteArray stamp = message.toByteArray().left(8);
                 QVERIFY(stamp >= stamps);
                 stamps = stamp;
@@ -138,31 +142,32 @@ private Q_SLOTS:
             // Time stands still for a frame with which the clock is set.
             const auto lasted = (qFromBigEndian<qint64>(stamps.constData()) - Start) / Second + 1;
             QVERIFY(lasted > seconds - flown.leaps.size() && lasted <= seconds);
-            QCOMPARE(stored("SELECT count(*) FROM flight_monitor_detail_log"), QVariantList{seconds});
+            QCOMPARE(stored("SELECT count(*) FROM flight_monitor_detail_log"_l1), QVariantList{seconds});
             QCOMPARE(recorder.end(0).error, QString());
-            QCOMPARE(stored("SELECT ifnull(clock_offset, '-') || ' ' || is_uploaded FROM flight_mission"),
-                     QVariantList{flown.stored});
+            QCOMPARE(stored("SELECT ifnull(clock_offset, '-') || ' ' || is_uploaded FROM flight_mission"_l1),
+                     QVariantList{QLatin1String(flown.stored)});
         }
     }
     /// Rows that a file drops without a word are missed at the end.
     void tellsWhatWasNotStored()
     {
-        for (const QString& table :
-             QStringList{"pos_data", "uas_status", "flight_monitor_detail_log", "flight_complete"}) {
+        for (const QString& table : QStringList{"pos_data"_l1, "uas_status"_l1,
+                                                "flight_monitor_detail_log"_l1, "flight_complete"_l1}) {
             const TestProject folder;
             FlightSimulator flight(5, 2, 1);
-            FlightRecorder recorder(Project::make(folder.path("p")));
+            FlightRecorder recorder(Project::make(folder.path("p"_l1)));
             QString file;
             connect(&recorder, &FlightRecorder::told, this, [&] {
                 if (file.isEmpty()) {
                     file = folder.missionFiles().value(0);
-                    TestProject::run(file, {"CREATE TRIGGER dropped BEFORE INSERT ON " + table +
-                                            " BEGIN SELECT RAISE(IGNORE); END"});
+                    TestProject::run(file, {"CREATE TRIGGER dropped BEFORE INSERT ON "_l1 + table +
+                                            " BEGIN SELECT RAISE(IGNORE); END"_l1});
                 }
             });
-            const QString error = recorder.record(flight, "n", "a").error;
-            const QString found = TestProject::text(file, "SELECT count(*) FROM " + table);
-            QVERIFY2(error.startsWith(found + " of ") && error.endsWith(' ' + table + " rows are in " + file),
+            const QString error = recorder.record(flight, "n"_l1, "a"_l1).error;
+            const QString found = TestProject::text(file, "SELECT count(*) FROM "_l1 + table);
+            QVERIFY2(error.startsWith(found + " of "_l1) &&
+                         error.endsWith(u' ' + table + " rows are in "_l1 + file),
                      qPrintable(error));
         }
     }
@@ -172,22 +177,22 @@ private Q_SLOTS:
         // 3; n, m: 10 waypoints, told by the vehicle and by the ground station; .: other traffic.
         const QByteArray fix = QByteArray(4, 0) + QByteArray::fromHex("c0a5f5eac0dade58") + QByteArray(16, 0);
         const QMap<QChar, mavlink::Message> messages{
-            {'H', {mavlink::Heartbeat::Id, 1, 1, Payload}},
-            {'h', {mavlink::Heartbeat::Id, 1, 1, QByteArray(Payload).replace(6, 1, "Q")}},
-            {'p', {mavlink::GlobalPositionInt::Id, 1, 1, fix}},
-            {'o', {mavlink::GlobalPositionInt::Id, 1, 1, QByteArray(28, 0)}},
-            {'c', {mavlink::MissionCurrent::Id, 1, 1, QByteArray::fromHex("0300")}},
-            {'n', {mavlink::MissionCount::Id, 1, 1, QByteArray::fromHex("0a00ff00")}},
-            {'m', {mavlink::MissionCount::Id, 255, 190, QByteArray::fromHex("0a000101")}},
-            {'.', {mavlink::Heartbeat::Id, 255, 190, QByteArray::fromHex("000000000608c00003")}},
+            {u'H', {mavlink::Heartbeat::Id, 1, 1, Payload}},
+            {u'h', {mavlink::Heartbeat::Id, 1, 1, QByteArray(Payload).replace(6, 1, "Q")}},
+            {u'p', {mavlink::GlobalPositionInt::Id, 1, 1, fix}},
+            {u'o', {mavlink::GlobalPositionInt::Id, 1, 1, QByteArray(28, 0)}},
+            {u'c', {mavlink::MissionCurrent::Id, 1, 1, QByteArray::fromHex("0300")}},
+            {u'n', {mavlink::MissionCount::Id, 1, 1, QByteArray::fromHex("0a00ff00")}},
+            {u'm', {mavlink::MissionCount::Id, 255, 190, QByteArray::fromHex("0a000101")}},
+            {u'.', {mavlink::Heartbeat::Id, 255, 190, QByteArray::fromHex("000000000608c00003")}},
         };
         const std::pair<QString, QString> cases[] = {
-            {"hHpcnh.......", ""},
-            {"hHpcn", "still armed: waypoint 3 at 149.100000, -35.300000, 30 %"},
-            {"HpocHm....", "still armed: waypoint 3 at 149.100000, -35.300000, 30 %"},
-            {"HpcmH......", "link lost: waypoint 3 at 149.100000, -35.300000, 30 %"},
-            {"Hocn", "still armed: waypoint 0 at 0.000000, 0.000000, 0 %"},
-            {"pcn.......", ""},
+            {"hHpcnh......."_l1, ""_l1},
+            {"hHpcn"_l1, "still armed: waypoint 3 at 149.100000, -35.300000, 30 %"_l1},
+            {"HpocHm...."_l1, "still armed: waypoint 3 at 149.100000, -35.300000, 30 %"_l1},
+            {"HpcmH......"_l1, "link lost: waypoint 3 at 149.100000, -35.300000, 30 %"_l1},
+            {"Hocn"_l1, "still armed: waypoint 0 at 0.000000, 0.000000, 0 %"_l1},
+            {"pcn......."_l1, ""_l1},
         };
         for (const auto& [seen, expected] : cases) {
             VehicleTracker tracker;
@@ -198,7 +203,7 @@ private Q_SLOTS:
             QString told;
             if (const auto end = tracker.interruption(usec)) {
                 const Breakpoint at = end->breakpoint.value_or(Breakpoint());
-                told = QString("%1: %2, %3 %").arg(end->reason, at.text()).arg(at.completion);
+                told = QStringLiteral("%1: %2, %3 %").arg(end->reason, at.text()).arg(at.completion);
             }
             QCOMPARE(told, expected);
         }
@@ -206,31 +211,32 @@ private Q_SLOTS:
     void recordsInterruptedAndVideoFlights()
     {
         const TestProject folder;
-        const Project project = Project::make(folder.path("p"));
+        const Project project = Project::make(folder.path("p"_l1));
         // Characters that would break the statement that stores a breakpoint.
-        const QString name = "it's %5, 100 % \"%1\"";
+        const QString name = "it's %5, 100 % \"%1\""_l1;
         FlightSimulator interrupted(5, 2, 1, true), video(5, 2, 1);
-        const auto flight = FlightRecorder(project).record(interrupted, name, "a");
+        const auto flight = FlightRecorder(project).record(interrupted, name, "a"_l1);
         QCOMPARE(flight.error, QString());
         QCOMPARE(MissionFile(flight.file).breakpoint(flight.missionId)->text(),
                  flight.interruption->breakpoint->text());
         QCOMPARE(
-            TestProject::value(flight.file, "SELECT name || result FROM flight_mission, flight_complete"),
-            QVariant(name + "interrupted"));
-        const auto easy = FlightRecorder(project, MissionFormat::video()).record(video, name, "a", "v.tlog");
+            TestProject::value(flight.file, "SELECT name || result FROM flight_mission, flight_complete"_l1),
+            QVariant(name + "interrupted"_l1));
+        const auto easy =
+            FlightRecorder(project, MissionFormat::video()).record(video, name, "a"_l1, "v.tlog"_l1);
         QCOMPARE(easy.error, QString());
-        QCOMPARE(TestProject::value(easy.file, "SELECT name || video_file FROM flight_video_mission"),
-                 QVariant(name + "v.tlog"));
-        QCOMPARE(TestProject::waiting(easy.file, "flight_monitor_detail_log"), int(easy.messages));
+        QCOMPARE(TestProject::value(easy.file, "SELECT name || video_file FROM flight_video_mission"_l1),
+                 QVariant(name + "v.tlog"_l1));
+        QCOMPARE(TestProject::waiting(easy.file, "flight_monitor_detail_log"_l1), int(easy.messages));
     }
     /// Two vehicles, of which the first one arms three times, and a ground station, ten frames a second.
     void recordsEachVehicleOfALog()
     {
         const std::pair<QStringList, QStringList> cases[] = {
-            {{}, {"log (system 1)", "log (system 2)"}},
-            {{"--split"},
-             {"log (system 1, flight 1)", "log (system 1, flight 2)", "log (system 1, flight 3)",
-              "log (system 2)"}}};
+            {{}, {"log (system 1)"_l1, "log (system 2)"_l1}},
+            {{"--split"_l1},
+             {"log (system 1, flight 1)"_l1, "log (system 1, flight 2)"_l1, "log (system 1, flight 3)"_l1,
+              "log (system 2)"_l1}}};
         QMap<uchar, QList<QByteArray>> sent; // of each system
         QByteArray log;
         for (int i = 0; i < 1500; ++i) {
@@ -245,12 +251,13 @@ private Q_SLOTS:
         }
         for (const auto& [arguments, missions] : cases) {
             const TestProject folder;
-            const QString file = folder.file("log.tlog", log);
-            QCOMPARE(runRecord(QStringList{"record", "--project", folder.path("p"), file} + arguments),
-                     int(Done));
+            const QString file = folder.file("log.tlog"_l1, log);
+            QCOMPARE(
+                runRecord(QStringList{"record"_l1, "--project"_l1, folder.path("p"_l1), file} + arguments),
+                int(Done));
             QMap<QString, QString> files; // by the mission's name
             for (const QString& mission : folder.missionFiles()) {
-                files.insert(TestProject::text(mission, "SELECT name FROM flight_mission"), mission);
+                files.insert(TestProject::text(mission, "SELECT name FROM flight_mission"_l1), mission);
             }
             QCOMPARE(QStringList(files.keys()), missions);
             QMap<uchar, QList<QByteArray>> recorded;
@@ -258,7 +265,7 @@ private Q_SLOTS:
             for (auto mission = files.cbegin(); mission != files.cend(); ++mission) {
                 const uchar own = uchar(mission.key().midRef(12, 1).toInt());
                 for (const QVariant& row : TestProject::values(
-                         *mission, "SELECT message FROM flight_monitor_detail_log ORDER BY rowid")) {
+                         *mission, "SELECT message FROM flight_monitor_detail_log ORDER BY rowid"_l1)) {
                     const QByteArray message = row.toByteArray();
                     const auto system = uchar(message[8 + 3]);
                     QVERIFY(system == own || system == 255);
@@ -284,11 +291,11 @@ private Q_SLOTS:
         };
         for (const auto& [change, waiting, sendable] : cases) {
             const TestProject folder;
-            TestProject::addMission(folder.missionFile("m/flight.kv"), "m", 2, 2, 4);
-            const QString broken = folder.file("broken/flight.kv", QByteArray(5000, 'x'));
-            BacklogCounter counter(Project::open(folder.path("")));
+            TestProject::addMission(folder.missionFile("m/flight.kv"_l1), "m"_l1, 2, 2, 4);
+            const QString broken = folder.file("broken/flight.kv"_l1, QByteArray(5000, 'x'));
+            BacklogCounter counter(Project::open(folder.path(""_l1)));
             counter.countAll();
-            QVERIFY(TestProject::run(folder.path("m/flight.kv"), {change}));
+            QVERIFY(TestProject::run(folder.path("m/flight.kv"_l1), {QLatin1String(change)}));
             counter.recount();
             const Backlog backlog = counter.backlog();
             QCOMPARE(int(backlog.waiting()), waiting);
@@ -306,32 +313,32 @@ private Q_SLOTS:
               {"1.1 999,1.2 999", "1.1 1.2"},
               {"1.2 999,1.3 999,2.1 999,2.3 999,3.2 1", "1.2 1.3 2.1 2.3"},
               {"1.2 gone", "1.2"}}) { // a queued row vanishes, so that the operator rests
-            const QStringList refused = QString(refusing).split(',');
+            const QStringList refused = QString::fromLatin1(refusing).split(u',');
             const TestProject folder;
             for (const char* name : {"1", "2", "3"}) {
-                const QString file = folder.missionFile(QString(name) + "/flight.kv");
+                const QString file = folder.missionFile(QLatin1String(name) + "/flight.kv"_l1);
                 for (const char* number : {".1", ".2", ".3"}) {
-                    TestProject::addMission(file, QString(name) + number, 2, 2, 2);
+                    TestProject::addMission(file, QLatin1String(name) + QLatin1String(number), 2, 2, 2);
                 }
             }
-            folder.file("2b/flight.kv", QByteArray(5000, 'x')); // no database
+            folder.file("2b/flight.kv"_l1, QByteArray(5000, 'x')); // no database
             QMap<QString, int> refusals;
             for (const QString& mission : refused) {
-                refusals[mission.section(' ', 0, 0)] = mission.section(' ', 1).toInt();
+                refusals[mission.section(u' ', 0, 0)] = mission.section(u' ', 1).toInt();
             }
             ScriptedServer server;
             server.script = [&](const PostedRequest& request) {
-                if (refused.contains("1.2 gone")) {
-                    TestProject::run(folder.path("1/flight.kv"),
-                                     {"DELETE FROM flight_mission WHERE id = '1.2'"});
+                if (refused.contains("1.2 gone"_l1)) {
+                    TestProject::run(folder.path("1/flight.kv"_l1),
+                                     {"DELETE FROM flight_mission WHERE id = '1.2'"_l1});
                 }
                 const QString mission = request.ids().value(0).left(3);
                 return refusals.value(mission) > 0 && refusals[mission]--
-                           ? ScriptedServer::reply(R"(200 {"status":9,"message":"no"})")
+                           ? ScriptedServer::reply(R"(200 {"status":9,"message":"no"})"_l1)
                            : ScriptedServer::accepted();
             };
-            signIn("token");
-            BacklogCounter counter(Project::open(folder.path("")));
+            signIn("token"_l1);
+            BacklogCounter counter(Project::open(folder.path(""_l1)));
             counter.countAll();
             const LogFeed feed;
             Uploader uploader(feed);
@@ -346,9 +353,9 @@ private Q_SLOTS:
                 }
                 QStringList sorted = missions.values();
                 sorted.sort();
-                return sorted.join(' ');
+                return sorted.join(u' ');
             };
-            QTRY_COMPARE_WITH_TIMEOUT(waiting(), QString(left), 60000);
+            QTRY_COMPARE_WITH_TIMEOUT(waiting(), QLatin1String(left), 60000);
         }
     }
     void supervises()
@@ -356,28 +363,29 @@ private Q_SLOTS:
         // Seen, a second each (a: sign of life, b: batch, n: no network), and done (r: rearmed, u:
         // unmarkable).
         const std::pair<QString, QString> cases[] = {
-            {QString("a.........").repeated(6), ""},
-            {"....a" + QString(60, '.'), "r32 r60"},
-            {QString(40, 'n') + QString(40, '.'), "r67"},
-            {"bb.b.....", "u3"},
-            {"bbabbabba", ""},
+            {QStringLiteral("a.........").repeated(6), ""_l1},
+            {"....a"_l1 + QString(60, u'.'), "r32 r60"_l1},
+            {QString(40, u'n') + QString(40, u'.'), "r67"_l1},
+            {"bb.b....."_l1, "u3"_l1},
+            {"bbabbabba"_l1, ""_l1},
         };
         for (const auto& [seen, expected] : cases) {
             UploadSupervisor supervisor(3000);
             QStringList done;
             int second = 0;
             connect(&supervisor, &UploadSupervisor::checkNewData,
-                    [&] { done << QString("r%1").arg(second); });
-            connect(&supervisor, &UploadSupervisor::unmarkable, [&] { done << QString("u%1").arg(second); });
+                    [&] { done << QStringLiteral("r%1").arg(second); });
+            connect(&supervisor, &UploadSupervisor::unmarkable,
+                    [&] { done << QStringLiteral("u%1").arg(second); });
             for (; second < seen.size(); ++second) {
-                if (seen[second] == 'a') {
+                if (seen[second] == u'a') {
                     supervisor.noteSignOfLife(second * 1000LL);
-                } else if (seen[second] == 'b') {
-                    supervisor.noteBatch("m");
+                } else if (seen[second] == u'b') {
+                    supervisor.noteBatch("m"_l1);
                 }
-                supervisor.look(second * 1000LL, "f.kv", seen[second] != 'n');
+                supervisor.look(second * 1000LL, "f.kv"_l1, seen[second] != u'n');
             }
-            QCOMPARE(done.join(' '), expected);
+            QCOMPARE(done.join(u' '), expected);
         }
     }
 };

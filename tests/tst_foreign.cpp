@@ -29,23 +29,23 @@ void noteCritical(QtMsgType type, const QMessageLogContext& context, const QStri
 /// A recorder with three messages in the file and three that wait, and what it does.
 struct Scene {
     const FlightProject project{0, 0, 0};
-    const QString columns = project.file("pos_data.txt", "id TEXT flight_mission_id TEXT");
-    const QString other = project.missionFile("m2/flight.kv");
-    const QString video = project.file("m1/easy.db");
+    const QString columns = project.file("pos_data.txt"_l1, "id TEXT flight_mission_id TEXT");
+    const QString other = project.missionFile("m2/flight.kv"_l1);
+    const QString video = project.file("m1/easy.db"_l1);
     QString file = project.db;
     std::unique_ptr<Recorder> recorder;
 
     static QJsonArray records(const char* first, const char* second)
     {
-        return {QJsonObject{{"id", first}, {"flight_mission_id", "m1"}},
-                QJsonObject{{"id", second}, {"flight_mission_id", "m1"}}};
+        return {QJsonObject{{"id"_l1, QLatin1String(first)}, {"flight_mission_id"_l1, "m1"_l1}},
+                QJsonObject{{"id"_l1, QLatin1String(second)}, {"flight_mission_id"_l1, "m1"_l1}}};
     }
     void begin(const QString& action)
     {
-        if (action == "video file") {
+        if (action == "video file"_l1) {
             file = video;
-            TestProject::run(video,
-                             {"CREATE TABLE flight_mission(id)", "INSERT INTO flight_mission VALUES('m1')"});
+            TestProject::run(
+                video, {"CREATE TABLE flight_mission(id)"_l1, "INSERT INTO flight_mission VALUES('m1')"_l1});
         }
         recorder = std::make_unique<Recorder>(project.db);
         recorder->write(3);
@@ -58,7 +58,7 @@ struct Scene {
         for (const QString& sql :
              {MessagesSql, QStringLiteral("SELECT id FROM pos_data ORDER BY rowid"),
               QStringLiteral("SELECT is_uploaded || ifnull(last_waypoint_index, '-') FROM flight_mission")}) {
-            text += TestProject::text(file, sql) + '\n';
+            text += TestProject::text(file, sql) + u'\n';
         }
         return text + TestProject::text(project.db, MessagesSql);
     }
@@ -67,7 +67,7 @@ struct Scene {
 /// Messages in a file.
 int stored(const QString& file)
 {
-    return TestProject::value(file, "SELECT count(*) FROM flight_monitor_detail_log").toInt();
+    return TestProject::value(file, "SELECT count(*) FROM flight_monitor_detail_log"_l1).toInt();
 }
 
 using Action = std::function<void(Scene&)>;
@@ -75,9 +75,9 @@ using Action = std::function<void(Scene&)>;
 const std::map<QString, Action>& actions()
 {
     static const std::map<QString, Action> all = {
-        {"message", [](Scene& s) { s.recorder->write(1); }},
-        {"fiftieth message", [](Scene& s) { s.recorder->write(47); }},
-        {"messages in turns",
+        {"message"_l1, [](Scene& s) { s.recorder->write(1); }},
+        {"fiftieth message"_l1, [](Scene& s) { s.recorder->write(47); }},
+        {"messages in turns"_l1,
          [](Scene& s) {
              s.recorder->op.SetFlightMissionFilePath(s.file);
              for (int i = 0; i < 20; ++i) {
@@ -85,27 +85,27 @@ const std::map<QString, Action>& actions()
                  s.recorder->write(1);
              }
          }},
-        {"five arguments",
+        {"five arguments"_l1,
          [](Scene& s) {
              s.recorder->op.slotParseJson(Scene::records("p1", "p2"), s.columns, Mission, 1, s.file);
          }},
-        {"three arguments",
+        {"three arguments"_l1,
          [](Scene& s) { Q_EMIT s.recorder->slotParseJson(Scene::records("p1", "p2"), s.columns, Mission); }},
-        {"single record",
+        {"single record"_l1,
          [](Scene& s) {
              Q_EMIT s.recorder->slotParseSingleJson(Scene::records("p1", "")[0].toObject(), s.columns,
-                                                    "pos_data");
+                                                    "pos_data"_l1);
          }},
-        {"one value",
-         [](Scene& s) { s.recorder->op.slotUpdateGeneralOneValue(1, "last_waypoint_index", 7, Mission); }},
-        {"breakpoint", [](Scene& s) { Q_EMIT s.recorder->slotUpdateBreakpoint(7, 1, 2, Mission, 3); }},
-        {"same file", [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.file); }},
-        {"other file", [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.other); }},
-        {"video file", [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.video); }},
-        {"pause", [](Scene& s) { Q_EMIT s.recorder->slotStartUploadTimer(false); }},
-        {"construction", [](Scene&) { const CKvFlightDataDbOperator op(nullptr, EUploadEnv::None); }},
-        {"end, 3 messages", [](Scene& s) { s.recorder.reset(); }},
-        {"end, 49 messages",
+        {"one value"_l1,
+         [](Scene& s) { s.recorder->op.slotUpdateGeneralOneValue(1, "last_waypoint_index"_l1, 7, Mission); }},
+        {"breakpoint"_l1, [](Scene& s) { Q_EMIT s.recorder->slotUpdateBreakpoint(7, 1, 2, Mission, 3); }},
+        {"same file"_l1, [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.file); }},
+        {"other file"_l1, [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.other); }},
+        {"video file"_l1, [](Scene& s) { s.recorder->op.SetFlightMissionFilePath(s.video); }},
+        {"pause"_l1, [](Scene& s) { Q_EMIT s.recorder->slotStartUploadTimer(false); }},
+        {"construction"_l1, [](Scene&) { const CKvFlightDataDbOperator op(nullptr, EUploadEnv::None); }},
+        {"end, 3 messages"_l1, [](Scene& s) { s.recorder.reset(); }},
+        {"end, 49 messages"_l1,
          [](Scene& s) {
              s.recorder->write(46);
              s.recorder.reset();
@@ -133,7 +133,7 @@ Outcome play(const QString& name, const QString& kind, const QString& goes)
     outcome.before = scene.contents();
     auto foreign = std::make_unique<Foreign>(kind, scene.file);
     outcome.errors = loggedBy(Level::Error, [&] {
-        if (goes == "in time") {
+        if (goes == "in time"_l1) {
             t_whileWaiting = [&foreign] { foreign.reset(); };
         }
         outcome.waited = waited([&] { action(scene); });
@@ -141,15 +141,15 @@ Outcome play(const QString& name, const QString& kind, const QString& goes)
         if (scene.recorder) {
             takeLock(*scene.recorder);
         }
-        if (goes != "never") {
+        if (goes != "never"_l1) {
             foreign.reset();
         }
-        if (scene.recorder && goes != "never") {
-            if (name == "other file") {
+        if (scene.recorder && goes != "never"_l1) {
+            if (name == "other file"_l1) {
                 scene.recorder->op.SetFlightMissionFilePath(scene.file);
             }
             scene.recorder->write(50);
-            if (!scene.recorder->stored || name == "one value") {
+            if (!scene.recorder->stored || name == "one value"_l1) {
                 scene.recorder->op.SetFlightMissionFilePath(scene.file);
                 action(scene);
             }
@@ -166,9 +166,9 @@ Outcome play(const QString& name, const QString& kind, const QString& goes)
 QString undisturbed(const QString& action, bool usedAgain)
 {
     static std::map<QString, QString> known;
-    QString& text = known[action + (usedAgain ? "" : ", once")];
+    QString& text = known[action + (QLatin1String(usedAgain ? "" : ", once"))];
     if (text.isEmpty()) {
-        text = play(action, "none", usedAgain ? "in time" : "never").after;
+        text = play(action, "none"_l1, QLatin1String(usedAgain ? "in time" : "never")).after;
     }
     return text;
 }
@@ -193,19 +193,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("action");
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("goes");
-        const std::map<QString, QStringList> kinds = {{"exclusive", {"in time", "late", "never"}},
-                                                      {"reserved", {"in time", "late", "never"}},
-                                                      {"reader", {"in time", "late", "never"}},
-                                                      {"idle WAL", {"late", "never"}},
-                                                      {"replaced", {"late"}},
-                                                      {"moved away", {"late", "never"}},
-                                                      {"deleted", {"late", "never"}}};
+        const std::map<QString, QStringList> kinds = {{"exclusive"_l1, {"in time"_l1, "late"_l1, "never"_l1}},
+                                                      {"reserved"_l1, {"in time"_l1, "late"_l1, "never"_l1}},
+                                                      {"reader"_l1, {"in time"_l1, "late"_l1, "never"_l1}},
+                                                      {"idle WAL"_l1, {"late"_l1, "never"_l1}},
+                                                      {"replaced"_l1, {"late"_l1}},
+                                                      {"moved away"_l1, {"late"_l1, "never"_l1}},
+                                                      {"deleted"_l1, {"late"_l1, "never"_l1}}};
         for (const auto& [action, function] : actions()) {
             for (const auto& [kind, times] : kinds) {
                 for (const QString& goes : times) {
                     // What is made in a file's place gets the tables; and the messages go to another file.
-                    if (action == "video file" &&
-                        (goes == "never" || kind == "moved away" || kind == "deleted")) {
+                    if (action == "video file"_l1 &&
+                        (goes == "never"_l1 || kind == "moved away"_l1 || kind == "deleted"_l1)) {
                         continue;
                     }
                     QTest::addRow("%s, %s, %s", qPrintable(action), qPrintable(kind), qPrintable(goes))
@@ -220,29 +220,30 @@ private Q_SLOTS:
         QFETCH(QString, kind);
         QFETCH(QString, goes);
         const Outcome outcome = play(action, kind, goes);
-        QVERIFY2(outcome.waited < Wait * 3 / 2, QByteArray::number(outcome.waited));
+        QVERIFY2(outcome.waited < Wait * 3 / 2, QByteArray::number(outcome.waited).constData());
         const bool gone =
-            kind == "moved away" || kind == "deleted"; // a second file in its place, a second line
-        QVERIFY2(outcome.errors.size() <= (gone ? 2 : 1), qPrintable(outcome.errors.join('\n')));
-        const QString all = undisturbed(action, goes != "never");
+            kind == "moved away"_l1 || kind == "deleted"_l1; // a second file in its place, a second line
+        QVERIFY2(outcome.errors.size() <= (gone ? 2 : 1), qPrintable(outcome.errors.join(u'\n')));
+        const QString all = undisturbed(action, goes != "never"_l1);
         // What is kept to the end and not taken there is lost, and that is said.
-        const bool lost = kind != "idle WAL" && kind != "replaced" &&
-                          (goes == "never" || (goes == "late" && action.startsWith("end")));
+        const bool lost = kind != "idle WAL"_l1 && kind != "replaced"_l1 &&
+                          (goes == "never"_l1 || (goes == "late"_l1 && action.startsWith("end"_l1)));
         QCOMPARE(g_criticals.size(), lost ? 1 : 0);
         QCOMPARE(outcome.after, lost ? outcome.before : all);
-        QVERIFY(outcome.oneFile || goes == "never" || action.startsWith("end"));
+        QVERIFY(outcome.oneFile || goes == "never"_l1 || action.startsWith("end"_l1));
     }
 
     /// A chain whose n-th request finds the foreign user there, with ticks until everything is marked.
     void upload()
     {
-        for (const auto& [kind, inTime] : {std::pair("exclusive", true),
-                                           {"exclusive", false},
-                                           {"reserved", true},
-                                           {"reserved", false},
-                                           {"reader", true},
-                                           {"reader", false},
-                                           {"idle WAL", false}}) {
+        for (const auto& [who, inTime] : {std::pair("exclusive", true),
+                                          {"exclusive", false},
+                                          {"reserved", true},
+                                          {"reserved", false},
+                                          {"reader", true},
+                                          {"reader", false},
+                                          {"idle WAL", false}}) {
+            const QString kind = QLatin1String(who);
             for (int request = 0; request <= 4; ++request) {
                 const FlightProject project(3, 2, 4);
                 std::unique_ptr<Foreign> foreign;
@@ -268,7 +269,7 @@ private Q_SLOTS:
                 QTRY_COMPARE(uploader.finished.count(), 1);
                 t_whileWaiting = nullptr;
                 QVERIFY2(qMax(longest, static_cast<int>(t_slept / 1000)) < Wait * 3 / 2,
-                         QByteArray::number(request));
+                         QByteArray::number(request).constData());
                 foreign.reset();
                 for (int pass = 2; TestProject::waiting(project.db) > 0 && pass < 9; ++pass) {
                     uploader.rearm(project.db);
@@ -290,19 +291,19 @@ private Q_SLOTS:
             QStringList files;
             std::vector<std::unique_ptr<Foreign>> foreign;
             for (const char* name : {"m2/flight.kv", "m3/flight.kv", "m4/flight.kv"}) {
-                files.append(project.file(name));
-                TestProject::run(files.constLast(), {"CREATE TABLE other(id)"});
-                foreign.push_back(std::make_unique<Foreign>(kind, files.constLast()));
+                files.append(project.file(QLatin1String(name)));
+                TestProject::run(files.constLast(), {"CREATE TABLE other(id)"_l1});
+                foreign.push_back(std::make_unique<Foreign>(QLatin1String(kind), files.constLast()));
             }
             CKvDataBase::SetLockWait(1500);
             QCoreApplication::processEvents();
             std::unique_ptr<Recorder> recorder;
             const int slept = waited([&] { recorder = std::make_unique<Recorder>(project.db); });
             CKvDataBase::SetLockWait(Wait);
-            QVERIFY2(slept > 100 && slept < 1300, QByteArray::number(slept));
+            QVERIFY2(slept > 100 && slept < 1300, QByteArray::number(slept).constData());
             recorder->op.SetFlightMissionFilePath(files[0]);
             QCOMPARE(loggedBy(Level::Warn, [&] { recorder->write(50); }),
-                     QStringList("4 " + files[0] + ": cannot be written: database is locked"));
+                     QStringList("4 "_l1 + files[0] + ": cannot be written: database is locked"_l1));
             foreign.clear();
             recorder->write(50);
             QCOMPARE(stored(files[0]), 100);
@@ -316,10 +317,10 @@ private Q_SLOTS:
         CKvDataBase database(QString{});
         database.DBInstance()->setDatabaseName(project.db);
         QVERIFY(database.open());
-        const auto read = [&database] { database.exec("SELECT count(*) FROM pos_data"); };
+        const auto read = [&database] { database.exec("SELECT count(*) FROM pos_data"_l1); };
         database.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000000) "
-                      "SELECT count(*) FROM n");
-        const Foreign foreign("exclusive", project.db);
+                      "SELECT count(*) FROM n"_l1);
+        const Foreign foreign("exclusive"_l1, project.db);
         QVERIFY(waited(read) > Wait / 20);
         int slept = 0;
         database.close(); // an open one stays on its thread
@@ -337,16 +338,16 @@ private Q_SLOTS:
     void endWithTwoFiles()
     {
         const FlightProject project;
-        const QString other = project.missionFile("m2/flight.kv");
+        const QString other = project.missionFile("m2/flight.kv"_l1);
         auto recorder = std::make_unique<Recorder>(project.db);
-        const Foreign first("exclusive", project.db);
-        const Foreign second("exclusive", other);
+        const Foreign first("exclusive"_l1, project.db);
+        const Foreign second("exclusive"_l1, other);
         recorder->write(50);
         recorder->op.SetFlightMissionFilePath(other);
         recorder->write(50);
         QCoreApplication::processEvents(); // a wait for the end
         const int slept = waited([&recorder] { recorder.reset(); });
-        QVERIFY2(slept > Wait / 4 && slept < Wait * 3 / 2, QByteArray::number(slept));
+        QVERIFY2(slept > Wait / 4 && slept < Wait * 3 / 2, QByteArray::number(slept).constData());
         QCOMPARE(g_criticals.size(), 2);
     }
 
@@ -357,12 +358,12 @@ private Q_SLOTS:
         CKvDataBase::SetLockWait(10 * Wait); // far longer than a visit
         auto recorder = std::make_unique<Recorder>(project.db);
         recorder->write(49);
-        const Foreign foreign("exclusive", project.db);
+        const Foreign foreign("exclusive"_l1, project.db);
         Q_EMIT recorder->slotUpdateBreakpoint(7, 1, 2, Mission, 3);
         const int slept = waited([&recorder] { recorder.reset(); });
         CKvDataBase::SetLockWait(Wait);
-        QVERIFY2(slept > Wait / 2 && slept < 15 * Wait, QByteArray::number(slept));
-        QCOMPARE(g_criticals, QStringList(project.db + ": 49 records were not stored and are lost"));
+        QVERIFY2(slept > Wait / 2 && slept < 15 * Wait, QByteArray::number(slept).constData());
+        QCOMPARE(g_criticals, QStringList(project.db + ": 49 records were not stored and are lost"_l1));
     }
 
     /// A folder is away for some records of each kind, and comes back or does not.
@@ -372,13 +373,14 @@ private Q_SLOTS:
             Scene scene;
             scene.begin({});
             const auto rename = [&scene](const char* from, const char* to) {
-                return QDir().rename(scene.project.path(from), scene.project.path(to));
+                return QDir().rename(scene.project.path(QLatin1String(from)),
+                                     scene.project.path(QLatin1String(to)));
             };
             QVERIFY(rename("m1", "away"));
             scene.recorder->op.SetFlightMissionFilePath(scene.file);
             scene.recorder->write(30);
-            actions().at("three arguments")(scene);
-            actions().at("single record")(scene);
+            actions().at("three arguments"_l1)(scene);
+            actions().at("single record"_l1)(scene);
             QVERIFY(rename(comesBack ? "away" : "m1", comesBack ? "m1" : "away") == comesBack);
             scene.recorder->write(comesBack ? 3 : 0);
             scene.recorder.reset();
@@ -386,7 +388,7 @@ private Q_SLOTS:
             QCOMPARE(stored(scene.project.db), comesBack ? 39 : 3);
             QCOMPARE(g_criticals,
                      comesBack ? QStringList()
-                               : QStringList(scene.file + ": 36 records were not stored and are lost"));
+                               : QStringList(scene.file + ": 36 records were not stored and are lost"_l1));
         }
     }
 
@@ -399,38 +401,39 @@ private Q_SLOTS:
         QCOMPARE(loggedBy(Level::Warn,
                           [&] {
                               for (int i = 0; i < 3; ++i) {
-                                  const Foreign foreign("exclusive", project.db);
-                                  database.exec("SELECT count(*) FROM pos_data");
+                                  const Foreign foreign("exclusive"_l1, project.db);
+                                  database.exec("SELECT count(*) FROM pos_data"_l1);
                               }
-                              database.exec("SELECT count(*) FROM pos_data");
-                              const Foreign foreign("exclusive", project.db);
-                              database.exec("SELECT count(*) FROM pos_data");
+                              database.exec("SELECT count(*) FROM pos_data"_l1);
+                              const Foreign foreign("exclusive"_l1, project.db);
+                              database.exec("SELECT count(*) FROM pos_data"_l1);
                           }),
-                 QStringList("3 " + project.db + ": cannot be read now: database is locked"));
+                 QStringList("3 "_l1 + project.db + ": cannot be read now: database is locked"_l1));
     }
 
     /// Records for a file without their table wait for it, whatever else the file has got meanwhile.
     void noTables()
     {
-        for (const auto& [action, sql] : {std::pair("", ""),
-                                          {"breakpoint", ""},
-                                          {"one value", ""},
-                                          {"", "CREATE TABLE other(id)"},
-                                          {"", "CREATE TABLE flight_mission(id)"}}) {
+        for (const auto& tried : {std::pair("", ""),
+                                  {"breakpoint", ""},
+                                  {"one value", ""},
+                                  {"", "CREATE TABLE other(id)"},
+                                  {"", "CREATE TABLE flight_mission(id)"}}) {
+            const QString action = QLatin1String(tried.first), sql = QLatin1String(tried.second);
             Scene scene;
             scene.recorder = std::make_unique<Recorder>(scene.project.db);
-            const QString bare = scene.project.file("bare/flight.kv");
+            const QString bare = scene.project.file("bare/flight.kv"_l1);
             scene.recorder->op.SetFlightMissionFilePath(bare);
             const QStringList lines = loggedBy(Level::Warn, [&] {
-                if (*action) {
+                if (!action.isEmpty()) {
                     actions().at(action)(scene);
                 }
                 scene.recorder->write(50);
                 TestProject::run(bare, {sql});
                 scene.recorder->write(50);
             });
-            QCOMPARE(lines.filter("wait in memory"),
-                     QStringList("3 " + bare + ": has no tables; records wait in memory for them"));
+            QCOMPARE(lines.filter("wait in memory"_l1),
+                     QStringList("3 "_l1 + bare + ": has no tables; records wait in memory for them"_l1));
             const CKvFlightDataDbOperator makesTables(nullptr, EUploadEnv::None);
             scene.recorder->write(50);
             QCOMPARE(stored(bare), 150);
@@ -444,10 +447,10 @@ private Q_SLOTS:
         Recorder recorder(project.db);
         recorder.write(10);
         Q_EMIT recorder.slotStartUploadTimer(false);
-        QVERIFY(QFile::rename(project.db, project.db + ".away"));
+        QVERIFY(QFile::rename(project.db, project.db + ".away"_l1));
         recorder.write(10);
         Q_EMIT recorder.slotStartUploadTimer(false);
-        QVERIFY(QFile::rename(project.db + ".away", project.db));
+        QVERIFY(QFile::rename(project.db + ".away"_l1, project.db));
         recorder.write(50);
         QCOMPARE(stored(project.db), 70);
     }
@@ -458,33 +461,34 @@ private Q_SLOTS:
         Scene scene;
         scene.recorder = std::make_unique<Recorder>(scene.project.db);
         scene.project.run("DROP TABLE pos_data");
-        actions().at("single record")(scene);
+        actions().at("single record"_l1)(scene);
         scene.recorder->write(50);
-        actions().at("one value")(scene);
+        actions().at("one value"_l1)(scene);
         QCOMPARE(scene.project.text("SELECT last_waypoint_index || ' ' || (SELECT count(*) FROM "
-                                    "flight_monitor_detail_log) FROM flight_mission"),
-                 QString("7 50"));
+                                    "flight_monitor_detail_log) FROM flight_mission"_l1),
+                 "7 50"_l1);
         QVERIFY(CreateMissionFile(scene.project.db));
         scene.recorder.reset();
-        QCOMPARE(scene.project.text("SELECT id FROM pos_data"), QString("p1"));
+        QCOMPARE(scene.project.text("SELECT id FROM pos_data"_l1), "p1"_l1);
     }
 
     /// What cannot be stored is kept up to a limit; that it is reached is said once.
     void limit()
     {
         const FlightProject project;
-        auto foreign = std::make_unique<Foreign>("exclusive", project.db);
+        auto foreign = std::make_unique<Foreign>("exclusive"_l1, project.db);
         Recorder recorder(project.db);
         const QByteArray megabyte(1 << 20, 'm');
         for (int i = 0; i < 150; ++i) {
             Q_EMIT recorder.slotWriteFlightMonitor(QByteArray::number(i) + megabyte);
         }
         QCOMPARE(g_criticals,
-                 QStringList(project.db + ": too much waits in memory; records are lost from now on"));
+                 QStringList(project.db + ": too much waits in memory; records are lost from now on"_l1));
         foreign.reset();
         recorder.write(50);
-        QCOMPARE(project.text("SELECT group_concat(length(message) > 1000) FROM flight_monitor_detail_log"),
-                 QString("1,").repeated(50) + QString("0,").repeated(50).chopped(1));
+        QCOMPARE(
+            project.text("SELECT group_concat(length(message) > 1000) FROM flight_monitor_detail_log"_l1),
+            QStringLiteral("1,").repeated(50) + QStringLiteral("0,").repeated(50).chopped(1));
     }
 
     /// A host's own connection answers well again once the lock is gone.
@@ -492,50 +496,49 @@ private Q_SLOTS:
     {
         const FlightProject project;
         {
-            QSqlDatabase plain = QSqlDatabase::addDatabase("QSQLITE", "plain");
+            QSqlDatabase plain = QSqlDatabase::addDatabase("QSQLITE"_l1, "plain"_l1);
             plain.setDatabaseName(project.db);
-            plain.setConnectOptions(QString("QSQLITE_BUSY_TIMEOUT=%1").arg(Wait));
+            plain.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(Wait));
             QVERIFY(plain.open());
             const auto create = [&plain](const char* table) {
-                return CreateTable(table, GetPosDataTableContents(), &plain);
+                return CreateTable(QLatin1String(table), GetPosDataTableContents(), &plain);
             };
-            auto foreign = std::make_unique<Foreign>("exclusive", project.db);
+            auto foreign = std::make_unique<Foreign>("exclusive"_l1, project.db);
             const int slept = waited([&] {
                 for (const char* table : {"one", "two", "three"}) {
                     QVERIFY(!create(table));
                 }
             });
-            QVERIFY2(slept < Wait * 3 / 2, QByteArray::number(slept));
+            QVERIFY2(slept < Wait * 3 / 2, QByteArray::number(slept).constData());
             foreign.reset();
             QVERIFY(create("one") && create("two") && create("pos_data"));
-            QSqlQuery timeout("PRAGMA busy_timeout", plain);
+            QSqlQuery timeout("PRAGMA busy_timeout"_l1, plain);
             QVERIFY(timeout.next() && timeout.value(0) == Wait);
         }
-        QSqlDatabase::removeDatabase("plain");
+        QSqlDatabase::removeDatabase("plain"_l1);
     }
 
     /// SQLite leaves the mode without a look at what others have written since it read its pages last.
     void writesOfOthersBesideWriteAheadLog()
     {
         const FlightProject project(0, 0, 0);
-        auto foreign = std::make_unique<Foreign>("idle WAL", project.db);
+        auto foreign = std::make_unique<Foreign>("idle WAL"_l1, project.db);
         CKvDataBase database(project.db);
         CKvDataBase other(project.db);
         QVERIFY(database.open() && other.open());
         for (const char* row : {"1", "2", "3"}) {
             QVERIFY(other.transaction());
-            other.exec(QString("INSERT INTO pos_data(id) VALUES('%1')").arg(row));
+            other.exec(QStringLiteral("INSERT INTO pos_data(id) VALUES('%1')").arg(QLatin1String(row)));
             QVERIFY(other.commit());
-            QVERIFY(*row == '3' || database.exec("SELECT * FROM pos_data").next());
+            QVERIFY(*row == '3' || database.exec("SELECT * FROM pos_data"_l1).next());
         }
         other.close();
         foreign.reset();
         QVERIFY(database.transaction());
-        database.exec("UPDATE pos_data SET is_uploaded = 1");
+        database.exec("UPDATE pos_data SET is_uploaded = 1"_l1);
         QVERIFY(database.commit());
-        QCOMPARE(project.text("SELECT id FROM pos_data WHERE is_uploaded = 1 ORDER BY rowid"),
-                 QString("1 2 3"));
-        QCOMPARE(project.text("PRAGMA integrity_check"), QString("ok"));
+        QCOMPARE(project.text("SELECT id FROM pos_data WHERE is_uploaded = 1 ORDER BY rowid"_l1), "1 2 3"_l1);
+        QCOMPARE(project.text("PRAGMA integrity_check"_l1), "ok"_l1);
     }
 };
 

@@ -10,14 +10,14 @@ constexpr int KillsInRound = 8;
 
 /// A project, the server that it is uploaded to, and what both hold.
 struct Round : FlownProject {
-    IngestServer server{{"--token", Token, "--ledger", ledger, "--admin", "127.0.0.1:0"}};
-    const QString admin = server.address("flightserver watched on ");
+    IngestServer server{{"--token"_l1, Token, "--ledger"_l1, ledger, "--admin"_l1, "127.0.0.1:0"_l1}};
+    const QString admin = server.address("flightserver watched on "_l1);
 
     QVariant inLedger(const QString& sql) const
     {
-        CKvDataBase database(path("none.db"));
+        CKvDataBase database(path("none.db"_l1));
         database.open();
-        database.exec("ATTACH '" + ledger + "' AS ledger");
+        database.exec("ATTACH '"_l1 + ledger + "' AS ledger"_l1);
         QSqlQuery query = database.exec(sql);
         return query.next() ? query.value(0) : QVariant();
     }
@@ -27,7 +27,7 @@ struct Round : FlownProject {
     {
         while (!get(admin, "/metrics").contains("flightserver_connections 0\n")) {
         }
-        return rows("received IS NOT NULL AND is_uploaded = 0").size();
+        return rows("received IS NOT NULL AND is_uploaded = 0"_l1).size();
     }
 };
 } // namespace
@@ -68,13 +68,13 @@ private Q_SLOTS:
         QFETCH(int, seed);
         Round round;
         std::mt19937 random(static_cast<unsigned int>(seed));
-        const QString log = round.file("flight.tlog", asLog(framesOf(FlightSimulator(random(), 0, 10))));
+        const QString log = round.file("flight.tlog"_l1, asLog(framesOf(FlightSimulator(random(), 0, 10))));
         QSet<QString> committed;
         const int kills = m_kills + KillsInRound;
         while (m_kills < kills || committed.isEmpty()) {
-            Program recorder("flightdesk", round.command("record", {log}));
+            Program recorder("flightdesk"_l1, round.command("record"_l1, {log}));
             recorder.waitForFinished(int(random() % 500));
-            Program uploader("flightdesk", round.uploadCommand(round.server.url));
+            Program uploader("flightdesk"_l1, round.uploadCommand(round.server.url));
             recorder.waitForFinished(int(random() % 150));
             committed += round.rows();
             kill(recorder);
@@ -86,15 +86,16 @@ private Q_SLOTS:
             }
             const QSet<QString> left = round.rows();
             QVERIFY(left.contains(committed));
-            QCOMPARE(round.rows("is_uploaded = 1 AND received IS NULL"), QSet<QString>());
+            QCOMPARE(round.rows("is_uploaded = 1 AND received IS NULL"_l1), QSet<QString>());
             committed = left;
         }
         round.uploadAll(round.server.url);
-        QCOMPARE(round.rows("received IS NULL OR is_uploaded = 0"), QSet<QString>());
+        QCOMPARE(round.rows("received IS NULL OR is_uploaded = 0"_l1), QSet<QString>());
         QVERIFY(round.rows().contains(committed));
         m_rows += round.rows().size();
-        m_again += round.inLedger("SELECT sum(times - 1) FROM ledger.row").toInt();
-        QVERIFY2(m_again <= m_mayComeAgain, qPrintable(QString("%1 > %2").arg(m_again).arg(m_mayComeAgain)));
+        m_again += round.inLedger("SELECT sum(times - 1) FROM ledger.row"_l1).toInt();
+        QVERIFY2(m_again <= m_mayComeAgain,
+                 qPrintable(QStringLiteral("%1 > %2").arg(m_again).arg(m_mayComeAgain)));
     }
     void cleanupTestCase()
     {

@@ -93,39 +93,42 @@ struct TestLedger {
 /// back).
 const QList<std::function<void(TestLedger&)>> Life = {
     [](TestLedger& ledger) {
-        ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m1"})"),
-                    ledger.delivery("/flight/detailupload", logBody(logRow("a") + ',' + logRow("b")))});
+        ledger.put({ledger.delivery("/flight/upload"_l1, R"(data={"id":"m1"})"),
+                    ledger.delivery("/flight/detailupload"_l1, logBody(logRow("a") + ',' + logRow("b")))});
     },
-    [](TestLedger& ledger) { ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b")))}); },
+    [](TestLedger& ledger) {
+        ledger.put({ledger.delivery("/flight/detailupload"_l1, logBody(logRow("b")))});
+    },
     [](TestLedger& ledger) { ledger.reopen(); },
     [](TestLedger& ledger) {
-        ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("b") + ',' + logRow("c")), true),
-                    ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"new"})")});
+        ledger.put(
+            {ledger.delivery("/flight/detailupload"_l1, logBody(logRow("b") + ',' + logRow("c")), true),
+             ledger.delivery("/flight/upload"_l1, R"(data={"id":"m1","name":"new"})")});
     },
     [](TestLedger& ledger) { // the log is written back beneath the server, which begins it anew
         try {
             SqliteFile(ledger.file.toStdString()).execute("PRAGMA wal_checkpoint");
         } catch (const SqliteError&) { // the power has gone
         }
-        ledger.put({ledger.delivery("/flight/detailupload", logBody(logRow("d")))});
+        ledger.put({ledger.delivery("/flight/detailupload"_l1, logBody(logRow("d")))});
     },
     [](TestLedger& ledger) { ledger.store.reset(); },
 };
 
 const QString FirstVersion = "CREATE TABLE \"row\"(kind TEXT NOT NULL, id TEXT NOT NULL, mission TEXT NOT "
                              "NULL, json TEXT NOT NULL, times "
-                             "INTEGER NOT NULL, PRIMARY KEY(kind,id))";
+                             "INTEGER NOT NULL, PRIMARY KEY(kind,id))"_l1;
 
 void makeFirstVersion(const QString& file)
 {
     TestProject::run(
-        file, {FirstVersion, "CREATE TABLE request(seq INTEGER PRIMARY KEY)",
-               "INSERT INTO \"row\" VALUES('pos_data','p1','m1','{}',3),('uas_status','s1','m1','{}',1)"});
+        file, {FirstVersion, "CREATE TABLE request(seq INTEGER PRIMARY KEY)"_l1,
+               "INSERT INTO \"row\" VALUES('pos_data','p1','m1','{}',3),('uas_status','s1','m1','{}',1)"_l1});
 }
-const QString TakenOver = "demo pos_data p1 m1 3;demo uas_status s1 m1 1";
+const QString TakenOver = "demo pos_data p1 m1 3;demo uas_status s1 m1 1"_l1;
 const QString SelectAll =
     "SELECT group_concat(line, ';') FROM (SELECT owner || ' ' || kind || ' ' || id || ' ' || "
-    "mission || ' ' || times AS line FROM \"row\" ORDER BY 1)";
+    "mission || ' ' || times AS line FROM \"row\" ORDER BY 1)"_l1;
 } // namespace
 
 class tst_ledger : public QObject
@@ -138,12 +141,12 @@ private:
     {
         const FaultVfs::Pause pause;
         QVERIFY(ledger.ids().contains(ledger.acknowledged));
-        QCOMPARE(ledger.text("PRAGMA integrity_check"), QString("ok"));
+        QCOMPARE(ledger.text("PRAGMA integrity_check"_l1), "ok"_l1);
     }
     static void checkAndStore(TestLedger& ledger)
     {
         check(ledger);
-        QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
+        QCOMPARE(ledger.put({ledger.delivery("/flight/upload"_l1, R"(data={"id":"m2"})")}),
                  {Result::Outcome::Stored});
     }
 
@@ -157,10 +160,10 @@ private:
             std::mt19937 coin(seed);
             for (int n = 1, failures = 1; failures > 0; ++n) {
                 const TestProject folder;
-                prepare(folder.path("ledger.db"));
-                disk.mount(folder.path(""));
+                prepare(folder.path("ledger.db"_l1));
+                disk.mount(folder.path(""_l1));
                 disk.failAt(FaultVfs::Any, n, IoError, true);
-                TestLedger ledger(folder.path("ledger.db"));
+                TestLedger ledger(folder.path("ledger.db"_l1));
                 live(ledger);
                 ledger.store.reset();
                 failures = disk.failures();
@@ -199,7 +202,7 @@ private Q_SLOTS:
             for (int n = 1, failures = 1; failures > 0 || n % 2 == 0; ++n) {
                 const bool forGood = n % 2 == 0;
                 const TestProject folder;
-                TestLedger ledger(folder.path("ledger.db"));
+                TestLedger ledger(folder.path("ledger.db"_l1));
                 disk.failAt(step, (n + 1) / 2, code, forGood);
                 Life[0](ledger);
                 Life[1](ledger);
@@ -210,7 +213,7 @@ private Q_SLOTS:
                 QVERIFY(ledger.store->probe());
                 checkAndStore(ledger);
                 check(ledger);
-                const QString what = QString("step %1, code %2, number %3").arg(step).arg(code).arg(n);
+                const QString what = QStringLiteral("step %1, code %2, number %3").arg(step).arg(code).arg(n);
                 QVERIFY2(!QTest::currentTestFailed(), qPrintable(what));
             }
         }
@@ -219,36 +222,37 @@ private Q_SLOTS:
     void countsAndKeeps()
     {
         const TestProject folder;
-        TestLedger ledger(folder.path("ledger.db"));
+        TestLedger ledger(folder.path("ledger.db"_l1));
         const QByteArray odd = R"({ "id" : "od\u0064", "x":1.50 ,"y":null})";
-        ledger.put({ledger.delivery("/flight/detailupload", logBody(odd + ',' + odd))});
-        ledger.put({ledger.delivery("/flight/detailupload", logBody(R"({"id":"odd"})")),
-                    ledger.delivery("/flight/detailupload", logBody(logRow("odd")), true),
-                    ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"first"})"),
-                    ledger.delivery("/flight/upload", R"(data={"id":"m1","name":"last"})")});
-        QCOMPARE(ledger.text(R"(SELECT json FROM "row" WHERE owner = 'alice' AND id = 'odd')"), QString(odd));
+        ledger.put({ledger.delivery("/flight/detailupload"_l1, logBody(odd + ',' + odd))});
+        ledger.put({ledger.delivery("/flight/detailupload"_l1, logBody(R"({"id":"odd"})")),
+                    ledger.delivery("/flight/detailupload"_l1, logBody(logRow("odd")), true),
+                    ledger.delivery("/flight/upload"_l1, R"(data={"id":"m1","name":"first"})"),
+                    ledger.delivery("/flight/upload"_l1, R"(data={"id":"m1","name":"last"})")});
+        QCOMPARE(ledger.text(R"(SELECT json FROM "row" WHERE owner = 'alice' AND id = 'odd')"_l1),
+                 QString::fromUtf8(odd));
         QCOMPARE(ledger.text(SelectAll),
-                 QString("alice flight_mission m1 m1 2;alice flight_monitor_detail_log odd m1 "
-                         "3;bob flight_monitor_detail_log odd m1 1"));
-        QCOMPARE(ledger.text("SELECT json FROM \"row\" WHERE id = 'm1'"),
-                 QString(R"({"id":"m1","name":"last"})"));
+                 "alice flight_mission m1 m1 2;alice flight_monitor_detail_log odd m1 "
+                 "3;bob flight_monitor_detail_log odd m1 1"_l1);
+        QCOMPARE(ledger.text("SELECT json FROM \"row\" WHERE id = 'm1'"_l1),
+                 R"({"id":"m1","name":"last"})"_l1);
     }
 
     /// One request whose rows the ledger does not take fails alone.
     void poisoned()
     {
         const TestProject folder;
-        TestLedger ledger(folder.path("ledger.db"));
+        TestLedger ledger(folder.path("ledger.db"_l1));
         SqliteFile(ledger.file.toStdString())
             .execute("CREATE TRIGGER poison BEFORE INSERT ON record WHEN new.id = 'poison' BEGIN "
                      "SELECT raise(ABORT, 'poison'); END");
         using Outcome = Result::Outcome;
-        QCOMPARE(ledger.put(
-                     {ledger.delivery("/flight/detailupload", logBody(logRow("a"))),
-                      ledger.delivery("/flight/detailupload", logBody(logRow("b") + ',' + logRow("poison"))),
-                      ledger.delivery("/flight/detailupload", logBody(logRow("c")))}),
+        QCOMPARE(ledger.put({ledger.delivery("/flight/detailupload"_l1, logBody(logRow("a"))),
+                             ledger.delivery("/flight/detailupload"_l1,
+                                             logBody(logRow("b") + ',' + logRow("poison"))),
+                             ledger.delivery("/flight/detailupload"_l1, logBody(logRow("c")))}),
                  (QList<Outcome>{Outcome::Stored, Outcome::Refused, Outcome::Stored}));
-        QCOMPARE(ledger.ids(), (QSet<QString>{"a", "c"}));
+        QCOMPARE(ledger.ids(), (QSet<QString>{"a"_l1, "c"_l1}));
     }
 
     void takesOver()
@@ -265,8 +269,8 @@ private Q_SLOTS:
     void foreignFiles()
     {
         const TestProject folder;
-        for (const QString& sql : {QString("CREATE TABLE other(x)"), QString("PRAGMA user_version=99")}) {
-            const QString file = folder.path("other.db");
+        for (const auto sql : {"CREATE TABLE other(x)"_l1, "PRAGMA user_version=99"_l1}) {
+            const QString file = folder.path("other.db"_l1);
             QFile::remove(file);
             CKvDataBase database(file);
             database.open();
@@ -276,7 +280,7 @@ private Q_SLOTS:
             QVERIFY(!TestLedger(file).store);
             QCOMPARE(TestProject::contents(file), before);
         }
-        const QString first = folder.path("first.db"); // that an old server may still write
+        const QString first = folder.path("first.db"_l1); // that an old server may still write
         makeFirstVersion(first);
         const QByteArray before = TestProject::contents(first);
         QVERIFY_EXCEPTION_THROWN(openLedger(first.toStdString(), SqliteFile::Opening::Existing),
@@ -288,13 +292,13 @@ private Q_SLOTS:
     void movedAway()
     {
         const TestProject folder;
-        TestLedger ledger(folder.path("ledger.db"));
+        TestLedger ledger(folder.path("ledger.db"_l1));
         Life[0](ledger);
-        QVERIFY(QFile::rename(ledger.file, folder.path("elsewhere.db")));
-        QCOMPARE(ledger.put({ledger.delivery("/flight/upload", R"(data={"id":"m2"})")}),
+        QVERIFY(QFile::rename(ledger.file, folder.path("elsewhere.db"_l1)));
+        QCOMPARE(ledger.put({ledger.delivery("/flight/upload"_l1, R"(data={"id":"m2"})")}),
                  {Result::Outcome::Failed});
         QVERIFY(!ledger.store->probe());
-        QVERIFY(QFile::rename(folder.path("elsewhere.db"), ledger.file));
+        QVERIFY(QFile::rename(folder.path("elsewhere.db"_l1), ledger.file));
         checkAndStore(ledger);
     }
 };

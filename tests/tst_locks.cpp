@@ -21,7 +21,7 @@ int lockAtRandom(const QString& file, int seed)
     std::mt19937 random(static_cast<unsigned>(seed));
     for (int i = 0; i < LocksInRound; ++i) {
         static const char* const kinds[] = {"exclusive", "reserved", "reader", "idle WAL"};
-        const Foreign foreign(kinds[random() % 4], file);
+        const Foreign foreign(QLatin1String(kinds[random() % 4]), file);
         QThread::msleep(random() % (random() % 4 == 0 ? 2 * Wait : 20));
     }
     return LocksInRound;
@@ -30,7 +30,7 @@ int lockAtRandom(const QString& file, int seed)
 /// Records batch after batch while somebody gets in the way; the messages, or -2 if one call waited too long.
 int record(const QString& file, int)
 {
-    control()->SetProjectDirPath(QFileInfo(file).dir().filePath(".."));
+    control()->SetProjectDirPath(QFileInfo(file).dir().filePath(".."_l1));
     CKvDataBase::SetLockWait(Wait);
     Recorder recorder(file);
     int longest = 0;
@@ -41,7 +41,7 @@ int record(const QString& file, int)
     takeLock(recorder);
     const auto stored = [&recorder, &file] {
         recorder.op.SetFlightMissionFilePath(file); // a pause would do as well
-        return TestProject::text(file, "SELECT count(*) FROM flight_monitor_detail_log").toInt() ==
+        return TestProject::text(file, "SELECT count(*) FROM flight_monitor_detail_log"_l1).toInt() ==
                recorder.written;
     };
     return QTest::qWaitFor(stored, 20000) && longest < Wait * 3 / 2 ? recorder.written : -2;
@@ -92,7 +92,7 @@ private Q_SLOTS:
             const ScriptedServer server;
             const auto start = [&](const char* what, int (*function)(const QString&, int)) {
                 return processes
-                           ? runProcess({what, project.db, QString::number(seed)})
+                           ? runProcess({QLatin1String(what), project.db, QString::number(seed)})
                            : runThread([function, seed, file = project.db] { return function(file, seed); });
             };
             const auto foreign = start("--lock", lockAtRandom);
@@ -112,20 +112,20 @@ private Q_SLOTS:
             connect(&supervisor, &QTimer::timeout, &uploader, pass);
             supervisor.start(1000);
             QTRY_VERIFY_WITH_TIMEOUT(foreign() != -1 && recorder() != -1, 120000);
-            QVERIFY2(recorder() > 0, QByteArray::number(seed));
+            QVERIFY2(recorder() > 0, QByteArray::number(seed).constData());
             QStringList expected;
             for (int i = 0; i < recorder(); ++i) {
                 expected.append(QString::number(i));
             }
             QString stored;
             const auto complete = [&] {
-                stored = project.text("SELECT message FROM flight_monitor_detail_log ORDER BY rowid");
-                return stored == expected.join(' ') && TestProject::waiting(project.db) == 0;
+                stored = project.text("SELECT message FROM flight_monitor_detail_log ORDER BY rowid"_l1);
+                return stored == expected.join(u' ') && TestProject::waiting(project.db) == 0;
             };
             QVERIFY2(QTest::qWaitFor(complete, 20000),
-                     qPrintable(QString("seed %1: %2").arg(seed).arg(stored)));
+                     qPrintable(QStringLiteral("seed %1: %2").arg(seed).arg(stored)));
             QCOMPARE(server.stored.size(), recorder() + 1);
-            QVERIFY2(longest < Wait * 3 / 2, QByteArray::number(longest));
+            QVERIFY2(longest < Wait * 3 / 2, QByteArray::number(longest).constData());
         }
     }
 };
@@ -135,9 +135,9 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     countSleeps();
     const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.value(1) == "--lock" || arguments.value(1) == "--record") {
+    if (arguments.value(1) == "--lock"_l1 || arguments.value(1) == "--record"_l1) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const auto function = arguments[1] == "--lock" ? lockAtRandom : record;
+        const auto function = arguments[1] == "--lock"_l1 ? lockAtRandom : record;
         printf("%d", function(arguments[2], arguments[3].toInt()));
         return 0;
     }

@@ -29,19 +29,19 @@ private Q_SLOTS:
                             "UPDATE uas_status SET time = '2024-01-01T09:01:02.500Z'",
                             "UPDATE pos_data SET is_uploaded = 1, created_at = '2000-01-01 00:00:00.000'",
                             "UPDATE flight_monitor_detail_log SET created_at = '2020-01-01 00:00:00.000'"));
-        const QString broken = project.file("broken/flight.kv", QByteArray(5000, 'x'));
+        const QString broken = project.file("broken/flight.kv"_l1, QByteArray(5000, 'x'));
         MissionModel model;
         model.update({MissionsOfFile::read(broken), MissionsOfFile::read(project.db)});
         QStringList row;
         for (int column = MissionModel::Start; column < MissionModel::ColumnCount; ++column) {
             row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
         }
-        QCOMPARE(row.join('|'), QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0"));
+        QCOMPARE(row.join(u'|'), "2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0"_l1);
         QCOMPARE(model.index(1, MissionModel::BreakpointAt).data(Qt::ToolTipRole).toString(),
-                 QString("waypoint 0 at 8.500000, 47.000000"));
-        const int years = shown(model, 1, MissionModel::Oldest).section(' ', 0, 0).toInt() / 365;
+                 "waypoint 0 at 8.500000, 47.000000"_l1);
+        const int years = shown(model, 1, MissionModel::Oldest).section(u' ', 0, 0).toInt() / 365;
         QCOMPARE(years, QDate(2020, 1, 1).daysTo(QDate::currentDate()) / 365);
-        QCOMPARE(shown(model, 0, MissionModel::Mission), QString("locked, or no mission file"));
+        QCOMPARE(shown(model, 0, MissionModel::Mission), "locked, or no mission file"_l1);
         QCOMPARE(model.backlog(false).waiting(), qint64(7));
         QCOMPARE(model.backlog(false).after({}).file, project.db);
         QCOMPARE(model.backlog(true).waiting(), qint64(0));
@@ -51,7 +51,7 @@ private Q_SLOTS:
     {
         const FlightProject project(3, 2, 4);
         QVERIFY(project.run("UPDATE pos_data SET is_uploaded = 1"));
-        BacklogCounter counter(Project::open(project.path("")));
+        BacklogCounter counter(Project::open(project.path(""_l1)));
         counter.countAll();
         MissionModel model;
         const auto seen = [&] {
@@ -61,15 +61,15 @@ private Q_SLOTS:
             for (const Backlog& backlog : {counter.backlog(), model.backlog(false)}) {
                 all.append(backlog.unreadable + QStringList(QString::number(backlog.waiting())));
             }
-            return all.join(' ') + QString(" %1").arg(model.backlog(false).settled);
+            return all.join(u' ') + QStringLiteral(" %1").arg(model.backlog(false).settled);
         };
-        QCOMPARE(seen(), QString("7 7 3"));
+        QCOMPARE(seen(), "7 7 3"_l1);
         CKvDataBase other(project.db);
         QVERIFY(other.open());
-        other.exec("BEGIN EXCLUSIVE");
-        QCOMPARE(seen(), QString("%1 7 %1 7 3").arg(project.db));
-        other.exec("COMMIT");
-        QCOMPARE(seen(), QString("7 7 3"));
+        other.exec("BEGIN EXCLUSIVE"_l1);
+        QCOMPARE(seen(), QStringLiteral("%1 7 %1 7 3").arg(project.db));
+        other.exec("COMMIT"_l1);
+        QCOMPARE(seen(), "7 7 3"_l1);
     }
     void keepsRowsApartWhenFilesComeAndGo()
     {
@@ -81,7 +81,7 @@ private Q_SLOTS:
                 MissionRecord mission;
                 mission.file = name;
                 mission.id = id;
-                mission.kinds = {{"pos_data", 9, 0, 9 - waiting, waiting}};
+                mission.kinds = {{"pos_data"_l1, 9, 0, 9 - waiting, waiting}};
                 result.missions.append(mission);
             }
             return result;
@@ -93,23 +93,25 @@ private Q_SLOTS:
             }
             return all;
         };
-        model.update({file("a.kv", {"1", "2", "3"}, 0), file("b.kv", {"4"}, 5), file("c.kv", {"5"}, 0)});
+        model.update({file("a.kv"_l1, {"1"_l1, "2"_l1, "3"_l1}, 0), file("b.kv"_l1, {"4"_l1}, 5),
+                      file("c.kv"_l1, {"5"_l1}, 0)});
         QCOMPARE(waited.rowCount(), 1);
-        model.update({file("a.kv", {"2"}, 0), file("b.kv", {"4", "6"}, 0)});
-        QCOMPARE(ids(), QString("2456"));
+        model.update({file("a.kv"_l1, {"2"_l1}, 0), file("b.kv"_l1, {"4"_l1, "6"_l1}, 0)});
+        QCOMPARE(ids(), "2456"_l1);
         QCOMPARE(waited.rowCount(), 1); // mission 4 stays, with its bars full
-        model.remove({"b.kv"});
-        model.update({file("c.kv", {"7"}, 1)});
-        QCOMPARE(ids(), QString("27"));
-        QCOMPARE(model.backlog(false).after({}).mission, QString("7"));
-        QCOMPARE(model.backlog(false).after({}).file, QString("c.kv"));
+        model.remove({"b.kv"_l1});
+        model.update({file("c.kv"_l1, {"7"_l1}, 1)});
+        QCOMPARE(ids(), "27"_l1);
+        QCOMPARE(model.backlog(false).after({}).mission, "7"_l1);
+        QCOMPARE(model.backlog(false).after({}).file, "c.kv"_l1);
     }
     void agesAndDurations()
     {
         const std::tuple<qint64, QString, QString> cases[] = {
-            {-3, "0 s", "0:00:00"},        {59, "59 s", "0:00:59"},  {60, "1 min", "0:01:00"},
-            {3599, "59 min", "0:59:59"},   {3600, "1 h", "1:00:00"}, {172799, "47 h", "47:59:59"},
-            {172800, "2 days", "48:00:00"}};
+            {-3, "0 s"_l1, "0:00:00"_l1},        {59, "59 s"_l1, "0:00:59"_l1},
+            {60, "1 min"_l1, "0:01:00"_l1},      {3599, "59 min"_l1, "0:59:59"_l1},
+            {3600, "1 h"_l1, "1:00:00"_l1},      {172799, "47 h"_l1, "47:59:59"_l1},
+            {172800, "2 days"_l1, "48:00:00"_l1}};
         for (const auto& [seconds, age, duration] : cases) {
             QCOMPARE(MissionModel::ageText(seconds), age);
             QCOMPARE(MissionModel::durationText(seconds), duration);
@@ -121,41 +123,43 @@ private Q_SLOTS:
         RowFilter filter(&model, LogModel::Text, nullptr);
         const int lines = LogModel::MostLines + 5000;
         for (int i = 0; i < lines; ++i) {
-            model.append(QString("line %1 ").arg(i) + QString(i % 2 ? 5000 : 0, 'x'), i % 5);
+            model.append(QStringLiteral("line %1 ").arg(i) + QString(i % 2 ? 5000 : 0, u'x'), i % 5);
         }
         QTRY_VERIFY(model.rowCount() > 0);
-        model.append("last", 4);
-        QTRY_COMPARE(shown(model, model.rowCount() - 1, LogModel::Text), QString("last"));
+        model.append("last"_l1, 4);
+        QTRY_COMPARE(shown(model, model.rowCount() - 1, LogModel::Text), "last"_l1);
         QVERIFY(model.rowCount() <= LogModel::MostLines);
         QVERIFY(shown(model, 1, LogModel::Text).size() < LogModel::LongestLine + 10);
         filter.setCondition([](auto& line) { return line.data(LogModel::LevelRole).toInt() >= 3; });
-        filter.setFilterFixedString("LINE 2499");
+        filter.setFilterFixedString("LINE 2499"_l1);
         QStringList left;
         for (int row = 0; row < filter.rowCount(); ++row) {
-            left.append(shown(filter, row, LogModel::Text).section(' ', 1, 1));
+            left.append(shown(filter, row, LogModel::Text).section(u' ', 1, 1));
         }
-        QCOMPARE(left.join(' '), QString("24993 24994 24998 24999"));
+        QCOMPARE(left.join(u' '), "24993 24994 24998 24999"_l1);
     }
     void storesBreakpointsAgain()
     {
         // p: the mission's row is posted, a: accepted, f: failed; o: another one's; b: its breakpoint stored.
         const QMap<QChar, QString> lines{
-            {'p', "CKvFlightDataDbOperator::_postFlightMission Start upload flight mission,id = m"},
-            {'o', "CKvFlightDataDbOperator::_postFlightMission Start upload flight mission,id = other"},
-            {'a', "CKvFlightDataDbOperator::slotUploadMissionFinished Upload flight mission success,id = m"},
-            {'f', "CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed 690"}};
-        const std::pair<QString, int> cases[] = {{"b", -1},   {"bpa", -1},   {"pba", 2},  {"pab", 2},
-                                                 {"pbf", -1}, {"pbfpa", -1}, {"oba", -1}, {"pbaa", 2}};
+            {u'p', "CKvFlightDataDbOperator::_postFlightMission Start upload flight mission,id = m"_l1},
+            {u'o', "CKvFlightDataDbOperator::_postFlightMission Start upload flight mission,id = other"_l1},
+            {u'a',
+             "CKvFlightDataDbOperator::slotUploadMissionFinished Upload flight mission success,id = m"_l1},
+            {u'f', "CKvFlightDataDbOperator::slotFlightMissionUpLoadfailed 690"_l1}};
+        const std::pair<QString, int> cases[] = {{"b"_l1, -1},   {"bpa"_l1, -1}, {"pba"_l1, 2},
+                                                 {"pab"_l1, 2},  {"pbf"_l1, -1}, {"pbfpa"_l1, -1},
+                                                 {"oba"_l1, -1}, {"pbaa"_l1, 2}};
         for (const auto& [seen, expected] : cases) {
             LogFeed feed;
             BreakpointKeeper keeper(feed);
             int at = 0, again = -1;
             connect(&keeper, &BreakpointKeeper::storeAgain, [&](const RecordedFlight&) { again = at; });
             for (; at < seen.size(); ++at) {
-                if (seen[at] == 'b') {
+                if (seen[at] == u'b') {
                     RecordedFlight flight;
-                    flight.missionId = "m";
-                    flight.interruption = Interruption{"still armed", Breakpoint()};
+                    flight.missionId = "m"_l1;
+                    flight.interruption = Interruption{"still armed"_l1, Breakpoint()};
                     keeper.noteRecorded(flight);
                 } else {
                     Q_EMIT feed.line(lines[seen[at]], 2);
@@ -168,27 +172,30 @@ private Q_SLOTS:
     void recordsAllVehiclesOfALog()
     {
         const TestProject folder;
-        const Project project = Project::make(folder.path("p"));
+        const Project project = Project::make(folder.path("p"_l1));
         QByteArray log;
         for (int i = 0; i < 100; ++i) {
             const QByteArray heartbeat = mavlink::payload(mavlink::Heartbeat{quint32(i), 2, 3});
             log += TelemetryFrame{i, mavlink::encode({0, quint8(1 + i % 2), 1, heartbeat}, 0)}.logRecord();
         }
         FlightTask task;
-        task.name = "n";
-        task.log = folder.file("two.tlog", log);
+        task.name = "n"_l1;
+        task.log = folder.file("two.tlog"_l1, log);
         RecorderPool pool;
         connect(&pool, &RecorderPool::found, &pool,
                 [&](const FlightTask& other) { pool.record(project, other); });
         QStringList told;
         connect(&pool, &RecorderPool::finished, &pool, [&told](int flight, const RecordedFlight& result) {
-            told +=
-                QString("%1: %2 %3%4").arg(flight).arg(result.name).arg(result.messages).arg(result.error);
+            told += QStringLiteral("%1: %2 %3%4")
+                        .arg(flight)
+                        .arg(result.name)
+                        .arg(result.messages)
+                        .arg(result.error);
         });
         pool.record(project, task);
         QTRY_COMPARE_WITH_TIMEOUT(told.size(), 2, 30000);
         told.sort();
-        QCOMPARE(told, QStringList({"1: n (system 1) 50", "2: n (system 2) 50"}));
+        QCOMPARE(told, QStringList({"1: n (system 1) 50"_l1, "2: n (system 2) 50"_l1}));
         QVERIFY(!pool.isBusy());
     }
     void boundsAnyFlight()

@@ -39,7 +39,8 @@ struct Case {
     }
     QSet<QString> rows(const char* uploaded) const
     {
-        return TestProject::rows(file, QString("is_uploaded = ") + uploaded, Tables + QStringList{Video});
+        return TestProject::rows(file, "is_uploaded = "_l1 + QLatin1String(uploaded),
+                                 Tables + QStringList{Video});
     }
 };
 } // namespace
@@ -57,13 +58,13 @@ private:
         const QByteArray token = "secret-t0ken-" + QByteArray::number(kind);
         Case& c = m_cases[token];
         c.kind = kind;
-        c.file = project.missionFile(QString("%1/flight.kv").arg(kind));
-        TestProject::addMission(c.file, "m1", 3, 2, 1100);
+        c.file = project.missionFile(QStringLiteral("%1/flight.kv").arg(kind));
+        TestProject::addMission(c.file, "m1"_l1, 3, 2, 1100);
         const EUploadEnv env = c.isVideo() ? EUploadEnv::CurrentMissionLog : EUploadEnv::OncePerRequest;
         c.uploader = std::make_unique<ArmedHost>(env, c.file, token);
         if (c.isVideo()) {
-            TestProject::run(c.file, {"INSERT INTO flight_video_mission(id) VALUES('m1')"});
-            c.uploader->op.SetFilghtMissionID("m1");
+            TestProject::run(c.file, {"INSERT INTO flight_video_mission(id) VALUES('m1')"_l1});
+            c.uploader->op.SetFilghtMissionID("m1"_l1);
             c.uploader->op.SetFlightModeEasyFly(true);
         }
         Q_EMIT c.uploader->slotStartUpload();
@@ -82,7 +83,8 @@ private:
                 c.accepted += request.rows();
             }
             QString reply = behaviour;
-            reply.replace("@T", request.headers.value("token")).replace("@H", QString(20000000, 'h'));
+            reply.replace("@T"_l1, QString::fromUtf8(request.headers.value("token")))
+                .replace("@H"_l1, QString(20000000, u'h'));
             return ScriptedServer::reply(reply);
         }
         c.accepted += request.rows();
@@ -99,11 +101,12 @@ private Q_SLOTS:
     {
         const QString behaviour = cell("behaviour");
         m_server.script = [&](const PostedRequest& request) {
-            return answer(request, behaviour, cell("accepted") == "yes");
+            return answer(request, behaviour, cell("accepted") == "yes"_l1);
         };
         m_server.hangUp = [&](const PostedRequest& request, int received) {
             Case& c = m_cases.at(request.headers.value("token"));
-            const bool now = behaviour == "hang up before" || (behaviour == "hang up within" && received > 0);
+            const bool now =
+                behaviour == "hang up before"_l1 || (behaviour == "hang up within"_l1 && received > 0);
             const bool breaks = now && !c.failed && c.reaches(c.kind, request.path);
             c.failed = c.failed || breaks;
             return breaks;
@@ -114,15 +117,15 @@ private Q_SLOTS:
                 start(project, kind);
             }
             for (auto& [token, c] : m_cases) {
-                QTRY_VERIFY2_WITH_TIMEOUT(c.rows("0").isEmpty(), token, 60000);
-                QVERIFY2(!c.wrong, token);
+                QTRY_VERIFY2_WITH_TIMEOUT(c.rows("0").isEmpty(), token.constData(), 60000);
+                QVERIFY2(!c.wrong, token.constData());
                 QCOMPARE(c.rows("1"), c.accepted);
-                QVERIFY2(c.failed, token);
+                QVERIFY2(c.failed, token.constData());
             }
         });
         QVERIFY(!log.isEmpty());
         for (const QString& line : log) {
-            QVERIFY2(!line.contains("t0ken"), qPrintable(line.left(300)));
+            QVERIFY2(!line.contains("t0ken"_l1), qPrintable(line.left(300)));
         }
     }
 };

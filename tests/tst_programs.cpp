@@ -17,19 +17,19 @@ private Q_SLOTS:
     {
         const FlownProject project;
         QList<QByteArray> frames = framesOf(FlightSimulator(7, 0, 3));
-        const QString log = project.file("flight.tlog", asLog(frames) + "cut off");
+        const QString log = project.file("flight.tlog"_l1, asLog(frames) + "cut off");
         auto server =
-            std::make_unique<IngestServer>(QStringList{"--token", Token, "--ledger", project.ledger});
+            std::make_unique<IngestServer>(QStringList{"--token"_l1, Token, "--ledger"_l1, project.ledger});
         for (int round = 1; round <= 2; ++round) {
-            QCOMPARE(project.desk("record", {log}).exitCode, 0);
+            QCOMPARE(project.desk("record"_l1, {log}).exitCode, 0);
             project.uploadAll(server->url);
         }
         server.reset(); // it holds the ledger
         QList<QByteArray> received;
         for (const QVariant& row : TestProject::values(
-                 project.ledger, "SELECT json FROM \"row\" WHERE kind = 'flight_monitor_detail_log'")) {
+                 project.ledger, "SELECT json FROM \"row\" WHERE kind = 'flight_monitor_detail_log'"_l1)) {
             const QByteArray message =
-                QJsonDocument::fromJson(row.toByteArray())["message"].toString().toLatin1();
+                QJsonDocument::fromJson(row.toByteArray())["message"_l1].toString().toLatin1();
             received.append(QByteArray::fromBase64(message, QByteArray::Base64UrlEncoding).mid(8));
         }
         frames += frames;
@@ -37,12 +37,12 @@ private Q_SLOTS:
         std::sort(received.begin(), received.end());
         QCOMPARE(received.size(), frames.size());
         QVERIFY(received == frames);
-        QCOMPARE(TestProject::value(project.ledger, "SELECT max(times) FROM \"row\""), QVariant(1));
+        QCOMPARE(TestProject::value(project.ledger, "SELECT max(times) FROM \"row\""_l1), QVariant(1));
         // Two flights of one project, though they began at the same time: a file for each.
-        QCOMPARE(QDir(project.path("project")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 2);
+        QCOMPARE(QDir(project.path("project"_l1)).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 2);
         QCOMPARE(TestProject::value(project.ledger,
                                     "SELECT count(DISTINCT json_extract(json, '$.project_id')) FROM \"row\" "
-                                    "WHERE kind = 'flight_mission'"),
+                                    "WHERE kind = 'flight_mission'"_l1),
                  QVariant(1));
     }
 
@@ -50,66 +50,71 @@ private Q_SLOTS:
     void faultyServer()
     {
         const QStringList faults[] = {
-            {"http=500:0:1", "garbage:2:1", "status=403:4:1", "cut:6:1"},
-            {"drop:1:1", "drop:5:1"}, // replies lost after the commit
-            {"stall:3:1"},            // no answer for 20 s
+            {"http=500:0:1"_l1, "garbage:2:1"_l1, "status=403:4:1"_l1, "cut:6:1"_l1},
+            {"drop:1:1"_l1, "drop:5:1"_l1}, // replies lost after the commit
+            {"stall:3:1"_l1},               // no answer for 20 s
         };
         for (const QStringList& ofServer : faults) {
             const FlownProject project;
-            const QStringList options = ("--fault " + ofServer.join(" --fault ")).split(' ');
-            const IngestServer server(QStringList{"--token", Token, "--ledger", project.ledger} + options);
-            const QStringList flights{"--missions", "2", "--minutes", "1"};
-            QCOMPARE(project.desk("simulate", flights + QStringList{"--interrupted"}).exitCode, 0);
-            QVERIFY(project.desk("status", {}).out.contains("breakpoint: waypoint"));
-            QCOMPARE(project.desk("simulate", flights + QStringList{"--easy-fly"}).exitCode, 0);
+            const QStringList options = ("--fault "_l1 + ofServer.join(" --fault "_l1)).split(u' ');
+            const IngestServer server(QStringList{"--token"_l1, Token, "--ledger"_l1, project.ledger} +
+                                      options);
+            const QStringList flights{"--missions"_l1, "2"_l1, "--minutes"_l1, "1"_l1};
+            QCOMPARE(project.desk("simulate"_l1, flights + QStringList{"--interrupted"_l1}).exitCode, 0);
+            QVERIFY(project.desk("status"_l1, {}).out.contains("breakpoint: waypoint"));
+            QCOMPARE(project.desk("simulate"_l1, flights + QStringList{"--easy-fly"_l1}).exitCode, 0);
             const ProgramResult flown = project.upload(server.url);
-            QVERIFY2(flown.exitCode == 0 && flown.out.contains("--easy-fly"), flown.err);
-            QCOMPARE(flown.err.contains("gave no answer for 20 s"), ofServer.contains("stall:3:1"));
-            QCOMPARE(project.desk("status", {"--ledger", project.ledger}).exitCode, 1);
-            project.uploadAll(server.url, {"--easy-fly"});
+            QVERIFY2(flown.exitCode == 0 && flown.out.contains("--easy-fly"), flown.err.constData());
+            QCOMPARE(flown.err.contains("gave no answer for 20 s"), ofServer.contains("stall:3:1"_l1));
+            QCOMPARE(project.desk("status"_l1, {"--ledger"_l1, project.ledger}).exitCode, 1);
+            project.uploadAll(server.url, {"--easy-fly"_l1});
         }
     }
 
     void hopelessUploads()
     {
-        const std::pair<QString, QByteArray> cases[] = {{"token", "token"},
-                                                        {"unreachable", "no usable answer"},
-                                                        {"no mission row", "no flight_mission row"},
-                                                        {"corrupt file", "cannot be read"},
-                                                        {"full log", "Connection refused"},
-                                                        {"untrusted", "no usable answer"}};
+        const std::pair<QString, QByteArray> cases[] = {{"token"_l1, "token"},
+                                                        {"unreachable"_l1, "no usable answer"},
+                                                        {"no mission row"_l1, "no flight_mission row"},
+                                                        {"corrupt file"_l1, "cannot be read"},
+                                                        {"full log"_l1, "Connection refused"},
+                                                        {"untrusted"_l1, "no usable answer"}};
         for (const auto& [trouble, said] : cases) {
             const FlownProject project;
-            QStringList options{"--token", trouble == "token" ? "other" : Token, "--ledger", project.ledger};
-            if (trouble == "untrusted") { // for a certificate that nobody vouches for
-                const QString pem = project.file("untrusted.pem", TestProject::contents(":/untrusted.pem"));
-                options += {"--tls-cert", pem, "--tls-key", pem};
+            QStringList options{"--token"_l1, trouble == "token"_l1 ? "other"_l1 : Token, "--ledger"_l1,
+                                project.ledger};
+            if (trouble == "untrusted"_l1) { // for a certificate that nobody vouches for
+                const QString pem =
+                    project.file("untrusted.pem"_l1, TestProject::contents(":/untrusted.pem"_l1));
+                options += {"--tls-cert"_l1, pem, "--tls-key"_l1, pem};
             }
             const IngestServer server(options);
             QVERIFY(project.simulate(1));
-            if (trouble == "no mission row") {
-                QVERIFY(TestProject::run(project.missionFiles().value(0), {"DELETE FROM flight_mission"}));
-            } else if (trouble == "corrupt file") {
-                project.file("project/broken/flight.kv", QByteArray(5000, 'x'));
+            if (trouble == "no mission row"_l1) {
+                QVERIFY(TestProject::run(project.missionFiles().value(0), {"DELETE FROM flight_mission"_l1}));
+            } else if (trouble == "corrupt file"_l1) {
+                project.file("project/broken/flight.kv"_l1, QByteArray(5000, 'x'));
             }
-            const bool reachable = trouble != "unreachable" && trouble != "full log";
-            const QString url = reachable ? server.url : "http://127.0.0.1:1";
-            const QString log = trouble == "full log" ? " --log /dev/full" : "";
-            const ProgramResult uploaded = project.upload(url, ("--patience 5" + log).split(' '));
+            const bool reachable = trouble != "unreachable"_l1 && trouble != "full log"_l1;
+            const QString url = reachable ? server.url : "http://127.0.0.1:1"_l1;
+            const QString log = QLatin1String(trouble == "full log"_l1 ? " --log /dev/full" : "");
+            const ProgramResult uploaded = project.upload(url, ("--patience 5"_l1 + log).split(u' '));
             const QByteArray output = uploaded.out + uploaded.err;
-            QVERIFY2(uploaded.exitCode == 1 && output.contains(said), trouble.toUtf8() + output);
+            QVERIFY2(uploaded.exitCode == 1 && output.contains(said),
+                     (trouble.toUtf8() + output).constData());
             QVERIFY(!output.contains(Token.toUtf8()));
-            QVERIFY(trouble != "untrusted" || project.rows("received IS NOT NULL").isEmpty());
+            QVERIFY(trouble != "untrusted"_l1 || project.rows("received IS NOT NULL"_l1).isEmpty());
         }
     }
 
     void fetches()
     {
         const TestProject folder;
-        ScriptedServer server(ScriptedServer::reply("404 gone"));
-        const QString to = folder.file("fetched.bin", "old");
+        ScriptedServer server(ScriptedServer::reply("404 gone"_l1));
+        const QString to = folder.file("fetched.bin"_l1, "old");
         for (const int code : {1, 0}) {
-            Program desk("flightdesk", {"fetch", server.url() + "/file.bin", "--to", to});
+            Program desk("flightdesk"_l1,
+                         {"fetch"_l1, QString::fromUtf8(server.url() + "/file.bin"), "--to"_l1, to});
             QTRY_COMPARE_WITH_TIMEOUT(desk.state(), QProcess::NotRunning, 20000);
             QCOMPARE(desk.exitCode(), code);
             QCOMPARE(TestProject::contents(to), QByteArray(code == 1 ? "old" : "new"));
@@ -120,12 +125,12 @@ private Q_SLOTS:
     void wrongUsage()
     {
         for (const QString& command :
-             QStringList{"flightdesk fly", "flightdesk status", "flightdesk record --project /tmp",
-                         "flightdesk upload --project /tmp --token t --server ftp://x",
-                         "flightdesk upload --project /tmp --token t --server http://x --patience -1",
-                         "flightserver --port 99999", "flightserver --fault rain",
-                         "flightserver --ledger /proc/no/ledger", "flightdesk --screenshot"}) {
-            const ProgramResult result = runProgram(command.section(' ', 0, 0), command.split(' ').mid(1));
+             QStringList{"flightdesk fly"_l1, "flightdesk status"_l1, "flightdesk record --project /tmp"_l1,
+                         "flightdesk upload --project /tmp --token t --server ftp://x"_l1,
+                         "flightdesk upload --project /tmp --token t --server http://x --patience -1"_l1,
+                         "flightserver --port 99999"_l1, "flightserver --fault rain"_l1,
+                         "flightserver --ledger /proc/no/ledger"_l1, "flightdesk --screenshot"_l1}) {
+            const ProgramResult result = runProgram(command.section(u' ', 0, 0), command.split(u' ').mid(1));
             QVERIFY2(result.exitCode == 2 && result.out.isEmpty() && result.err.size() > 10,
                      qPrintable(command));
         }

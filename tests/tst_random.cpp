@@ -49,7 +49,7 @@ class tst_random : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        qputenv("XDG_CONFIG_HOME", m_config.path("").toUtf8());
+        qputenv("XDG_CONFIG_HOME", m_config.path(""_l1).toUtf8());
         control()->SetNetWorkConnected(true);
     }
 
@@ -90,7 +90,7 @@ private Q_SLOTS:
                 QCOMPARE(QString::fromLatin1(user.m_strToken.toLatin1()), user.m_strToken);
             }
             SetHomeDir(QString::fromUtf8(damaged("/home/pilot")));
-            QVERIFY(QDir::isAbsolutePath(GetHomeDir()) && GetHomeDir().endsWith('/'));
+            QVERIFY(QDir::isAbsolutePath(GetHomeDir()) && GetHomeDir().endsWith(u'/'));
         }
         Logger::instance().setLoggingLevel(Level::Warn);
     }
@@ -101,14 +101,14 @@ private Q_SLOTS:
         SetCurUserInfo({});
         const FlightProject project;
         for (int i = 0; i < 30; ++i) {
-            m_config.file("KvProject/KvCloud.conf",
+            m_config.file("KvProject/KvCloud.conf"_l1,
                           damaged("[UserInfo]\nToken=@Variant(\\0\\0\\0\\t\\0\\0\\0\\1)\nx=\"a\\x41, b\"\n"));
             const QString id = QString::number(i);
             TestProject::addMission(project.db, id, 1, 0, 0);
             Host host(EUploadEnv::OncePerRequest, project.db);
             Q_EMIT host.slotCheckNewData();
             Q_EMIT host.slotStartUpload();
-            QTRY_COMPARE(project.waiting("pos_data"), 0);
+            QTRY_COMPARE(project.waiting("pos_data"_l1), 0);
         }
     }
 
@@ -120,16 +120,16 @@ private Q_SLOTS:
             R"([{"id":"a","lng":1.5,"lat":-2,"time":"t","is_uploaded":0},{"id":"b","alt":null}])";
         for (int i = 0; i < 300; ++i) {
             const QString columns = project.file(
-                "pos_data.txt", damaged("id text\nlng real\nlat real\ntime text\nis_uploaded integer\n"));
+                "pos_data.txt"_l1, damaged("id text\nlng real\nlat real\ntime text\nis_uploaded integer\n"));
             const QJsonArray records = QJsonDocument::fromJson(upTo(2) == 0 ? json : damaged(json)).array();
-            host.op.slotParseJson(records, columns, "m", 1, project.db);
-            Q_EMIT host.slotParseJson(records, columns, "m");
-            Q_EMIT host.slotParseSingleJson(records.at(0).toObject(), columns, "pos_data");
+            host.op.slotParseJson(records, columns, "m"_l1, 1, project.db);
+            Q_EMIT host.slotParseJson(records, columns, "m"_l1);
+            Q_EMIT host.slotParseSingleJson(records.at(0).toObject(), columns, "pos_data"_l1);
         }
-        const QString good = project.file("pos_data.txt", "id text");
-        host.op.slotParseJson({QJsonObject{{"id", "last"}}}, good, "m", 1, project.db);
-        QCOMPARE(TestProject::value(project.db, "PRAGMA integrity_check").toString(), QString("ok"));
-        QCOMPARE(TestProject::value(project.db, "SELECT count(*) FROM pos_data WHERE id = 'last'").toInt(),
+        const QString good = project.file("pos_data.txt"_l1, "id text");
+        host.op.slotParseJson({QJsonObject{{"id"_l1, "last"_l1}}}, good, "m"_l1, 1, project.db);
+        QCOMPARE(TestProject::value(project.db, "PRAGMA integrity_check"_l1).toString(), "ok"_l1);
+        QCOMPARE(TestProject::value(project.db, "SELECT count(*) FROM pos_data WHERE id = 'last'"_l1).toInt(),
                  1);
     }
 
@@ -139,9 +139,9 @@ private Q_SLOTS:
         const FlightProject project(40, 40, 200);
         const QByteArray good = TestProject::contents(project.db);
         for (int i = 0; i < 60; ++i) {
-            const QString bad = project.file("m1/flight.kv", damaged(damaged(good)));
+            const QString bad = project.file("m1/flight.kv"_l1, damaged(damaged(good)));
             Host host(EUploadEnv::WholeProject, bad);
-            host.op.SetFilghtMissionID("m1");
+            host.op.SetFilghtMissionID("m1"_l1);
             Q_EMIT host.slotCheckNewData();
             Q_EMIT host.slotStartUpload();
             for (int message = 0; message < 55; ++message) {

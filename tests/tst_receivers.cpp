@@ -12,10 +12,6 @@ namespace
 {
 using Operator = CKvFlightDataDbOperator;
 
-/// What a receiver does when its signal comes.
-enum class EDeed { Nothing, Loop, Delete, DeleteLater, Rearm, Tick, Repoint };
-using Deeds = QVector<EDeed>; // for the first time that it comes, the second and so on
-
 /// Waits in an event loop until a condition holds, or no reply is left to come.
 void loopUntil(const std::function<bool()>& condition)
 {
@@ -32,6 +28,10 @@ void loopUntil(const std::function<bool()>& condition)
 } // namespace
 
 Q_DECLARE_METATYPE(EUploadEnv)
+
+class Life;
+/// What a receiver does when its signal comes the first time, the second and so on.
+using Deeds = QVector<void (Life::*)()>;
 Q_DECLARE_METATYPE(Deeds)
 
 /// One operator's life, written down: what it posts and signals, which file it has open after each act of its
@@ -43,9 +43,10 @@ public:
         : m_signal(std::move(signal)), m_deeds(std::move(deeds))
     {
         for (const char* const name : {"m1/flight.kv", "m2/flight.kv", "m3/flight.kv"}) {
-            m_files.append(m_project.file(name, TestProject::contents(original.path(name))));
+            m_files.append(m_project.file(QLatin1String(name),
+                                          TestProject::contents(original.path(QLatin1String(name)))));
         }
-        QueuedUploads::posted = [this](const QString& what) { note("post " + what); };
+        QueuedUploads::posted = [this](const QString& what) { note("post "_l1 + what); };
         const QStringList others = QSqlDatabase::connectionNames();
         op = new Operator(nullptr, env);
         for (const QString& name : QSqlDatabase::connectionNames()) {
@@ -53,7 +54,7 @@ public:
         }
         op->SetStartTimeInterval(5000);
         op->SetFlightModeEasyFly(easyFly);
-        op->SetFilghtMissionID("a");
+        op->SetFilghtMissionID("a"_l1);
         op->SetFlightMissionFilePath(m_files[0]);
         QMetaObject::invokeMethod(op, "slotCheckNewData");
         listen();
@@ -68,19 +69,19 @@ public:
 
     void write()
     {
-        const QString columns = m_project.file("pos_data.txt", "id text flight_mission_id text");
+        const QString columns = m_project.file("pos_data.txt"_l1, "id text flight_mission_id text");
         const auto positions = [](const char* id) {
-            return QJsonArray{QJsonObject{{"id", id}, {"flight_mission_id", "a"}}};
+            return QJsonArray{QJsonObject{{"id"_l1, QLatin1String(id)}, {"flight_mission_id"_l1, "a"_l1}}};
         };
-        step([&] { op->slotParseJson(positions("five"), columns, "a", 9, m_files[0]); });
+        step([&] { op->slotParseJson(positions("five"), columns, "a"_l1, 9, m_files[0]); });
         step([&] { op->SetFlightMissionFilePath(m_files[0]); });
         step([&] {
             QMetaObject::invokeMethod(op, "slotUpdateBreakpoint", Q_ARG(int, 1), Q_ARG(double, 2),
-                                      Q_ARG(double, 3), Q_ARG(QString, "a"), Q_ARG(double, 4));
+                                      Q_ARG(double, 3), Q_ARG(QString, "a"_l1), Q_ARG(double, 4));
         });
         step([&] {
             QMetaObject::invokeMethod(op, "slotParseJson", Q_ARG(QJsonArray, positions("three")),
-                                      Q_ARG(QString, columns), Q_ARG(QString, "a"));
+                                      Q_ARG(QString, columns), Q_ARG(QString, "a"_l1));
         });
     }
 
@@ -94,7 +95,7 @@ public:
             step([this] { tick(); });
         }
         for (const QString& file : qAsConst(m_files)) {
-            note("marked in " + file.section('/', -2) + ": " + marked(file).join(' '));
+            note("marked in "_l1 + file.section(u'/', -2) + ": "_l1 + marked(file).join(u' '));
         }
     }
 
@@ -110,6 +111,14 @@ public:
         note(state());
     }
 
+    void nothing() {}
+    void loop()
+    {
+        loopUntil([this, before = heard] { return heard > before || !op; });
+    }
+    void end() { delete op; }
+    void endLater() { op->deleteLater(); }
+    void repoint() { op->SetFlightMissionFilePath(m_files[1]); }
     void rearm()
     {
         op->SetFlightMissionFilePath(m_files[0]);
@@ -117,12 +126,20 @@ public:
         QMetaObject::invokeMethod(op, "slotCheckNewData");
     }
 
+    void tick()
+    {
+        control()->SetNetWorkConnected(true);
+        QMetaObject::invokeMethod(op, "slotStartUpload");
+        control()->SetNetWorkConnected(false);
+    }
+
     static QStringList marked(const QString& file)
     {
         QStringList ids;
         for (const QString& table : Tables) {
-            ids += TestProject::text(file, "SELECT id FROM " + table + " WHERE is_uploaded = 1 ORDER BY id")
-                       .split(' ', Qt::SkipEmptyParts);
+            ids += TestProject::text(file,
+                                     "SELECT id FROM "_l1 + table + " WHERE is_uploaded = 1 ORDER BY id"_l1)
+                       .split(u' ', Qt::SkipEmptyParts);
         }
         return ids;
     }
@@ -134,19 +151,12 @@ public:
     const QStringList& files() const { return m_files; }
 
 private:
-    void note(const QString& line) { transcript.append(QString(line).remove(m_project.path(""))); }
+    void note(const QString& line) { transcript.append(QString(line).remove(m_project.path(""_l1))); }
 
     QString state() const
     {
         const QSqlDatabase database = QSqlDatabase::database(m_connection, false);
-        return database.databaseName() + (database.isOpen() ? " is open" : " is closed");
-    }
-
-    void tick()
-    {
-        control()->SetNetWorkConnected(true);
-        QMetaObject::invokeMethod(op, "slotStartUpload");
-        control()->SetNetWorkConnected(false);
+        return database.databaseName() + (QLatin1String(database.isOpen() ? " is open" : " is closed"));
     }
 
     void listen()
@@ -163,43 +173,18 @@ private:
                 [this](const QString& id, unsigned int type, const QString& file) {
                     hear("WriteDBFinished", {id, QString::number(type), file});
                 });
-        connect(op, &Operator::RecBreakPointRet, this,
-                [this](bool stored) { hear("RecBreakPointRet", {stored ? "stored" : "failed"}); });
+        connect(op, &Operator::RecBreakPointRet, this, [this](bool stored) {
+            hear("RecBreakPointRet", {QLatin1String(stored ? "stored" : "failed")});
+        });
     }
 
     void hear(const QByteArray& signal, const QStringList& arguments)
     {
         ++heard;
-        note("signal " + signal + '(' + arguments.join(", ") + ')');
+        note(QString::fromUtf8("signal " + signal + '(') + arguments.join(", "_l1) + u')');
         if (signal == m_signal && done < m_deeds.size()) {
-            act(m_deeds[done++]);
-            note("end of a receiver of " + signal);
-        }
-    }
-
-    void act(EDeed deed)
-    {
-        switch (deed) {
-        case EDeed::Nothing:
-            break;
-        case EDeed::Loop:
-            loopUntil([this, before = heard] { return heard > before || !op; });
-            break;
-        case EDeed::Delete:
-            delete op;
-            break;
-        case EDeed::DeleteLater:
-            op->deleteLater();
-            break;
-        case EDeed::Rearm:
-            rearm();
-            break;
-        case EDeed::Tick:
-            tick();
-            break;
-        case EDeed::Repoint:
-            op->SetFlightMissionFilePath(m_files[1]);
-            break;
+            (this->*m_deeds[done++])();
+            note(QString::fromUtf8("end of a receiver of " + signal));
         }
     }
 
@@ -225,20 +210,21 @@ private Q_SLOTS:
     void initTestCase()
     {
         m_original = std::make_unique<FlightProject>();
-        TestProject::addMission(m_original->db, "a", 2, 1, 2);
-        TestProject::addMission(m_original->db, "b", 0, 1, 1);
+        TestProject::addMission(m_original->db, "a"_l1, 2, 1, 2);
+        TestProject::addMission(m_original->db, "b"_l1, 0, 1, 1);
         m_original->run("INSERT INTO flight_video_mission(id, name) VALUES('a', 'video')");
-        TestProject::addMission(m_original->missionFile("m2/flight.kv"), "c", 0, 1, 1);
-        m_original->missionFile("m3/flight.kv");
+        TestProject::addMission(m_original->missionFile("m2/flight.kv"_l1), "c"_l1, 0, 1, 1);
+        m_original->missionFile("m3/flight.kv"_l1);
         control()->SetNetWorkConnected(false);
         if (qEnvironmentVariableIsEmpty("TRANSCRIPTS")) {
-            const QString file = m_original->file("transcripts");
+            const QString file = m_original->file("transcripts"_l1);
             QProcess nested;
             nested.setProcessChannelMode(QProcess::ForwardedChannels);
             QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-            environment.insert("TRANSCRIPTS", file);
+            environment.insert("TRANSCRIPTS"_l1, file);
             nested.setProcessEnvironment(environment);
-            nested.start(QCoreApplication::applicationFilePath() + "_nested", {"-silent", "asNested"});
+            nested.start(QCoreApplication::applicationFilePath() + "_nested"_l1,
+                         {"-silent"_l1, "asNested"_l1});
             QVERIFY(nested.waitForFinished(-1));
             QCOMPARE(nested.exitCode(), 0);
             m_nested = QJsonDocument::fromJson(TestProject::contents(file)).object();
@@ -263,16 +249,16 @@ private Q_SLOTS:
         QTest::addColumn<Deeds>("deeds");
         QTest::addColumn<int>("refused");
         const QVector<QPair<const char*, Deeds>> receivers = {
-            {"nothing", {EDeed::Nothing}},
-            {"loop", {EDeed::Loop, EDeed::Loop, EDeed::Loop}},
-            {"delete", {EDeed::Delete}},
-            {"delete the second time", {EDeed::Nothing, EDeed::Delete}},
-            {"delete later", {EDeed::DeleteLater, EDeed::Nothing}},
-            {"re-arm", {EDeed::Rearm, EDeed::Rearm}},
-            {"tick", {EDeed::Tick, EDeed::Tick, EDeed::Tick}},
-            {"re-point", {EDeed::Repoint}},
-            {"loop in which it is deleted", {EDeed::Loop, EDeed::Delete}},
-            {"loop in which it ticks", {EDeed::Loop, EDeed::Tick, EDeed::Loop}},
+            {"nothing", {&Life::nothing}},
+            {"loop", {&Life::loop, &Life::loop, &Life::loop}},
+            {"delete", {&Life::end}},
+            {"delete the second time", {&Life::nothing, &Life::end}},
+            {"delete later", {&Life::endLater, &Life::nothing}},
+            {"re-arm", {&Life::rearm, &Life::rearm}},
+            {"tick", {&Life::tick, &Life::tick, &Life::tick}},
+            {"re-point", {&Life::repoint}},
+            {"loop in which it is deleted", {&Life::loop, &Life::end}},
+            {"loop in which it ticks", {&Life::loop, &Life::tick, &Life::loop}},
         };
         for (const char* const signal : {"WriteDBFinished", "RecBreakPointRet", "UpLoading",
                                          "signalUploadFlightMissionFinish", "UploadFinished"}) {
@@ -306,13 +292,14 @@ private Q_SLOTS:
         life.write();
         life.upload();
         QVERIFY(life.done > 0);
-        m_transcripts.insert(QTest::currentDataTag(), life.transcript.join('\n'));
+        m_transcripts.insert(QLatin1String(QTest::currentDataTag()), life.transcript.join(u'\n'));
         if (!m_nested.isEmpty()) {
-            QCOMPARE(life.transcript, m_nested.value(QTest::currentDataTag()).toString().split('\n'));
+            QCOMPARE(life.transcript,
+                     m_nested.value(QLatin1String(QTest::currentDataTag())).toString().split(u'\n'));
         }
         // A tick of the host's puts a second post beside the one in flight, whose reply counts for it then.
         const QStringList& markable =
-            deeds.contains(EDeed::Tick) ? QueuedUploads::sent : QueuedUploads::accepted;
+            deeds.contains(&Life::tick) ? QueuedUploads::sent : QueuedUploads::accepted;
         for (const QString& file : life.files()) {
             for (const QString& id : Life::marked(file)) {
                 QVERIFY2(markable.contains(id), qPrintable(id));
@@ -326,7 +313,7 @@ private Q_SLOTS:
 
 int main(int argc, char* argv[])
 {
-    if (QDir("/dev/shm").exists()) {
+    if (QDir("/dev/shm"_l1).exists()) {
         qputenv("TMPDIR", "/dev/shm"); // thousands of commits, and no power cut
     }
     QCoreApplication application(argc, argv);

@@ -68,7 +68,7 @@ private Q_SLOTS:
     void refusals_data() { addRows(); }
     void refusals()
     {
-        static const ServerOnDisk server({"--token", Secret, "--max-body", "1000000"});
+        static const ServerOnDisk server({"--token"_l1, "secret"_l1, "--max-body"_l1, "1000000"_l1});
         RawClient client(server.url());
         QByteArray bytes = cell("bytes").toLatin1();
         client.send(bytes.replace("\\r\\n", "\r\n").replace("%LONG%", QByteArray(20000, 'x')));
@@ -101,7 +101,7 @@ private Q_SLOTS:
         for (int i = 0; i < 50; ++i) {
             QCOMPARE(client.status(), 0);
         }
-        QCOMPARE(server.text("SELECT count(*) FROM record WHERE times = 1"), QString("50"));
+        QCOMPARE(server.text("SELECT count(*) FROM record WHERE times = 1"), "50"_l1);
         client.send("POST " + LogPath +
                     " HTTP/1.1\r\nToken: secret\r\nExpect: 100-continue\r\nContent-Length: 46\r\n\r\n");
         QVERIFY(client.socket().waitForReadyRead(10000));
@@ -112,8 +112,8 @@ private Q_SLOTS:
     void owners()
     {
         const ServerOnDisk server(QStringList{});
-        const QByteArray alice = server.addToken("alice");
-        const QByteArray bob = server.addToken("bob");
+        const QByteArray alice = server.addToken("alice"_l1);
+        const QByteArray bob = server.addToken("bob"_l1);
         QVERIFY(alice.size() >= 43 && alice != bob);
         const QByteArray form = R"(data={"id":"m1","name":"of alice"})";
         QCOMPARE(RawClient(server.url()).post("/flight/upload", alice, form), 0);
@@ -121,32 +121,32 @@ private Q_SLOTS:
                  0);
         QCOMPARE(RawClient(server.url()).post("/flight/upload", Secret, form), 403); // open no more
         QCOMPARE(server.text("SELECT group_concat(owner || times || json, ' ') FROM \"row\""),
-                 QString(R"(alice1{"id":"m1","name":"of alice"} bob1{"id":"m1","name":"of bob"})"));
+                 R"(alice1{"id":"m1","name":"of alice"} bob1{"id":"m1","name":"of bob"})"_l1);
         const QByteArray file =
-            TestProject::contents(server.ledger) + TestProject::contents(server.ledger + "-wal");
+            TestProject::contents(server.ledger) + TestProject::contents(server.ledger + "-wal"_l1);
         QVERIFY(!file.contains(alice) && !file.contains(bob));
     }
 
     void revoked()
     {
         const ServerOnDisk server(QStringList{});
-        const QByteArray token = server.addToken("alice");
+        const QByteArray token = server.addToken("alice"_l1);
         RawClient client(server.url());
         RawClient before(server.url()); // its request is let in before
         before.send(postText("/flight/upload", token, R"(data={"id":"m)", 16));
         QCOMPARE(client.post("/flight/upload", token, R"(data={"id":"m1"})"), 0);
-        const QByteArray newer = server.addToken("alice");
-        QCOMPARE(server.token({"revoke", "alice", "--all-but-newest"}).exitCode, 0);
+        const QByteArray newer = server.addToken("alice"_l1);
+        QCOMPARE(server.token({"revoke"_l1, "alice"_l1, "--all-but-newest"_l1}).exitCode, 0);
         QCOMPARE(client.post("/flight/upload", token, R"(data={"id":"m2"})"), 403);
         before.send("3\"}");
         QCOMPARE(before.status(), 403);
         QCOMPARE(RawClient(server.url()).post("/flight/upload", newer, R"(data={"id":"m4"})"), 0);
-        QCOMPARE(server.token({"revoke", "alice"}).exitCode, 0);
+        QCOMPARE(server.token({"revoke"_l1, "alice"_l1}).exitCode, 0);
         QCOMPARE(RawClient(server.url()).post("/flight/upload", newer, R"(data={"id":"m5"})"), 403);
-        QCOMPARE(server.token({"list"}).out.count("revoked"), 2);
-        QCOMPARE(server.text("SELECT group_concat(id) FROM record"), QString("m1,m4"));
-        const QString mistyped = server.folder.path("legder.db");
-        QCOMPARE(runProgram("flightserver", {"token", "list", "--ledger", mistyped}).exitCode, 2);
+        QCOMPARE(server.token({"list"_l1}).out.count("revoked"), 2);
+        QCOMPARE(server.text("SELECT group_concat(id) FROM record"), "m1,m4"_l1);
+        const QString mistyped = server.folder.path("legder.db"_l1);
+        QCOMPARE(runProgram("flightserver"_l1, {"token"_l1, "list"_l1, "--ledger"_l1, mistyped}).exitCode, 2);
         QVERIFY(!QFile::exists(mistyped));
     }
 
@@ -203,10 +203,10 @@ private Q_SLOTS:
     /// idle go.
     void manyConnections()
     {
-        ServerOnDisk server({"--token", Secret, "--max-connections", "900"});
+        ServerOnDisk server({"--token"_l1, "secret"_l1, "--max-connections"_l1, "900"_l1});
         const auto memory = [&server] {
             const QByteArray status =
-                TestProject::contents(QString("/proc/%1/status").arg(server.program->processId()));
+                TestProject::contents(QStringLiteral("/proc/%1/status").arg(server.program->processId()));
             return status.mid(status.indexOf("VmRSS:") + 6).trimmed().split(' ')[0].toInt();
         };
         QCOMPARE(RawClient(server.url()).post(LogPath, Secret, logBody(logRow("0"))), 0);
@@ -226,8 +226,8 @@ private Q_SLOTS:
 
     void endsGracefully()
     {
-        ServerOnDisk server({"--token", Secret, "--admin", "127.0.0.1:0"});
-        const QString admin = server.program->address("flightserver watched on ");
+        ServerOnDisk server({"--token"_l1, "secret"_l1, "--admin"_l1, "127.0.0.1:0"_l1});
+        const QString admin = server.program->address("flightserver watched on "_l1);
         RawClient idle(server.url());
         RawClient busy(server.url());
         const QByteArray request = postText(LogPath, Secret, logBody(logRow("last")));
@@ -241,14 +241,14 @@ private Q_SLOTS:
         QCOMPARE(busy.status(), 0);
         QVERIFY(server.program->waitForFinished(10000));
         QCOMPARE(server.program->exitCode(), 0);
-        QCOMPARE(server.text("SELECT count(*) FROM record"), QString("2"));
+        QCOMPARE(server.text("SELECT count(*) FROM record"), "2"_l1);
     }
 
     /// A ledger that cannot be written: quick answers, nothing acknowledged, and well again by itself.
     void lockedLedger()
     {
-        ServerOnDisk server({"--token", Secret, "--admin", "127.0.0.1:0"});
-        const QString admin = server.program->address("flightserver watched on ");
+        ServerOnDisk server({"--token"_l1, "secret"_l1, "--admin"_l1, "127.0.0.1:0"_l1});
+        const QString admin = server.program->address("flightserver watched on "_l1);
         SqliteFile other = server.open();
         QVERIFY(get(admin, "/ready").contains(" 200 OK"));
         other.execute("BEGIN IMMEDIATE");
@@ -259,13 +259,13 @@ private Q_SLOTS:
         other.execute("ROLLBACK");
         QVERIFY(get(admin, "/ready").contains(" 200 OK"));
         QCOMPARE(RawClient(server.url()).post(LogPath, Secret, logBody(logRow("2"))), 0);
-        QCOMPARE(server.text("SELECT group_concat(id) FROM record"), QString("2"));
+        QCOMPARE(server.text("SELECT group_concat(id) FROM record"), "2"_l1);
     }
 
     void metrics()
     {
-        ServerOnDisk server({"--token", Secret, "--admin", "127.0.0.1:0"});
-        const QString admin = server.program->address("flightserver watched on ");
+        ServerOnDisk server({"--token"_l1, "secret"_l1, "--admin"_l1, "127.0.0.1:0"_l1});
+        const QString admin = server.program->address("flightserver watched on "_l1);
         RawClient client(server.url());
         client.post(LogPath, Secret, logBody(logRow("1") + ',' + logRow("2")));
         client.post(LogPath, Secret, logBody(logRow("2")));
@@ -287,17 +287,17 @@ private Q_SLOTS:
     void accessLog()
     {
         const TestProject folder;
-        const QString log = folder.path("access.log");
+        const QString log = folder.path("access.log"_l1);
         {
-            ServerOnDisk server({"--token", Secret, "--access-log", log});
+            ServerOnDisk server({"--token"_l1, "secret"_l1, "--access-log"_l1, log});
             RawClient(server.url()).post(LogPath, Secret, logBody(logRow("body-text")));
             RawClient(server.url()).post("/an/other/path", "wrong-token", "body-text");
-            QVERIFY(QFile::rename(log, log + ".1"));
+            QVERIFY(QFile::rename(log, log + ".1"_l1));
             ::kill(static_cast<pid_t>(server.program->processId()), SIGHUP);
             QTRY_VERIFY(QFile::exists(log));
             RawClient(server.url()).post(LogPath, Secret, logBody(logRow("body-text")));
         }
-        const QByteArray old = TestProject::contents(log + ".1");
+        const QByteArray old = TestProject::contents(log + ".1"_l1);
         QCOMPARE(old.count('\n'), 2);
         QVERIFY(old.contains("/flight/detailupload owner=demo status=0 rows=1 bytes="));
         QVERIFY(old.contains(" - owner=- status=404 "));
@@ -317,16 +317,19 @@ private Q_SLOTS:
         const QSet<QByteArray> before = senders.acknowledged();
         QProcess shell;
         shell.setWorkingDirectory(QFileInfo(server.ledger).path());
-        static const QRegularExpression recipe("printf .*\\.backup copy\\.db.*");
-        shell.start("sh", {"-c", recipe.match(TestProject::contents(":/server.md")).captured()});
+        static const QRegularExpression recipe("printf .*\\.backup copy\\.db.*"_l1);
+        shell.start(
+            "sh"_l1,
+            {"-c"_l1, recipe.match(QString::fromUtf8(TestProject::contents(":/server.md"_l1))).captured()});
         QVERIFY(shell.waitForFinished() && shell.exitCode() == 0);
         senders.end();
         QVERIFY(senders.count() > before.size() && senders.failed() == 0);
         server.program.reset();
-        QVERIFY(QFile::remove(server.ledger) && QFile::rename(server.folder.path("copy.db"), server.ledger));
+        QVERIFY(QFile::remove(server.ledger) &&
+                QFile::rename(server.folder.path("copy.db"_l1), server.ledger));
         server.start();
         QVERIFY(server.ids().contains(before));
-        QCOMPARE(server.text("PRAGMA integrity_check"), QString("ok"));
+        QCOMPARE(server.text("PRAGMA integrity_check"), "ok"_l1);
     }
 
     /// Behind is a ledger that has more to do than it takes in time; small requests say nothing of how fast
@@ -364,24 +367,24 @@ private Q_SLOTS:
     void tls()
     {
         const TestProject folder;
-        const QString pem = folder.file("server.pem", TestProject::contents(":/untrusted.pem"));
-        ServerOnDisk server({"--token", Secret, "--tls-cert", pem, "--tls-key", pem});
+        const QString pem = folder.file("server.pem"_l1, TestProject::contents(":/untrusted.pem"_l1));
+        ServerOnDisk server({"--token"_l1, "secret"_l1, "--tls-cert"_l1, pem, "--tls-key"_l1, pem});
         RawClient old(server.url());
         const QByteArray rows = logRow("1") + (',' + logRow("2")).repeated(20000);
         QCOMPARE(old.post(LogPath, Secret, logBody(rows)), 0);
         const auto reload = [&](const QByteArray& bytes) {
-            folder.file("server.pem", bytes);
+            folder.file("server.pem"_l1, bytes);
             ::kill(static_cast<pid_t>(server.program->processId()), SIGHUP);
             server.program->waitForReadyRead(10000); // it says what came of it
         };
         server.program->setReadChannel(QProcess::StandardError);
         reload("no certificate");
         QCOMPARE(RawClient(server.url()).post(LogPath, Secret, logBody(logRow("3"))), 0);
-        reload(TestProject::contents(":/renewed.pem"));
+        reload(TestProject::contents(":/renewed.pem"_l1));
         QTRY_COMPARE(RawClient(server.url()).socket().peerCertificate().subjectInfo("CN"),
-                     QStringList("renewed"));
+                     QStringList("renewed"_l1));
         QCOMPARE(old.post(LogPath, Secret, logBody(logRow("4"))), 0);
-        RawClient plain(QString(server.url()).replace("https", "http"));
+        RawClient plain(QString(server.url()).replace("https"_l1, "http"_l1));
         plain.send(postText(LogPath, Secret, logBody(logRow("5"))));
         QCOMPARE(plain.status(), -1);
     }

@@ -33,7 +33,7 @@ void post(const QByteArray& server, const QByteArray& path = "/flight/upload")
 
 void answered(const char* reply)
 {
-    post(ScriptedServer(ScriptedServer::reply(reply)).url());
+    post(ScriptedServer(ScriptedServer::reply(QLatin1String(reply))).url());
 }
 
 /// A server with a certificate that it has signed itself.
@@ -42,7 +42,7 @@ class TlsServer : public QTcpServer
 protected:
     void incomingConnection(qintptr handle) override
     {
-        const QByteArray pem = TestProject::contents(":/untrusted.pem");
+        const QByteArray pem = TestProject::contents(":/untrusted.pem"_l1);
         auto* const socket = new QSslSocket(this);
         socket->setSocketDescriptor(handle);
         socket->setPrivateKey(QSslKey(pem, QSsl::Ec));
@@ -54,12 +54,12 @@ protected:
 /// Posts to /one, which may be overdue then, and to /two before some of them are answered.
 void postTwice(bool overdue, const QByteArrayList& answered)
 {
-    ScriptedServer server(ScriptedServer::reply("silence"));
+    ScriptedServer server(ScriptedServer::reply("silence"_l1));
     Upload upload(server.url());
     const auto send = [&](const QByteArray& path) {
         upload.SetUrl(server.url() + path);
         upload.PostNetWorkReplyMessage();
-        QTRY_COMPARE(server.paths().value(server.requests.size() - 1), QString(path));
+        QTRY_COMPARE(server.paths().value(server.requests.size() - 1), QString::fromUtf8(path));
     };
     send("/one");
     secondsAhead += overdue ? 21 : 0;
@@ -70,7 +70,7 @@ void postTwice(bool overdue, const QByteArrayList& answered)
         server.sendMore(path, ScriptedServer::accepted().wire);
         QTRY_VERIFY(path == "/one" || upload.outcomes.size() == 1);
     }
-    QTRY_COMPARE(upload.outcomes.count("error"), 1);
+    QTRY_COMPARE(upload.outcomes.count("error"_l1), 1);
 }
 
 /// Looks once for what to upload.
@@ -95,16 +95,16 @@ void download(const QByteArray& url, int requests = 1)
 using P = const FlightProject&;
 
 /// Writes one record into a mission file.
-void write(P p, const QByteArray& columns, const QString& file, const QString& table = "flight_mission",
-           const QJsonObject& record = {{"colour", "red"}})
+void write(P p, const QByteArray& columns, const QString& file, const QString& table = "flight_mission"_l1,
+           const QJsonObject& record = {{"colour"_l1, "red"_l1}})
 {
-    Host(EUploadEnv::None).op.slotParseJson({record}, p.file(table + ".txt", columns), "m1", 1, file);
+    Host(EUploadEnv::None).op.slotParseJson({record}, p.file(table + ".txt"_l1, columns), "m1"_l1, 1, file);
 }
 
 /// The same by the call that knows no file.
 void writeSingle(P p, Host&& host)
 {
-    Q_EMIT host.slotParseSingleJson({{"id", "m1"}}, p.file("x.txt", "id TEXT"), "flight_mission");
+    Q_EMIT host.slotParseSingleJson({{"id"_l1, "m1"_l1}}, p.file("x.txt"_l1, "id TEXT"), "flight_mission"_l1);
 }
 
 void update(P p, const QString& column, const QString& mission)
@@ -116,9 +116,9 @@ void update(P p, const QString& column, const QString& mission)
 void external(const QByteArray& script, const char* folder, int requests = 1)
 {
     const TestProject home;
-    SetHomeDir(home.path(""));
-    home.file(folder + QString("/x"));
-    QFile program(QCoreApplication::applicationDirPath() + "/../Talverinde/grabdownloader.exe");
+    SetHomeDir(home.path(""_l1));
+    home.file(QLatin1String(folder) + "/x"_l1);
+    QFile program(QCoreApplication::applicationDirPath() + "/../Talverinde/grabdownloader.exe"_l1);
     QDir().mkpath(QFileInfo(program).path());
     if (!script.isEmpty() && program.open(QIODevice::WriteOnly)) {
         program.write("#!/bin/sh\n" + script + '\n');
@@ -131,125 +131,129 @@ void external(const QByteArray& script, const char* folder, int requests = 1)
 /// Every mistake of docs/troubleshooting.md under its name there, made beside a project with one mission
 /// file.
 const QMap<QString, std::function<void(P)>> Mistakes = {
-    {"no server address",
+    {"no server address"_l1,
      [](P) {
          control()->ResetNetWorkConnected();
          look(EUploadEnv::WholeProject);
          control()->SetNetWorkConnected(true);
      }},
-    {"an address without a scheme", [](P) { SetServerIP("fly.example"); }},
-    {"no project folder at construction",
+    {"an address without a scheme"_l1, [](P) { SetServerIP("fly.example"); }},
+    {"no project folder at construction"_l1,
      [](P) {
-         control()->SetProjectDirPath("/nowhere");
+         control()->SetProjectDirPath("/nowhere"_l1);
          const Host host(EUploadEnv::None);
      }},
-    {"no current mission", [](P p) { Q_EMIT Host(EUploadEnv::None, p.db).slotWriteFlightMonitor("x"); }},
-    {"no mission file for a record", [](P p) { writeSingle(p, Host(EUploadEnv::None)); }},
-    {"`CurrentMissionLog` without a mission",
+    {"no current mission"_l1, [](P p) { Q_EMIT Host(EUploadEnv::None, p.db).slotWriteFlightMonitor("x"); }},
+    {"no mission file for a record"_l1, [](P p) { writeSingle(p, Host(EUploadEnv::None)); }},
+    {"`CurrentMissionLog` without a mission"_l1,
      [](P p) {
          p.run("INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('m1')");
          look(EUploadEnv::CurrentMissionLog, p.db);
      }},
-    {"an uploader that is not armed",
+    {"an uploader that is not armed"_l1,
      [](P) {
-         signIn(Token);
+         signIn(QString::fromUtf8(Token));
          const Host host(EUploadEnv::WholeProject);
      }},
-    {"a tick before the uploader is armed",
+    {"a tick before the uploader is armed"_l1,
      [](P) { Q_EMIT Host(EUploadEnv::WholeProject).slotStartUpload(); }},
-    {"mission files in the project folder itself",
+    {"mission files in the project folder itself"_l1,
      [](P p) {
-         QFile::rename(p.db, p.path("flight.kv"));
+         QFile::rename(p.db, p.path("flight.kv"_l1));
          look(EUploadEnv::WholeProject);
      }},
-    {"no mission file for an upload", [](P) { look(EUploadEnv::OncePerRequest); }},
-    {"an upload with `EUploadEnv::None`", [](P) { look(EUploadEnv::None); }},
-    {"the mission's folder is missing", [](P) { CreateMissionFile("/nowhere/m1.kv"); }},
-    {"a mission file without tables", [](P p) { write(p, "id TEXT", p.file("empty.kv")); }},
-    {"a mission file that is moved or deleted",
+    {"no mission file for an upload"_l1, [](P) { look(EUploadEnv::OncePerRequest); }},
+    {"an upload with `EUploadEnv::None`"_l1, [](P) { look(EUploadEnv::None); }},
+    {"the mission's folder is missing"_l1, [](P) { CreateMissionFile("/nowhere/m1.kv"_l1); }},
+    {"a mission file without tables"_l1, [](P p) { write(p, "id TEXT", p.file("empty.kv"_l1)); }},
+    {"a mission file that is moved or deleted"_l1,
      [](P p) {
          Host host(EUploadEnv::None, p.db);
          QFile::remove(p.db);
          writeSingle(p, std::move(host));
      }},
-    {"records that no file took until the end", [](P p) { write(p, "colour TEXT", p.file("empty.kv")); }},
-    {"no database", [](P p) { CreateMissionFile(p.file("m1/text.kv", QByteArray(5000, 'x'))); }},
-    {"no description file",
-     [](P p) { Host(EUploadEnv::None).op.slotParseJson({QJsonObject()}, ":/nowhere.txt", "m1", 1, p.db); }},
-    {"an empty description file", [](P p) { write(p, "", p.db); }},
-    {"a column without a type", [](P p) { write(p, "id TEXT colour", p.db); }},
-    {"a misspelt key",
+    {"records that no file took until the end"_l1,
+     [](P p) { write(p, "colour TEXT", p.file("empty.kv"_l1)); }},
+    {"no database"_l1, [](P p) { CreateMissionFile(p.file("m1/text.kv"_l1, QByteArray(5000, 'x'))); }},
+    {"no description file"_l1,
      [](P p) {
-         write(p, "colour TEXT", p.db, "flight_mission", QJsonObject{{"color", "red"}});
+         Host(EUploadEnv::None).op.slotParseJson({QJsonObject()}, ":/nowhere.txt"_l1, "m1"_l1, 1, p.db);
      }},
-    {"a number for the five-argument `slotParseJson`",
+    {"an empty description file"_l1, [](P p) { write(p, "", p.db); }},
+    {"a column without a type"_l1, [](P p) { write(p, "id TEXT colour", p.db); }},
+    {"a misspelt key"_l1,
      [](P p) {
-         write(p, "alt TEXT", p.db, "pos_data", QJsonObject{{"alt", 7}});
+         write(p, "colour TEXT", p.db, "flight_mission"_l1, QJsonObject{{"color"_l1, "red"_l1}});
      }},
-    {"a column that the table lacks", [](P p) { write(p, "id TEXT colour TEXT", p.db); }},
-    {"a table that the file lacks", [](P p) { write(p, "id TEXT", p.db, "flights"); }},
-    {"a value for a column that is not there", [](P p) { update(p, "colour", "m1"); }},
-    {"a breakpoint of an unknown mission",
-     [](P p) { Q_EMIT Host(EUploadEnv::None, p.db).slotUpdateBreakpoint(1, 2, 3, "nobody", 4); }},
-    {"an update of a file that cannot be opened",
+    {"a number for the five-argument `slotParseJson`"_l1,
+     [](P p) {
+         write(p, "alt TEXT", p.db, "pos_data"_l1, QJsonObject{{"alt"_l1, 7}});
+     }},
+    {"a column that the table lacks"_l1, [](P p) { write(p, "id TEXT colour TEXT", p.db); }},
+    {"a table that the file lacks"_l1, [](P p) { write(p, "id TEXT", p.db, "flights"_l1); }},
+    {"a value for a column that is not there"_l1, [](P p) { update(p, "colour"_l1, "m1"_l1); }},
+    {"a breakpoint of an unknown mission"_l1,
+     [](P p) { Q_EMIT Host(EUploadEnv::None, p.db).slotUpdateBreakpoint(1, 2, 3, "nobody"_l1, 4); }},
+    {"an update of a file that cannot be opened"_l1,
      [](P) {
-         Host(EUploadEnv::None, "/nowhere/m1.kv").op.slotUpdateGeneralOneValue(1, "is_uploaded", 1, "m1");
+         Host(EUploadEnv::None, "/nowhere/m1.kv"_l1)
+             .op.slotUpdateGeneralOneValue(1, "is_uploaded"_l1, 1, "m1"_l1);
      }},
-    {"a breakpoint in a `*.db` file",
-     [](P p) { Q_EMIT Host(EUploadEnv::None, p.path("v.db")).slotUpdateBreakpoint(1, 2, 3, "m1", 4); }},
-    {"messages of a mission without a row",
+    {"a breakpoint in a `*.db` file"_l1,
+     [](P p) { Q_EMIT Host(EUploadEnv::None, p.path("v.db"_l1)).slotUpdateBreakpoint(1, 2, 3, "m1"_l1, 4); }},
+    {"messages of a mission without a row"_l1,
      [](P p) {
          const ScriptedServer server;
          p.run("INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('nobody')");
          look(EUploadEnv::WholeProject);
      }},
-    {"a quote in a mission's id", [](P p) { update(p, "is_uploaded", "it's"); }},
-    {"an id that is there already",
+    {"a quote in a mission's id"_l1, [](P p) { update(p, "is_uploaded"_l1, "it's"_l1); }},
+    {"an id that is there already"_l1,
      [](P p) {
-         TestProject::addMission(p.db, "m1", 0, 0, 0);
+         TestProject::addMission(p.db, "m1"_l1, 0, 0, 0);
          writeSingle(p, Host(EUploadEnv::None, p.db));
      }},
-    {"a locked file",
+    {"a locked file"_l1,
      [](P p) {
-         const Foreign foreign("exclusive", p.db);
+         const Foreign foreign("exclusive"_l1, p.db);
          write(p, "id TEXT", p.db);
      }},
-    {"a mission file made beside a lock",
+    {"a mission file made beside a lock"_l1,
      [](P p) {
-         const Foreign foreign("reserved", p.file("m2/flight.kv"));
-         CreateMissionFile(p.path("m2/flight.kv"));
+         const Foreign foreign("reserved"_l1, p.file("m2/flight.kv"_l1));
+         CreateMissionFile(p.path("m2/flight.kv"_l1));
      }},
-    {"a file that is locked while an upload looks for rows",
+    {"a file that is locked while an upload looks for rows"_l1,
      [](P p) {
-         const Foreign foreign("exclusive", p.db);
+         const Foreign foreign("exclusive"_l1, p.db);
          look(EUploadEnv::WholeProject);
      }},
-    {"a full disk",
+    {"a full disk"_l1,
      [](P p) {
          FaultVfs::install().failAt(FaultVfs::Write, 1, 13, true);
          write(p, "id TEXT", p.db);
          FaultVfs::install().clear();
      }},
-    {"one operator for both roles",
+    {"one operator for both roles"_l1,
      [](P p) {
          const ScriptedServer server;
-         TestProject::addMission(p.db, "m1", 1, 0, 0);
-         ArmedHost host(EUploadEnv::WholeProject, p.missionFile("m2/flight.kv"), Token);
-         host.op.SetFilghtMissionID("m2");
+         TestProject::addMission(p.db, "m1"_l1, 1, 0, 0);
+         ArmedHost host(EUploadEnv::WholeProject, p.missionFile("m2/flight.kv"_l1), Token);
+         host.op.SetFilghtMissionID("m2"_l1);
          Q_EMIT host.slotStartUpload();
          Q_EMIT host.slotWriteFlightMonitor("x");
          QTRY_VERIFY(!host.missions.isEmpty());
      }},
-    {"nothing listens at the address", [](P) { post("http://127.0.0.1:9"); }},
-    {"an unknown host", [](P) { post("http://nowhere.invalid"); }},
-    {"a certificate that is not trusted",
+    {"nothing listens at the address"_l1, [](P) { post("http://127.0.0.1:9"); }},
+    {"an unknown host"_l1, [](P) { post("http://nowhere.invalid"); }},
+    {"a certificate that is not trusted"_l1,
      [](P) {
          TlsServer server;
          server.listen(QHostAddress::LocalHost);
          post("https://127.0.0.1:" + QByteArray::number(server.serverPort()));
      }},
-    {"an answer after 20 s", [](P) { postTwice(true, {"/one"}); }},
-    {"TLS against a plain port",
+    {"an answer after 20 s"_l1, [](P) { postTwice(true, {"/one"}); }},
+    {"TLS against a plain port"_l1,
      [](P) {
          QTcpServer server;
          server.listen(QHostAddress::LocalHost);
@@ -260,39 +264,39 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
          });
          post("https://127.0.0.1:" + QByteArray::number(server.serverPort()));
      }},
-    {"another server's address", [](P) { answered("404 nothing here"); }},
-    {"a server that moved", [](P) { answered("301 https://elsewhere/flight/upload"); }},
-    {"a server that says nothing", [](P) { answered("silence"); }},
-    {"a token that the server refuses", [](P) { answered(R"(401 {"status":401,"message":"sign in"})"); }},
-    {"rows that the server refuses", [](P) { answered(R"(500 {"status":500,"message":"disk"})"); }},
-    {"a token that no header can carry", [](P) { signIn(QString(4, QChar(0x20ac))); }},
-    {"a download that is not there",
+    {"another server's address"_l1, [](P) { answered("404 nothing here"); }},
+    {"a server that moved"_l1, [](P) { answered("301 https://elsewhere/flight/upload"); }},
+    {"a server that says nothing"_l1, [](P) { answered("silence"); }},
+    {"a token that the server refuses"_l1, [](P) { answered(R"(401 {"status":401,"message":"sign in"})"); }},
+    {"rows that the server refuses"_l1, [](P) { answered(R"(500 {"status":500,"message":"disk"})"); }},
+    {"a token that no header can carry"_l1, [](P) { signIn(QString(4, QChar(0x20ac))); }},
+    {"a download that is not there"_l1,
      [](P) {
-         const ScriptedServer server(ScriptedServer::reply("404 nothing here"));
+         const ScriptedServer server(ScriptedServer::reply("404 nothing here"_l1));
          download<CKvDownLoadObject>(server.url() + "/file?key=" + Token);
      }},
-    {"a download without a scheme", [](P) { download<CKvDownLoadObject>("elsewhere/file"); }},
-    {"no program for downloads", [](P) { external("", "TmpData"); }},
-    {"no folder for downloads", [](P) { external("exit 1", "elsewhere"); }},
-    {"a program that fails", [](P) { external("echo gone $1 >&2", "TmpData"); }},
-    {"a program that is killed", [](P) { external("kill -9 $$", "TmpData"); }},
-    {"a second download while the program runs", [](P) { external("read line", "TmpData", 2); }},
-    {"a log file on a full disk",
+    {"a download without a scheme"_l1, [](P) { download<CKvDownLoadObject>("elsewhere/file"); }},
+    {"no program for downloads"_l1, [](P) { external("", "TmpData"); }},
+    {"no folder for downloads"_l1, [](P) { external("exit 1", "elsewhere"); }},
+    {"a program that fails"_l1, [](P) { external("echo gone $1 >&2", "TmpData"); }},
+    {"a program that is killed"_l1, [](P) { external("kill -9 $$", "TmpData"); }},
+    {"a second download while the program runs"_l1, [](P) { external("read line", "TmpData", 2); }},
+    {"a log file on a full disk"_l1,
      [](P) {
-         Logger::instance().setLogFile("/dev/full");
-         Logger::instance().write(Level::Warn, "first warning");
-         Logger::instance().write(Level::Warn, "second warning");
+         Logger::instance().setLogFile("/dev/full"_l1);
+         Logger::instance().write(Level::Warn, "first warning"_l1);
+         Logger::instance().write(Level::Warn, "second warning"_l1);
      }},
-    {"a file that another thread has open (debug builds)",
+    {"a file that another thread has open (debug builds)"_l1,
      [](P p) {
          CKvDataBase database(p.db);
          QVERIFY(database.open());
-         std::thread([&database] { database.exec("SELECT 1"); }).join();
+         std::thread([&database] { database.exec("SELECT 1"_l1); }).join();
      }},
-    {"another thread (debug builds)",
+    {"another thread (debug builds)"_l1,
      [](P) {
          Host host(EUploadEnv::None);
-         std::thread([&host] { host.op.SetFilghtMissionID("m1"); }).join();
+         std::thread([&host] { host.op.SetFilghtMissionID("m1"_l1); }).join();
      }},
 };
 
@@ -306,7 +310,7 @@ QStringList told(const QString& mistake)
 /// Those that end the process, or need a folder of programs of their own.
 bool needsProcess(const QString& mistake)
 {
-    static const QRegularExpression names("program|folder for|thread|log file");
+    static const QRegularExpression names("program|folder for|thread|log file"_l1);
     return mistake.contains(names);
 }
 
@@ -314,24 +318,24 @@ bool needsProcess(const QString& mistake)
 QStringList linesOfChild(const QString& mistake)
 {
     const QTemporaryDir folder;
-    QDir(folder.path()).mkdir("bin");
-    const QString copy = folder.filePath("bin/child");
+    QDir(folder.path()).mkdir("bin"_l1);
+    const QString copy = folder.filePath("bin/child"_l1);
     QFile::copy(QCoreApplication::applicationFilePath(), copy);
     QProcess child;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(Child, mistake);
+    environment.insert(QLatin1String(Child), mistake);
     child.setProcessEnvironment(environment);
     child.start(copy, QStringList());
     child.waitForFinished();
-    return QString::fromUtf8(child.readAllStandardError()).split('\n');
+    return QString::fromUtf8(child.readAllStandardError()).split(u'\n');
 }
 
 QRegularExpression pattern(const QString& line)
 {
-    static const QRegularExpression names("FILE|URL|SERVER|PATH");
+    static const QRegularExpression names("FILE|URL|SERVER|PATH"_l1);
     QString text = QRegularExpression::escape(line);
-    text.replace(QRegularExpression::escape("…"), ".*").replace(names, "\\S+");
-    return QRegularExpression(text + '$');
+    text.replace(QRegularExpression::escape(QStringLiteral("…")), ".*"_l1).replace(names, "\\S+"_l1);
+    return QRegularExpression(text + u'$');
 }
 } // namespace
 
@@ -353,20 +357,21 @@ private Q_SLOTS:
     void everyMistakeIsTold_data()
     {
         QTest::addColumn<QString>("line");
-        const QString page = TestProject::contents(QFINDTESTDATA("../docs/troubleshooting.md"));
-        static const QRegularExpression mistake(R"(\n\| (.+?) \| `([^\n]+?)` \|)");
+        const QString page =
+            QString::fromUtf8(TestProject::contents(QFINDTESTDATA("../docs/troubleshooting.md")));
+        static const QRegularExpression mistake(R"(\n\| (.+?) \| `([^\n]+?)` \|)"_l1);
         auto row = mistake.globalMatch(page);
         int rows = 0;
         for (; row.hasNext(); ++rows) {
             const QRegularExpressionMatch match = row.next();
-            QTest::newRow(match.captured(1).toUtf8()) << match.captured(2);
+            QTest::newRow(match.captured(1).toUtf8().constData()) << match.captured(2);
         }
         QCOMPARE(rows, Mistakes.size());
     }
     void everyMistakeIsTold()
     {
         QFETCH(QString, line);
-        const QString mistake = QTest::currentDataTag();
+        const QString mistake = QLatin1String(QTest::currentDataTag());
         QVERIFY(Mistakes.contains(mistake));
 #ifdef QT_NO_DEBUG
         if (mistake.contains("debug builds")) {
@@ -374,9 +379,9 @@ private Q_SLOTS:
         }
 #endif
         const QStringList lines = needsProcess(mistake) ? linesOfChild(mistake) : told(mistake);
-        const QString all = lines.join('\n');
-        QVERIFY2(!lines.filter(pattern(line)).isEmpty(), all.toUtf8());
-        QVERIFY2(!all.contains(Token.left(5)), all.toUtf8());
+        const QString all = lines.join(u'\n');
+        QVERIFY2(!lines.filter(pattern(line)).isEmpty(), all.toUtf8().constData());
+        QVERIFY2(!all.contains(QString::fromUtf8(Token.left(5))), all.toUtf8().constData());
     }
 
     /// Four endpoints refuse, now with these words and now with others, and some requests go well.
@@ -385,10 +390,11 @@ private Q_SLOTS:
         ScriptedServer server;
         server.script = [&server](const PostedRequest& request) {
             const int n = server.requests.size();
-            const QString refusal = R"(500 {"status":%1,"message":"%2 %3"})";
+            const QString refusal = R"(500 {"status":%1,"message":"%2 %3"})"_l1;
             return n % 5 == 0 ? ScriptedServer::accepted()
                               : ScriptedServer::reply(
-                                    refusal.arg(400 + n % 7).arg(QString(request.path), QString(Token)));
+                                    refusal.arg(400 + n % 7)
+                                        .arg(QString::fromUtf8(request.path), QString::fromUtf8(Token)));
         };
         const QStringList lines = loggedBy(Level::Warn, [&server] {
             for (int minute = 0; minute < 60; ++minute) {
@@ -398,8 +404,8 @@ private Q_SLOTS:
                 secondsAhead += 60;
             }
         });
-        QVERIFY2(!lines.isEmpty() && lines.size() < 10, lines.join('\n').toUtf8());
-        QVERIFY(!lines.join('\n').contains(Token.left(5)));
+        QVERIFY2(!lines.isEmpty() && lines.size() < 10, lines.join(u'\n').toUtf8().constData());
+        QVERIFY(!lines.join(u'\n').contains(QString::fromUtf8(Token.left(5))));
     }
 
     /// The end of what was wrong is told once, and what comes then is news; so is what was away for long.
@@ -409,14 +415,16 @@ private Q_SLOTS:
         const auto toldAfter = [&server](int minutes, const QString& reply) {
             secondsAhead += 60LL * minutes;
             server.script = [reply](const PostedRequest&) { return ScriptedServer::reply(reply); };
-            return loggedBy(Level::Warn, [&server] { post(server.url()); }).join('\n').remove(server.url());
+            return loggedBy(Level::Warn, [&server] { post(server.url()); })
+                .join(u'\n')
+                .remove(QString::fromUtf8(server.url()));
         };
-        const QString disk = R"(200 {"status":500,"message":"disk"})";
-        const QString told = R"(3 /flight/upload: the server refuses the rows: status 500, "disk")";
-        const QString well = R"(200 {"status":0})";
+        const QString disk = R"(200 {"status":500,"message":"disk"})"_l1;
+        const QString told = R"(3 /flight/upload: the server refuses the rows: status 500, "disk")"_l1;
+        const QString well = R"(200 {"status":0})"_l1;
         QCOMPARE(toldAfter(0, disk), told);
         QCOMPARE(toldAfter(12, disk), QString());
-        QCOMPARE(toldAfter(1, well), QString("3 : answers well again, after 13 min"));
+        QCOMPARE(toldAfter(1, well), "3 : answers well again, after 13 min"_l1);
         QCOMPARE(toldAfter(0, well), QString());
         QCOMPARE(toldAfter(0, disk), told);
         QCOMPARE(toldAfter(61, disk), told); // not seen for so long
@@ -424,8 +432,9 @@ private Q_SLOTS:
 
     void aLateAnswerIsToldOfItsOwnUrl()
     {
-        const QString lines = loggedBy(Level::Warn, [] { postTwice(true, {"/one"}); }).join('\n');
-        QVERIFY2(lines.contains("/one: the answer came") && !lines.contains("/two: "), lines.toUtf8());
+        const QString lines = loggedBy(Level::Warn, [] { postTwice(true, {"/one"}); }).join(u'\n');
+        QVERIFY2(lines.contains("/one: the answer came"_l1) && !lines.contains("/two: "_l1),
+                 lines.toUtf8().constData());
     }
 
     /// Operators that are armed before the first flight, record only, and record and then upload.
@@ -439,10 +448,11 @@ private Q_SLOTS:
             ArmedHost uploader(EUploadEnv::OncePerRequest, project.db, Token);
             Q_EMIT uploader.slotStartUpload();
             QTRY_COMPARE(uploader.finished.size(), 1);
-            Q_EMIT Host(EUploadEnv::WholeProject, project.missionFile("m3/flight.kv"))
-                .slotParseSingleJson({{"id", "m3"}}, project.file("x.txt", "id TEXT"), "flight_mission");
-            ArmedHost host(EUploadEnv::WholeProject, project.missionFile("m2/flight.kv"), Token);
-            host.op.SetFilghtMissionID("m2");
+            Q_EMIT Host(EUploadEnv::WholeProject, project.missionFile("m3/flight.kv"_l1))
+                .slotParseSingleJson({{"id"_l1, "m3"_l1}}, project.file("x.txt"_l1, "id TEXT"),
+                                     "flight_mission"_l1);
+            ArmedHost host(EUploadEnv::WholeProject, project.missionFile("m2/flight.kv"_l1), Token);
+            host.op.SetFilghtMissionID("m2"_l1);
             Q_EMIT host.slotWriteFlightMonitor("x");
             host.op.SetFilghtMissionID(QString());
             Q_EMIT host.slotWriteFlightMonitor("x");
@@ -461,9 +471,9 @@ private Q_SLOTS:
     /// Where the log file takes nothing, each warning is shown, and the reason once.
     void aFullDiskLosesNoWarning()
     {
-        const QStringList lines = linesOfChild("a log file on a full disk");
-        QCOMPARE(lines.filter("takes no lines").size(), 1);
-        QCOMPARE(lines.filter(QRegularExpression("(first|second) warning$")).size(), 2);
+        const QStringList lines = linesOfChild("a log file on a full disk"_l1);
+        QCOMPARE(lines.filter("takes no lines"_l1).size(), 1);
+        QCOMPARE(lines.filter(QRegularExpression("(first|second) warning$"_l1)).size(), 2);
     }
 
     /// As long as nothing of its is under way.
@@ -476,13 +486,13 @@ private Q_SLOTS:
         host->op.moveToThread(&thread);
         QMetaObject::invokeMethod(&host->op, [&] {
             host->op.SetFlightMissionFilePath(project.db);
-            host->op.SetFilghtMissionID("m1");
+            host->op.SetFilghtMissionID("m1"_l1);
             Q_EMIT host->slotWriteFlightMonitor("x");
             delete host;
             thread.quit();
         });
         QVERIFY(thread.wait(10000));
-        QCOMPARE(project.waiting("flight_monitor_detail_log"), 1);
+        QCOMPARE(project.waiting("flight_monitor_detail_log"_l1), 1);
     }
 
     void oneMistakeIsOneLine()
@@ -490,8 +500,8 @@ private Q_SLOTS:
         for (const char* const mistake :
              {"no description file", "an empty description file", "a column without a type"}) {
             secondsAhead += 1201; // other tests make them too
-            const QStringList lines = told(mistake);
-            QVERIFY2(lines.size() == 1, lines.join('\n').toUtf8());
+            const QStringList lines = told(QLatin1String(mistake));
+            QVERIFY2(lines.size() == 1, lines.join(u'\n').toUtf8().constData());
         }
     }
 
@@ -499,25 +509,25 @@ private Q_SLOTS:
     void aFileThatCannotBeOpenedIsFewLines()
     {
         const TestProject project;
-        const QString description = project.file("flight_mission.txt", "id TEXT");
+        const QString description = project.file("flight_mission.txt"_l1, "id TEXT");
         QLoggingCategory::defaultCategory()->setEnabled(QtWarningMsg, true);
         Logger& logger = Logger::instance(); // whose own handler comes back in the end
         const QtMessageHandler before = qInstallMessageHandler(nullptr);
         logger.captureQtMessages();
         const QStringList lines = loggedBy(Level::Warn, [&description] {
-            Host host(EUploadEnv::None, "/nowhere/few.kv");
-            host.op.SetFilghtMissionID("m1");
+            Host host(EUploadEnv::None, "/nowhere/few.kv"_l1);
+            host.op.SetFilghtMissionID("m1"_l1);
             for (int i = 0; i < 60; ++i) {
                 Q_EMIT host.slotWriteFlightMonitor("x");
-                Q_EMIT host.slotParseSingleJson({{"id", "m1"}}, description, "flight_mission");
-                Q_EMIT host.slotUpdateBreakpoint(1, 2, 3, "m1", 4);
-                host.op.slotUpdateGeneralOneValue(1, "is_uploaded", 1, "m1");
+                Q_EMIT host.slotParseSingleJson({{"id"_l1, "m1"_l1}}, description, "flight_mission"_l1);
+                Q_EMIT host.slotUpdateBreakpoint(1, 2, 3, "m1"_l1, 4);
+                host.op.slotUpdateGeneralOneValue(1, "is_uploaded"_l1, 1, "m1"_l1);
             }
         });
         qInstallMessageHandler(before);
-        QCOMPARE(lines.filter("120 records were not stored and are lost").size(), 1);
-        QCOMPARE(lines.filter("is lost").size(), 2); // the breakpoint, the value
-        QVERIFY2(lines.size() == 4, lines.join('\n').toUtf8());
+        QCOMPARE(lines.filter("120 records were not stored and are lost"_l1).size(), 1);
+        QCOMPARE(lines.filter("is lost"_l1).size(), 2); // the breakpoint, the value
+        QVERIFY2(lines.size() == 4, lines.join(u'\n').toUtf8().constData());
     }
 };
 

@@ -16,12 +16,12 @@ class Station : public QProcess
 public:
     Station(const FlownProject& project, const QStringList& links, const QStringList& options = {})
     {
-        QStringList arguments = project.command("station", options);
+        QStringList arguments = project.command("station"_l1, options);
         for (const QString& link : links) {
-            arguments += {"--link", link};
+            arguments += {"--link"_l1, link};
         }
         setProcessChannelMode(MergedChannels);
-        start(QCoreApplication::applicationDirPath() + "/flightdesk", arguments);
+        start(QCoreApplication::applicationDirPath() + "/flightdesk"_l1, arguments);
     }
     ~Station() override { end(); }
 
@@ -33,7 +33,7 @@ public:
         } while (m_said.count(words) < times && waitForReadyRead(20000));
         const QByteArray lines = m_said.left(m_said.lastIndexOf('\n') + 1);
         const QByteArray line = lines.mid(lines.lastIndexOf(words));
-        return lines.count(words) < times ? QString() : line.left(line.indexOf('\n'));
+        return lines.count(words) < times ? QString() : QString::fromUtf8(line.left(line.indexOf('\n')));
     }
     int end()
     {
@@ -109,7 +109,7 @@ struct AirProject : FlownProject {
             return {}; // it is just being made
         }
         for (const QVariant& record :
-             values(file, "SELECT message FROM flight_monitor_detail_log ORDER BY rowid")) {
+             values(file, "SELECT message FROM flight_monitor_detail_log ORDER BY rowid"_l1)) {
             frames.append(record.toByteArray().mid(8));
         }
         return frames;
@@ -126,14 +126,14 @@ struct AirProject : FlownProject {
     {
         int all = 0;
         for (const QString& file : missionFiles()) {
-            all += value(file, "SELECT max(rowid) FROM flight_monitor_detail_log").toInt();
+            all += value(file, "SELECT max(rowid) FROM flight_monitor_detail_log"_l1).toInt();
         }
         return all;
     }
-    static QString end(const QString& file) { return text(file, "SELECT result FROM flight_complete"); }
+    static QString end(const QString& file) { return text(file, "SELECT result FROM flight_complete"_l1); }
     static bool hasBreakpoint(const QString& file)
     {
-        return !text(file, "SELECT break_point_lng FROM flight_mission").isEmpty();
+        return !text(file, "SELECT break_point_lng FROM flight_mission"_l1).isEmpty();
     }
 };
 
@@ -147,8 +147,9 @@ struct OneLink {
     void begin()
     {
         station = std::make_unique<Station>(project, QStringList(wire->link()), m_options);
-        const QString line = station->heard(wire->link().startsWith("udp") ? "listening on" : "connected to");
-        QVERIFY2(!line.isEmpty(), station->said());
+        const QString line =
+            station->heard(wire->link().startsWith("udp"_l1) ? "listening on" : "connected to");
+        QVERIFY2(!line.isEmpty(), station->said().constData());
         wire->noteUp(line);
     }
 
@@ -171,7 +172,7 @@ void send(Wire* wire, const Frames& frames, bool noise = false)
             bytes += "\xFD\x09 noise \xFE\xFF";
         }
         const int size =
-            wire->link().startsWith("udp") ? (i % 3 == 2 ? bytes.size() : 0) : bytes.size() / 97 * 97;
+            wire->link().startsWith("udp"_l1) ? (i % 3 == 2 ? bytes.size() : 0) : bytes.size() / 97 * 97;
         wire->send(bytes.left(size));
         bytes.remove(0, size);
     }
@@ -190,7 +191,7 @@ private Q_SLOTS:
                                                        {"tcp", true, false},
                                                        {"tcp", false, true},
                                                        {"serial", true, true}}) {
-            OneLink air(kind);
+            OneLink air{QLatin1String(kind)};
             const Frames sent = flightOf(7, interrupted);
             send(air.wire.get(), sent, noise);
             QTRY_COMPARE(air.project.frames().size(), sent.size());
@@ -198,7 +199,7 @@ private Q_SLOTS:
             QCOMPARE(air.project.missionFiles().size(), 1);
             const QString file = air.project.missionFiles().constFirst();
             QCOMPARE(AirProject::framesIn(file), sent);
-            QCOMPARE(AirProject::end(file), QString(interrupted ? "interrupted" : "completed"));
+            QCOMPARE(AirProject::end(file), QLatin1String(interrupted ? "interrupted" : "completed"));
             QCOMPARE(AirProject::hasBreakpoint(file), interrupted);
             QVERIFY(air.station->said().contains("vehicle-7-"));
         }
@@ -209,7 +210,7 @@ private Q_SLOTS:
     {
         for (const char* kind : {"udp", "tcp", "serial"}) {
             const int pulls = environmentNumber("KV_STATION_PULLS", 3);
-            OneLink air(kind);
+            OneLink air{QLatin1String(kind)};
             const Frames flight = flightOf(1, true);
             const int first = flight.size() / 2; // it is armed by then
             const int part = (flight.size() - first) / pulls;
@@ -238,20 +239,20 @@ private Q_SLOTS:
     void twoVehiclesAreTwoMissions()
     {
         AirProject project;
-        Station station(project, {"udp:127.0.0.1:0"}, {"--json"});
+        Station station(project, {"udp:127.0.0.1:0"_l1}, {"--json"_l1});
         const auto told = [&station](const QByteArray& words) {
             return QJsonDocument::fromJson(station.heard("{\"" + words).toUtf8());
         };
-        const auto wire = Wire::make("udp");
-        wire->noteUp(told("event\":\"listening")["link"].toString());
+        const auto wire = Wire::make("udp"_l1);
+        wire->noteUp(told("event\":\"listening")["link"_l1].toString());
         const QMap<quint8, Frames> sent{{1, flightOf(1)}, {2, flightOf(2, true)}};
         for (int i = 0; i < sent[1].size(); ++i) {
             wire->send(sent[1].at(i) + sent[2].value(i));
         }
         const int all = sent[1].size() + sent[2].size();
-        QTRY_COMPARE(told("event\":\"status")["links"][0]["frames"].toInt(), all);
+        QTRY_COMPARE(told("event\":\"status")["links"_l1][0]["frames"_l1].toInt(), all);
         const QJsonDocument status = told("event\":\"status");
-        QCOMPARE(status["vehicles"][1]["mode"].toString(), QString("AUTO"));
+        QCOMPARE(status["vehicles"_l1][1]["mode"_l1].toString(), "AUTO"_l1);
         QTRY_COMPARE(project.frames().size(), all);
         QCOMPARE(station.end(), 0);
         QCOMPARE(project.missionFiles().size(), 2);
@@ -265,7 +266,7 @@ private Q_SLOTS:
     void killedAndStartedAgain()
     {
         const int kills = environmentNumber("KV_STATION_KILLS", 3);
-        OneLink air("serial");
+        OneLink air("serial"_l1);
         const Frames flight = flightOf(1, true);
         const int part = flight.size() / (kills + 1);
         int known = 0;
@@ -284,18 +285,19 @@ private Q_SLOTS:
         const QStringList files = air.project.missionFiles();
         QCOMPARE(files.size(), kills + 1);
         for (const QString& file : files) {
-            QCOMPARE(AirProject::text(file, "PRAGMA integrity_check"), QString("ok"));
-            QCOMPARE(AirProject::end(file), QString(file == files.last() ? "interrupted" : "recorder ended"));
+            QCOMPARE(AirProject::text(file, "PRAGMA integrity_check"_l1), "ok"_l1);
+            QCOMPARE(AirProject::end(file),
+                     QLatin1String(file == files.last() ? "interrupted" : "recorder ended"));
             QVERIFY(AirProject::hasBreakpoint(file));
         }
         QVERIFY(AirProject::framesIn(files.first()).mid(0, part) == flight.mid(0, part));
-        QVERIFY(QDir(air.project.path("project")).entryList({"*.open"}, QDir::Files).isEmpty());
+        QVERIFY(QDir(air.project.path("project"_l1)).entryList({"*.open"_l1}, QDir::Files).isEmpty());
     }
 
     /// Nothing is lost as long as memory holds.
     void fullDisk()
     {
-        OneLink air("tcp");
+        OneLink air("tcp"_l1);
         const Frames flight = flightOf(1, true);
         const auto limit = [&air](rlim_t bytes) {
             const rlimit files{bytes, RLIM_INFINITY};
@@ -305,9 +307,10 @@ private Q_SLOTS:
         QTRY_COMPARE(air.project.frames().size(), 300);
         limit(4096);
         send(air.wire.get(), flight.mid(300));
-        QVERIFY2(!air.station->heard("NOTHING IS WRITTEN").isEmpty(), air.station->said());
+        QVERIFY2(!air.station->heard("NOTHING IS WRITTEN").isEmpty(), air.station->said().constData());
         limit(RLIM_INFINITY);
-        QVERIFY2(!air.station->heard("recording goes on; 0 frames were lost").isEmpty(), air.station->said());
+        QVERIFY2(!air.station->heard("recording goes on; 0 frames were lost").isEmpty(),
+                 air.station->said().constData());
         QTRY_COMPARE(air.project.frames().size(), flight.size());
         QCOMPARE(air.station->end(), 0);
         QCOMPARE(air.project.frames(), flight);
@@ -318,8 +321,8 @@ private Q_SLOTS:
     {
         qputenv("KV_TOKEN", Token.toUtf8());
         AirProject ground;
-        const IngestServer server({"--token", Token, "--ledger", ground.ledger});
-        OneLink air("udp", {"--server", server.url, "--heartbeat"});
+        const IngestServer server({"--token"_l1, Token, "--ledger"_l1, ground.ledger});
+        OneLink air("udp"_l1, {"--server"_l1, server.url, "--heartbeat"_l1});
         qunsetenv("KV_TOKEN");
         const Frames flight = flightOf(1);
         send(air.wire.get(), flight);
@@ -327,16 +330,16 @@ private Q_SLOTS:
             int rows = 0;
             for (const QString& file : air.project.missionFiles()) {
                 for (const QString& table : Tables) {
-                    rows += AirProject::value(file, "SELECT count(*) FROM " + table +
-                                                        " WHERE is_uploaded = " + marked)
+                    rows += AirProject::value(file, "SELECT count(*) FROM "_l1 + table +
+                                                        " WHERE is_uploaded = "_l1 + marked)
                                 .toInt();
                 }
             }
             return rows;
         };
-        QTRY_VERIFY_WITH_TIMEOUT(waiting("1") > flight.size() && waiting("0") == 0, 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(waiting("1"_l1) > flight.size() && waiting("0"_l1) == 0, 30000);
         QCOMPARE(air.wire->answer().mid(3, 1), QByteArray("\xff"));
-        Station second(air.project, {"udp:127.0.0.1:0"});
+        Station second(air.project, {"udp:127.0.0.1:0"_l1});
         QVERIFY(second.waitForFinished());
         QCOMPARE(second.exitCode(), 1);
         QCOMPARE(air.station->end(), 0);
@@ -349,7 +352,7 @@ private Q_SLOTS:
         std::vector<std::unique_ptr<Wire>> wires;
         QStringList links;
         for (const char* kind : {"udp", "tcp", "serial"}) {
-            wires.push_back(Wire::make(kind));
+            wires.push_back(Wire::make(QLatin1String(kind)));
             links.append(wires.back()->link());
         }
         const AirProject project;
@@ -396,10 +399,10 @@ private Q_SLOTS:
               {"tcp:a:1 tcp:a:1", "same port"},
               {"serial:/dev/x:57600 serial:/dev/x:9600", "same port"}}) {
             AirProject project;
-            Station station(project, QString(links).split(' '));
+            Station station(project, QString::fromLatin1(links).split(u' '));
             QVERIFY(station.waitForFinished());
             QCOMPARE(station.end(), 2);
-            QVERIFY2(station.said().contains(words), station.said());
+            QVERIFY2(station.said().contains(words), station.said().constData());
             QCOMPARE(station.said().count('\n'), 1);
         }
     }

@@ -15,7 +15,7 @@ const QString Mission = QStringLiteral("flight_mission/m1");
 class Flight
 {
 public:
-    explicit Flight(const TestProject& project) : file(project.file("m1/flight.kv")), m_project(project)
+    explicit Flight(const TestProject& project) : file(project.file("m1/flight.kv"_l1)), m_project(project)
     {
         disk.mount(QFileInfo(file).path());
     }
@@ -39,7 +39,7 @@ private:
     void start()
     {
         m_host = std::make_unique<Host>(EUploadEnv::None, file);
-        m_host->op.SetFilghtMissionID("m1");
+        m_host->op.SetFilghtMissionID("m1"_l1);
     }
     void messages(int count)
     {
@@ -51,21 +51,21 @@ private:
     {
         QJsonArray array;
         while (array.size() < count) {
-            array.append(QJsonObject{{"id", id + QString::number(array.size() + 1)},
-                                     {"flight_mission_id", "m1"},
-                                     {"flight_mission_data", "{\"waypoints\":4}"}});
+            array.append(QJsonObject{{"id"_l1, id + QString::number(array.size() + 1)},
+                                     {"flight_mission_id"_l1, "m1"_l1},
+                                     {"flight_mission_data"_l1, "{\"waypoints\":4}"_l1}});
         }
         return array;
     }
     QString columns(const QString& table)
     {
         const QByteArray column = table == Tables[0] ? "flight_mission_data" : "flight_mission_id";
-        return m_project.file(table + ".txt", "id TEXT " + column + " TEXT");
+        return m_project.file(table + ".txt"_l1, "id TEXT " + column + " TEXT");
     }
     void write(const QString& table, const QJsonArray& array)
     {
         const QSignalSpy written(&m_host->op, SIGNAL(WriteDBFinished(QString, uint, QString)));
-        m_host->op.slotParseJson(array, columns(table), "m1", 1, file);
+        m_host->op.slotParseJson(array, columns(table), "m1"_l1, 1, file);
         if (written.isEmpty()) { // the file did not open, which locks the operator for good
             static auto& locked = *new std::vector<std::unique_ptr<Host>>; // whose destructors would wait
             locked.push_back(std::move(m_host));
@@ -79,17 +79,18 @@ private:
 
 const QList<Flight::FlightStep> Flight::Steps = {
     {[](Flight& f) { f.start(); }, 0},
-    {[](Flight& f) { f.write("flight_mission", records("m", 1)); }, 1},
+    {[](Flight& f) { f.write("flight_mission"_l1, records("m"_l1, 1)); }, 1},
     {[](Flight& f) { f.messages(50); }, 50},
     {[](Flight& f) { f.messages(3); }, 3},
-    {[](Flight& f) { Q_EMIT f.m_host->slotParseJson(records("p", 3), f.columns("pos_data"), "m1"); }, 3},
+    {[](Flight& f) { Q_EMIT f.m_host->slotParseJson(records("p"_l1, 3), f.columns("pos_data"_l1), "m1"_l1); },
+     3},
     {[](Flight& f) {
-         const QJsonObject status = records("s", 1).at(0).toObject();
-         Q_EMIT f.m_host->slotParseSingleJson(status, f.columns("uas_status"), "uas_status");
+         const QJsonObject status = records("s"_l1, 1).at(0).toObject();
+         Q_EMIT f.m_host->slotParseSingleJson(status, f.columns("uas_status"_l1), "uas_status"_l1);
      },
      1},
-    {[](Flight& f) { f.write("uas_status", records("t", 3)); }, 3},
-    {[](Flight& f) { Q_EMIT f.m_host->slotUpdateBreakpoint(3, 8.5, 47.25, "m1", 0.5); }, 0},
+    {[](Flight& f) { f.write("uas_status"_l1, records("t"_l1, 3)); }, 3},
+    {[](Flight& f) { Q_EMIT f.m_host->slotUpdateBreakpoint(3, 8.5, 47.25, "m1"_l1, 0.5); }, 0},
 };
 } // namespace
 
@@ -105,8 +106,8 @@ private:
     {
         m_server = std::make_unique<ScriptedServer>();
         m_server->script = [this](const PostedRequest& request) {
-            if (m_server->paths().count("/flight/posupload") == 1 && request.path == "/flight/posupload") {
-                ScriptedServer::Reply refused = ScriptedServer::reply("200 {\"status\":2}");
+            if (m_server->paths().count("/flight/posupload"_l1) == 1 && request.path == "/flight/posupload") {
+                ScriptedServer::Reply refused = ScriptedServer::reply("200 {\"status\":2}"_l1);
                 refused.close = true; // a second request on the connection would wait for a late ACK
                 return refused;
             }
@@ -134,7 +135,7 @@ private:
         pass(uploader, 30);
         {
             const FaultVfs::Pause pause;
-            QVERIFY(m_server->stored.contains(TestProject::rows(file, "is_uploaded = 1")));
+            QVERIFY(m_server->stored.contains(TestProject::rows(file, "is_uploaded = 1"_l1)));
         }
         disk.clear();
         for (int cycle = 0; cycle < 2 && TestProject::waiting(file) != 0; ++cycle) {
@@ -143,14 +144,14 @@ private:
         }
         QCOMPARE(TestProject::waiting(file), 0);
         QCOMPARE(m_server->stored, TestProject::rows(file));
-        QCOMPARE(TestProject::text(file, "PRAGMA integrity_check"), QString("ok"));
+        QCOMPARE(TestProject::text(file, "PRAGMA integrity_check"_l1), "ok"_l1);
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
         Logger::instance().setLoggingLevel(static_cast<Level>(5)); // there will be thousands of errors
-        QLoggingCategory::setFilterRules("default.debug=false\ndefault.warning=false");
+        QLoggingCategory::setFilterRules("default.debug=false\ndefault.warning=false"_l1);
     }
 
     /// Every single step fails once, and everything from a step on: what was stored stays, what was not
@@ -194,12 +195,12 @@ private Q_SLOTS:
                 const FaultVfs::Pause pause;
                 const bool failed = disk.failures() > before;
                 const QSet<QString> now = TestProject::rows(flight.file);
-                QVERIFY2(now.contains(stored), qPrintable(QString("lost, %1").arg(n)));
+                QVERIFY2(now.contains(stored), qPrintable(QStringLiteral("lost, %1").arg(n)));
                 recorded += part.rows;
                 // A batch that the disk did not take may come with the next one.
                 QVERIFY2(failed || now.size() >= stored.size() + part.rows,
-                         qPrintable(QString("not written, %1").arg(n)));
-                QVERIFY2(now.size() <= recorded, qPrintable(QString("written twice, %1").arg(n)));
+                         qPrintable(QStringLiteral("not written, %1").arg(n)));
+                QVERIFY2(now.size() <= recorded, qPrintable(QStringLiteral("written twice, %1").arg(n)));
                 stored = now;
                 if (failed && part.rows == 0) {
                     flight.run(Flight::Steps[0]);
@@ -247,14 +248,14 @@ private Q_SLOTS:
             disk.losePower(synced ? nullptr : &coin);
 
             const QSet<QString> left = TestProject::rows(flight.file);
-            QVERIFY2(left.contains(stored), qPrintable(QString("lost, %1").arg(n)));
+            QVERIFY2(left.contains(stored), qPrintable(QStringLiteral("lost, %1").arg(n)));
             const int more = left.size() - stored.size();
             QVERIFY2(more == 0 || more == Flight::Steps.value(written).rows, qPrintable(QString::number(n)));
             if (written == Flight::Steps.size()) {
-                QCOMPARE(TestProject::value(flight.file, "SELECT last_waypoint_index FROM flight_mission"),
-                         QVariant("3"));
+                QCOMPARE(TestProject::value(flight.file, "SELECT last_waypoint_index FROM flight_mission"_l1),
+                         QVariant("3"_l1));
             }
-            QVERIFY(m_server->stored.contains(TestProject::rows(flight.file, "is_uploaded = 1")));
+            QVERIFY(m_server->stored.contains(TestProject::rows(flight.file, "is_uploaded = 1"_l1)));
             if (left.contains(Mission)) {
                 upload(flight.file);
             }

@@ -19,9 +19,9 @@ struct SupervisedHost : ArmedHost {
     explicit SupervisedHost(QStringList missionFiles, int speed = Speed)
         : ArmedHost(EUploadEnv::WholeProject), files(std::move(missionFiles)), supervisor(Interval)
     {
-        empty.missionFile("nothing/flight.kv");
-        control()->SetProjectDirPath(QFileInfo(files[0]).dir().filePath(".."));
-        supervisor.setEmptyProject(empty.path(""));
+        empty.missionFile("nothing/flight.kv"_l1);
+        control()->SetProjectDirPath(QFileInfo(files[0]).dir().filePath(".."_l1));
+        supervisor.setEmptyProject(empty.path(""_l1));
         link.connectTo(&op);
         supervisor.connectTo(link);
         connect(&timer, &QTimer::timeout, this, [this, speed] { look(clock.elapsed() * speed); });
@@ -71,7 +71,7 @@ private:
 
     void uploadByFlightdesk()
     {
-        BacklogCounter counter(Project::open(m_project->path("")));
+        BacklogCounter counter(Project::open(m_project->path(""_l1)));
         counter.countAll();
         const LogFeed feed;
         Uploader uploader(feed);
@@ -92,8 +92,8 @@ private Q_SLOTS:
         m_server = std::make_unique<ScriptedServer>();
         m_files.clear();
         for (const char* const letter : {"a", "b"}) {
-            const QString name = letter;
-            m_files.append(m_project->missionFile(name + "/flight.kv"));
+            const QString name = QLatin1String(letter);
+            m_files.append(m_project->missionFile(name + "/flight.kv"_l1));
             for (int i = 0; i < 3; ++i) {
                 TestProject::addMission(m_files.constLast(), name + QString::number(i), 2, 1, 3);
             }
@@ -132,9 +132,9 @@ private Q_SLOTS:
             }
             return faulty ? ScriptedServer::reply(behaviour) : ScriptedServer::accepted();
         };
-        signIn("token");
+        signIn("token"_l1);
         if (byItself) {
-            const SupervisedHost host(m_files, behaviour == "silence" ? 1 : Speed);
+            const SupervisedHost host(m_files, behaviour == "silence"_l1 ? 1 : Speed);
             QTRY_COMPARE_WITH_TIMEOUT(host.waiting(), 0, 300000);
         } else {
             uploadByFlightdesk();
@@ -155,7 +155,7 @@ private Q_SLOTS:
             m_server->script = [&](const PostedRequest& request) {
                 if (m_server->requests.size() == 5) {
                     foreign = std::make_unique<Foreign>(
-                        "exclusive", m_files[request.ids().value(0).startsWith('a') ? 0 : 1]);
+                        "exclusive"_l1, m_files[request.ids().value(0).startsWith(u'a') ? 0 : 1]);
                     QTimer::singleShot(5 * LockWait, m_server.get(), [&foreign] { foreign.reset(); });
                 }
                 return ScriptedServer::accepted();
@@ -182,14 +182,15 @@ private Q_SLOTS:
             QStringList gone;
             for (const char* name : {"a/x.kv", "b/x.kv", "c/x.kv", "d/x.kv"}) {
                 if (forGood) { // no databases
-                    m_project->file(name, QByteArray(5000, 'g'));
+                    m_project->file(QLatin1String(name), QByteArray(5000, 'g'));
                 }
             }
             m_server->script = [&](const PostedRequest& request) {
                 if (!forGood && m_server->requests.size() == 1) {
                     // The folder of the file that is not being sent now
-                    const bool inA = request.ids().value(0).startsWith('a');
-                    gone = QStringList{m_project->path(inA ? "b" : "a"), m_project->path("away")};
+                    const bool inA = request.ids().value(0).startsWith(u'a');
+                    gone = QStringList{m_project->path(QLatin1String(inA ? "b" : "a")),
+                                       m_project->path("away"_l1)};
                     QDir().rename(gone[0], gone[1]);
                 }
                 return ScriptedServer::accepted();
@@ -197,7 +198,7 @@ private Q_SLOTS:
             const SupervisedHost uploader(m_files);
             if (!forGood) {
                 QTRY_VERIFY(!gone.isEmpty() &&
-                            TestProject::waiting(m_files[gone[0].endsWith('b') ? 0 : 1]) == 0);
+                            TestProject::waiting(m_files[gone[0].endsWith(u'b') ? 0 : 1]) == 0);
                 QVERIFY(QDir().rename(gone[1], gone[0]));
             }
             QTRY_COMPARE_WITH_TIMEOUT(uploader.waiting(), 0, 60000);

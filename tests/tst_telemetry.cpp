@@ -2,6 +2,7 @@
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/FlightSplitter.h"
 #include "telemetry/FrameReader.h"
+#include "telemetry/Latin1.h"
 #include "telemetry/LinkQuality.h"
 
 #include <QtTest/QtTest>
@@ -54,11 +55,11 @@ class Flights : public FlightSplitter::Sink
 public:
     void began(int flight, const FlightStart& start) override
     {
-        text.insert(flight, QString("%1:").arg(start.system));
+        text.insert(flight, QStringLiteral("%1:").arg(start.system));
         for (const TelemetryFrame& before : start.preRoll) {
             frame(flight, before);
         }
-        text[flight] += '|';
+        text[flight] += u'|';
     }
     void frame(int flight, const TelemetryFrame& frame) override
     {
@@ -66,7 +67,7 @@ public:
         m_latest[flight] = frame.usec;
         text[flight] += letters.value(frame.bytes);
     }
-    void ended(int flight, const QString& reason) override { text[flight] += ' ' + reason; }
+    void ended(int flight, const QString& reason) override { text[flight] += u' ' + reason; }
 
     QMap<int, QString> text;
     QHash<QByteArray, QChar> letters;
@@ -121,7 +122,7 @@ private Q_SLOTS:
             next = std::find_if(next, frames.cend(), [&](const QByteArray& sent) {
                 return unsignedPart(sent) == unsignedPart(frame);
             });
-            QVERIFY2(next != frames.cend(), frame.toHex());
+            QVERIFY2(next != frames.cend(), frame.toHex().constData());
             undamaged += whole[int(next - frames.cbegin())];
             ++next;
         }
@@ -184,21 +185,21 @@ private Q_SLOTS:
         split.landing = live.landing;
         const SplitRule whole = SplitRule::ofLog({1, 2}, false);
         const Case cases[] = {
-            {"agxaxAAxgaxgaxgx", live, {"1:xax|AAxgaxg disarmed"}},
-            {"aAaxAaxxxxx", live, {"1:a|AaxAaxx disarmed"}},            // armed again at once
-            {"aAaaaaaaaA", live, {"1:a|Aaaa disarmed", "1:aaa|A end"}}, // and later
-            {"aAaaaaA", live, {"1:a|Aaaa disarmed", "1:a|A end"}},      // no frame in two flights
-            {"abAyBxgbbyaxg", live, {"1:a|Axgaxg end", "2:by|Bgbby disarmed"}},
-            {"aArrrrrA", live, {"1:a|ArrrrrA end"}},
-            {"aArxrxrxrxA", live, {"1:a|AxxrrrxrxA end"}},
-            {"xxxA", live, {"1:xxx|A end"}},
-            {"aAyxbxA", live, {"1:a|AxxA end"}}, // not known to be another vehicle's when it came
-            {"aA.........................A", live, {"1:a|A link lost", "1:|A end"}},
+            {"agxaxAAxgaxgaxgx", live, {"1:xax|AAxgaxg disarmed"_l1}},
+            {"aAaxAaxxxxx", live, {"1:a|AaxAaxx disarmed"_l1}},               // armed again at once
+            {"aAaaaaaaaA", live, {"1:a|Aaaa disarmed"_l1, "1:aaa|A end"_l1}}, // and later
+            {"aAaaaaA", live, {"1:a|Aaaa disarmed"_l1, "1:a|A end"_l1}},      // no frame in two flights
+            {"abAyBxgbbyaxg", live, {"1:a|Axgaxg end"_l1, "2:by|Bgbby disarmed"_l1}},
+            {"aArrrrrA", live, {"1:a|ArrrrrA end"_l1}},
+            {"aArxrxrxrxA", live, {"1:a|AxxrrrxrxA end"_l1}},
+            {"xxxA", live, {"1:xxx|A end"_l1}},
+            {"aAyxbxA", live, {"1:a|AxxA end"_l1}}, // not known to be another vehicle's when it came
+            {"aA.........................A", live, {"1:a|A link lost"_l1, "1:|A end"_l1}},
             {"gxaAaaaaaaAaagbyAB",
              split,
-             {"1:|gxaAaaa disarmed", "1:aaa|Aaag disarmed", "2:|byB end", "1:|A end"}},
-            {"gxbaAaaaBggA", whole, {"1:|gxaAaaaggA end", "2:|bBgg end"}},
-            {"gxxr", SplitRule::ofLog({}, true), {"0:|gxxr end"}},
+             {"1:|gxaAaaa disarmed"_l1, "1:aaa|Aaag disarmed"_l1, "2:|byB end"_l1, "1:|A end"_l1}},
+            {"gxbaAaaaBggA", whole, {"1:|gxaAaaaggA end"_l1, "2:|bBgg end"_l1}},
+            {"gxxr", SplitRule::ofLog({}, true), {"0:|gxxr end"_l1}},
         };
         for (const Case& flown : cases) {
             const QByteArray armed = QByteArray::fromHex("000000000203800403");
@@ -218,10 +219,10 @@ private Q_SLOTS:
                     continue;
                 }
                 const QByteArray frame = mavlink::encode(messages[*letter], 0);
-                flights.letters.insert(frame, *letter);
+                flights.letters.insert(frame, QLatin1Char(*letter));
                 splitter.take({usec, frame}, 0);
             }
-            splitter.endAll("end");
+            splitter.endAll("end"_l1);
             QCOMPARE(QStringList(flights.text.values()), flown.flights);
             QVERIFY2(flights.inOrder, flown.seen);
         }

@@ -16,7 +16,7 @@ public:
     Receiver(QObject* sender, const QByteArray& signal, QByteArray deed)
         : m_sender(sender), m_deed(std::move(deed))
     {
-        connect(sender, '2' + signal, this, SLOT(act()));
+        connect(sender, ('2' + signal).constData(), this, SLOT(act()));
     }
     int acts = 0;
 
@@ -79,9 +79,11 @@ private Q_SLOTS:
              }) {
             for (const char* const deed : {"nothing", "loop", "delete", "delete later", "request",
                                            "request in a loop", "delete in a loop"}) {
-                receive(c.object, c.signal, c.reply, deed);
+                receive(c.object, c.signal, QLatin1String(c.reply), deed);
                 QVERIFY2(!QTest::currentTestFailed(),
-                         qPrintable(QStringList({c.object, c.signal, c.reply, deed}).join(' ')));
+                         qPrintable(QStringList({QLatin1String(c.object), QLatin1String(c.signal),
+                                                 QLatin1String(c.reply), QLatin1String(deed)})
+                                        .join(u' ')));
             }
         }
     }
@@ -91,8 +93,8 @@ private:
                         const QByteArray& deed)
     {
         const TestProject home;
-        SetHomeDir(home.path(""));
-        QVERIFY(QDir().mkpath(home.path("TmpData")));
+        SetHomeDir(home.path(""_l1));
+        QVERIFY(QDir().mkpath(home.path("TmpData"_l1)));
         ScriptedServer server(ScriptedServer::reply(reply));
         const QPointer<QObject> sender = make(object, server.url() + "/file.bin");
         const Receiver receiver(sender, signal, deed);
@@ -104,7 +106,7 @@ private:
         }
         if (!sender) {
             const QString task =
-                QString("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid());
+                QStringLiteral("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid());
             QCOMPARE(TestProject::contents(task), QByteArray()); // the download program is no zombie either
         } else {                                                 // fit for another request
             const int requests = server.requests.size();

@@ -66,7 +66,7 @@ private Q_SLOTS:
         QElapsedTimer time; // which is what is promised
         time.start();
         upload.PostNetWorkReplyMessage();
-        const QString body = cell("outcome") == "finished" ? reply.mid(3) : QString();
+        const QString body = cell("outcome") == "finished"_l1 ? reply.mid(3) : QString();
         QTRY_COMPARE_WITH_TIMEOUT(upload.outcomes, QStringList{cell("outcome") + body}, 6000);
         QVERIFY(cell("after").isEmpty() || time.elapsed() > 2800); // a coarse timer: 5 % early at most
     }
@@ -101,7 +101,8 @@ private Q_SLOTS:
     {
         ScriptedServer server;
         server.script = [](const PostedRequest& request) {
-            return request.path == "/late" ? ScriptedServer::file("", 12) : ScriptedServer::reply("silence");
+            return request.path == "/late" ? ScriptedServer::file("", 12)
+                                           : ScriptedServer::reply("silence"_l1);
         };
         Upload silent(server.url() + "/silent");
         Upload late(server.url() + "/late");
@@ -111,18 +112,18 @@ private Q_SLOTS:
         QTimer::singleShot(5000, &server, [&server] { server.sendMore("/late", "{\"sta"); });
         QElapsedTimer time;
         time.start();
-        QTRY_COMPARE_WITH_TIMEOUT(silent.outcomes, QStringList{"error"}, 25000);
+        QTRY_COMPARE_WITH_TIMEOUT(silent.outcomes, QStringList{"error"_l1}, 25000);
         QVERIFY(time.elapsed() >= 19000);
         QCOMPARE(late.outcomes, QStringList());
-        QTRY_COMPARE_WITH_TIMEOUT(late.outcomes, QStringList{"error"}, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(late.outcomes, QStringList{"error"_l1}, 10000);
         QVERIFY(time.elapsed() >= 24000);
         server.sendMore("/late", "tus\":0}");
-        QTRY_COMPARE(late.outcomes, (QStringList{"error", "finished {\"status\":0}"}));
+        QTRY_COMPARE(late.outcomes, (QStringList{"error"_l1, "finished {\"status\":0}"_l1}));
     }
 
     void destroyedInFlight()
     {
-        ScriptedServer server(ScriptedServer::reply("silence"));
+        ScriptedServer server(ScriptedServer::reply("silence"_l1));
         {
             Upload upload(server.url() + "/x", QByteArray(2000000, 'x'));
             upload.PostNetWorkReplyMessage();
@@ -165,7 +166,7 @@ private Q_SLOTS:
     /// A late reply counts, and by the way in which replies are read it counts for the newest post.
     void silentLine()
     {
-        ScriptedServer server(ScriptedServer::reply("silence"));
+        ScriptedServer server(ScriptedServer::reply("silence"_l1));
         Upload upload("");
         for (int post = 0; post < 14; ++post) {
             upload.SetUrl(server.url() + "/" + QByteArray::number(post));
@@ -175,13 +176,13 @@ private Q_SLOTS:
         QCOMPARE(upload.outcomes, QStringList());
         const QByteArray body = R"({"status":1})";
         server.sendMore("/13", ScriptedServer::file(body).wire);
-        QTRY_COMPARE(upload.outcomes, QStringList{"finished " + body});
+        QTRY_COMPARE(upload.outcomes, QStringList{QString::fromUtf8("finished " + body)});
         server.sendMore("/0", ScriptedServer::file(body).wire);
         QTRY_COMPARE(upload.outcomes.size(), 2);
         server.script = [](const PostedRequest&) { return ScriptedServer::accepted(); };
         upload.PostNetWorkReplyMessage();
         QTRY_COMPARE(upload.outcomes.size(), 3);
-        QVERIFY(upload.outcomes.constLast().startsWith("finished"));
+        QVERIFY(upload.outcomes.constLast().startsWith("finished"_l1));
     }
 
     /// A receiver runs an event loop in a reply's signal, in which that reply's manager is given up.
@@ -209,8 +210,8 @@ private Q_SLOTS:
         constexpr int Size = 20000000;
         for (const int bodies : {3, 18}) {
             DeadLine line;
-            const int threads = entries("/proc/self/task");
-            const int files = entries("/proc/self/fd");
+            const int threads = entries("/proc/self/task"_l1);
+            const int files = entries("/proc/self/fd"_l1);
             const qint64 before = allocatedBytes();
             qint64 most = 0;
             Upload upload(line.url());
@@ -220,9 +221,9 @@ private Q_SLOTS:
                 upload.PostNetWorkReplyMessage();
                 QTRY_COMPARE(line.connections, post + 1);
                 most = qMax(most, allocatedBytes() - before);
-                QVERIFY(entries("/proc/self/task") - threads <= 6);
+                QVERIFY(entries("/proc/self/task"_l1) - threads <= 6);
                 const int sockets = line.findChildren<QTcpSocket*>().size(); // the line's own ends
-                QVERIFY(entries("/proc/self/fd") - files - sockets <= 16 + 6 * 4);
+                QVERIFY(entries("/proc/self/fd"_l1) - files - sockets <= 16 + 6 * 4);
             }
             QVERIFY2(Sanitized || most < bodies * qint64(Size), qPrintable(QString::number(most)));
         }
@@ -234,7 +235,8 @@ private Q_SLOTS:
         ScriptedServer target;
         ScriptedServer server;
         server.script = [&](const PostedRequest& request) {
-            return ScriptedServer::reply(request.path.mid(1) + ' ' + target.url() + "/target");
+            return ScriptedServer::reply(
+                QString::fromUtf8(request.path.mid(1) + ' ' + target.url() + "/target"));
         };
         std::vector<std::unique_ptr<Upload>> uploads;
         for (const char* const status : {"301", "302", "303", "307", "308"}) {
@@ -245,7 +247,7 @@ private Q_SLOTS:
             uploads.back()->PostNetWorkReplyMessage();
         }
         for (const auto& upload : uploads) {
-            QTRY_COMPARE(upload->outcomes, QStringList{"error"});
+            QTRY_COMPARE(upload->outcomes, QStringList{"error"_l1});
         }
         QCOMPARE(server.requests.size(), 5);
         QCOMPARE(target.requests.size(), 0);
@@ -258,7 +260,7 @@ private Q_SLOTS:
         SetEnabledFiddler(false);
         const QNetworkProxy proxy = QNetworkProxy::applicationProxy();
         QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
-        QCOMPARE(proxy, QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1", 8888));
+        QCOMPARE(proxy, QNetworkProxy(QNetworkProxy::HttpProxy, "127.0.0.1"_l1, 8888));
     }
 };
 

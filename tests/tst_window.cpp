@@ -50,12 +50,12 @@ struct Desk {
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         QApplication::setActiveWindow(&window); // no window manager does it
-        window.projectPage()->open(project.path("project"), true);
+        window.projectPage()->open(project.path("project"_l1), true);
     }
 
-    QString file() const { return project.missionFiles('*' + format->suffix).value(0); }
+    QString file() const { return project.missionFiles(u'*' + format->suffix).value(0); }
     int waiting(const QString& table) const { return TestProject::waiting(file(), table); }
-    QSet<QString> ids() const { return TestProject::rows(file(), "1", format->uploadKinds); }
+    QSet<QString> ids() const { return TestProject::rows(file(), "1"_l1, format->uploadKinds); }
 
     /// The widget that a label's or a button's text is about, on the page that is seen.
     template<class Widget>
@@ -64,12 +64,12 @@ struct Desk {
         for (auto* widget : window.findChildren<Widget*>()) {
             const QVariant own = widget->property("text");
             if (widget->isVisible() &&
-                (own.toString().remove('&') == text || widget->accessibleName() == text)) {
+                (own.toString().remove(u'&') == text || widget->accessibleName() == text)) {
                 return widget;
             }
         }
         for (auto* label : window.findChildren<QLabel*>()) {
-            if (label->isVisible() && label->text().remove('&') == text + ':') {
+            if (label->isVisible() && label->text().remove(u'&') == text + u':') {
                 return qobject_cast<Widget*>(label->buddy());
             }
         }
@@ -102,11 +102,11 @@ struct Desk {
     void signIn(const QString& server, const QString& token)
     {
         goTo(3);
-        type("Server", server);
+        type("Server"_l1, server);
         press(Qt::Key_Tab);
         QTest::keyClicks(QApplication::focusWidget(), token);
         press(Qt::Key_Return);
-        auto* const interval = find<QSpinBox>("Retry after");
+        auto* const interval = find<QSpinBox>("Retry after"_l1);
         interval->setValue(1);
     }
     void drop(const QString& path)
@@ -122,26 +122,26 @@ struct Desk {
     void record(const QByteArray& log)
     {
         goTo(2);
-        QTest::keyClicks(find<QComboBox>("Speed"), "as");
-        drop(project.file("flight.tlog", log));
+        QTest::keyClicks(find<QComboBox>("Speed"_l1), "as"_l1);
+        drop(project.file("flight.tlog"_l1, log));
         QTRY_VERIFY_WITH_TIMEOUT(
             window.session().flights()->rowCount() == 1 && !window.session().flights()->isRunning(0), Long);
     }
     void enterLinks(const QString& links) const
     {
-        find<QPlainTextEdit>("Links, one in each line")->setPlainText(links);
-        click("Connect");
+        find<QPlainTextEdit>("Links, one in each line"_l1)->setPlainText(links);
+        click("Connect"_l1);
     }
     /// Connects to a wire of UDP.
     std::unique_ptr<Wire> listen()
     {
         const LiveStation& station = *window.session().station();
         goTo(2);
-        click("Connect...");
-        enterLinks("udp:127.0.0.1:0");
-        [&] { QTRY_VERIFY(station.text().endsWith(": 0 frames, 0 lost")); }();
-        auto wire = Wire::make("udp");
-        wire->noteUp(station.text().section(": ", 0, 0));
+        click("Connect..."_l1);
+        enterLinks("udp:127.0.0.1:0"_l1);
+        [&] { QTRY_VERIFY(station.text().endsWith(": 0 frames, 0 lost"_l1)); }();
+        auto wire = Wire::make("udp"_l1);
+        wire->noteUp(station.text().section(": "_l1, 0, 0));
         return wire;
     }
     /// Name, progress and state of a flight or a vehicle.
@@ -152,7 +152,7 @@ struct Desk {
         for (int column = 0; column < FlightModel::ColumnCount; ++column) {
             cells.append(flights.index(row, column).data().toString());
         }
-        return cells.join("; ");
+        return cells.join("; "_l1);
     }
     QString said() const { return const_cast<MainWindow&>(window).session().uploadText(); }
 
@@ -171,7 +171,7 @@ struct Account : ScriptedServer {
                 return reply(trouble);
             }
             if (request.headers["token"] != token) {
-                return reply(R"(200 {"status":403,"message":"who are you"})");
+                return reply(R"(200 {"status":403,"message":"who are you"})"_l1);
             }
             held = held || (holdLog && request.path == LogPath);
             return holdLog && request.path == LogPath ? Reply() : accepted();
@@ -182,7 +182,7 @@ struct Account : ScriptedServer {
     {
         holdLog = false;
         stored += accepts ? requests.last().rows() : QSet<QString>();
-        sendMore(LogPath, reply(accepts ? R"(200 {"status":0})" : R"(200 {"status":9})").wire);
+        sendMore(LogPath, reply(QLatin1String(accepts ? R"(200 {"status":0})" : R"(200 {"status":9})")).wire);
     }
     QByteArray token;
     QString trouble; ///< every reply
@@ -239,32 +239,32 @@ private Q_SLOTS:
         QStringList said;
         connect(desk.window.session().uploader(), &Uploader::changed, &desk.window,
                 [&] { said.append(desk.said()); });
-        server.trouble = "slam";
-        desk.signIn(server.url(), "first");
-        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: no usable answer"), qPrintable(desk.said()),
-                                  9000);
+        server.trouble = "slam"_l1;
+        desk.signIn(QString::fromUtf8(server.url()), "first"_l1);
+        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: no usable answer"_l1),
+                                  qPrintable(desk.said()), 9000);
         server.trouble.clear();
         server.holdLog = true;
         QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
-        QTRY_VERIFY(desk.said().startsWith("Sending log rows of flight"));
+        QTRY_VERIFY(desk.said().startsWith("Sending log rows of flight"_l1));
         server.token = "second";
         server.answer(true);
-        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Enter token"), Long);
+        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Enter token"_l1), Long);
         desk.goTo(1);
-        desk.click("Enter token");
+        desk.click("Enter token"_l1);
         QTRY_COMPARE(desk.window.tabs()->currentIndex(), 2);
-        QCOMPARE(QApplication::focusWidget(), desk.find<QLineEdit>("Token"));
-        QTest::keyClicks(QApplication::focusWidget(), "second");
+        QCOMPARE(QApplication::focusWidget(), desk.find<QLineEdit>("Token"_l1));
+        QTest::keyClicks(QApplication::focusWidget(), "second"_l1);
         desk.press(Qt::Key_Return);
-        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
+        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), "Everything is uploaded."_l1, Long);
         QCOMPARE(server.stored, desk.ids());
         for (const char* words : {"Next try in 1 s.", "Sending the mission row of flight",
                                   "Sending positions of flight", "Sending status rows of flight"}) {
-            QVERIFY2(!said.filter(words).isEmpty(), words);
+            QVERIFY2(!said.filter(QLatin1String(words)).isEmpty(), words);
         }
         for (const PostedRequest& request : server.requests) {
             if (request.path == "/flight/upload") {
-                QCOMPARE(request.records().first().toObject()["break_point_lng"].toString(),
+                QCOMPARE(request.records().first().toObject()["break_point_lng"_l1].toString(),
                          QString::number(breakpoint->lng, 'f', 6));
             }
         }
@@ -277,14 +277,14 @@ private Q_SLOTS:
         desk.format = &MissionFormat::video();
         Account server("t");
         desk.goTo(2);
-        desk.click("Easy-fly");
+        desk.click("Easy-fly"_l1);
         desk.record(interruptedLog());
-        desk.signIn(server.url(), "t");
-        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
+        desk.signIn(QString::fromUtf8(server.url()), "t"_l1);
+        QTRY_COMPARE_WITH_TIMEOUT(desk.said(), "Everything is uploaded."_l1, Long);
         QVERIFY(server.stored.isEmpty()); // the flight missions are meant
-        desk.click("Easy-fly missions");
+        desk.click("Easy-fly missions"_l1);
         QTRY_VERIFY_WITH_TIMEOUT(server.stored.contains(desk.ids()), Long);
-        QTRY_COMPARE(desk.said(), QString("Everything is uploaded."));
+        QTRY_COMPARE(desk.said(), "Everything is uploaded."_l1);
     }
 
     /// An answer, good or bad, comes while the upload is paused or once it goes on.
@@ -297,24 +297,24 @@ private Q_SLOTS:
                 Account server("t");
                 server.holdLog = true;
                 desk.record(interruptedLog());
-                desk.signIn(server.url(), "t");
+                desk.signIn(QString::fromUtf8(server.url()), "t"_l1);
                 QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
-                const int waiting = desk.waiting("flight_monitor_detail_log");
-                desk.click("Pause");
+                const int waiting = desk.waiting("flight_monitor_detail_log"_l1);
+                desk.click("Pause"_l1);
                 if (paused) {
                     const int requests = server.requests.size();
                     server.answer(accepted);
                     QSignalSpy looks(&desk.window.session(), &WindowSession::looked);
                     QTRY_VERIFY(looks.size() >= 4); // more than two intervals, in which nothing may come
                     QCOMPARE(server.requests.size(), requests);
-                    QCOMPARE(desk.waiting("flight_monitor_detail_log"), waiting);
-                    QVERIFY(desk.said().startsWith("Paused."));
+                    QCOMPARE(desk.waiting("flight_monitor_detail_log"_l1), waiting);
+                    QVERIFY(desk.said().startsWith("Paused."_l1));
                 }
-                desk.click("Start");
+                desk.click("Start"_l1);
                 if (!paused) {
                     server.answer(accepted);
                 }
-                QTRY_COMPARE_WITH_TIMEOUT(desk.said(), QString("Everything is uploaded."), Long);
+                QTRY_COMPARE_WITH_TIMEOUT(desk.said(), "Everything is uploaded."_l1, Long);
                 QCOMPARE(server.stored, desk.ids());
             }
         }
@@ -328,9 +328,9 @@ private Q_SLOTS:
             Account server("t");
             const TestProject project;
             auto desk = std::make_unique<Desk>(project);
-            desk->signIn(server.url(), "t");
+            desk->signIn(QString::fromUtf8(server.url()), "t"_l1);
             desk->goTo(2);
-            desk->click("Simulate"); // at ten times its speed
+            desk->click("Simulate"_l1); // at ten times its speed
             QTRY_VERIFY_WITH_TIMEOUT(!server.requests.isEmpty() && server.requests.last().path == LogPath,
                                      Long);
             const EndSignals endSignals;
@@ -338,11 +338,11 @@ private Q_SLOTS:
             QCOMPARE(QApplication::exec(), 0);
             desk.reset();
             desk = std::make_unique<Desk>(project);
-            QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"),
-                     QString("interrupted"));
+            QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"_l1),
+                     "interrupted"_l1);
             QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
-            desk->signIn(server.url(), "t");
-            QTRY_COMPARE_WITH_TIMEOUT(desk->said(), QString("Everything is uploaded."), Long);
+            desk->signIn(QString::fromUtf8(server.url()), "t"_l1);
+            QTRY_COMPARE_WITH_TIMEOUT(desk->said(), "Everything is uploaded."_l1, Long);
             QCOMPARE(server.stored, desk->ids());
         }
     }
@@ -352,20 +352,20 @@ private Q_SLOTS:
         const TestProject project;
         Desk desk(project);
         desk.goTo(2);
-        const Station other(Project::open(project.path("project")), {});
+        const Station other(Project::open(project.path("project"_l1)), {});
         const auto* const text = desk.window.recordPage()->links()->findChild<StateLabel*>();
-        desk.click("Connect...");
+        desk.click("Connect..."_l1);
         for (const auto& [links, words] :
              {std::pair(" \n", "Enter a link."),
               {"udp::14550\ncarrier:pigeon", "carrier:pigeon: unknown kind of link"},
               {"udp::1\nudp::1", "udp::1: on the same port"},
               {"serial:/dev/null", "serial:/dev/null:57600: no serial line"},
               {"udp:127.0.0.1:0", "another station records into"}}) {
-            desk.enterLinks(links);
-            QTRY_VERIFY2(text->text().startsWith(words), qPrintable(text->text()));
+            desk.enterLinks(QLatin1String(links));
+            QTRY_VERIFY2(text->text().startsWith(QLatin1String(words)), qPrintable(text->text()));
         }
-        desk.click("Cancel");
-        QTRY_VERIFY(desk.find<QPushButton>("Connect...")->isEnabled());
+        desk.click("Cancel"_l1);
+        QTRY_VERIFY(desk.find<QPushButton>("Connect..."_l1)->isEnabled());
     }
 
     /// One lands and one is in the air when the window disconnects; every fourth frame of one is lost.
@@ -389,24 +389,25 @@ private Q_SLOTS:
         send(0, 0.3);
         const FlightModel& flights = *desk.window.session().flights();
         for (const auto& [row, words] : {std::pair(0, "vehicle 1; link 7"), {1, "vehicle 2; link 100 %"}}) {
-            QTRY_VERIFY2(desk.flight(row).contains("armed, "), qPrintable(desk.flight(row)));
-            QVERIFY2(desk.flight(row).startsWith(words), qPrintable(desk.flight(row)));
+            QTRY_VERIFY2(desk.flight(row).contains("armed, "_l1), qPrintable(desk.flight(row)));
+            QVERIFY2(desk.flight(row).startsWith(QLatin1String(words)), qPrintable(desk.flight(row)));
         }
         send(0.3, 1);
         QTRY_VERIFY_WITH_TIMEOUT(flights.rowCount() == 3, Long);
-        QVERIFY2(desk.flight(2).endsWith(QString("%1 messages").arg(sent)), qPrintable(desk.flight(2)));
+        QVERIFY2(desk.flight(2).endsWith(QStringLiteral("%1 messages").arg(sent)),
+                 qPrintable(desk.flight(2)));
         QVERIFY(flights.track(2).path().size() > 20);
         desk.window.recordPage()->select(1);
         auto* const track = desk.window.findChild<TrackPlot*>();
         QTRY_VERIFY(qAbs(track->scale().x() / track->scale().y() - 1) < 0.01 && track->scale().x() < 1);
-        QVERIFY_EXCEPTION_THROWN(desk.window.session().openProject(project.path("other"), true), Failure);
+        QVERIFY_EXCEPTION_THROWN(desk.window.session().openProject(project.path("other"_l1), true), Failure);
 
-        desk.click("Disconnect");
-        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Connect..."), Long);
+        desk.click("Disconnect"_l1);
+        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Connect..."_l1), Long);
         QCOMPARE(flights.rowCount(), 2);
-        QVERIFY2(
-            desk.flight(1).contains(QString("%1 messages, station ended, breakpoint at").arg(flies.size())),
-            qPrintable(desk.flight(1)));
+        QVERIFY2(desk.flight(1).contains(
+                     QStringLiteral("%1 messages, station ended, breakpoint at").arg(flies.size())),
+                 qPrintable(desk.flight(1)));
         desk.listen();
     }
 
@@ -414,7 +415,7 @@ private Q_SLOTS:
     {
         ScriptedServer server;
         server.script = [](const PostedRequest& request) {
-            return request.path == "/gone.bin"   ? ScriptedServer::reply("404 gone")
+            return request.path == "/gone.bin"   ? ScriptedServer::reply("404 gone"_l1)
                    : request.path == "/slow.bin" ? ScriptedServer::file("begun", 1000000)
                                                  : ScriptedServer::file(QByteArray(300000, 'f'));
         };
@@ -428,16 +429,16 @@ private Q_SLOTS:
                 return std::any_of(labels.begin(), labels.end(),
                                    [&](QLabel* l) { return l->text().startsWith(text); });
             };
-            const QString to = project.path("fetched.bin");
-            panel->start(server.url() + "/gone.bin", to);
-            QTRY_VERIFY_WITH_TIMEOUT(says("Failed: "), Long);
-            panel->start(server.url() + "/slow.bin", to);
+            const QString to = project.path("fetched.bin"_l1);
+            panel->start(QString::fromUtf8(server.url() + "/gone.bin"), to);
+            QTRY_VERIFY_WITH_TIMEOUT(says("Failed: "_l1), Long);
+            panel->start(QString::fromUtf8(server.url() + "/slow.bin"), to);
             QTRY_COMPARE(server.requests.last().path, QByteArray("/slow.bin"));
-            QTest::mouseClick(panel->findChild<QPushButton*>("stop"), Qt::LeftButton);
-            QTRY_VERIFY_WITH_TIMEOUT(says("Failed: stopped"), Long);
+            QTest::mouseClick(panel->findChild<QPushButton*>("stop"_l1), Qt::LeftButton);
+            QTRY_VERIFY_WITH_TIMEOUT(says("Failed: stopped"_l1), Long);
             QVERIFY(!QFile::exists(to));
-            panel->start(server.url() + "/file.bin", to);
-            QTRY_VERIFY_WITH_TIMEOUT(says("Done: 300,000 bytes"), Long);
+            panel->start(QString::fromUtf8(server.url() + "/file.bin"), to);
+            QTRY_VERIFY_WITH_TIMEOUT(says("Done: 300,000 bytes"_l1), Long);
             QVERIFY(QFile::remove(to));
         }
     }
@@ -447,16 +448,16 @@ private Q_SLOTS:
     {
         const TestProject project;
         const int rows = qMax(2000, qEnvironmentVariableIntValue("KV_ROWS"));
-        TestProject::addMission(project.missionFile("project/old/flight.kv"), "m", 1000, 1000, rows);
+        TestProject::addMission(project.missionFile("project/old/flight.kv"_l1), "m"_l1, 1000, 1000, rows);
         for (int i = qEnvironmentVariableIntValue("KV_FILES"); i > 0; --i) {
-            const QString id = QString("m%1").arg(i);
-            TestProject::addMission(project.missionFile("project/" + id + "/flight.kv"), id, 5, 5, 5);
+            const QString id = QStringLiteral("m%1").arg(i);
+            TestProject::addMission(project.missionFile("project/"_l1 + id + "/flight.kv"_l1), id, 5, 5, 5);
         }
         const IngestServer server({});
         Desk desk(project);
         desk.goTo(2);
-        desk.click("Simulate"); // at ten times its speed
-        const auto port = quint16(desk.listen()->link().section(':', -1).toUInt());
+        desk.click("Simulate"_l1); // at ten times its speed
+        const auto port = quint16(desk.listen()->link().section(u':', -1).toUInt());
         const int vehicles = qEnvironmentVariableIntValue("KV_VEHICLES");
         Crowd swarm; // a thread for each, two hundred frames a second
         for (int system = 1; system <= vehicles; ++system) {
@@ -471,12 +472,12 @@ private Q_SLOTS:
         }
         QTRY_COMPARE(desk.window.session().flights()->rowCount(), 1 + vehicles);
         desk.window.uploadPage()->setServer(server.url);
-        desk.window.uploadPage()->signIn("t");
+        desk.window.uploadPage()->signIn("t"_l1);
         desk.window.gaps().restart();
         MissionModel& missions = *desk.window.session().missions();
         QTRY_VERIFY_WITH_TIMEOUT(missions.backlog(false).settled > rows, 300000);
-        desk.click("Disconnect");
-        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Connect..."), Long);
+        desk.click("Disconnect"_l1);
+        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Connect..."_l1), Long);
         QTest::setBenchmarkResult(desk.window.gaps().longestMilliseconds(), QTest::WalltimeMilliseconds);
     }
 };

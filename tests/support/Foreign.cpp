@@ -42,19 +42,19 @@ int waited(const std::function<void()>& function)
 Foreign::Foreign(const QString& kind, const QString& file) : m_kind(kind), m_file(file)
 {
     static const std::map<QString, const char*> statements = {
-        {"exclusive", "BEGIN EXCLUSIVE"},
-        {"reserved", "BEGIN IMMEDIATE"},
-        {"reader", "SELECT id FROM flight_mission"},
-        {"idle WAL", "PRAGMA journal_mode=WAL; SELECT count(*) FROM flight_mission"}};
+        {"exclusive"_l1, "BEGIN EXCLUSIVE"},
+        {"reserved"_l1, "BEGIN IMMEDIATE"},
+        {"reader"_l1, "SELECT id FROM flight_mission"},
+        {"idle WAL"_l1, "PRAGMA journal_mode=WAL; SELECT count(*) FROM flight_mission"}};
     const auto statement = statements.find(kind);
     if (statement != statements.end()) {
         hold(statement->second);
-    } else if (kind != "none") {
-        QFile::copy(file, file + ".copy");
-        QFile::rename(file, file + ".away");
+    } else if (kind != "none"_l1) {
+        QFile::copy(file, file + ".copy"_l1);
+        QFile::rename(file, file + ".away"_l1);
     }
-    if (kind == "replaced") {
-        QFile::rename(file + ".copy", file);
+    if (kind == "replaced"_l1) {
+        QFile::rename(file + ".copy"_l1, file);
     }
 }
 
@@ -62,22 +62,22 @@ Foreign::~Foreign()
 {
     sqlite3_finalize(m_reading);
     sqlite3_close(m_database); // what has begun is rolled back
-    if (m_kind == "moved away" || m_kind == "deleted") {
+    if (m_kind == "moved away"_l1 || m_kind == "deleted"_l1) {
         QFile::remove(m_file);
-        QFile::rename(m_file + (m_kind == "deleted" ? ".copy" : ".away"), m_file);
+        QFile::rename(m_file + (QLatin1String(m_kind == "deleted"_l1 ? ".copy" : ".away")), m_file);
     }
 }
 
 void Foreign::hold(const char* sql)
 {
-    sqlite3_open(m_file.toUtf8(), &m_database);
+    sqlite3_open(m_file.toUtf8().constData(), &m_database);
     sqlite3_busy_timeout(m_database, 10000);
     while (*sql != '\0') {
         sqlite3_finalize(m_reading);
         sqlite3_prepare_v2(m_database, sql, -1, &m_reading, &sql);
         sqlite3_step(m_reading);
     }
-    if (m_kind != "reader") { // which stands on its row
+    if (m_kind != "reader"_l1) { // which stands on its row
         sqlite3_reset(m_reading);
     }
 }

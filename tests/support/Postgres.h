@@ -21,16 +21,18 @@ public:
     explicit Postgres(const Postgres* primary = nullptr) : m_port(freePort())
     {
         QFile::setPermissions(m_folder.path(), QFile::Permissions(0x7777));
-        const QStringList from{"-h", "127.0.0.1", "-p", QString::number(primary ? primary->m_port : 0)};
+        const QStringList from{"-h"_l1, "127.0.0.1"_l1, "-p"_l1,
+                               QString::number(primary ? primary->m_port : 0)};
         const bool made =
             primary
-                ? run("pg_basebackup", QStringList{"-D", data(), "-U", "fleet", "-R", "-c", "fast"} + from)
-                : run("initdb",
-                      {"-D", data(), "-U", "fleet", "-A", "trust", "--no-locale", "-E", "UTF8", "--no-sync"});
+                ? run("pg_basebackup"_l1,
+                      QStringList{"-D"_l1, data(), "-U"_l1, "fleet"_l1, "-R"_l1, "-c"_l1, "fast"_l1} + from)
+                : run("initdb"_l1, {"-D"_l1, data(), "-U"_l1, "fleet"_l1, "-A"_l1, "trust"_l1,
+                                    "--no-locale"_l1, "-E"_l1, "UTF8"_l1, "--no-sync"_l1});
         if (!made) {
             qWarning() << "no PostgreSQL server here";
         } else if (start() && !primary) {
-            execute("CREATE DATABASE flights", "postgres");
+            execute("CREATE DATABASE flights", "postgres"_l1);
         }
     }
     ~Postgres() { kill(SIGKILL); }
@@ -40,17 +42,18 @@ public:
     bool start()
     {
         m_process = std::make_unique<QProcess>();
-        const QStringList command = asUser("postgres") + QStringList{"-D", data(),
-                                                                     "-k", m_folder.path(),
-                                                                     "-p", QString::number(m_port),
-                                                                     "-c", "listen_addresses=127.0.0.1",
-                                                                     "-c", "max_connections=50",
-                                                                     "-c", "wal_level=replica"};
-        m_process->setStandardErrorFile(m_folder.filePath("log"));
+        const QStringList command =
+            asUser("postgres"_l1) + QStringList{"-D"_l1, data(),
+                                                "-k"_l1, m_folder.path(),
+                                                "-p"_l1, QString::number(m_port),
+                                                "-c"_l1, "listen_addresses=127.0.0.1"_l1,
+                                                "-c"_l1, "max_connections=50"_l1,
+                                                "-c"_l1, "wal_level=replica"_l1};
+        m_process->setStandardErrorFile(m_folder.filePath("log"_l1));
         m_process->start(command.first(), command.mid(1));
         const QDeadlineTimer patience(20000);
         while (!patience.hasExpired() && !m_process->waitForFinished(10)) {
-            if (run("pg_isready", {"-q", "-h", "127.0.0.1", "-p", QString::number(m_port)})) {
+            if (run("pg_isready"_l1, {"-q"_l1, "-h"_l1, "127.0.0.1"_l1, "-p"_l1, QString::number(m_port)})) {
                 return true;
             }
         }
@@ -65,7 +68,7 @@ public:
         }
         for (const QString& child :
              QString::fromLatin1(TestProject::contents(QStringLiteral("/proc/%1/task/%1/children").arg(pid)))
-                 .split(' ', Qt::SkipEmptyParts)) {
+                 .split(u' ', Qt::SkipEmptyParts)) {
             ::kill(child.toInt(), signal);
         }
         ::kill(static_cast<pid_t>(pid), signal);
@@ -73,7 +76,7 @@ public:
             m_process->waitForFinished();
         }
     }
-    void execute(const char* sql, const QString& database = "flights")
+    void execute(const char* sql, const QString& database = "flights"_l1)
     {
         PgConnection connection = open(database);
         connection.execute(sql);
@@ -83,7 +86,7 @@ public:
         PgConnection connection = open();
         return connection.run(sql);
     }
-    PgConnection open(const QString& database = "flights") const
+    PgConnection open(const QString& database = "flights"_l1) const
     {
         PgConnection connection(uri(database).toStdString());
         connection.open();
@@ -96,9 +99,9 @@ public:
         execute(sql.c_str());
         execute("SELECT pg_reload_conf()");
     }
-    void promote() { run("pg_ctl", {"promote", "-D", data()}); }
+    void promote() { run("pg_ctl"_l1, {"promote"_l1, "-D"_l1, data()}); }
     QString place() const { return QStringLiteral("127.0.0.1:%1").arg(m_port); }
-    QString uri(const QString& database = "flights") const
+    QString uri(const QString& database = "flights"_l1) const
     {
         return QStringLiteral("postgresql://fleet@%1/%2").arg(place(), database);
     }
@@ -112,10 +115,11 @@ private:
     }
     static QStringList asUser(const QString& program)
     {
-        const QString path = QStandardPaths::findExecutable(
-            program,
-            {"/usr/lib/postgresql/15/bin", "/usr/lib/postgresql/16/bin", "/usr/lib/postgresql/17/bin"});
-        const QStringList user{"setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"};
+        const QString path = QStandardPaths::findExecutable(program, {"/usr/lib/postgresql/15/bin"_l1,
+                                                                      "/usr/lib/postgresql/16/bin"_l1,
+                                                                      "/usr/lib/postgresql/17/bin"_l1});
+        const QStringList user{"setpriv"_l1, "--reuid"_l1,  "postgres"_l1,
+                               "--regid"_l1, "postgres"_l1, "--clear-groups"_l1};
         return (geteuid() == 0 ? user : QStringList()) + QStringList{path};
     }
     bool run(const QString& program, const QStringList& arguments) const
@@ -125,7 +129,7 @@ private:
         process.start(command.first(), command.mid(1));
         return process.waitForFinished(60000) && process.exitCode() == 0;
     }
-    QString data() const { return m_folder.filePath("data"); }
+    QString data() const { return m_folder.filePath("data"_l1); }
 
     const QTemporaryDir m_folder;
     const int m_port;

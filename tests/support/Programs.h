@@ -10,7 +10,7 @@ const QString Token = QStringLiteral("t0k3n-of-the-operator");
 struct Program : QProcess {
     Program(const QString& name, const QStringList& arguments)
     {
-        start(QCoreApplication::applicationDirPath() + '/' + name, arguments);
+        start(QCoreApplication::applicationDirPath() + u'/' + name, arguments);
     }
     ~Program() override
     {
@@ -37,31 +37,31 @@ inline ProgramResult runProgram(const QString& name, const QStringList& argument
 
 /// A project folder, flown and uploaded with the real programs.
 struct FlownProject : TestProject {
-    QString ledger = path("ledger.db");
+    QString ledger = path("ledger.db"_l1);
     QStringList command(const QString& name, const QStringList& more) const
     {
-        return QStringList{name, "--project", path("project")} + more;
+        return QStringList{name, "--project"_l1, path("project"_l1)} + more;
     }
     QStringList uploadCommand(const QString& url) const
     {
-        return command("upload", {"--server", url, "--token", Token, "--interval", "100"});
+        return command("upload"_l1, {"--server"_l1, url, "--token"_l1, Token, "--interval"_l1, "100"_l1});
     }
     ProgramResult desk(const QString& name, const QStringList& more) const
     {
-        return runProgram("flightdesk", command(name, more));
+        return runProgram("flightdesk"_l1, command(name, more));
     }
     bool simulate(int missions, int seed = 3) const
     {
-        return desk("simulate", {"--missions", QString::number(missions), "--minutes", "1", "--seed",
-                                 QString::number(seed)})
+        return desk("simulate"_l1, {"--missions"_l1, QString::number(missions), "--minutes"_l1, "1"_l1,
+                                    "--seed"_l1, QString::number(seed)})
                    .exitCode == 0;
     }
     ProgramResult upload(const QString& url, const QStringList& more = {}) const
     {
-        return runProgram("flightdesk", uploadCommand(url) + more);
+        return runProgram("flightdesk"_l1, uploadCommand(url) + more);
     }
     /// Rows of all files, as "table/id", of which the condition holds; a row of the ledger is "received".
-    QSet<QString> rows(const QString& condition = "1") const
+    QSet<QString> rows(const QString& condition = "1"_l1) const
     {
         QSet<QString> found;
         for (const QString& file : missionFiles()) {
@@ -69,10 +69,10 @@ struct FlownProject : TestProject {
             if (!database.open()) {
                 continue; // it is just being made
             }
-            database.exec("ATTACH '" + ledger + "' AS ledger");
+            database.exec("ATTACH '"_l1 + ledger + "' AS ledger"_l1);
             for (const QString& table : Tables) {
                 const QString sql = "SELECT '%1/' || id FROM %1 LEFT JOIN (SELECT id AS received FROM "
-                                    "ledger.row WHERE kind = '%1') ON received = id WHERE %2";
+                                    "ledger.row WHERE kind = '%1') ON received = id WHERE %2"_l1;
                 QSqlQuery query = database.exec(sql.arg(table, condition));
                 while (query.next()) {
                     found.insert(query.value(0).toString());
@@ -85,9 +85,9 @@ struct FlownProject : TestProject {
     void uploadAll(const QString& url, const QStringList& more = {}) const
     {
         const ProgramResult uploaded = upload(url, more);
-        QVERIFY2(uploaded.exitCode == 0, uploaded.err);
-        const ProgramResult status = desk("status", {"--ledger", ledger});
-        QVERIFY2(status.exitCode == 0, status.out + status.err);
+        QVERIFY2(uploaded.exitCode == 0, uploaded.err.constData());
+        const ProgramResult status = desk("status"_l1, {"--ledger"_l1, ledger});
+        QVERIFY2(status.exitCode == 0, (status.out + status.err).constData());
         QVERIFY(status.out.trimmed().endsWith("rows accepted and marked"));
     }
 };

@@ -61,7 +61,7 @@ void CKvUpLoadObject::PostNetWorkReplyMessage()
     const bool refused = ++QueuedUploads::posts == QueuedUploads::refused;
     const QStringList ids = m_listRecordID.isEmpty() ? QStringList{m_strRecordKey} : m_listRecordID;
     const QString path = QString::fromLatin1(m_byteUrl.mid(GetServerIP().size()));
-    QueuedUploads::posted(path + ' ' + m_strRecordKey + ' ' + m_listRecordID.join(' '));
+    QueuedUploads::posted(path + u' ' + m_strRecordKey + u' ' + m_listRecordID.join(u' '));
     QueuedUploads::sent += ids;
     const auto answer = [this, refused, ids] {
         --QueuedUploads::outstanding;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "flightdesk/telemetry/Latin1.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
@@ -33,7 +35,7 @@ public:
     explicit RawClient(const QString& url)
     {
         const QUrl address(url);
-        if (address.scheme() == "https") {
+        if (address.scheme() == "https"_l1) {
             m_socket.setPeerVerifyMode(QSslSocket::VerifyNone);
             m_socket.connectToHostEncrypted(address.host(), static_cast<quint16>(address.port()));
             m_socket.waitForEncrypted(Patience);
@@ -62,7 +64,7 @@ public:
             return -1;
         }
         const int http = m_in.mid(9, 3).toInt();
-        const int status = QJsonDocument::fromJson(m_in.mid(head + 4, length))["status"].toInt(-1);
+        const int status = QJsonDocument::fromJson(m_in.mid(head + 4, length))["status"_l1].toInt(-1);
         m_in.remove(0, head + 4 + length);
         return http == (status == 0 ? 200 : status) ? status : -2;
     }

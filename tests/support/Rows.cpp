@@ -7,7 +7,7 @@ namespace
 {
 QStringList cells(const QString& line)
 {
-    QStringList cells = line.split('|');
+    QStringList cells = line.split(u'|');
     for (QString& text : cells) {
         text = text.trimmed();
     }
@@ -17,19 +17,19 @@ QStringList cells(const QString& line)
 
 void addRows()
 {
-    QFile table(QString(":/rows/%1.txt").arg(QTest::currentTestFunction()));
+    QFile table(QStringLiteral(":/rows/%1.txt").arg(QLatin1String(QTest::currentTestFunction())));
     if (!table.open(QIODevice::ReadOnly)) {
         qFatal("no %s", qPrintable(table.fileName()));
     }
     static QList<QByteArray> names; // Qt Test keeps pointers to them
-    const QStringList columns = cells(table.readLine());
+    const QStringList columns = cells(QString::fromUtf8(table.readLine()));
     for (const QString& column : columns) {
         names.append(column.toUtf8());
         QTest::addColumn<QString>(names.constLast().constData());
     }
     while (!table.atEnd()) {
         const QStringList row = cells(QString::fromUtf8(table.readLine()));
-        QTestData& data = QTest::newRow(row[0].toUtf8());
+        QTestData& data = QTest::newRow(row[0].toUtf8().constData());
         for (int i = 0; i < columns.size(); ++i) {
             data << row.value(i);
         }

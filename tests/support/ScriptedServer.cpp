@@ -52,19 +52,20 @@ QStringList PostedRequest::ids() const
     QStringList ids;
     const QJsonArray all = records();
     for (const QJsonValue& record : all) {
-        ids.append(record.toObject().value("id").toString());
+        ids.append(record.toObject().value("id"_l1).toString());
     }
     return ids;
 }
 
 QSet<QString> PostedRequest::rows() const
 {
-    static const QHash<QByteArray, QString> tables = {{"/flight/upload", "flight_mission/"},
-                                                      {"/flight/posupload", "pos_data/"},
-                                                      {"/flight/uasstatusupload", "uas_status/"},
-                                                      {"/flight/detailupload", "flight_monitor_detail_log/"},
-                                                      {"/flight/upload4video", "flight_video_mission/"}};
-    const QStringList rows = ids().replaceInStrings(QRegExp("^"), tables.value(path));
+    static const QHash<QByteArray, QString> tables = {
+        {"/flight/upload", "flight_mission/"_l1},
+        {"/flight/posupload", "pos_data/"_l1},
+        {"/flight/uasstatusupload", "uas_status/"_l1},
+        {"/flight/detailupload", "flight_monitor_detail_log/"_l1},
+        {"/flight/upload4video", "flight_video_mission/"_l1}};
+    const QStringList rows = ids().replaceInStrings(QRegExp("^"_l1), tables.value(path));
     return {rows.cbegin(), rows.cend()};
 }
 
@@ -94,18 +95,20 @@ ScriptedServer::Reply ScriptedServer::file(const QByteArray& body, int length)
 
 ScriptedServer::Reply ScriptedServer::reply(const QString& words)
 {
-    if (words.startsWith("slowly ")) {
-        Reply slow = reply(words.section(' ', 1));
+    if (words.startsWith("slowly "_l1)) {
+        Reply slow = reply(words.section(u' ', 1));
         slow.slow = true;
         return slow;
     }
     const QByteArray half = file("{\"sta", 9).wire;
-    const QByteArray status = words.section(' ', 0, 0).toLatin1();
-    const QByteArray body = words.section(' ', 1).toUtf8();
+    const QByteArray status = words.section(u' ', 0, 0).toLatin1();
+    const QByteArray body = words.section(u' ', 1).toUtf8();
     Reply whole = file(body);
     whole.wire.replace("200 OK", status + (status.startsWith("30") ? " there\r\nLocation: " + body : " so"));
-    const QMap<QString, Reply> broken = {
-        {"silence", {}}, {"slam", {"", true}}, {"cut", {half, true}}, {"reset", {half, false, true}}};
+    const QMap<QString, Reply> broken = {{"silence"_l1, {}},
+                                         {"slam"_l1, {"", true}},
+                                         {"cut"_l1, {half, true}},
+                                         {"reset"_l1, {half, false, true}}};
     return broken.value(words, whole);
 }
 
@@ -113,7 +116,7 @@ QStringList ScriptedServer::paths() const
 {
     QStringList paths;
     for (const PostedRequest& request : requests) {
-        paths.append(request.path);
+        paths.append(QString::fromUtf8(request.path));
     }
     return paths;
 }
@@ -121,7 +124,8 @@ QStringList ScriptedServer::paths() const
 void ScriptedServer::settle()
 {
     QNetworkAccessManager manager;
-    const QNetworkReply* const reply = manager.get(QNetworkRequest(QUrl(url() + "/settled")));
+    const QNetworkReply* const reply =
+        manager.get(QNetworkRequest(QUrl(QString::fromUtf8(url() + "/settled"))));
     QSignalSpy(reply, &QNetworkReply::finished).wait();
     const auto last = std::find_if(requests.begin(), requests.end(),
                                    [](const PostedRequest& request) { return request.path == "/settled"; });

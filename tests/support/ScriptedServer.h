@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "flightdesk/telemetry/Latin1.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QHash>
 #include <QtCore/QJsonArray>
@@ -50,7 +52,7 @@ public:
     /// (closed without a byte), "cut" or "reset" (closed or broken within the body); or "slowly" and a
     /// status and a body.
     static Reply reply(const QString& words);
-    static Reply accepted() { return reply(R"(200 {"status":0,"message":""})"); }
+    static Reply accepted() { return reply(R"(200 {"status":0,"message":""})"_l1); }
 
     Script script;
     /// Asked while a request comes in, of whose body so much is there: true breaks the connection.

@@ -16,18 +16,22 @@ const QByteArray LogPath = "/flight/detailupload";
 
 /// A flightserver on a ledger in a folder of its own.
 struct ServerOnDisk {
-    explicit ServerOnDisk(QStringList more = {"--token", Secret}) : options(std::move(more)) { start(); }
+    explicit ServerOnDisk(QStringList more = {"--token"_l1, "secret"_l1}) : options(std::move(more))
+    {
+        start();
+    }
     void start()
     {
         program.reset();
-        program = std::make_unique<IngestServer>(QStringList{"--ledger", ledger} + options);
+        program = std::make_unique<IngestServer>(QStringList{"--ledger"_l1, ledger} + options);
     }
     QString url() const { return program->url; }
     ProgramResult token(const QStringList& words) const
     {
-        return runProgram("flightserver", QStringList{"token"} + words + QStringList{"--ledger", ledger});
+        return runProgram("flightserver"_l1,
+                          QStringList{"token"_l1} + words + QStringList{"--ledger"_l1, ledger});
     }
-    QByteArray addToken(const QString& owner) const { return token({"add", owner}).out.trimmed(); }
+    QByteArray addToken(const QString& owner) const { return token({"add"_l1, owner}).out.trimmed(); }
     SqliteFile open() const { return SqliteFile(ledger.toStdString()); }
     QString text(const char* sql) const { return QString::fromStdString(open().text(sql)); }
     QSet<QByteArray> ids() const
@@ -37,7 +41,7 @@ struct ServerOnDisk {
     }
 
     const TestProject folder;
-    const QString ledger = folder.path("ledger.db");
+    const QString ledger = folder.path("ledger.db"_l1);
     const QStringList options;
     std::unique_ptr<IngestServer> program;
 };

@@ -7,7 +7,8 @@ Host::Host(EUploadEnv env, const QString& file) : op(nullptr, env)
 {
     for (int i = staticMetaObject.methodOffset(); i < staticMetaObject.methodCount(); ++i) {
         const QByteArray signature = staticMetaObject.method(i).methodSignature();
-        connect(this, '2' + signature, &op, '1' + signature); // as SIGNAL() and SLOT() write them
+        connect(this, ('2' + signature).constData(), &op,
+                ('1' + signature).constData()); // as SIGNAL() and SLOT() write them
     }
     if (!file.isEmpty()) {
         op.SetFlightMissionFilePath(file);
@@ -20,7 +21,7 @@ ArmedHost::ArmedHost(EUploadEnv env, const QString& file, const QByteArray& toke
     , finished(&op, SIGNAL(UploadFinished(QString, QString)))
     , missions(&op, SIGNAL(signalUploadFlightMissionFinish()))
 {
-    signIn(token);
+    signIn(QString::fromUtf8(token));
     op.SetStartTimeInterval(1000000); // no tick of its own before a cycle has run
     Q_EMIT slotCheckNewData();
     op.SetStartTimeInterval(10);
@@ -76,7 +77,7 @@ QStringList loggedBy(Level threshold, const std::function<void()>& function)
     QStringList lines;
     Logger& logger = Logger::instance();
     logger.setListener([&lines](Level level, const QString& line) {
-        lines.append(QString::number(static_cast<int>(level)) + ' ' + line);
+        lines.append(QString::number(static_cast<int>(level)) + u' ' + line);
     });
     logger.setLoggingLevel(threshold);
     function();
@@ -153,14 +154,14 @@ QVariantList TestProject::values(const QString& file, const QString& sql)
 
 QString TestProject::text(const QString& file, const QString& sql)
 {
-    return QVariant(values(file, sql)).toStringList().join(' ');
+    return QVariant(values(file, sql)).toStringList().join(u' ');
 }
 
 QSet<QString> TestProject::rows(const QString& file, const QString& condition, const QStringList& tables)
 {
     QSet<QString> rows;
     for (const QString& table : tables) {
-        const QString sql = QString("SELECT '%1/' || id FROM %1 WHERE %2").arg(table, condition);
+        const QString sql = QStringLiteral("SELECT '%1/' || id FROM %1 WHERE %2").arg(table, condition);
         for (const QVariant& row : values(file, sql)) {
             rows.insert(row.toString());
         }
@@ -170,7 +171,7 @@ QSet<QString> TestProject::rows(const QString& file, const QString& condition, c
 
 int TestProject::waiting(const QString& file, const QString& table)
 {
-    const QVariant count = value(file, "SELECT count(*) FROM " + table + " WHERE is_uploaded = 0");
+    const QVariant count = value(file, "SELECT count(*) FROM "_l1 + table + " WHERE is_uploaded = 0"_l1);
     return count.isValid() ? count.toInt() : -1;
 }
 
@@ -186,15 +187,16 @@ int TestProject::waiting(const QString& file)
 void TestProject::addMission(const QString& file, const QString& id, int positions, int status, int log)
 {
     const auto rows = [&id](const char* table, int count) {
-        return QString("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < %1) "
-                       "INSERT INTO %2(id, flight_mission_id) SELECT '%3-%2-' || i, '%3' FROM n WHERE %1 > 0")
+        return QStringLiteral(
+                   "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < %1) "
+                   "INSERT INTO %2(id, flight_mission_id) SELECT '%3-%2-' || i, '%3' FROM n WHERE %1 > 0")
             .arg(count)
-            .arg(table, id);
+            .arg(QLatin1String(table), id);
     };
-    const bool done =
-        run(file, {"INSERT INTO flight_mission(id, project_id) VALUES('" + id + "', 'project-" + id + "')",
-                   rows("pos_data", positions), rows("uas_status", status),
-                   rows("flight_monitor_detail_log", log)});
+    const bool done = run(
+        file,
+        {"INSERT INTO flight_mission(id, project_id) VALUES('"_l1 + id + "', 'project-"_l1 + id + "')"_l1,
+         rows("pos_data", positions), rows("uas_status", status), rows("flight_monitor_detail_log", log)});
     if (!done) {
         qFatal("cannot fill %s", qPrintable(file));
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "flightdesk/telemetry/Latin1.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
 #include "KvLog.h"
@@ -51,7 +52,7 @@ private:
 struct Recorder : Host {
     explicit Recorder(const QString& file, EUploadEnv env = EUploadEnv::None) : Host(env, file)
     {
-        op.SetFilghtMissionID("m1");
+        op.SetFilghtMissionID("m1"_l1);
         connect(&op, &CKvFlightDataDbOperator::RecBreakPointRet, this, [this](bool done) { stored = done; });
     }
     void write(int messages)
@@ -66,7 +67,8 @@ struct Recorder : Host {
 };
 
 /// The tables of the upload chain, in its order.
-const QStringList Tables = {"flight_mission", "pos_data", "uas_status", "flight_monitor_detail_log"};
+const QStringList Tables = {"flight_mission"_l1, "pos_data"_l1, "uas_status"_l1,
+                            "flight_monitor_detail_log"_l1};
 
 CKvControl* control();
 
@@ -92,7 +94,7 @@ public:
     /// The bytes of a file.
     static QByteArray contents(const QString& path);
     /// The mission files in all its folders, sorted.
-    QStringList missionFiles(const QString& pattern = "*.kv") const;
+    QStringList missionFiles(const QString& pattern = "*.kv"_l1) const;
     /// Makes a mission file with all tables.
     QString missionFile(const QString& name) const;
 
@@ -103,7 +105,7 @@ public:
     static QVariant value(const QString& file, const QString& sql) { return values(file, sql).value(0); }
     static QString text(const QString& file, const QString& sql);
     /// The rows of tables of which a condition holds, as "table/id".
-    static QSet<QString> rows(const QString& file, const QString& condition = "1",
+    static QSet<QString> rows(const QString& file, const QString& condition = "1"_l1,
                               const QStringList& tables = Tables);
     /// Rows of a table that wait for upload, and of all four.
     static int waiting(const QString& file, const QString& table);
@@ -119,13 +121,15 @@ private:
 /// A project with one mission file, which holds the mission "m1" and so many waiting rows if they are given.
 struct FlightProject : TestProject {
     FlightProject() = default;
-    FlightProject(int positions, int status, int log) { addMission(db, "m1", positions, status, log); }
+    FlightProject(int positions, int status, int log) { addMission(db, "m1"_l1, positions, status, log); }
     template<class... Texts>
     bool run(const Texts&... sql) const
     {
-        return TestProject::run(db, {QString(sql)...});
+        return TestProject::run(db, {asText(sql)...});
     }
     QString text(const QString& sql) const { return TestProject::text(db, sql); }
     int waiting(const QString& table) const { return TestProject::waiting(db, table); }
-    const QString db = missionFile("m1/flight.kv");
+    static QString asText(const char* sql) { return QString::fromUtf8(sql); }
+    static QString asText(const QString& sql) { return sql; }
+    const QString db = missionFile("m1/flight.kv"_l1);
 };

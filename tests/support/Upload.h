@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "flightdesk/telemetry/Latin1.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
 
 #include <QtCore/QStringList>
@@ -12,9 +13,9 @@ struct Upload : CKvUpLoadObject {
         SetUrl(url);
         SetFilePathArray(body);
         connect(this, &CKvUpLoadObject::upLoadFinished, this,
-                [this](const QByteArray& reply) { outcomes.append("finished " + reply); });
-        connect(this, &CKvUpLoadObject::NetWorkError, this, [this] { outcomes.append("error"); });
-        connect(this, &CKvUpLoadObject::NoLogin, this, [this] { outcomes.append("login"); });
+                [this](const QByteArray& reply) { outcomes.append(QString::fromUtf8("finished " + reply)); });
+        connect(this, &CKvUpLoadObject::NetWorkError, this, [this] { outcomes.append("error"_l1); });
+        connect(this, &CKvUpLoadObject::NoLogin, this, [this] { outcomes.append("login"_l1); });
     }
     QStringList outcomes;
 };

@@ -16,8 +16,8 @@ public:
     QString link() const override { return m_link; }
     void noteUp(const QString& words) override
     {
-        m_link = words.section(' ', -1); // the port stays its own when it is started again
-        m_port = quint16(m_link.section(':', -1).toUInt());
+        m_link = words.section(u' ', -1); // the port stays its own when it is started again
+        m_port = quint16(m_link.section(u':', -1).toUInt());
     }
     void send(const QByteArray& bytes) override
     {
@@ -35,7 +35,7 @@ public:
 
 private:
     QUdpSocket m_socket;
-    QString m_link = "udp:127.0.0.1:0";
+    QString m_link = "udp:127.0.0.1:0"_l1;
     quint16 m_port = 0;
     bool m_isPlugged = true;
 };
@@ -48,7 +48,7 @@ public:
         m_server.listen(QHostAddress::LocalHost);
         m_port = m_server.serverPort();
     }
-    QString link() const override { return QString("tcp:127.0.0.1:%1").arg(m_port); }
+    QString link() const override { return QStringLiteral("tcp:127.0.0.1:%1").arg(m_port); }
     void send(const QByteArray& bytes) override
     {
         while (!m_socket || m_server.hasPendingConnections()) {
@@ -79,7 +79,7 @@ class SerialWire : public Wire
 public:
     SerialWire() { SerialWire::plug(); }
     ~SerialWire() override { SerialWire::pull(); }
-    QString link() const override { return QString("serial:%1:57600").arg(m_device); }
+    QString link() const override { return QStringLiteral("serial:%1:57600").arg(m_device); }
     void send(const QByteArray& bytes) override
     {
         for (int sent = 0; sent < bytes.size();) {
@@ -99,22 +99,22 @@ public:
     {
         m_master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
         QVERIFY(m_master >= 0 && grantpt(m_master) == 0 && unlockpt(m_master) == 0);
-        QVERIFY(QFile::link(ptsname(m_master), m_device));
+        QVERIFY(QFile::link(QLatin1String(ptsname(m_master)), m_device));
     }
 
 private:
     QTemporaryDir m_dir;
-    const QString m_device = m_dir.filePath("radio");
+    const QString m_device = m_dir.filePath("radio"_l1);
     int m_master = -1;
 };
 } // namespace
 
 std::unique_ptr<Wire> Wire::make(const QString& kind)
 {
-    if (kind == "udp") {
+    if (kind == "udp"_l1) {
         return std::make_unique<UdpWire>();
     }
-    if (kind == "tcp") {
+    if (kind == "tcp"_l1) {
         return std::make_unique<TcpWire>();
     }
     return std::make_unique<SerialWire>();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "flightdesk/telemetry/Latin1.h"
+
 #include <QtNetwork/QNetworkDatagram>
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
