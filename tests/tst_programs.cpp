@@ -76,7 +76,7 @@ private Q_SLOTS:
         const std::pair<QString, QByteArray> cases[] = {
             {"token", "token"},
             {"unreachable", "No connection to http://127.0.0.1:1"},
-            {"no mission row", "no flight_mission row"},
+            {"no mission row", "has no row of its own"},
             {"corrupt file", "cannot be read"},
             {"full log", "Connection refused"},
             {"untrusted", "is not trusted"}};
