@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "command/EndSignals.h"
-#include "Failure.h"
 #include "support/Crowd.h"
 #include "support/FlightLog.h"
 #include "support/ScriptedServer.h"
@@ -13,6 +12,7 @@
 #include "window/RecordPage.h"
 #include "window/StateLabel.h"
 #include "window/UploadPage.h"
+#include "words/Failure.h"
 
 #include <QtWidgets/QtWidgets>
 
@@ -241,7 +241,7 @@ private Q_SLOTS:
                 [&] { said.append(desk.said()); });
         server.trouble = "slam";
         desk.signIn(server.url(), "first");
-        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: no usable answer"), qPrintable(desk.said()),
+        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: No connection"), qPrintable(desk.said()),
                                   9000);
         server.trouble.clear();
         server.holdLog = true;
@@ -339,8 +339,8 @@ private Q_SLOTS:
             desk.reset();
             desk = std::make_unique<Desk>(project);
             QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"),
-                     QString("interrupted"));
-            QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
+                     QString("incomplete"));
+            QVERIFY(!MissionsOfFile::read(desk->file()).missions.first().breakpoint);
             desk->signIn(server.url(), "t");
             QTRY_COMPARE_WITH_TIMEOUT(desk->said(), QString("Everything is uploaded."), Long);
             QCOMPARE(server.stored, desk->ids());
@@ -360,7 +360,7 @@ private Q_SLOTS:
               {"udp::14550\ncarrier:pigeon", "carrier:pigeon: unknown kind of link"},
               {"udp::1\nudp::1", "udp::1: on the same port"},
               {"serial:/dev/null", "serial:/dev/null:57600: no serial line"},
-              {"udp:127.0.0.1:0", "another station records into"}}) {
+              {"udp:127.0.0.1:0", "Another program records into this project"}}) {
             desk.enterLinks(links);
             QTRY_VERIFY2(text->text().startsWith(words), qPrintable(text->text()));
         }
