@@ -223,7 +223,7 @@ private Q_SLOTS:
             TestProject::value(flight.file, "SELECT name || result FROM flight_mission, flight_complete"_l1),
             QVariant(name + "interrupted"_l1));
         const auto easy =
-            FlightRecorder(project, MissionFormat::video()).record(video, name, "a"_l1, "v.tlog"_l1);
+            FlightRecorder(project, MissionFormat::video()).record(video, name, "a"_l1, {"v.tlog"_l1, {}, 0});
         QCOMPARE(easy.error, QString());
         QCOMPARE(TestProject::value(easy.file, "SELECT name || video_file FROM flight_video_mission"_l1),
                  QVariant(name + "v.tlog"_l1));

@@ -156,7 +156,7 @@ private:
     QString state() const
     {
         const QSqlDatabase database = QSqlDatabase::database(m_connection, false);
-        return database.databaseName() + (QLatin1String(database.isOpen() ? " is open" : " is closed"));
+        return database.databaseName() + (database.isOpen() ? " is open"_l1 : " is closed"_l1);
     }
 
     void listen()

@@ -2,8 +2,8 @@
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/FlightSplitter.h"
 #include "telemetry/FrameReader.h"
-#include "telemetry/Latin1.h"
 #include "telemetry/LinkQuality.h"
+#include "words/Latin1.h"
 
 #include <QtTest/QtTest>
 

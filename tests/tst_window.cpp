@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "command/EndSignals.h"
-#include "Failure.h"
 #include "support/Crowd.h"
 #include "support/FlightLog.h"
 #include "support/ScriptedServer.h"
@@ -13,6 +12,7 @@
 #include "window/RecordPage.h"
 #include "window/StateLabel.h"
 #include "window/UploadPage.h"
+#include "words/Failure.h"
 
 #include <QtWidgets/QtWidgets>
 
@@ -241,8 +241,8 @@ private Q_SLOTS:
                 [&] { said.append(desk.said()); });
         server.trouble = "slam"_l1;
         desk.signIn(QString::fromUtf8(server.url()), "first"_l1);
-        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: no usable answer"_l1),
-                                  qPrintable(desk.said()), 9000);
+        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: No connection"_l1), qPrintable(desk.said()),
+                                  9000);
         server.trouble.clear();
         server.holdLog = true;
         QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
@@ -339,8 +339,8 @@ private Q_SLOTS:
             desk.reset();
             desk = std::make_unique<Desk>(project);
             QCOMPARE(TestProject::text(desk->file(), "SELECT result FROM flight_complete"_l1),
-                     "interrupted"_l1);
-            QVERIFY(MissionsOfFile::read(desk->file()).missions.first().breakpoint);
+                     "incomplete"_l1);
+            QVERIFY(!MissionsOfFile::read(desk->file()).missions.first().breakpoint);
             desk->signIn(QString::fromUtf8(server.url()), "t"_l1);
             QTRY_COMPARE_WITH_TIMEOUT(desk->said(), "Everything is uploaded."_l1, Long);
             QCOMPARE(server.stored, desk->ids());
@@ -360,7 +360,7 @@ private Q_SLOTS:
               {"udp::14550\ncarrier:pigeon", "carrier:pigeon: unknown kind of link"},
               {"udp::1\nudp::1", "udp::1: on the same port"},
               {"serial:/dev/null", "serial:/dev/null:57600: no serial line"},
-              {"udp:127.0.0.1:0", "another station records into"}}) {
+              {"udp:127.0.0.1:0", "Another program records into this project"}}) {
             desk.enterLinks(QLatin1String(links));
             QTRY_VERIFY2(text->text().startsWith(QLatin1String(words)), qPrintable(text->text()));
         }

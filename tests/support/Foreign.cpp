@@ -50,10 +50,14 @@ Foreign::Foreign(const QString& kind, const QString& file) : m_kind(kind), m_fil
     if (statement != statements.end()) {
         hold(statement->second);
     } else if (kind != "none"_l1) {
+        // Before anything is held: a close of the file frees this process' locks
         QFile::copy(file, file + ".copy"_l1);
+        if (kind == "replaced, held"_l1) {
+            hold("BEGIN EXCLUSIVE");
+        }
         QFile::rename(file, file + ".away"_l1);
     }
-    if (kind == "replaced"_l1) {
+    if (kind.startsWith("replaced"_l1)) {
         QFile::rename(file + ".copy"_l1, file);
     }
 }
@@ -64,7 +68,7 @@ Foreign::~Foreign()
     sqlite3_close(m_database); // what has begun is rolled back
     if (m_kind == "moved away"_l1 || m_kind == "deleted"_l1) {
         QFile::remove(m_file);
-        QFile::rename(m_file + (QLatin1String(m_kind == "deleted"_l1 ? ".copy" : ".away")), m_file);
+        QFile::rename(m_file + (m_kind == "deleted"_l1 ? ".copy"_l1 : ".away"_l1), m_file);
     }
 }
 

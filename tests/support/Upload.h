@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
 
 #include <QtCore/QStringList>
