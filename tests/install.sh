@@ -61,14 +61,11 @@ qt=$(pkg-config --variable=host_bins Qt5Core)
 c++ -std=c++17 -fPIC $flags -I. main.cpp host.cpp -o "$folder/by-pkg-config" \
     $(pkg-config --cflags --libs KvProjectDbOperator KvAlgorthm KvData KvLog)
 
-: >"$folder/server.out" # there before anyone reads it
+mkfifo "$folder/server.out"
 "$prefix/bin/flightserver" --token secret --ledger "$folder/ledger.db" >"$folder/server.out" &
 server=$!
-for _ in $(seq 100); do
-    url=$(sed -n 's/^flightserver listening on //p' "$folder/server.out")
-    [ -z "$url" ] || break
-    sleep 0.1
-done
+exec 3<"$folder/server.out" # open as long as the server writes
+url=$(sed -n '/^flightserver listening on /{s///p;q;}' <&3)
 
 for name in $programs; do
     "$folder/$name/build/minimal-host" "$folder/project" "$url" secret
