@@ -65,7 +65,8 @@ QSet<QString> PostedRequest::rows() const
         {"/flight/uasstatusupload", "uas_status/"_l1},
         {"/flight/detailupload", "flight_monitor_detail_log/"_l1},
         {"/flight/upload4video", "flight_video_mission/"_l1}};
-    const QStringList rows = ids().replaceInStrings(QRegExp("^"_l1), tables.value(path));
+    QStringList rows = ids();
+    rows.replaceInStrings(QRegExp("^"_l1), tables.value(path));
     return {rows.cbegin(), rows.cend()};
 }
 
