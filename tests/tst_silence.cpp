@@ -3,6 +3,7 @@
 #include "KvProjectDbOperator/CKvDownLoadObjectEX.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
 #include "support/FaultVfs.h"
+#include "support/Foreign.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 
@@ -10,9 +11,11 @@
 #include <QtNetwork/QSslKey>
 #include <QtNetwork/QSslSocket>
 
+#include <memory>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -207,6 +210,36 @@ const QMap<QString, std::function<void()>> Mistakes = {
          const TestProject project;
          write("colour TEXT", "flight_mission", project.file("m1/empty.kv"));
      }},
+    {"too much that waits",
+     [] {
+         const TestProject project;
+         Host host(EUploadEnv::None);
+         host.op.SetFlightMissionFilePath(project.file("m1/empty.kv"));
+         host.op.SetFilghtMissionID("m1");
+         for (int i = 0; i < 100; ++i) {
+             Q_EMIT host.slotWriteFlightMonitor(QByteArray(1 << 20, 'm'));
+         }
+     }},
+    {"a mission file that is replaced",
+     [] {
+         const FlightProject project;
+         Host host(EUploadEnv::None, project.db);
+         QFile::copy(project.db, project.db + ".copy");
+         QFile::rename(project.db, project.db + ".away");
+         QFile::rename(project.db + ".copy", project.db);
+         Q_EMIT host.slotParseSingleJson({{"id", "m1"}}, project.file("x.txt", "id TEXT"), "flight_mission");
+     }},
+    {"an upload of a folder",
+     [] {
+         const TestProject project;
+         look(EUploadEnv::OncePerRequest, project.path(""));
+     }},
+    {"a mission file that lacks a table",
+     [] {
+         const FlightProject project;
+         project.run("DROP TABLE flight_mission");
+         write("id TEXT", "flight_mission", project.db);
+     }},
     {"no database",
      [] {
          const TestProject project;
@@ -343,9 +376,21 @@ const QMap<QString, std::function<void()>> Mistakes = {
          download<CKvDownLoadObject>(server.url() + "/file?key=" + Token);
      }},
     {"a download without a scheme", [] { download<CKvDownLoadObject>("elsewhere/file"); }},
+    {"a download that stands still",
+     [] {
+         ScriptedServer server(ScriptedServer::reply("silence"));
+         CKvDownLoadObject download;
+         QSignalSpy failed(&download, SIGNAL(NetWorkError()));
+         download.SetUrl(server.url());
+         download.slotRequestData();
+         QTRY_VERIFY(!server.requests.isEmpty());
+         secondsAhead += 61;
+         QTRY_VERIFY(!failed.isEmpty());
+     }},
     {"no program for downloads", [] { external("", "TmpData"); }},
     {"no folder for downloads", [] { external("exit 1", "elsewhere"); }},
     {"a program that fails", [] { external("echo gone $1 >&2", "TmpData"); }},
+    {"a program that fails without a word", [] { external("exit 3", "TmpData"); }},
     {"a program that is killed", [] { external("kill -9 $$", "TmpData"); }},
     {"a second download while the program runs", [] { external("read line", "TmpData", 2); }},
     {"a log file on a full disk",
@@ -565,6 +610,67 @@ private Q_SLOTS:
         });
         QVERIFY(thread.wait(10000));
         QCOMPARE(project.waiting("flight_monitor_detail_log"), 1);
+    }
+
+    /// What goes for each file of a large project is few lines, and so is its end.
+    void manyFilesAreFewLines_data()
+    {
+        QTest::addColumn<QString>("sql"); // run on each file
+        QTest::addColumn<bool>("locked");
+        QTest::addColumn<int>("files");
+        QTest::newRow("locked") << "" << true << 12;
+        QTest::newRow("orphans") << "INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('gone')"
+                                 << false << 1050;
+        QTest::newRow("no column") << "ALTER TABLE flight_mission RENAME COLUMN is_uploaded TO x" << false
+                                   << 1050;
+    }
+    void manyFilesAreFewLines()
+    {
+        QFETCH(QString, sql);
+        QFETCH(bool, locked);
+        QFETCH(int, files);
+        const FlightProject project;
+        project.run(sql);
+        std::vector<std::unique_ptr<Foreign>> foreign;
+        for (int i = 1; i < files; ++i) {
+            const QString copy = project.path(QString("m1/%1.kv").arg(i));
+            QVERIFY(QFile::copy(project.db, copy));
+            if (locked) {
+                foreign.push_back(std::make_unique<Foreign>("exclusive", copy));
+            }
+        }
+        CKvDataBase::SetLockWait(10);
+        const QStringList lines = loggedBy(Level::Warn, [] {
+            for (int hour = 0; hour < 12; ++hour) {
+                look(EUploadEnv::WholeProject);
+                secondsAhead += 300;
+            }
+        });
+        CKvDataBase::SetLockWait(30000);
+        QVERIFY2(!lines.isEmpty() && lines.size() < 10, lines.join('\n').toUtf8());
+        QCOMPARE(lines.filter("(as 9 other files").size(), 1);
+    }
+
+    /// Records that wait for files are written in the end, which the last of the files says.
+    void theEndOfManyIsTold()
+    {
+        const TestProject project;
+        const QString columns = project.file("flight_mission.txt", "id TEXT");
+        QStringList files;
+        const QStringList lines = loggedBy(Level::Warn, [&] {
+            Host host(EUploadEnv::None);
+            for (int i = 0; i < 12; ++i) {
+                files.append(project.file(QString("m1/%1.kv").arg(i)));
+                host.op.slotParseJson({QJsonObject{{"id", "m1"}}}, columns, "m1", 1, files.constLast());
+            }
+            for (const QString& file : qAsConst(files)) {
+                CreateMissionFile(file);
+            }
+            Q_EMIT host.slotStartUploadTimer(false);
+        });
+        QCOMPARE(lines.filter("has no tables").size(), 5);
+        QCOMPARE(lines.filter("takes records again").size(), 4);
+        QVERIFY2(lines.constLast().endsWith("(the last of 12 files)"), lines.join('\n').toUtf8());
     }
 
     void oneMistakeIsOneLine()
