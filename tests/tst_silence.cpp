@@ -540,6 +540,7 @@ private Q_SLOTS:
         QFETCH(int, files);
         const FlightProject project;
         project.run(sql);
+        const ScriptedServer server;
         std::vector<std::unique_ptr<Foreign>> foreign;
         for (int i = 1; i < files; ++i) {
             const QString copy = project.path(QString("m1/%1.kv").arg(i));
