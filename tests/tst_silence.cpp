@@ -531,7 +531,7 @@ private Q_SLOTS:
         QTest::newRow("orphans") << "INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('gone')"
                                  << false << 1050;
         QTest::newRow("no column") << "ALTER TABLE flight_mission RENAME COLUMN is_uploaded TO x" << false
-                                   << 1050;
+                                   << 100;
     }
     void manyFilesAreFewLines()
     {
