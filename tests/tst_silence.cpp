@@ -10,9 +10,11 @@
 #include <QtNetwork/QSslKey>
 #include <QtNetwork/QSslSocket>
 
+#include <memory>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -174,6 +176,28 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
      }},
     {"records that no file took until the end"_l1,
      [](P p) { write(p, "colour TEXT", p.file("empty.kv"_l1)); }},
+    {"too much that waits"_l1,
+     [](P p) {
+         Host host(EUploadEnv::None);
+         host.op.SetFlightMissionFilePath(p.file("m1/empty.kv"_l1));
+         host.op.SetFilghtMissionID("m1"_l1);
+         for (int i = 0; i < 100; ++i) {
+             Q_EMIT host.slotWriteFlightMonitor(QByteArray(1 << 20, 'm'));
+         }
+     }},
+    {"a mission file that is replaced"_l1,
+     [](P p) {
+         Host host(EUploadEnv::None, p.db);
+         const Foreign foreign("replaced"_l1, p.db);
+         writeSingle(p, std::move(host));
+     }},
+    {"a mission file that lacks a table"_l1,
+     [](P p) {
+         Host host(EUploadEnv::None, p.db);
+         p.run("DROP TABLE flight_mission");
+         writeSingle(p, std::move(host));
+     }},
+    {"an upload of a folder"_l1, [](P p) { look(EUploadEnv::OncePerRequest, p.path(QString())); }},
     {"no database"_l1, [](P p) { CreateMissionFile(p.file("m1/text.kv"_l1, QByteArray(5000, 'x'))); }},
     {"no description file"_l1,
      [](P p) {
@@ -276,9 +300,21 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
          download<CKvDownLoadObject>(server.url() + "/file?key=" + Token);
      }},
     {"a download without a scheme"_l1, [](P) { download<CKvDownLoadObject>("elsewhere/file"); }},
+    {"a download that stands still"_l1,
+     [](P) {
+         const ScriptedServer server(ScriptedServer::reply("silence"_l1));
+         CKvDownLoadObject download;
+         QSignalSpy failed(&download, SIGNAL(NetWorkError()));
+         download.SetUrl(server.url());
+         download.slotRequestData();
+         QTRY_VERIFY(!server.requests.isEmpty());
+         secondsAhead += 61;
+         QTRY_VERIFY(!failed.isEmpty());
+     }},
     {"no program for downloads"_l1, [](P) { external("", "TmpData"); }},
     {"no folder for downloads"_l1, [](P) { external("exit 1", "elsewhere"); }},
     {"a program that fails"_l1, [](P) { external("echo gone $1 >&2", "TmpData"); }},
+    {"a program that fails without a word"_l1, [](P) { external("exit 3", "TmpData"); }},
     {"a program that is killed"_l1, [](P) { external("kill -9 $$", "TmpData"); }},
     {"a second download while the program runs"_l1, [](P) { external("read line", "TmpData", 2); }},
     {"a log file on a full disk"_l1,
@@ -493,6 +529,67 @@ private Q_SLOTS:
         });
         QVERIFY(thread.wait(10000));
         QCOMPARE(project.waiting("flight_monitor_detail_log"_l1), 1);
+    }
+
+    /// What goes for each file of a large project is few lines, and so is its end.
+    void manyFilesAreFewLines_data()
+    {
+        QTest::addColumn<QString>("sql"); // run on each file
+        QTest::addColumn<bool>("locked");
+        QTest::addColumn<int>("files");
+        QTest::newRow("locked") << "" << true << 12;
+        QTest::newRow("orphans") << "INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('gone')"
+                                 << false << 1050;
+        QTest::newRow("no column") << "ALTER TABLE flight_mission RENAME COLUMN is_uploaded TO x" << false
+                                   << 100;
+    }
+    void manyFilesAreFewLines()
+    {
+        QFETCH(QString, sql);
+        QFETCH(bool, locked);
+        QFETCH(int, files);
+        const FlightProject project;
+        project.run(sql);
+        const ScriptedServer server;
+        std::vector<std::unique_ptr<Foreign>> foreign;
+        for (int i = 1; i < files; ++i) {
+            const QString copy = project.path(QStringLiteral("m1/%1.kv").arg(i));
+            QVERIFY(QFile::copy(project.db, copy));
+            if (locked) {
+                foreign.push_back(std::make_unique<Foreign>("exclusive"_l1, copy));
+            }
+        }
+        const QStringList lines = loggedBy(Level::Warn, [] {
+            for (int pass = 0; pass < 12; ++pass) { // an hour
+                look(EUploadEnv::WholeProject);
+                secondsAhead += 300;
+            }
+        });
+        QVERIFY2(!lines.isEmpty() && lines.size() < 10, qPrintable(lines.join(u'\n')));
+        QCOMPARE(lines.filter("(as 9 other files"_l1).size(), 1);
+    }
+
+    /// Records that wait for files are written in the end, which the last of the files says.
+    void theEndOfManyIsTold()
+    {
+        const TestProject project;
+        const QString columns = project.file("flight_mission.txt"_l1, "id TEXT");
+        QStringList files;
+        const QStringList lines = loggedBy(Level::Warn, [&] {
+            Host host(EUploadEnv::None);
+            for (int i = 0; i < 12; ++i) {
+                files.append(project.file(QStringLiteral("m1/%1.kv").arg(i)));
+                host.op.slotParseJson({QJsonObject{{"id"_l1, "m1"_l1}}}, columns, "m1"_l1, 1,
+                                      files.constLast());
+            }
+            for (const QString& file : qAsConst(files)) {
+                CreateMissionFile(file);
+            }
+            Q_EMIT host.slotStartUploadTimer(false);
+        });
+        QCOMPARE(lines.filter("has no tables"_l1).size(), 5);
+        QCOMPARE(lines.filter("takes records again"_l1).size(), 4);
+        QVERIFY2(lines.constLast().endsWith("(the last of 12 files)"_l1), qPrintable(lines.join(u'\n')));
     }
 
     void oneMistakeIsOneLine()
