@@ -241,8 +241,8 @@ private Q_SLOTS:
                 [&] { said.append(desk.said()); });
         server.trouble = "slam"_l1;
         desk.signIn(QString::fromUtf8(server.url()), "first"_l1);
-        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: The connection"_l1), qPrintable(desk.said()),
-                                  9000);
+        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: The connection"_l1),
+                                  qPrintable(desk.said()), 9000);
         server.trouble.clear();
         server.holdLog = true;
         QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
