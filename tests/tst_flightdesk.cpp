@@ -357,6 +357,19 @@ private Q_SLOTS:
         };
         QTRY_COMPARE_WITH_TIMEOUT(waiting(), left, 60000);
     }
+    /// The table that pilots look things up in has the program's words.
+    void wordsOfTroubles()
+    {
+        QStringList rows;
+        for (const TroubleText& text : allTroubles()) {
+            rows += QString("| %1 | %2 | %3 |").arg(text.what, text.safe, text.todo);
+        }
+        const QString page = TestProject::contents(QFINDTESTDATA("../docs/what-pilots-see.md"));
+        QCOMPARE(page.split('\n').filter(QRegularExpression("^\\| (?!what happened)")), rows);
+        QCOMPARE(troubleWords(Trouble::DiskFull, {"ubc1 %2", "3:52"}),
+                 QString("Disk full: ubc1 %2 stopped at 3:52, the first part is stored. Free space, then add "
+                         "the log again."));
+    }
     void supervises()
     {
         // Seen, a second each (a: sign of life, b: batch, n: no network), and done (r: rearmed, u:
@@ -366,6 +379,7 @@ private Q_SLOTS:
             {"....a" + QString(60, '.'), "r32 r60"},
             {QString(40, 'n') + QString(40, '.'), "r67"},
             {"bb.b.....", "u3"},
+            {QString(60, ' ') + "....", ""}, // looks for the first time after a minute
             {"bbabbabba", ""},
         };
         for (const auto& [seen, expected] : cases) {
@@ -381,7 +395,9 @@ private Q_SLOTS:
                 } else if (seen[second] == 'b') {
                     supervisor.noteBatch("m");
                 }
-                supervisor.look(second * 1000LL, "f.kv", seen[second] != 'n');
+                if (seen[second] != ' ') {
+                    supervisor.look(second * 1000LL, "f.kv", seen[second] != 'n');
+                }
             }
             QCOMPARE(done.join(' '), expected);
         }

@@ -301,7 +301,7 @@ private Q_SLOTS:
                 [&] { said.append(desk.said()); });
         server.trouble = "slam";
         desk.signIn(server.url(), "first");
-        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: No connection"), qPrintable(desk.said()),
+        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().startsWith("Failed: The connection"), qPrintable(desk.said()),
                                   9000);
         server.trouble.clear();
         server.holdLog = true;
