@@ -116,9 +116,7 @@ private Q_SLOTS:
             const IngestServer server(options);
             QVERIFY(project.simulate(1));
             if (trouble == "no mission row") {
-                QDirIterator file(project.path("project"), {"*.kv"}, QDir::Files,
-                                  QDirIterator::Subdirectories);
-                QVERIFY(TestProject::run(file.next(), {"DELETE FROM flight_mission"}));
+                QVERIFY(TestProject::run(project.missionFiles().value(0), {"DELETE FROM flight_mission"}));
             } else if (trouble == "corrupt file") {
                 project.file("project/broken/flight.kv", QByteArray(5000, 'x'));
             }
