@@ -5,6 +5,8 @@
 
 #include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
 
+#include <utility>
+
 OperatorThread::OperatorThread(int interval, bool easyFly, QObject* parent)
     : QObject(parent), m_interval(interval), m_easyFly(easyFly)
 {
@@ -66,7 +68,7 @@ void OperatorThread::setInterval(int interval)
 
 void OperatorThread::pauseAndQuit()
 {
-    if (m_thread.isRunning()) {
+    if (m_thread.isRunning() && !std::exchange(m_isEnding, true)) { // the worker may be gone the second time
         Q_EMIT m_link.startUploadTimer(false);
         // Queued behind the pause, which a quit() from here would overtake.
         QMetaObject::invokeMethod(m_worker, [this] { m_thread.quit(); });

@@ -42,6 +42,7 @@ private:
 
     const int m_interval; ///< at the start
     const bool m_easyFly;
+    bool m_isEnding = false;
     OperatorLink m_link;
     QThread m_thread;
     QString m_file;                                ///< used on the thread only

@@ -301,11 +301,12 @@ void FlightRecorder::writeIncomplete()
     QJsonObject document = QJsonDocument::fromJson(data).object();
     document.insert(missionKeys::Incomplete, m_flight.seconds);
     QSqlQuery update(*database.DBInstance());
-    update.prepare(QStringLiteral("UPDATE %1 SET flight_mission_data = ?, is_uploaded = 0 WHERE id = ?")
-                       .arg(m_format.missionTable));
+    const bool prepared =
+        update.prepare(QStringLiteral("UPDATE %1 SET flight_mission_data = ?, is_uploaded = 0 WHERE id = ?")
+                           .arg(m_format.missionTable));
     update.addBindValue(QString::fromUtf8(QJsonDocument(document).toJson(QJsonDocument::Compact)));
     update.addBindValue(m_flight.missionId);
-    if (data.isEmpty() || !update.exec()) {
+    if (data.isEmpty() || !prepared || !update.exec()) {
         throw Failure(QStringLiteral("cannot write %1").arg(m_flight.file));
     }
 }
