@@ -138,6 +138,9 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     if (const auto trouble = m_project.diskTrouble()) {
         throw Failure(*trouble, {name});
     }
+    if (!m_project.readOnlyWords().isEmpty()) {
+        throw Failure(Trouble::ReadOnlyProject, {m_project.path()});
+    }
     m_flight.missionId = newId();
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
     Q_EMIT fileMade(m_flight.file);
