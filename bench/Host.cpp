@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Host.h"
 
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Load.h"
 
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 #include "MissionFile.h"
 #include "Report.h"
 

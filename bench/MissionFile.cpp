@@ -2,7 +2,7 @@
 #include "MissionFile.h"
 
 #include "Baseline.h"
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
 #include "Report.h"

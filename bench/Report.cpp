@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Report.h"
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 
 #include <algorithm>
 #include <iostream>

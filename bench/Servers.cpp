@@ -2,7 +2,7 @@
 #include "Servers.h"
 
 #include "Connections.h"
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 #include "MissionFile.h"
 #include "Report.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "MissionFile.h"
 #include "Servers.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "flightdesk/telemetry/Latin1.h"
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "KvAlgorthm.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
