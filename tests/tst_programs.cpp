@@ -189,7 +189,7 @@ private Q_SLOTS:
             QVERIFY(
                 desk.readAllStandardOutput().contains("the first part is stored. To have all of it, add"));
         }
-        const QRegularExpression incomplete("incomplete \\((\\d+:)?\\d+:\\d\\d of 2:42:\\d\\d\\)");
+        const QRegularExpression incomplete(R"re(incomplete \((\d+:)?\d+:\d\d of 2:42:\d\d\))re");
         for (const QString command : {"status", "logbook", "export"}) {
             const QStringList more{"--format", "gpx", "--output", "-"};
             const ProgramResult told = project.desk(command, command == "export" ? more : QStringList());
