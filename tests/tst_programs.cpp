@@ -189,8 +189,8 @@ private Q_SLOTS:
             QVERIFY(
                 desk.readAllStandardOutput().contains("the first part is stored. To have all of it, add"));
         }
-        const QRegularExpression incomplete(R"re(incomplete \((\d+:)?\d+:\d\d of 2:42:\d\d\))re");
-        for (const QString command : {"status", "logbook", "export"}) {
+        static const QRegularExpression incomplete(R"re(incomplete \((\d+:)?\d+:\d\d of 2:42:\d\d\))re");
+        for (const QString& command : QStringList{"status", "logbook", "export"}) {
             const QStringList more{"--format", "gpx", "--output", "-"};
             const ProgramResult told = project.desk(command, command == "export" ? more : QStringList());
             QVERIFY2(QString(told.out).contains(incomplete), told.out);
