@@ -69,8 +69,8 @@ void CKvNetworkCause::WarnOfServer(const QString& strCause) const
 
 void CKvNetworkCause::WarnOfReply(const QNetworkReply* pReply, const QString& strBeside) const
 {
-    qCInfo(KvReply).noquote() << HttpStatus(pReply) << int(pReply->error())
-                              << _WithoutSecrets(Words(pReply) + QLatin1String(" at ") + Tellable(m_url));
+    const QString strReply = _WithoutSecrets(Words(pReply) + QLatin1String(" at ") + Tellable(m_url));
+    qCInfo(KvReply, "%d %d %s", HttpStatus(pReply), int(pReply->error()), qUtf8Printable(strReply));
     if (HttpStatus(pReply) == 0) {
         WarnOfServer(Words(pReply) + strBeside);
     } else {

@@ -358,6 +358,19 @@ private Q_SLOTS:
             QTRY_COMPARE_WITH_TIMEOUT(waiting(), QLatin1String(left), 60000);
         }
     }
+    /// The table that pilots look things up in has the program's words.
+    void wordsOfTroubles()
+    {
+        QStringList rows;
+        for (const TroubleText& text : allTroubles()) {
+            rows += QStringLiteral("| %1 | %2 | %3 |").arg(text.what, text.safe, text.todo);
+        }
+        const QString page = QString::fromUtf8(TestProject::contents(QFINDTESTDATA("../docs/what-pilots-see.md")));
+        QCOMPARE(page.split(u'\n').filter(QRegularExpression("^\\| (?!what happened)"_l1)), rows);
+        QCOMPARE(troubleWords(Trouble::DiskFull, {"ubc1 %2"_l1, "3:52"_l1}),
+                 "Disk full: ubc1 %2 stopped at 3:52, the first part is stored. Free space, then add the log "
+                 "again."_l1);
+    }
     void supervises()
     {
         // Seen, a second each (a: sign of life, b: batch, n: no network), and done (r: rearmed, u:
@@ -367,6 +380,7 @@ private Q_SLOTS:
             {"....a"_l1 + QString(60, u'.'), "r32 r60"_l1},
             {QString(40, u'n') + QString(40, u'.'), "r67"_l1},
             {"bb.b....."_l1, "u3"_l1},
+            {QString(60, u' ') + "...."_l1, ""_l1}, // looks for the first time after a minute
             {"bbabbabba"_l1, ""_l1},
         };
         for (const auto& [seen, expected] : cases) {
@@ -383,7 +397,9 @@ private Q_SLOTS:
                 } else if (seen[second] == u'b') {
                     supervisor.noteBatch("m"_l1);
                 }
-                supervisor.look(second * 1000LL, "f.kv"_l1, seen[second] != u'n');
+                if (seen[second] != u' ') {
+                    supervisor.look(second * 1000LL, "f.kv"_l1, seen[second] != u'n');
+                }
             }
             QCOMPARE(done.join(u' '), expected);
         }

@@ -1,9 +1,35 @@
 // SPDX-License-Identifier: MIT
+#include "project/MissionRecord.h"
+#include "project/ProjectLock.h"
 #include "support/FlightLog.h"
 #include "support/ScriptedServer.h"
 
 #include <algorithm>
+#include <csignal>
 #include <memory>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+namespace
+{
+/// A program whose files may not grow beyond so many bytes, which is then a write that fails.
+ProgramResult runLimited(const QStringList& arguments, rlim_t most)
+{
+    struct Limited : QProcess {
+        rlim_t most = 0;
+        void setupChildProcess() override
+        {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit files{most, most};
+            ::setrlimit(RLIMIT_FSIZE, &files);
+        }
+    } program;
+    program.most = most;
+    program.start(QCoreApplication::applicationDirPath() + "/flightdesk", arguments);
+    program.waitForFinished(-1);
+    return {program.exitCode(), program.readAllStandardOutput(), program.readAllStandardError()};
+}
+} // namespace
 
 class tst_programs : public QObject
 {
@@ -107,6 +133,139 @@ private Q_SLOTS:
             QVERIFY(!output.contains(Token.toUtf8()));
             QVERIFY(trouble != "untrusted"_l1 || project.rows("received IS NOT NULL"_l1).isEmpty());
         }
+    }
+
+    /// What a person reads, and what is kept, of logs that are none, that are bad, or that were added before.
+    void badLogs()
+    {
+        const QList<QByteArray> frames = framesOf(FlightSimulator(7, 0, 1));
+        const QByteArray sound = asLog(frames);
+        QByteArray damaged = sound, future = sound;
+        for (int at = 0, i = 0; i < frames.size(); at += 8 + frames[i++].size()) {
+            damaged[at + 8 + 6] = char(~damaged[at + 8 + 6]);
+            future.replace(at, 2, QByteArray("\0\xe9", 2)); // the year 4049
+        }
+        const std::tuple<const char*, QByteArray, const char*> cases[] = {
+            {"text", QByteArray("no flight at all\n").repeated(5000),
+             "Not a telemetry log: log.tlog, nothing"},
+            {"program", TestProject::contents(QCoreApplication::applicationFilePath()).left(300000),
+             "Not a telemetry log"},
+            {"mostly unreadable", sound.left(20000) + QByteArray(60000, 'x'), " bytes are no telemetry"},
+            {"checksums", damaged, "1081 of 1081 frames have wrong checksums"},
+            {"times", future, "Impossible times"},
+            {"missing", {}, "cannot be read"},
+        };
+        for (const auto& [name, log, said] : cases) {
+            const FlownProject project;
+            QVERIFY(project.simulate(1));
+            const int before = project.rows().size();
+            const QString file = log.isEmpty() ? project.path("none") : project.file("log.tlog", log);
+            const ProgramResult refused = project.desk("record", {file});
+            QVERIFY2(refused.exitCode == 1 && refused.err.contains(said), name + refused.err);
+            QCOMPARE(project.rows().size(), before);
+        }
+        const FlownProject project;
+        const ProgramResult cut = project.desk("record", {project.file("cut.tlog", sound.chopped(7))});
+        QVERIFY2(cut.exitCode == 0 && cut.out.contains("cut off at 1:47"), cut.out);
+        const QString whole = project.file("whole.tlog", sound), copy = project.file("copy.tlog", sound);
+        QCOMPARE(project.desk("record", {whole}).exitCode, 0);
+        const ProgramResult again = project.desk("record", {copy, "--json"});
+        QVERIFY2(again.exitCode == 1 && again.err.contains("in this project as whole"), again.err);
+        QVERIFY(!QJsonDocument::fromJson(again.out)["ok"].toBool(true));
+        QCOMPARE(project.desk("record", {copy, "--anyway"}).exitCode, 0);
+    }
+
+    /// Told to end, a recording keeps what it has, says so everywhere, and can be done again.
+    void stopped()
+    {
+        const FlownProject project;
+        const QString log = project.file("long.tlog", asLog(framesOf(FlightSimulator(7, 0, 90))));
+        for (const int signal : {SIGINT, SIGTERM}) {
+            Program desk("flightdesk", project.command("record", {log}));
+            desk.setReadChannel(QProcess::StandardError);
+            QByteArray said;
+            while (!said.contains(" 10 %") && desk.waitForReadyRead(60000)) {
+                said += desk.readAll();
+            }
+            ::kill(pid_t(desk.processId()), signal);
+            QVERIFY(desk.waitForFinished(60000));
+            QCOMPARE(desk.exitCode(), 128 + signal);
+            QVERIFY(
+                desk.readAllStandardOutput().contains("the first part is stored. To have all of it, add"));
+        }
+        static const QRegularExpression incomplete(R"re(incomplete \((\d+:)?\d+:\d\d of 2:42:\d\d\))re");
+        for (const QString& command : QStringList{"status", "logbook", "export"}) {
+            const QStringList more{"--format", "gpx", "--output", "-"};
+            const ProgramResult told = project.desk(command, command == "export" ? more : QStringList());
+            QVERIFY2(QString(told.out).contains(incomplete), told.out);
+        }
+        const IngestServer server({"--token", Token, "--ledger", project.ledger});
+        project.uploadAll(server.url);
+        QCOMPARE(TestProject::value(project.ledger,
+                                    "SELECT count(*) FROM \"row\" WHERE kind = 'flight_mission' "
+                                    "AND json LIKE '%incomplete%'"),
+                 QVariant(2));
+        QDirIterator file(project.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+        QVERIFY(!MissionsOfFile::read(file.next()).missions.first().breakpoint);
+    }
+
+    /// On a disk of 2 MB, where one can be mounted, and where files may not grow any more.
+    void fullDisk()
+    {
+        for (const bool isDisk : {true, false}) {
+            FlownProject project;
+            const QByteArray disk = project.path("project").toLocal8Bit();
+            QDir().mkpath(disk);
+            if (isDisk && ::mount("tmpfs", disk, "tmpfs", 0, "size=2m") != 0) {
+                continue; // only root may
+            }
+            const auto unmount = qScopeGuard([&] { ::umount2(disk, MNT_DETACH); });
+            const rlim_t most = isDisk ? RLIM_INFINITY : 400000;
+            const QString log = project.file("long.tlog", asLog(framesOf(FlightSimulator(7, 0, 60))));
+            const ProgramResult full = runLimited(project.command("record", {log}), most);
+            const QByteArray said =
+                isDisk ? "Disk full: long stopped at " : "takes no records: long stopped at ";
+            QVERIFY2(full.exitCode == 1 && full.err.contains(said), full.err);
+            QVERIFY(full.err.count('\n') < 20 && !full.err.contains("100 %"));
+            QVERIFY(project.desk("status", {}).out.contains("incomplete"));
+            const IngestServer server({"--token", Token, "--ledger", project.ledger});
+            const ProgramResult sent = runLimited(project.uploadCommand(server.url), isDisk ? most : 4096);
+            QVERIFY2(sent.exitCode == 1 &&
+                         sent.err.contains(isDisk ? "the disk is full" : "cannot be marked"),
+                     sent.err);
+            QVERIFY(TestProject::value(project.ledger, "SELECT max(times) FROM \"row\"").toInt() <= 2);
+        }
+    }
+
+    void wrongFolder()
+    {
+        const FlownProject project;
+        project.file("project/letter.txt", "no flight");
+        for (const QStringList& more : {QStringList{"status"},
+                                        {"export", "--format", "kml"},
+                                        {"logbook"},
+                                        {"upload", "--server", "http://127.0.0.1:1", "--token", "t"},
+                                        {"record", project.file("a.tlog", "x")},
+                                        {"simulate"}}) {
+            const ProgramResult result = project.desk(more.first(), more.mid(1) + QStringList{"--json"});
+            QVERIFY2(result.exitCode == 1 && result.err.contains("This folder is no project"), result.err);
+            QVERIFY(QJsonDocument::fromJson(result.out)["error"].isString());
+            QCOMPARE(QDir(project.path("project")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(),
+                     1);
+        }
+    }
+
+    void oneUploadAtATime()
+    {
+        const FlownProject project;
+        QVERIFY(project.simulate(1));
+        ProjectLock other(Project::open(project.path("project")), ProjectLock::Use::Uploading);
+        QCOMPARE(other.take(), QString());
+        const IngestServer server({"--token", Token, "--ledger", project.ledger});
+        const ProgramResult second = project.upload(server.url);
+        QVERIFY2(second.exitCode == 1 && second.err.contains("Another program uploads"), second.err);
+        other.release();
+        project.uploadAll(server.url);
     }
 
     void fetches()

@@ -54,7 +54,7 @@ void EndSignals::quit()
     answerSignals(SIG_DFL);
     char byte = 0;
     if (::read(m_pipe[0], &byte, 1) == 1) {
-        m_signal = byte;
+        m_signal = static_cast<unsigned char>(byte);
     }
     QCoreApplication::quit();
 }

@@ -5,6 +5,7 @@
 #include "command/FlightWords.h"
 #include "command/SignIn.h"
 #include "link/SerialLink.h"
+#include "project/ProjectLock.h"
 #include "record/BreakpointKeeper.h"
 #include "record/RecorderPool.h"
 #include "station/Station.h"
@@ -28,7 +29,10 @@ class StationUpload
 {
 public:
     StationUpload(const Project& project, const LogFeed& log, Console& console)
-        : m_console(console), m_breakpoints(log), m_uploader(log)
+        : m_console(console)
+        , m_lock(project, ProjectLock::Use::Uploading)
+        , m_breakpoints(log)
+        , m_uploader(log)
     {
         QObject::connect(&m_uploader, &Uploader::failed, &m_uploader,
                          [this](const RequestFailure& failure) { noteFailure(failure); });
@@ -37,7 +41,6 @@ public:
         QObject::connect(
             &m_breakpoints, &BreakpointKeeper::storeAgain, &m_pool,
             [this, project](const RecordedFlight& flight) { m_pool.storeBreakpoint(project, flight); });
-        m_uploader.start();
     }
 
     void noteEnded(const RecordedFlight& flight) { m_breakpoints.noteRecorded(flight); }
@@ -49,26 +52,46 @@ public:
             m_failure.clear();
         }
         m_hasNetwork = network;
-        m_uploader.look(backlog, network);
+        if (hasTurn()) {
+            m_uploader.look(backlog, network);
+        }
     }
 
     QString text() const
     {
-        return m_hasNetwork ? m_uploader.text([](const QString& mission) { return mission; })
-                            : QStringLiteral("no network");
+        return !m_lock.isTaken() ? QStringLiteral("another program uploads")
+               : m_hasNetwork    ? m_uploader.text([](const QString& mission) { return mission; })
+                                 : QStringLiteral("no network");
     }
 
 private:
+    /// As long as another program uploads from the project, this one records alone.
+    bool hasTurn()
+    {
+        if (m_lock.isTaken()) {
+            return true;
+        }
+        const QString inUse = m_lock.take();
+        if (!inUse.isEmpty()) {
+            noteFailure(RequestFailure{Trouble::InUse, inUse, inUse, false});
+            return false;
+        }
+        m_failure.clear();
+        m_uploader.start();
+        return true;
+    }
+
     /// Each reason is told once until a row is accepted.
     void noteFailure(const RequestFailure& failure)
     {
         if (m_failure != failure.words) {
             m_failure = failure.words;
-            m_console.note(failure.words + QStringLiteral("; it is tried again"));
+            m_console.note(failure.words);
         }
     }
 
     Console& m_console;
+    ProjectLock m_lock;
     RecorderPool m_pool;
     BreakpointKeeper m_breakpoints;
     Uploader m_uploader;

@@ -4,13 +4,15 @@
 #include <QtCore/QMutex>
 #include <QtCore/QMutexLocker>
 
+#include <atomic>
+
 namespace
 {
 /// What the message handler, which is called from any thread, hands replies to.
 struct Receiver {
     QMutex mutex;
     LogFeed* feed = nullptr;
-    QtMessageHandler others = nullptr;
+    std::atomic<QtMessageHandler> others{nullptr};
 };
 
 Receiver& receiver()
@@ -26,8 +28,8 @@ void sort(QtMsgType type, const QMessageLogContext& context, const QString& text
         if (receiver().feed) {
             Q_EMIT receiver().feed->reply(text);
         }
-    } else {
-        receiver().others(type, context, text);
+    } else if (const QtMessageHandler others = receiver().others) {
+        others(type, context, text);
     }
 }
 } // namespace

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "operator/OperatorThread.h"
 
+#include "project/MissionFile.h"
+
 #include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
+
+#include <utility>
 
 OperatorThread::OperatorThread(int interval, bool easyFly, QObject* parent)
     : QObject(parent), m_interval(interval), m_easyFly(easyFly)
@@ -31,9 +35,17 @@ void OperatorThread::makeOperator()
     m_operator->SetFlightModeEasyFly(m_easyFly);
     m_operator->SetStartTimeInterval(static_cast<unsigned int>(m_interval));
     m_link.connectTo(m_operator);
-    connect(m_operator, &CKvFlightDataDbOperator::UpLoading, this, &OperatorThread::batch);
+    // On the operator's thread, before it goes on.
+    connect(&m_link, &OperatorLink::missionFile, m_worker, [this](const QString& file) { m_file = file; });
+    connect(m_operator, &CKvFlightDataDbOperator::UpLoading, m_worker,
+            [this](const QString&, const QString& mission) { noteBatch(mission); });
     connect(m_operator, &CKvFlightDataDbOperator::UploadFinished, this, &OperatorThread::passEnded);
     Q_EMIT ready();
+}
+
+void OperatorThread::noteBatch(const QString& mission)
+{
+    Q_EMIT batch(mission, MissionFile(m_file).firstWaitingMessage(mission));
 }
 
 void OperatorThread::retire()
@@ -56,7 +68,7 @@ void OperatorThread::setInterval(int interval)
 
 void OperatorThread::pauseAndQuit()
 {
-    if (m_thread.isRunning()) {
+    if (m_thread.isRunning() && !std::exchange(m_isEnding, true)) { // the worker may be gone the second time
         Q_EMIT m_link.startUploadTimer(false);
         // Queued behind the pause, which a quit() from here would overtake.
         QMetaObject::invokeMethod(m_worker, [this] { m_thread.quit(); });

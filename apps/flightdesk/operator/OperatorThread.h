@@ -29,7 +29,8 @@ public:
 Q_SIGNALS:
     void ready();
     /// A batch of log rows is on its way.
-    void batch(const QString& project, const QString& mission);
+    /// \param firstRow  its id; when the next batch begins with the same one, the first was not marked
+    void batch(const QString& mission, const QString& firstRow);
     /// Nothing of the file waits any more; the operator has closed it and waits for another one. It goes
     /// through flight missions file by file.
     void passEnded();
@@ -37,11 +38,14 @@ Q_SIGNALS:
 private:
     void makeOperator();
     void pauseAndQuit();
+    void noteBatch(const QString& mission);
 
     const int m_interval; ///< at the start
     const bool m_easyFly;
+    bool m_isEnding = false;
     OperatorLink m_link;
     QThread m_thread;
+    QString m_file;                                ///< used on the thread only
     QObject* m_worker = nullptr;                   ///< lives on the thread and owns the operator
     CKvFlightDataDbOperator* m_operator = nullptr; ///< used on the thread only
 };

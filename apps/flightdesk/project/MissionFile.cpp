@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "project/MissionFile.h"
 
+#include "telemetry/FrameSource.h"
 #include "words/Latin1.h"
 #include "words/Trouble.h"
 
@@ -26,6 +27,9 @@ const char* const MissionAtEndsSql = "SELECT flight_mission_id FROM %1 WHERE row
                                      "((SELECT min(rowid) FROM %1), (SELECT max(rowid) FROM %1))";
 const char* const LastTimeSql =
     "SELECT time FROM %1 WHERE flight_mission_id = '%2' ORDER BY rowid DESC LIMIT 1";
+const char* const LastMessageSql = "SELECT message FROM %1 ORDER BY rowid DESC LIMIT 1";
+const char* const NextMessageSql =
+    "SELECT id FROM %1 WHERE is_uploaded = 0 AND flight_mission_id = '%2' LIMIT 1"; // as the operator asks
 const char* const WaitingSql = "SELECT count(*) FROM %1 WHERE is_uploaded = 0 AND %2 = '%3'";
 const char* const CountSql = "SELECT %1, count(*), total(is_uploaded = 1), total(is_uploaded = 0), %3 "
                              "FROM %2 t GROUP BY 1";
@@ -171,6 +175,14 @@ QVector<MissionCount> MissionFile::missions()
     return missions;
 }
 
+QString MissionFile::firstWaitingMessage(const QString& missionId)
+{
+    QString id;
+    read(QString::fromLatin1(NextMessageSql).arg(FlightLogTableName, quoted(missionId)),
+         [&id](const QSqlQuery& row) { id = row.value(0).toString(); });
+    return id;
+}
+
 qint64 MissionFile::waiting(const QString& missionId)
 {
     qint64 rows = 0;
@@ -251,7 +263,14 @@ void MissionFile::readLength(MissionCount* mission, bool isAlone)
              [&last](const QSqlQuery& row) { last = row.value(0).toString(); });
     }
     const QDateTime start = time(mission->startedAt);
-    const QDateTime end = time(last);
+    QDateTime end = time(last);
+    if (mission->completedAt.isEmpty() && isAlone && mission->wholeSeconds > 0 &&
+        hasTable(FlightLogTableName)) {
+        read(QString::fromLatin1(LastMessageSql).arg(FlightLogTableName), [&end](const QSqlQuery& row) {
+            const TelemetryFrame frame = TelemetryFrame::ofLogRecord(row.value(0).toByteArray());
+            end = QDateTime::fromMSecsSinceEpoch(frame.usec / 1000, Qt::UTC);
+        });
+    }
     if (start.isValid() && end.isValid()) {
         mission->seconds = start.secsTo(end);
     }

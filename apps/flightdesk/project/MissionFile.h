@@ -109,6 +109,8 @@ public:
     /// The missions without their rows, of which there may be millions. One that has no row of its own is
     /// found where a table begins or ends with its rows.
     QVector<MissionCount> missions();
+    /// Id of the message with which its next batch begins; empty when none waits.
+    QString firstWaitingMessage(const QString& missionId);
     /// Rows of a mission that wait for upload.
     qint64 waiting(const QString& missionId);
 

@@ -52,7 +52,7 @@ Project Project::make(const QString& path)
         throw Failure(QStringLiteral("cannot make the project folder \"%1\"").arg(path));
     }
     const bool isNew = !isProject(path);
-    const Project project(QDir(path).absolutePath());
+    Project project(QDir(path).absolutePath());
     if (isNew && project.id().isEmpty()) {
         throw Failure(QStringLiteral("cannot write %1/%2").arg(project.path(), IniFile));
     }

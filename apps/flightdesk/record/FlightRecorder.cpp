@@ -138,6 +138,9 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     if (const auto trouble = m_project.diskTrouble()) {
         throw Failure(*trouble, {name});
     }
+    if (!m_project.readOnlyWords().isEmpty()) {
+        throw Failure(Trouble::ReadOnlyProject, {m_project.path()});
+    }
     m_flight.missionId = newId();
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
     Q_EMIT fileMade(m_flight.file);
@@ -301,11 +304,12 @@ void FlightRecorder::writeIncomplete()
     QJsonObject document = QJsonDocument::fromJson(data).object();
     document.insert(missionKeys::Incomplete, m_flight.seconds);
     QSqlQuery update(*database.DBInstance());
-    update.prepare(QStringLiteral("UPDATE %1 SET flight_mission_data = ?, is_uploaded = 0 WHERE id = ?")
-                       .arg(m_format.missionTable));
+    const bool prepared =
+        update.prepare(QStringLiteral("UPDATE %1 SET flight_mission_data = ?, is_uploaded = 0 WHERE id = ?")
+                           .arg(m_format.missionTable));
     update.addBindValue(QString::fromUtf8(QJsonDocument(document).toJson(QJsonDocument::Compact)));
     update.addBindValue(m_flight.missionId);
-    if (data.isEmpty() || !update.exec()) {
+    if (data.isEmpty() || !prepared || !update.exec()) {
         throw Failure(QStringLiteral("cannot write %1").arg(m_flight.file));
     }
 }

@@ -15,12 +15,12 @@ constexpr int FramesAtOnce = 500;
 } // namespace
 
 LogRecorder::LogRecorder(Project project, const MissionFormat& format, const QString& path,
-                         const LogFlights& flights)
+                         LogFlights flights)
     : m_project(std::move(project))
     , m_format(format)
     , m_path(path)
     , m_file(path)
-    , m_flights(flights)
+    , m_flights(std::move(flights))
     , m_cutter(m_flights.cut(*this))
 {
 }

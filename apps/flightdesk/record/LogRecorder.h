@@ -14,7 +14,7 @@ class LogRecorder : private FlightSplitter::Sink
 {
 public:
     /// \param path  of the log, of which the flights are
-    LogRecorder(Project project, const MissionFormat& format, const QString& path, const LogFlights& flights);
+    LogRecorder(Project project, const MissionFormat& format, const QString& path, LogFlights flights);
 
     /// Records some more of the log; false at its end, and when nothing more can be recorded. Events are
     /// processed on the way.

@@ -5,6 +5,8 @@
 
 #include <QtCore/QTimer>
 
+#include <utility>
+
 namespace
 {
 constexpr int ResumeGrace = 2000; // milliseconds
@@ -120,6 +122,7 @@ void Uploader::leave()
 
 void Uploader::point(const QString& file, int delay)
 {
+    m_firstRow.clear();
     m_operator->setInterval(delay);
     m_supervisor->arm(file);
     m_operator->setInterval(m_interval);
@@ -152,6 +155,7 @@ void Uploader::resume()
         return;
     }
     setState(State::Running);
+    m_firstRow.clear();
     m_supervisor->noteSignOfLife(m_clock.elapsed());
     if (m_place == Place::NotReady) {
         return;
@@ -172,6 +176,7 @@ void Uploader::resume()
 
 void Uploader::reset()
 {
+    m_firstRow.clear();
     if (m_operator) {
         Q_EMIT m_operator->link().resetUploadFlow();
     }
@@ -226,12 +231,16 @@ void Uploader::noteBegan(OperatorLog::Rows rows, const QString& mission)
     }
 }
 
-void Uploader::noteBatch(const QString&, const QString& mission)
+void Uploader::noteBatch(const QString& mission, const QString& firstRow)
 {
     if (isFromOther()) {
         return;
     }
     m_moved = true;
+    if (!firstRow.isEmpty() && std::exchange(m_firstRow, firstRow) == firstRow) {
+        leaveUnmarkable();
+        return;
+    }
     m_supervisor->noteBatch(mission);
     m_pipeline.noteBatch(mission);
     Q_EMIT changed();
@@ -247,6 +256,7 @@ void Uploader::noteFailed(const RequestFailure& failure)
     m_trouble = UploadTrouble{failure, m_trouble ? m_trouble->since : QDateTime::currentDateTime()};
     m_supervisor->noteSignOfLife(m_clock.elapsed());
     ++m_failures;
+    m_firstRow.clear();
     if (m_state == State::Paused) {
         // A failure starts the operator's timer again, and its ticks get through.
         Q_EMIT m_operator->link().startUploadTimer(false);
@@ -277,8 +287,6 @@ void Uploader::noteRearmed()
     Q_EMIT rearmed(text);
 }
 
-/// The file is closed: the batch in flight comes back to that, and the operator to rest, from which the
-/// supervisor leads it to the next file. To point it there at once would have the reply mark rows there.
 void Uploader::noteUnmarkable(const QString& mission)
 {
     const QString file = m_current.file;
@@ -288,6 +296,15 @@ void Uploader::noteUnmarkable(const QString& mission)
     if (MissionFile(file).waiting(mission) < m_backlog.waiting(batches)) {
         return; // marks that nobody had counted yet
     }
+    leaveUnmarkable();
+}
+
+/// The file is closed: the batch in flight comes back to that, and the operator to rest, from which the
+/// supervisor leads it to the next file. To point it there at once would have the reply mark rows there.
+void Uploader::leaveUnmarkable()
+{
+    const QString file = m_current.file;
+    m_firstRow.clear();
     Q_EMIT m_operator->link().startUploadTimer(false);
     const QString words = troubleWords(Trouble::NotMarkable, {file, whyNotMarkable(file)});
     Logger::instance().write(Level::Info, words);

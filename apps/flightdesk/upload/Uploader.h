@@ -92,11 +92,12 @@ private:
     void leave();
     void point(const QString& file, int delay);
     void noteBegan(OperatorLog::Rows rows, const QString& mission);
-    void noteBatch(const QString& project, const QString& mission);
+    void noteBatch(const QString& mission, const QString& firstRow);
     void noteFailed(const RequestFailure& failure);
     void notePassEnded();
     void noteRearmed();
     void noteUnmarkable(const QString& mission);
+    void leaveUnmarkable();
     bool isTimeToLeave() const;
     Backlog withoutUnmarkable(Backlog backlog);
     void setState(State state);
@@ -118,4 +119,5 @@ private:
     int m_failures = 0;    ///< since then
     QHash<QString, qint64> m_unmarkable; ///< files that take no marks, and when they are tried again
     std::optional<UploadTrouble> m_trouble;
+    QString m_firstRow; ///< of the latest batch, unless something else than its reply may have ended it
 };
