@@ -8,7 +8,7 @@
 #include "window/DownloadPage.h"
 #include "window/MainWindow.h"
 #include "window/Plot.h"
-#include "window/ProjectPage.h"
+#include "window/FlightsPage.h"
 #include "window/RecordPage.h"
 #include "window/StateLabel.h"
 #include "window/UploadPage.h"
@@ -47,7 +47,7 @@ struct Desk {
         window.resize(1280, 800);
         window.show();
         QApplication::setActiveWindow(&window); // no window manager does it
-        window.projectPage()->open(project.path("project"), true);
+        window.flightsPage()->open(project.path("project"), true);
     }
     bool isShown() { return QTest::qWaitForWindowExposed(&window); }
 

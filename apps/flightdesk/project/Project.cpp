@@ -12,6 +12,24 @@
 
 #include <utility>
 
+namespace
+{
+const QString IdFile = QStringLiteral("/project.ini");
+
+QStringList filesIn(const QString& path, const QStringList& patterns)
+{
+    QStringList files;
+    const QDir project(path);
+    for (const QString& name : project.entryList(QDir::AllDirs | QDir::NoDotAndDotDot, QDir::Name)) {
+        const QDir folder(project.absoluteFilePath(name));
+        for (const QString& file : folder.entryList(patterns, QDir::Files, QDir::Name)) {
+            files.append(folder.absoluteFilePath(file));
+        }
+    }
+    return files;
+}
+} // namespace
+
 Project::Project(QString path) : m_path(std::move(path))
 {
     CKvControl::GetInstance(true, EPlaneType::Multirotor)->SetProjectDirPath(m_path);
@@ -33,10 +51,16 @@ Project Project::open(const QString& path)
     return Project(QDir(path).absolutePath());
 }
 
+bool Project::isProject(const QString& path)
+{
+    return QFileInfo::exists(path + IdFile) ||
+           !filesIn(path, {QStringLiteral("*.kv"), QStringLiteral("*.db")}).isEmpty();
+}
+
 QString Project::id() const
 {
     const QString key = QStringLiteral("project/id");
-    QSettings settings(m_path + QStringLiteral("/project.ini"), QSettings::IniFormat);
+    QSettings settings(m_path + IdFile, QSettings::IniFormat);
     QUuid id(settings.value(key).toString());
     if (id.isNull()) {
         id = QUuid(UidToString(QUuid::createUuid()));
@@ -71,13 +95,5 @@ void Project::removeMissionFile(const QString& file) const
 
 QStringList Project::missionFiles(const QStringList& patterns) const
 {
-    QStringList files;
-    const QDir project(m_path);
-    for (const QString& name : project.entryList(QDir::AllDirs | QDir::NoDotAndDotDot, QDir::Name)) {
-        const QDir folder(project.absoluteFilePath(name));
-        for (const QString& file : folder.entryList(patterns, QDir::Files, QDir::Name)) {
-            files.append(folder.absoluteFilePath(file));
-        }
-    }
-    return files;
+    return filesIn(m_path, patterns);
 }

@@ -15,6 +15,9 @@ public:
     /// Opens a project that must exist, and makes it the current one of the process. Throws Failure.
     static Project open(const QString& path);
 
+    /// Whether a folder is one: it has a project's id, or flights.
+    static bool isProject(const QString& path);
+
     QString path() const { return m_path; }
     /// Stable id, kept in project.ini and made on first use; empty when it cannot be stored.
     QString id() const;

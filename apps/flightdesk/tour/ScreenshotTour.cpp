@@ -8,7 +8,7 @@
 #include "telemetry/FlightSimulator.h"
 #include "window/DownloadPage.h"
 #include "window/MainWindow.h"
-#include "window/ProjectPage.h"
+#include "window/FlightsPage.h"
 #include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
@@ -146,7 +146,7 @@ int takeScreenshots(const QStringList& arguments)
     MainWindow window(logFile);
     window.resize(1280, 800);
     window.show();
-    window.projectPage()->open(place.filePath(QStringLiteral("project")), true);
+    window.flightsPage()->open(place.filePath(QStringLiteral("project")), true);
     window.tabs()->setCurrentWidget(window.recordPage());
     if (!fly(window, server.url)) {
         throw Failure(QStringLiteral("the tour came to a halt: %1").arg(window.session().uploadText()));

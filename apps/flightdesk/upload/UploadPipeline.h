@@ -24,6 +24,8 @@ public:
     /// In words, empty when nothing is known to be on its way.
     /// \param interval  milliseconds between a failure and the next try
     QString text(qint64 now, int interval, const std::function<QString(const QString& mission)>& name) const;
+    /// Whose rows are on their way.
+    const QString& mission() const { return m_mission; }
     /// The last request failed.
     bool hasFailed() const { return m_failure.has_value(); }
 

@@ -38,6 +38,8 @@ public:
     bool isEasyFly() const { return m_easyFly; }
     /// The last request failed.
     bool hasFailed() const { return m_pipeline.hasFailed(); }
+    /// Whose rows are on their way; empty when nothing is known.
+    QString mission() const { return m_state == State::Running ? m_pipeline.mission() : QString(); }
     /// What the operator is doing, in words; empty when nothing is known.
     QString text(const std::function<QString(const QString& mission)>& name) const;
 

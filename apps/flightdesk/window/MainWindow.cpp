@@ -2,21 +2,47 @@
 #include "window/MainWindow.h"
 
 #include "window/DownloadPage.h"
+#include "window/FlightsPage.h"
+#include "window/FlightView.h"
 #include "window/LogPage.h"
-#include "window/ProjectPage.h"
 #include "window/RecordPage.h"
 #include "window/Rows.h"
 #include "window/UploadPage.h"
 
+#include <QtCore/QCoreApplication>
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QUrl>
+#include <QtGui/QDesktopServices>
 #include <QtWidgets/QAction>
+#include <QtWidgets/QMenuBar>
+#include <QtWidgets/QMessageBox>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QStatusBar>
 #include <QtWidgets/QTabWidget>
 
+namespace
+{
+/// The pages that are installed with the program, or lie where it was built; empty when there are none.
+QString documentation()
+{
+    const QDir programs(QCoreApplication::applicationDirPath());
+    for (const char* const place : {"../share/doc/flightdesk/html/index.html", "../../docs/html/index.html",
+                                    "../../../docs/getting-started.md"}) {
+        const QString path = programs.filePath(QLatin1String(place));
+        if (QFileInfo::exists(path)) {
+            return QDir::cleanPath(path);
+        }
+    }
+    return {};
+}
+} // namespace
+
 MainWindow::MainWindow(const QString& logFile, bool forDevelopers)
-    : m_tabs(new QTabWidget)
+    : m_recentMenu(new QMenu(tr("&Recent projects"), this))
+    , m_tabs(new QTabWidget)
     , m_banner(new QFrame)
-    , m_project(new ProjectPage(m_session))
+    , m_flights(new FlightsPage(m_session))
     , m_record(new RecordPage(m_session))
     , m_upload(new UploadPage(m_session))
     , m_download(new DownloadPage(m_session))
@@ -26,12 +52,13 @@ MainWindow::MainWindow(const QString& logFile, bool forDevelopers)
 {
     setWindowTitle(tr("flightdesk"));
     m_tabs->setDocumentMode(true);
-    addPage(m_project, tr("Project"));
+    addPage(m_flights, tr("Flights"));
     addPage(m_record, tr("Record"));
     addPage(m_upload, tr("Upload"));
     addPage(m_download, tr("Download"));
     addPage(new LogPage(m_session, logFile), tr("Log"));
     makeBanner();
+    makeMenus();
     auto* const centre = new QWidget;
     auto* const layout = new QVBoxLayout(centre);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -44,10 +71,16 @@ MainWindow::MainWindow(const QString& logFile, bool forDevelopers)
     connect(&m_session, &WindowSession::tokenRejected, this, &MainWindow::askForToken);
     connect(m_session.uploader(), &Uploader::changed, this, &MainWindow::showStatus);
     connect(&m_session, &WindowSession::looked, this, &MainWindow::showStatus);
-    connect(&m_session, &WindowSession::projectOpened, this, [this] {
-        setWindowTitle(tr("%1 - flightdesk").arg(m_session.projectPath()));
-        m_gaps.restart(); // what it took to build the window does not count
+    connect(&m_session, &WindowSession::projectOpened, this, &MainWindow::noteProject);
+    connect(m_flights, &FlightsPage::logsWanted, this, [this] {
+        m_tabs->setCurrentWidget(m_record);
+        m_record->chooseLogs();
     });
+    connect(m_flights, &FlightsPage::simulationWanted, this, [this] {
+        m_tabs->setCurrentWidget(m_record);
+        m_record->simulate();
+    });
+    connect(m_flights->flightView(), &FlightView::uploadWanted, this, &MainWindow::uploadNow);
     showStatus();
 }
 
@@ -66,7 +99,106 @@ void MainWindow::addPage(QWidget* page, const QString& title)
     auto* const action = new QAction(title, this);
     action->setShortcut(QKeySequence(tr("Ctrl+%1").arg(number)));
     connect(action, &QAction::triggered, m_tabs, [this, page] { m_tabs->setCurrentWidget(page); });
-    addAction(action);
+    m_pages.append(action);
+}
+
+void MainWindow::makeMenus()
+{
+    makeFileMenu();
+    QMenu* const view = menuBar()->addMenu(tr("&View"));
+    view->addActions(m_pages);
+    view->addSeparator();
+    QAction* const find = view->addAction(tr("&Find a flight"), this, [this] {
+        m_tabs->setCurrentWidget(m_flights);
+        m_flights->find();
+    });
+    find->setShortcut(QKeySequence::Find);
+    QAction* const details = view->addAction(tr("&Details for developers"));
+    details->setCheckable(true);
+    connect(details, &QAction::toggled, m_flights, &FlightsPage::showDetails);
+    makeHelpMenu();
+}
+
+void MainWindow::makeFileMenu()
+{
+    QMenu* const file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&New project..."), m_flights, &FlightsPage::chooseNew)
+        ->setShortcut(QKeySequence::New);
+    file->addAction(tr("&Open project..."), m_flights, &FlightsPage::choose)->setShortcut(QKeySequence::Open);
+    file->addMenu(m_recentMenu);
+    file->addSeparator();
+    QAction* const add = file->addAction(tr("&Add logs..."), m_flights, &FlightsPage::logsWanted);
+    add->setShortcut(QKeySequence(tr("Ctrl+L")));
+    QAction* const save = file->addAction(tr("&Export flight..."), this, [this] {
+        m_tabs->setCurrentWidget(m_flights);
+        m_flights->flightView()->chooseExport();
+    });
+    save->setShortcut(QKeySequence(tr("Ctrl+E")));
+    for (QAction* const action : {add, save}) {
+        action->setEnabled(false);
+        connect(&m_session, &WindowSession::projectOpened, action, [action] { action->setEnabled(true); });
+    }
+    file->addSeparator();
+    file->addAction(tr("&Quit"), this, &MainWindow::close)->setShortcut(QKeySequence(tr("Ctrl+Q")));
+    showRecent();
+}
+
+void MainWindow::makeHelpMenu()
+{
+    QMenu* const help = menuBar()->addMenu(tr("&Help"));
+    QAction* const pages = help->addAction(
+        tr("&Documentation"), this, [] { QDesktopServices::openUrl(QUrl::fromLocalFile(documentation())); });
+    pages->setShortcut(QKeySequence::HelpContents);
+    pages->setEnabled(!documentation().isEmpty());
+    help->addAction(tr("&About flightdesk"), this, &MainWindow::showAbout);
+}
+
+void MainWindow::showAbout()
+{
+    auto* const about = new QMessageBox(
+        QMessageBox::Information, tr("About flightdesk"),
+        tr("flightdesk %1\n\nRecords flights of unmanned aircraft, keeps them, and uploads them.\n"
+           "Licence: MIT")
+            .arg(QCoreApplication::applicationVersion()),
+        QMessageBox::Ok, this);
+    about->setAttribute(Qt::WA_DeleteOnClose);
+    about->open();
+}
+
+void MainWindow::setRecentProjects(const QStringList& projects)
+{
+    m_recent = projects;
+    showRecent();
+}
+
+void MainWindow::showRecent()
+{
+    m_recentMenu->clear();
+    for (const QString& path : qAsConst(m_recent)) {
+        m_recentMenu->addAction(path, m_flights, [this, path] { m_flights->open(path, false); });
+    }
+    m_recentMenu->setEnabled(!m_recent.isEmpty());
+}
+
+void MainWindow::noteProject()
+{
+    constexpr int Most = 8;
+    const QString path = m_session.projectPath();
+    setWindowTitle(tr("%1 - flightdesk").arg(path));
+    m_recent.removeAll(path);
+    m_recent.prepend(path);
+    setRecentProjects(m_recent.mid(0, Most));
+    m_gaps.restart(); // what it took to build the window does not count
+}
+
+void MainWindow::uploadNow()
+{
+    const Uploader::State state = m_session.uploader()->state();
+    if (state == Uploader::State::Paused) {
+        m_session.uploader()->resume();
+    } else if (state != Uploader::State::Running) {
+        askForToken();
+    }
 }
 
 void MainWindow::makeStatusBar()

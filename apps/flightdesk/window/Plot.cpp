@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "window/Plot.h"
 
+#include "window/Scale.h"
+
 #include <QtCore/QEvent>
 #include <QtCore/QtMath>
 #include <QtGui/QPen>
@@ -47,25 +49,13 @@ void Plot::setPoints(const QVector<QPointF>& points)
     const auto [low, high] =
         std::minmax_element(points.begin(), points.end(), [](QPointF a, QPointF b) { return a.y() < b.y(); });
     const double minutes = points.isEmpty() ? 1 : qMax(points.last().x(), 0.1);
-    setRange(m_x, 0, minutes, niceStep(minutes, 6));
+    setRange(m_x, 0, minutes, scale::niceStep(minutes, 6));
     const double bottom = points.isEmpty() ? 0 : low->y();
     const double top = points.isEmpty() ? 1 : qMax(high->y(), bottom + 0.1);
-    const double step = niceStep(top - bottom, 3);
+    const double step = scale::niceStep(top - bottom, 3);
     constexpr double Noise = 0.05; // of a step, not worth another one
     constexpr double Room = 0.2;
     setRange(m_y, std::floor(bottom / step + Noise) * step, top + Room * step, step);
-}
-
-double Plot::niceStep(double range, int parts)
-{
-    const double least = range / parts;
-    const double power = std::pow(10, std::floor(std::log10(least)));
-    for (const double factor : {1.0, 2.0, 5.0}) {
-        if (factor * power >= least) {
-            return factor * power;
-        }
-    }
-    return 10 * power;
 }
 
 void Plot::setRange(QValueAxis* axis, double low, double high, double step)
@@ -107,8 +97,7 @@ void Plot::applyColours()
 {
     const QPalette colours = palette();
     const QColor& text = colours.color(QPalette::Text);
-    QColor grid = text;
-    grid.setAlphaF(0.15);
+    const QColor grid = scale::gridColour(colours);
     setBackgroundBrush(colours.color(QPalette::Window));
     for (QValueAxis* axis : {m_x, m_y}) {
         axis->setLabelsColor(text);
@@ -173,7 +162,7 @@ void TrackPlot::fit()
         Margin * std::max({m_bounds.width() / area.width(), m_bounds.height() / area.height(), 0.05});
     const QPointF centre = m_bounds.center();
     const QPointF half(area.width() * metresPerPixel / 2, area.height() * metresPerPixel / 2);
-    const double step = niceStep(2 * std::min(half.x(), half.y()), 5);
+    const double step = scale::niceStep(2 * std::min(half.x(), half.y()), 5);
     setRange(xAxis(), centre.x() - half.x(), centre.x() + half.x(), step);
     setRange(yAxis(), centre.y() - half.y(), centre.y() + half.y(), step);
 }

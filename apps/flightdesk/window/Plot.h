@@ -29,8 +29,6 @@ protected:
     QtCharts::QValueAxis* xAxis() const { return m_x; }
     QtCharts::QValueAxis* yAxis() const { return m_y; }
     void addSeries(QtCharts::QXYSeries* series);
-    /// A step of 1, 2 or 5 times a power of ten that divides the range into so many parts at most.
-    static double niceStep(double range, int parts);
 
 private:
     const theme::Accent m_accent;

@@ -27,6 +27,7 @@ public:
     explicit RecordPage(WindowSession& session, QWidget* parent = nullptr);
 
     void recordLogs(const QStringList& paths);
+    void chooseLogs();
     void simulate();
     /// Shows the flight of a row.
     void select(int row);
@@ -41,7 +42,6 @@ protected:
 private:
     QLayout* makeControls();
     QWidget* makePlots();
-    void chooseLogs();
     void toggleStation();
     void showStation();
     void noteSamples(int flight);

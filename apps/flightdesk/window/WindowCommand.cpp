@@ -5,8 +5,8 @@
 #include "command/EndSignals.h"
 #include "telemetry/Latin1.h"
 #include "window/ConnectDialog.h"
+#include "window/FlightsPage.h"
 #include "window/MainWindow.h"
-#include "window/ProjectPage.h"
 #include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
@@ -19,6 +19,7 @@ namespace
 {
 // What is remembered from window to window; never the token.
 constexpr QLatin1String ProjectKey = "project"_l1;
+constexpr QLatin1String RecentKey = "recent"_l1;
 constexpr QLatin1String ServerKey = "server"_l1;
 constexpr QLatin1String LinksKey = "links"_l1;
 constexpr QLatin1String HeartbeatKey = "heartbeat"_l1;
@@ -41,10 +42,11 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     ConnectDialog* const links = window.recordPage()->links();
     links->setLinks(memory.value(LinksKey, links->links()).toString());
     links->setHeartbeat(memory.value(HeartbeatKey).toBool());
+    window.setRecentProjects(memory.value(RecentKey).toStringList());
     window.show();
     const QString folder = project.isEmpty() ? memory.value(ProjectKey).toString() : project;
     if (!folder.isEmpty()) {
-        window.projectPage()->open(folder, !project.isEmpty());
+        window.flightsPage()->open(folder, !project.isEmpty());
     }
     const QString token = qEnvironmentVariable("KV_TOKEN");
     qunsetenv("KV_TOKEN"); // no child process needs it
@@ -54,6 +56,7 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     const EndSignals endSignals;
     const int exitCode = QApplication::exec();
     memory.setValue(ProjectKey, window.session().projectPath());
+    memory.setValue(RecentKey, window.recentProjects());
     memory.setValue(ServerKey, window.uploadPage()->server());
     memory.setValue(LinksKey, links->links());
     memory.setValue(HeartbeatKey, links->hasHeartbeat());

@@ -29,6 +29,7 @@ WindowSession::WindowSession() : m_breakpoints(m_feed), m_uploader(m_feed)
             Q_EMIT tokenRejected();
         }
     });
+    connect(&m_reader, &FlightReader::figured, &m_missions, &MissionModel::setFigures);
     followStation();
     m_downloadThread.start();
 }
@@ -69,10 +70,14 @@ void WindowSession::openProject(const QString& path, bool make)
         throw Failure(tr("Vehicles are being recorded. Disconnect first."));
     }
     const Project project = make ? Project::make(path) : Project::open(path);
+    if (make) {
+        (void)project.id(); // by which it is known as one
+    }
     m_uploader.stop();
     m_looked = false;
     stopWatch();
     QCoreApplication::removePostedEvents(&m_missions); // the old project's missions, still on their way
+    m_reader.forget();
     m_project = project;
     m_missions.clear();
     startWatch();
@@ -87,13 +92,21 @@ void WindowSession::startWatch()
     connect(&m_watchThread, &QThread::finished, watch, &QObject::deleteLater);
     connect(watch, &MissionWatch::found, &m_missions, &MissionModel::update);
     connect(watch, &MissionWatch::gone, &m_missions, &MissionModel::remove);
-    connect(watch, &MissionWatch::looked, this, [this](bool network) {
-        m_network = network;
-        m_looked = true;
-        m_uploader.look(m_missions.backlog(m_uploader.isEasyFly()), network);
-        Q_EMIT looked();
-    });
+    connect(watch, &MissionWatch::looked, this, &WindowSession::noteLooked);
     m_watchThread.start();
+}
+
+void WindowSession::noteLooked(bool network)
+{
+    m_network = network;
+    m_looked = true;
+    m_uploader.look(m_missions.backlog(m_uploader.isEasyFly()), network);
+    m_missions.setUploading(m_uploader.mission());
+    const QVector<MissionRecord> unfigured = m_missions.takeUnfigured();
+    for (const MissionRecord& mission : unfigured) {
+        m_reader.figure(mission.file, mission.id);
+    }
+    Q_EMIT looked();
 }
 
 void WindowSession::stopWatch()

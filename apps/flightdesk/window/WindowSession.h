@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "book/FlightReader.h"
 #include "download/FileDownload.h"
 #include "operator/LogFeed.h"
 #include "project/MissionWatch.h"
@@ -44,6 +45,7 @@ public:
     void signIn(const QString& server, const QString& token);
 
     MissionModel* missions() { return &m_missions; }
+    FlightReader* reader() { return &m_reader; }
     FlightModel* flights() { return &m_flights; }
     LogModel* log() { return &m_log; }
     Uploader* uploader() { return &m_uploader; }
@@ -62,6 +64,7 @@ Q_SIGNALS:
 private:
     void followStation();
     void startWatch();
+    void noteLooked(bool network);
     void stopWatch();
 
     LogFeed m_feed;
@@ -75,6 +78,7 @@ private:
     RecorderPool m_recorders;
     LiveStation m_station;
     Uploader m_uploader; // ends before those that record, so that no late reply marks a breakpoint of theirs
+    FlightReader m_reader;
     QThread m_watchThread;
     QThread m_downloadThread;
 };
