@@ -215,7 +215,8 @@ private Q_SLOTS:
     {
         FlightSimulator flight(1, 0, 600), again(1, 0, 600);
         std::atomic_bool never{false}, cancelled{false};
-        PacedSource paced(flight, 1, cancelled), fast(again, 0, never);
+        const std::atomic<double> slow{1}, any{0};
+        PacedSource paced(flight, slow, cancelled), fast(again, any, never);
         std::thread thread([&paced] {
             for (TelemetryFrame frame; paced.next(&frame);) {
             }

@@ -43,7 +43,9 @@ public:
     /// Ends a recording early. What was received stays; an aircraft in the air gets a breakpoint.
     void cancel(int flight);
     void cancelAll();
-    bool isBusy() const { return !m_cancelled.isEmpty(); }
+    /// How fast the flights are recorded that have not ended.
+    void setSpeed(double speed);
+    bool isBusy() const { return !m_controls.isEmpty(); }
     /// Stores a breakpoint once more.
     void storeBreakpoint(const Project& project, const RecordedFlight& flight);
 
@@ -56,15 +58,17 @@ Q_SIGNALS:
     void finished(int flight, const RecordedFlight& result);
 
 private:
-    using Flag = std::shared_ptr<std::atomic_bool>;
-    RecordedFlight run(int flight, const Project& project, FlightTask task,
-                       const std::atomic_bool& cancelled);
+    /// How a flight is steered while it is recorded.
+    struct Control {
+        std::atomic_bool cancelled{false};
+        std::atomic<double> speed{0};
+    };
+    RecordedFlight run(int flight, const Project& project, FlightTask task, const Control& control);
     void look(int flight, FlightTask* task, const std::atomic_bool& cancelled);
     std::unique_ptr<FrameSource> open(int flight, FlightTask* task, const std::atomic_bool& cancelled);
-    RecordedFlight fly(int flight, const Project& project, FlightTask* task,
-                       const std::atomic_bool& cancelled);
+    RecordedFlight fly(int flight, const Project& project, FlightTask* task, const Control& control);
 
     QThreadPool m_threads;
-    QMap<int, Flag> m_cancelled; ///< of the flights that have not finished
+    QMap<int, std::shared_ptr<Control>> m_controls; ///< of the flights that have not finished
     int m_last = 0;
 };

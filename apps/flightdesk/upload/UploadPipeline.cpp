@@ -19,23 +19,36 @@ void UploadPipeline::noteSending(const QString& kind, const QString& mission)
 {
     m_kind = kind;
     m_mission = mission;
-    m_failure.reset();
+    m_isTrying = true;
 }
 
 void UploadPipeline::noteFailed(const RequestFailure& failure, qint64 now)
 {
+    if (!m_failure) {
+        m_failingSince = QDateTime::currentDateTime();
+    }
     m_failure = failure;
     m_failedAt = now;
+    m_isTrying = false;
     m_mission.clear();
 }
 
 QString UploadPipeline::text(qint64 now, int interval,
                              const std::function<QString(const QString&)>& name) const
 {
-    if (m_failure) {
-        const qint64 left = (m_failedAt + interval - now + 999) / 1000;
-        return left > 0 ? tr("Failed: %1. Next try in %2 s.").arg(m_failure->words).arg(left)
-                        : tr("Failed: %1. Trying again.").arg(m_failure->words);
+    if (const auto trouble = this->trouble(now, interval)) {
+        return trouble->secondsLeft > 0
+                   ? tr("Failed: %1. Next try in %2 s.").arg(trouble->words).arg(trouble->secondsLeft)
+                   : tr("Failed: %1. Trying again.").arg(trouble->words);
     }
     return m_mission.isEmpty() ? QString() : tr("Sending %1 of %2.").arg(m_kind, name(m_mission));
+}
+
+std::optional<UploadTrouble> UploadPipeline::trouble(qint64 now, int interval) const
+{
+    if (!m_failure) {
+        return std::nullopt;
+    }
+    const qint64 left = m_isTrying ? 0 : (m_failedAt + interval - now + 999) / 1000;
+    return UploadTrouble{m_failure->words, m_failingSince, left};
 }

@@ -36,10 +36,14 @@ public:
 
     State state() const { return m_state; }
     bool isEasyFly() const { return m_easyFly; }
-    /// The last request failed.
+    /// Requests fail, and nothing was accepted since.
     bool hasFailed() const { return m_pipeline.hasFailed(); }
     /// Whose rows are on their way; empty when nothing is known.
-    QString mission() const { return m_state == State::Running ? m_pipeline.mission() : QString(); }
+    QString mission() const
+    {
+        return m_state == State::Running && !hasFailed() ? m_pipeline.mission() : QString();
+    }
+    std::optional<UploadTrouble> trouble() const { return m_pipeline.trouble(m_clock.elapsed(), m_interval); }
     /// What the operator is doing, in words; empty when nothing is known.
     QString text(const std::function<QString(const QString& mission)>& name) const;
 

@@ -6,6 +6,7 @@
 #include "window/MissionModel.h"
 #include "window/NewProjectDialog.h"
 #include "window/Rows.h"
+#include "window/StateLabel.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
 
@@ -55,6 +56,7 @@ FlightsPage::FlightsPage(WindowSession& session, QWidget* parent)
     , m_from(makeDay(tr("From")))
     , m_to(makeDay(tr("To")))
     , m_sums(new QLabel)
+    , m_notice(new StateLabel)
     , m_view(new FlightView(session))
     , m_splitter(new QSplitter)
 {
@@ -69,10 +71,11 @@ FlightsPage::FlightsPage(WindowSession& session, QWidget* parent)
     m_splitter->addWidget(book);
     m_splitter->addWidget(m_view);
     m_splitter->setChildrenCollapsible(false);
-    m_splitter->setSizes({600, 500});
+    m_splitter->setSizes({720, 540});
     m_stack->addWidget(makeEmpty());
     m_stack->addWidget(m_splitter);
     auto* const all = new QVBoxLayout(this);
+    all->addWidget(m_notice);
     all->addWidget(m_stack);
     connect(&session, &WindowSession::looked, this, &FlightsPage::showSums);
     connect(&session, &WindowSession::projectOpened, this, &FlightsPage::showSums);
@@ -86,7 +89,7 @@ void FlightsPage::makeTable()
     m_table->setModel(m_proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({20, 16, 17, 16, 8, 0, 9, 7, 8, 8, 8, 13, 9, 24});
+    m_table->setWidths({20, 15, 14, 18, 9, 0, 9, 7, 8, 8, 8, 13, 9, 10});
     m_table->header()->moveSection(MissionModel::Start, 0);
     m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::Distance), 5);
     m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::State), 6);
@@ -207,6 +210,8 @@ void FlightsPage::showSums()
     m_first->setText(open ? tr("&Add logs...") : tr("&New project..."));
     m_second->setText(open ? tr("&Simulate") : tr("&Open project..."));
     m_stack->setCurrentIndex(open && missions.rowCount() > 0 ? 1 : 0);
+    m_notice->say(m_session.readOnlyText(), true);
+    m_notice->setVisible(!m_notice->text().isEmpty());
     double airborne = 0;
     double distance = 0;
     qint64 waiting = 0;

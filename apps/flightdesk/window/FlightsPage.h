@@ -12,6 +12,7 @@ class QLineEdit;
 class QPushButton;
 class QSplitter;
 class QStackedWidget;
+class StateLabel;
 class TableView;
 class WindowSession;
 
@@ -62,6 +63,7 @@ private:
     QDateEdit* m_from;
     QDateEdit* m_to;
     QLabel* m_sums;
+    StateLabel* m_notice;
     FlightView* m_view;
     QSplitter* m_splitter;
 };

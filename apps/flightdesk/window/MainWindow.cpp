@@ -13,6 +13,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
+#include <QtGui/QCloseEvent>
 #include <QtGui/QDesktopServices>
 #include <QtWidgets/QAction>
 #include <QtWidgets/QMenuBar>
@@ -189,6 +190,28 @@ void MainWindow::noteProject()
     m_recent.prepend(path);
     setRecentProjects(m_recent.mid(0, Most));
     m_gaps.restart(); // what it took to build the window does not count
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (m_mayClose || !m_session.isRecording()) {
+        QMainWindow::closeEvent(event);
+        return;
+    }
+    event->ignore();
+    auto* const question = new QMessageBox(
+        QMessageBox::Question, tr("Recording"),
+        tr("A flight is being recorded. When the window closes, its recording ends there; the part that is "
+           "recorded is kept."),
+        QMessageBox::NoButton, this);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    connect(question->addButton(tr("&Stop and close"), QMessageBox::DestructiveRole), &QPushButton::clicked,
+            this, [this] {
+                m_mayClose = true;
+                close();
+            });
+    question->addButton(tr("&Go on recording"), QMessageBox::RejectRole);
+    question->open();
 }
 
 void MainWindow::uploadNow()

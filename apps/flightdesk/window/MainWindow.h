@@ -38,6 +38,9 @@ public:
     QStringList recentProjects() const { return m_recent; }
     void setRecentProjects(const QStringList& projects);
 
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
 private:
     void addPage(QWidget* page, const QString& title);
     void makeMenus();
@@ -51,6 +54,7 @@ private:
     void makeBanner();
     void askForToken();
     void showStatus();
+    bool m_mayClose = false; ///< whoever works it was asked
 
     WindowSession m_session;
     LoopGapMeter m_gaps;

@@ -274,9 +274,9 @@ QString MissionModel::stateText(const Row& row) const
     QStringList parts;
     if (row.isGrowing()) {
         parts.append(tr("recording"));
-    } else if (mission.completedAt.isEmpty()) {
+    } else if (mission.completedAt.isEmpty() && !isVideo(mission.file)) {
         parts.append(tr("incomplete: it was not recorded to its end"));
-    } else if (mission.result != QLatin1String("completed")) {
+    } else if (!mission.completedAt.isEmpty() && mission.result != QLatin1String("completed")) {
         parts.append(row.figures          ? row.figures->end
                      : mission.breakpoint ? tr("interrupted at waypoint %1").arg(mission.breakpoint->waypoint)
                                           : tr("interrupted"));
@@ -307,7 +307,7 @@ QVariant MissionModel::text(const Row& row, int column) const
                    ? ageText(mission.oldestWaiting.secsTo(QDateTime::currentDateTime()))
                    : QString();
     case Distance:
-        return row.figures ? distanceText(row.figures->distance) : QString();
+        return row.figures && row.figures->place.hasPlace() ? distanceText(row.figures->distance) : QString();
     case State:
         return stateText(row);
     case BreakpointAt:

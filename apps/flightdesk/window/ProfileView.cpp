@@ -176,9 +176,11 @@ void ProfileView::drawStrip(QPainter& painter, int value) const
     const bool known = low <= high;
     if (known) {
         const double step = scale::niceStep(std::max(high - low, 0.1), 3);
-        const double bottom = std::floor(low / step) * step;
-        const double top = high + (high - low) * 0.35 + 0.05; // the title stands above the line
-        for (double mark = bottom; mark <= top; mark += step) {
+        constexpr double Noise = 0.05; // of a step, not worth another one
+        const double bottom = std::min(low, std::floor(low / step + Noise) * step);
+        const double title = double(fontMetrics().height()) / std::max(area.height(), 1); // stands above
+        const double top = bottom + std::max(high - bottom, 0.1) / std::max(1 - title, 0.2);
+        for (double mark = std::ceil(bottom / step - Noise) * step; mark <= top; mark += step) {
             const double y = area.bottom() - (mark - bottom) / (top - bottom) * area.height();
             painter.setPen(scale::gridColour(palette()));
             painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));

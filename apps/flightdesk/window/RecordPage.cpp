@@ -47,12 +47,12 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     , m_easyFly(new QCheckBox(tr("&Easy-fly")))
     , m_minutes(new QSpinBox)
     , m_interrupted(new QCheckBox(tr("&breaks off in the air")))
-    , m_cancel(new QPushButton(tr("&Cancel recording")))
+    , m_cancel(new QPushButton(tr("S&top...")))
     , m_connect(new QPushButton)
     , m_station(new StateLabel)
     , m_links(new ConnectDialog(session, this))
-    , m_table(new TableView(tr("Flights"), tr("Drop telemetry logs (.tlog) here, connect to vehicles, or "
-                                              "simulate a flight.")))
+    , m_table(new TableView(tr("Recordings"), tr("Drop telemetry logs (.tlog) here, connect to vehicles, or "
+                                                 "simulate a flight.")))
 {
     setAcceptDrops(true);
     m_table->setModel(session.flights());
@@ -95,21 +95,25 @@ QLayout* RecordPage::makeControls()
     m_speed->addItem(tr("flight speed"), 1.0);
     m_speed->addItem(tr("10 times"), 10.0);
     m_speed->addItem(tr("as fast as possible"), 0.0);
-    m_speed->setCurrentIndex(1);
+    m_speed->setCurrentIndex(2);
+    connect(m_speed, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+            [this] { m_session.setSpeed(m_speed->currentData().toDouble()); });
     m_easyFly->setToolTip(tr("Record video missions instead of flight missions."));
     auto* const add = new QPushButton(tr("&Add logs..."));
     connect(add, &QPushButton::clicked, this, &RecordPage::chooseLogs);
     connect(m_connect, &QPushButton::clicked, this, &RecordPage::toggleStation);
-    connect(m_cancel, &QPushButton::clicked, this, [this] { m_session.cancelRecording(selectedRow()); });
+    connect(m_cancel, &QPushButton::clicked, this, &RecordPage::askToStop);
     m_minutes->setRange(1, 1440);
     m_minutes->setValue(5);
     m_minutes->setSuffix(tr(" min"));
     m_minutes->setAccessibleName(tr("Length of the simulated flight"));
     auto* const start = new QPushButton(tr("&Simulate"));
     connect(start, &QPushButton::clicked, this, &RecordPage::simulate);
-    return sideBySide({{labelFor(tr("S&peed:"), m_speed), m_speed, m_easyFly},
-                       {add, m_connect},
-                       {start, m_minutes, m_interrupted, nullptr, m_cancel}});
+    auto* const rows = new QVBoxLayout;
+    rows->addLayout(
+        sideBySide({{add, m_connect}, {labelFor(tr("S&peed:"), m_speed), m_speed, nullptr, m_cancel}}));
+    rows->addLayout(sideBySide({{start, m_minutes, m_interrupted}, {m_easyFly, nullptr}}));
+    return rows;
 }
 
 QWidget* RecordPage::makePlots()
@@ -152,6 +156,31 @@ void RecordPage::toggleStation()
     } else {
         m_links->open();
     }
+}
+
+void RecordPage::askToStop()
+{
+    const int row = selectedRow();
+    const int flight = m_session.flights()->flightAt(row);
+    auto* const question =
+        new QMessageBox(QMessageBox::Question, tr("Stop recording"),
+                        tr("Stop recording %1, and what to do with the part that is recorded?")
+                            .arg(m_session.flights()->index(row, FlightModel::Name).data().toString()),
+                        QMessageBox::NoButton, this);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    const auto offer = [&](const QString& text, QMessageBox::ButtonRole role, bool keep) {
+        connect(question->addButton(text, role), &QPushButton::clicked, this, [this, flight, keep] {
+            for (int at = 0; at < m_session.flights()->rowCount(); ++at) {
+                if (m_session.flights()->flightAt(at) == flight && m_session.flights()->isRunning(at)) {
+                    m_session.stopRecording(at, keep);
+                }
+            }
+        });
+    };
+    offer(tr("&Keep it"), QMessageBox::AcceptRole, true);
+    offer(tr("&Discard it"), QMessageBox::DestructiveRole, false);
+    question->addButton(tr("&Go on recording"), QMessageBox::RejectRole);
+    question->open();
 }
 
 void RecordPage::showStation()

@@ -31,6 +31,7 @@ public:
     void simulate();
     /// Shows the flight of a row.
     void select(int row);
+    QComboBox* speed() const { return m_speed; }
     /// Where the links are entered.
     ConnectDialog* links() const { return m_links; }
 
@@ -43,6 +44,7 @@ private:
     QLayout* makeControls();
     QWidget* makePlots();
     void toggleStation();
+    void askToStop();
     void showStation();
     void noteSamples(int flight);
     void showFlight();

@@ -23,6 +23,9 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     , m_session(session)
     , m_server(new QLineEdit)
     , m_token(new QLineEdit)
+    , m_who(new QLabel)
+    , m_change(new QPushButton)
+    , m_fields(makeFields())
     , m_state(new StateLabel)
     , m_note(new StateLabel)
     , m_pause(new QPushButton)
@@ -47,7 +50,21 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     showState();
 }
 
+/// What is used stands in a line of its own; the fields are there only to enter something else.
 QLayout* UploadPage::makeSignIn()
+{
+    m_who->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_who->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    connect(m_change, &QPushButton::clicked, this, &UploadPage::changeServer);
+    QHBoxLayout* const row = sideBySide({{m_who, m_change}});
+    row->setStretchFactor(m_who, 1);
+    auto* const rows = new QVBoxLayout;
+    rows->addLayout(row);
+    rows->addWidget(m_fields);
+    return rows;
+}
+
+QWidget* UploadPage::makeFields()
 {
     m_server->setPlaceholderText(tr("https://fly.example"));
     m_token->setEchoMode(QLineEdit::Password);
@@ -60,7 +77,20 @@ QLayout* UploadPage::makeSignIn()
         {{labelFor(tr("Ser&ver:"), m_server), m_server, labelFor(tr("To&ken:"), m_token), m_token, button}});
     row->setStretchFactor(m_server, 2);
     row->setStretchFactor(m_token, 1);
-    return row;
+    row->setContentsMargins(0, 0, 0, 0);
+    auto* const fields = new QWidget;
+    fields->setLayout(row);
+    return fields;
+}
+
+void UploadPage::changeServer()
+{
+    m_changing = !m_changing;
+    m_server->setText(m_session.server());
+    showState();
+    if (m_changing) {
+        m_server->setFocus();
+    }
 }
 
 QLayout* UploadPage::makePipeline()
@@ -84,10 +114,9 @@ QLayout* UploadPage::makePipeline()
     rows->setContentsMargins(0, 8, 0, 8);
     rows->addWidget(m_state);
     rows->addWidget(m_note);
-    rows->addLayout(sideBySide({{m_pause, m_reset},
-                                {labelFor(tr("Retry a&fter:"), m_interval), m_interval},
-                                {labelFor(tr("Net&work:"), m_network), m_network},
-                                {m_easyFly, nullptr}}));
+    rows->addLayout(sideBySide({{m_pause, m_reset, m_easyFly, nullptr}}));
+    rows->addLayout(sideBySide({{labelFor(tr("Retry a&fter:"), m_interval), m_interval},
+                                {labelFor(tr("Net&work:"), m_network), m_network, nullptr}}));
     return rows;
 }
 
@@ -127,6 +156,7 @@ void UploadPage::signIn(const QString& token)
     try {
         m_session.signIn(m_server->text(), token);
         m_token->clear();
+        m_changing = false;
     } catch (const Failure& failure) {
         wrong = failure.words();
     }
@@ -162,6 +192,13 @@ void UploadPage::setNetwork(int choice)
 void UploadPage::showState()
 {
     const Uploader::State state = m_session.uploader()->state();
+    const bool used = state == Uploader::State::Running || state == Uploader::State::Paused;
+    m_who->setText(used ? tr("Signed in to %1").arg(m_session.server())
+                        : tr("Not signed in. Enter the server and the token that you have been given."));
+    m_who->setToolTip(m_who->text());
+    m_change->setVisible(used);
+    m_change->setText(m_changing ? tr("&Keep this server") : tr("C&hange server..."));
+    m_fields->setVisible(!used || m_changing);
     const bool running = state == Uploader::State::Running;
     const bool trouble = state == Uploader::State::TokenRejected || m_session.uploader()->hasFailed();
     m_state->say(m_session.hasProject() ? m_session.uploadText() : tr("Open a project first."), trouble);

@@ -4,6 +4,7 @@
 #include <QtWidgets/QWidget>
 
 class QCheckBox;
+class QLabel;
 class QComboBox;
 class QLineEdit;
 class QPushButton;
@@ -27,6 +28,8 @@ public:
 
 private:
     QLayout* makeSignIn();
+    QWidget* makeFields();
+    void changeServer();
     QLayout* makePipeline();
     QWidget* makeTable();
     void togglePause();
@@ -36,6 +39,10 @@ private:
     WindowSession& m_session;
     QLineEdit* m_server;
     QLineEdit* m_token;
+    QLabel* m_who;
+    QPushButton* m_change;
+    QWidget* m_fields;
+    bool m_changing = false; ///< another server is being entered while one is used
     StateLabel* m_state;
     StateLabel* m_note;
     QPushButton* m_pause;

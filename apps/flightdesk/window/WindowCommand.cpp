@@ -13,7 +13,9 @@
 
 #include <QtCore/QSettings>
 #include <QtCore/QStandardPaths>
+#include <QtGui/QScreen>
 #include <QtWidgets/QApplication>
+#include <QtWidgets/QComboBox>
 
 namespace
 {
@@ -22,6 +24,7 @@ constexpr QLatin1String ProjectKey = "project"_l1;
 constexpr QLatin1String RecentKey = "recent"_l1;
 constexpr QLatin1String ServerKey = "server"_l1;
 constexpr QLatin1String LinksKey = "links"_l1;
+constexpr QLatin1String SpeedKey = "speed"_l1;
 constexpr QLatin1String HeartbeatKey = "heartbeat"_l1;
 constexpr QLatin1String GeometryKey = "geometry"_l1;
 
@@ -36,12 +39,14 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
 {
     MainWindow window(makeLogFile(), forDevelopers);
     QSettings memory(QStringLiteral("flightdesk"), QStringLiteral("flightdesk"));
-    window.resize(1280, 800);
+    window.resize(QSize(1280, 800).boundedTo(QApplication::primaryScreen()->availableSize()));
     window.restoreGeometry(memory.value(GeometryKey).toByteArray());
     window.uploadPage()->setServer(server.isEmpty() ? memory.value(ServerKey).toString() : server);
     ConnectDialog* const links = window.recordPage()->links();
     links->setLinks(memory.value(LinksKey, links->links()).toString());
     links->setHeartbeat(memory.value(HeartbeatKey).toBool());
+    QComboBox* const speed = window.recordPage()->speed();
+    speed->setCurrentIndex(memory.value(SpeedKey, speed->currentIndex()).toInt());
     window.setRecentProjects(memory.value(RecentKey).toStringList());
     window.show();
     const QString folder = project.isEmpty() ? memory.value(ProjectKey).toString() : project;
@@ -60,6 +65,7 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     memory.setValue(ServerKey, window.uploadPage()->server());
     memory.setValue(LinksKey, links->links());
     memory.setValue(HeartbeatKey, links->hasHeartbeat());
+    memory.setValue(SpeedKey, speed->currentIndex());
     memory.setValue(GeometryKey, window.saveGeometry());
     return exitCode;
 }
