@@ -179,6 +179,21 @@ std::pair<qint64, qint64> FlightProfile::period() const
     return period.first > period.second ? std::pair<qint64, qint64>{0, 0} : period;
 }
 
+FlightProfile FlightProfile::of(const QVector<FlightSample>& samples)
+{
+    FlightProfile profile;
+    for (const FlightSample& sample : samples) {
+        const auto msec = qint64(sample.seconds * 1000);
+        if (!std::isnan(sample.lng)) {
+            profile.track.append({msec, sample.lng, sample.lat});
+        }
+        profile.values[Height].append({msec, sample.height, sample.height});
+        profile.values[Speed].append({msec, sample.speed, sample.speed});
+        profile.values[Battery].append({msec, sample.volts, sample.volts});
+    }
+    return profile;
+}
+
 void FlightProfile::read(Flight& flight, const std::function<void()>& step, const Take& take)
 {
     const QString time = QStringLiteral("time");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "export/Flight.h"
+#include "telemetry/FlightTrack.h"
 
 #include <QtCore/QMetaType>
 
@@ -29,6 +30,9 @@ struct FlightProfile {
     bool isEmpty() const { return track.isEmpty() && values[Height].isEmpty() && values[Battery].isEmpty(); }
     /// The time of the first and of the last of all that is known.
     std::pair<qint64, qint64> period() const;
+
+    /// Of a flight that goes on; times count from where its samples do.
+    static FlightProfile of(const QVector<FlightSample>& samples);
 
     using Take = std::function<void(const FlightProfile&)>;
     /// Tells it twice where the flight is long: after a few looks here and there, and with every peak. The

@@ -59,7 +59,7 @@ FlightView::FlightView(WindowSession& session, QWidget* parent)
     }
     m_events.setHorizontalHeaderLabels({tr("Time"), tr("What happened")});
     m_happened->setModel(&m_events);
-    m_happened->setWidths({9, 20});
+    m_happened->setWidths({7, 20});
     m_happened->setMinimumHeight(fontMetrics().height() * 4);
     for (QWidget* const part : std::initializer_list<QWidget*>{m_track, m_profile, m_happened}) {
         m_parts->addWidget(part);
@@ -71,7 +71,6 @@ FlightView::FlightView(WindowSession& session, QWidget* parent)
     layout->addWidget(m_name);
     layout->addWidget(m_facts);
     layout->addWidget(m_parts, 1);
-    layout->addWidget(m_readout);
     layout->addLayout(makeButtons());
 
     const FlightReader* const reader = session.reader();
@@ -93,7 +92,9 @@ QLayout* FlightView::makeButtons()
             [this] { QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(m_file).absolutePath())); });
     connect(m_upload, &QPushButton::clicked, this, &FlightView::uploadWanted);
     connect(m_session.reader(), &FlightReader::exported, m_readout, &StateLabel::say);
-    return sideBySide({{m_export, m_folder, m_upload, nullptr}});
+    QHBoxLayout* const row = sideBySide({{m_export, m_folder, m_upload}, {m_readout}});
+    row->setStretchFactor(m_readout, 1);
+    return row;
 }
 
 /// The row of the flight that is shown; rows move as files come and go.

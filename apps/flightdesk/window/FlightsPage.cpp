@@ -40,6 +40,7 @@ QDateEdit* makeDay(const QString& name)
 bool isDetail(int column)
 {
     return column == MissionModel::File || column == MissionModel::BreakpointAt ||
+           column == MissionModel::Uploaded ||
            (column >= MissionModel::MissionRow && column <= MissionModel::Oldest);
 }
 } // namespace
@@ -71,7 +72,8 @@ FlightsPage::FlightsPage(WindowSession& session, QWidget* parent)
     m_splitter->addWidget(book);
     m_splitter->addWidget(m_view);
     m_splitter->setChildrenCollapsible(false);
-    m_splitter->setSizes({720, 540});
+    m_splitter->setStretchFactor(0, 4);
+    m_splitter->setStretchFactor(1, 5);
     m_stack->addWidget(makeEmpty());
     m_stack->addWidget(m_splitter);
     auto* const all = new QVBoxLayout(this);
@@ -89,7 +91,7 @@ void FlightsPage::makeTable()
     m_table->setModel(m_proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({20, 15, 14, 18, 9, 0, 9, 7, 8, 8, 8, 13, 9, 10});
+    m_table->setWidths({20, 15, 13, 20, 9, 0, 9, 7, 8, 8, 8, 13, 9, 10, 0});
     m_table->header()->moveSection(MissionModel::Start, 0);
     m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::Distance), 5);
     m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::State), 6);
@@ -101,7 +103,8 @@ void FlightsPage::makeTable()
 void FlightsPage::showDetails(bool show)
 {
     for (int column = 0; column < MissionModel::ColumnCount; ++column) {
-        m_table->setColumnHidden(column, isDetail(column) && (!show || column == MissionModel::MissionRow));
+        m_table->setColumnHidden(column, isDetail(column) && (!show || column == MissionModel::MissionRow ||
+                                                              column == MissionModel::Uploaded));
     }
 }
 
@@ -237,5 +240,9 @@ void FlightsPage::resizeEvent(QResizeEvent* event)
 {
     QWidget::resizeEvent(event);
     const bool wide = width() > fontMetrics().averageCharWidth() * 120;
-    m_splitter->setOrientation(wide ? Qt::Horizontal : Qt::Vertical);
+    const Qt::Orientation way = wide ? Qt::Horizontal : Qt::Vertical;
+    if (m_splitter->orientation() != way || m_splitter->sizes().constFirst() == 0) {
+        m_splitter->setOrientation(way);
+        m_splitter->setSizes(wide ? QList<int>{560, 440} : QList<int>{350, 650});
+    }
 }

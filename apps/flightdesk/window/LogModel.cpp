@@ -9,7 +9,7 @@ constexpr int ShowInterval = 100; // milliseconds; line by line a busy log would
 constexpr int DropAtOnce = 2000;
 } // namespace
 
-LogModel::LogModel(QObject* parent) : TableModel({tr("Time"), tr("Level"), tr("Line")}, parent)
+LogModel::LogModel(QObject* parent) : TableModel({tr("Time"), tr("Level"), tr("What happened")}, parent)
 {
     m_timer.setSingleShot(true);
     m_timer.setInterval(ShowInterval);

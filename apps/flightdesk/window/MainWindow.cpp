@@ -117,6 +117,7 @@ void MainWindow::makeMenus()
     QAction* const details = view->addAction(tr("&Details for developers"));
     details->setCheckable(true);
     connect(details, &QAction::toggled, m_flights, &FlightsPage::showDetails);
+    connect(details, &QAction::toggled, m_upload, &UploadPage::showDetails);
     makeHelpMenu();
 }
 

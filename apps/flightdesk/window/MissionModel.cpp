@@ -20,6 +20,11 @@ bool isKind(int column)
     return column >= MissionModel::MissionRow && column <= MissionModel::Messages;
 }
 
+bool hasBar(int column)
+{
+    return isKind(column) || column == MissionModel::Uploaded;
+}
+
 /// Of all kinds where the column is about no kind.
 KindCount countOf(const MissionRecord& mission, int column)
 {
@@ -54,7 +59,7 @@ QString shortPath(const QString& file)
 MissionModel::MissionModel(QObject* parent)
     : TableModel({tr("File"), tr("Flight"), tr("Aircraft"), tr("Start (UTC)"), tr("Duration"),
                   tr("Mission row"), tr("Positions"), tr("Status"), tr("Log"), tr("Waiting"), tr("Oldest"),
-                  tr("Breakpoint"), tr("Distance"), tr("State")},
+                  tr("Breakpoint"), tr("Distance"), tr("State"), tr("Uploaded")},
                  parent)
 {
 }
@@ -230,7 +235,7 @@ QVariant MissionModel::data(const QModelIndex& index, int role) const
         return sortValue(row, column);
     case PercentRole: {
         const KindCount rows = countOf(row.mission, column);
-        return isKind(column) && rows.recorded > 0 ? int(100 * rows.marked / rows.recorded) : -1;
+        return hasBar(column) && rows.recorded > 0 ? int(100 * rows.marked / rows.recorded) : -1;
     }
     case BarTextRole: {
         const KindCount rows = countOf(row.mission, column);
@@ -384,7 +389,7 @@ MissionProxy::MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent
 
 QVariant MissionProxy::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    const bool overBars = m_onlyWaited && isKind(section);
+    const bool overBars = m_onlyWaited && hasBar(section);
     return overBars && role == Qt::TextAlignmentRole ? int(Qt::AlignCenter)
                                                      : RowFilter::headerData(section, orientation, role);
 }

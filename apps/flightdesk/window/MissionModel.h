@@ -29,7 +29,8 @@ public:
         Oldest,
         BreakpointAt,
         Distance,
-        State, ///< in a pilot's words
+        State,    ///< in a pilot's words
+        Uploaded, ///< of all rows, as a bar
         ColumnCount
     };
     enum OwnRole {

@@ -63,7 +63,7 @@ QString ProfileView::clock(qint64 msec)
 
 QSize ProfileView::minimumSizeHint() const
 {
-    return {fontMetrics().averageCharWidth() * 30, fontMetrics().height() * 8};
+    return {fontMetrics().averageCharWidth() * 24, fontMetrics().height() * 8};
 }
 
 QRect ProfileView::strip(int value) const
@@ -175,7 +175,9 @@ void ProfileView::drawStrip(QPainter& painter, int value) const
     }
     const bool known = low <= high;
     if (known) {
-        const double step = scale::niceStep(std::max(high - low, 0.1), 3);
+        const double step =
+            scale::niceStep(std::max(high - low, 0.1),
+                            std::max(1, std::min(4, area.height() / (fontMetrics().height() * 3 / 2))));
         constexpr double Noise = 0.05; // of a step, not worth another one
         const double bottom = std::min(low, std::floor(low / step + Noise) * step);
         const double title = double(fontMetrics().height()) / std::max(area.height(), 1); // stands above

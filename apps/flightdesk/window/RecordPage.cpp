@@ -2,10 +2,11 @@
 #include "window/RecordPage.h"
 
 #include "window/ConnectDialog.h"
-#include "window/Plot.h"
+#include "window/ProfileView.h"
 #include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/TableViews.h"
+#include "window/TrackView.h"
 #include "window/WindowSession.h"
 
 #include <QtCore/QFileInfo>
@@ -15,18 +16,15 @@
 #include <QtWidgets/QCheckBox>
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QFileDialog>
-#include <QtWidgets/QGridLayout>
 #include <QtWidgets/QHeaderView>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QSplitter>
 
-#include <utility>
-
 namespace
 {
-constexpr int RedrawInterval = 60; // milliseconds, for one plot after another
+constexpr int RedrawInterval = 100; // milliseconds
 
 QStringList logsIn(const QMimeData& data)
 {
@@ -84,7 +82,7 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     connect(session.station(), &LiveStation::changed, this, &RecordPage::showStation);
     m_redraw.setSingleShot(true);
     m_redraw.setInterval(RedrawInterval);
-    connect(&m_redraw, &QTimer::timeout, this, &RecordPage::showNextPlot);
+    connect(&m_redraw, &QTimer::timeout, this, &RecordPage::drawFlight);
     setEnabled(session.hasProject());
     showStation();
     showFlight();
@@ -118,19 +116,17 @@ QLayout* RecordPage::makeControls()
 
 QWidget* RecordPage::makePlots()
 {
-    m_track = new TrackPlot;
-    m_height = new Plot({}, tr("Height (m)"), theme::Accent::Height);
-    m_speedPlot = new Plot({}, tr("Speed (m/s)"), theme::Accent::Speed);
-    m_battery = new Plot(tr("Minutes"), tr("Battery (V)"), theme::Accent::Battery);
-    auto* const plots = new QWidget;
-    auto* const grid = new QGridLayout(plots);
-    grid->setContentsMargins(0, 0, 0, 0);
-    grid->addWidget(m_track, 0, 0, 3, 1);
-    grid->addWidget(m_height, 0, 1);
-    grid->addWidget(m_speedPlot, 1, 1);
-    grid->addWidget(m_battery, 2, 1);
-    grid->setColumnStretch(0, 1);
-    grid->setColumnStretch(1, 1);
+    m_track = new TrackView;
+    m_profile = new ProfileView;
+    auto* const plots = new QSplitter;
+    plots->addWidget(m_track);
+    plots->addWidget(m_profile);
+    plots->setSizes({500, 500});
+    plots->setChildrenCollapsible(false);
+    connect(m_profile, &ProfileView::pointedAt, this, [this](qint64 msec) {
+        m_track->setCursorTime(msec);
+        m_profile->setCursorTime(msec);
+    });
     return plots;
 }
 
@@ -252,42 +248,18 @@ void RecordPage::showFlight()
 {
     const int row = selectedRow();
     m_cancel->setEnabled(row >= 0 && m_session.flights()->isRunning(row));
-    if (isVisible()) {
-        m_outdated = {true, true, true, true};
-        if (!m_redraw.isActive()) {
-            m_redraw.start();
-        }
+    if (isVisible() && !m_redraw.isActive()) {
+        m_redraw.start();
     }
 }
 
-/// One plot at a time: to draw all of them at once would hold up the window.
-void RecordPage::showNextPlot()
-{
-    for (std::size_t i = 0; i < m_outdated.size(); ++i) {
-        const std::size_t plot = (m_nextPlot + i) % m_outdated.size();
-        if (std::exchange(m_outdated[plot], false)) {
-            showPlot(plot);
-            m_nextPlot = plot + 1;
-            m_redraw.start();
-            return;
-        }
-    }
-}
-
-void RecordPage::showPlot(std::size_t plot)
+void RecordPage::drawFlight()
 {
     const int row = selectedRow();
-    const FlightTrack track = row < 0 ? FlightTrack() : m_session.flights()->track(row);
-    if (plot == 0) {
-        const auto breakpoint = row < 0 ? std::nullopt : m_session.flights()->breakpoint(row);
-        m_track->setPoints(track.path());
-        m_track->setBreakpoint(breakpoint ? std::optional(track.place(breakpoint->lng, breakpoint->lat))
-                                          : std::nullopt);
-        return;
-    }
-    const std::pair<Plot*, double FlightSample::*> values[] = {{m_height, &FlightSample::height},
-                                                               {m_speedPlot, &FlightSample::speed},
-                                                               {m_battery, &FlightSample::volts}};
-    const auto& [view, value] = values[plot - 1];
-    view->setPoints(track.over(value));
+    const FlightProfile profile =
+        row < 0 ? FlightProfile() : FlightProfile::of(m_session.flights()->track(row).samples());
+    m_track->setTrack(profile.track);
+    m_track->setBreakpoint(row < 0 ? std::nullopt : m_session.flights()->breakpoint(row));
+    m_track->setCursorTime(profile.period().second);
+    m_profile->setProfile(profile);
 }

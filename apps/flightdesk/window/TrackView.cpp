@@ -47,7 +47,7 @@ void TrackView::setCursorTime(qint64 msec)
 
 QSize TrackView::minimumSizeHint() const
 {
-    return {fontMetrics().averageCharWidth() * 24, fontMetrics().height() * 7};
+    return {fontMetrics().averageCharWidth() * 18, fontMetrics().height() * 7};
 }
 
 /// East and north of the start, across the antimeridian as well.
@@ -139,7 +139,9 @@ void TrackView::drawMark(QPainter& painter, const QPointF& at, const QString& te
     const int line = fontMetrics().height();
     const int width = fontMetrics().horizontalAdvance(text);
     const double down = text == tr("start") ? line + 4 : text == tr("end") ? -8 : line / 3.0;
-    const double across = text == tr("breakpoint") ? 9 : -width / 2.0;
+    const double across = text != tr("breakpoint")       ? -width / 2.0
+                          : at.x() > this->width() * 0.6 ? -width - 9.0
+                                                         : 9.0;
     const double x = qBound(2.0, at.x() + across, std::max(2.0, double(this->width() - width - 2)));
     painter.setPen(palette().color(QPalette::Text));
     painter.drawText(QPointF(x, qBound(double(line), at.y() + down, height() - 4.0)), text);

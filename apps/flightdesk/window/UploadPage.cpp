@@ -31,6 +31,7 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     , m_pause(new QPushButton)
     , m_reset(new QPushButton(tr("R&estart round")))
     , m_interval(new QSpinBox)
+    , m_table(new TableView(tr("Upload progress"), tr("Nothing waits for upload.")))
     , m_easyFly(new QCheckBox(tr("Eas&y-fly missions")))
     , m_network(new QComboBox)
 {
@@ -122,22 +123,32 @@ QLayout* UploadPage::makePipeline()
 
 QWidget* UploadPage::makeTable()
 {
-    auto* const table = new TableView(tr("Upload progress"), tr("Nothing waits for upload."));
-    table->setModel(new MissionProxy(m_session.missions(), true, this));
-    table->setSortingEnabled(true);
-    table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    table->setWidths({0, 24, 0, 20, 0, 12, 18, 16, 20, 10});
-    for (const int column : {MissionModel::File, MissionModel::Aircraft, MissionModel::Duration,
-                             MissionModel::Oldest, MissionModel::BreakpointAt}) {
-        table->hideColumn(column);
+    m_table->setModel(new MissionProxy(m_session.missions(), true, this));
+    m_table->setSortingEnabled(true);
+    m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
+    m_table->setWidths({0, 20, 0, 20, 0, 11, 13, 13, 15, 11});
+    m_table->header()->moveSection(MissionModel::Uploaded, MissionModel::MissionRow);
+    m_table->header()->setStretchLastSection(false);
+    m_table->header()->setMinimumSectionSize(fontMetrics().averageCharWidth() * 9);
+    auto* const bars = new ProgressDelegate(m_table);
+    for (const int column :
+         {int(MissionModel::MissionRow), int(MissionModel::Positions), int(MissionModel::Statuses),
+          int(MissionModel::Messages), int(MissionModel::Uploaded)}) {
+        m_table->setItemDelegateForColumn(column, bars);
+        m_table->header()->setSectionResizeMode(column, QHeaderView::Stretch);
     }
-    table->header()->setStretchLastSection(false);
-    auto* const bars = new ProgressDelegate(table);
-    for (int column = MissionModel::MissionRow; column <= MissionModel::Messages; ++column) {
-        table->setItemDelegateForColumn(column, bars);
-        table->header()->setSectionResizeMode(column, QHeaderView::Stretch);
+    showDetails(false);
+    return m_table;
+}
+
+void UploadPage::showDetails(bool show)
+{
+    for (int column = 0; column < MissionModel::ColumnCount; ++column) {
+        const bool kind = column >= MissionModel::MissionRow && column <= MissionModel::Messages;
+        const bool plain = column == MissionModel::Mission || column == MissionModel::Start ||
+                           column == MissionModel::Waiting || (column == MissionModel::Uploaded && !show);
+        m_table->setColumnHidden(column, !plain && !(kind && show));
     }
-    return table;
 }
 
 QString UploadPage::server() const

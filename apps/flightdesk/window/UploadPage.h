@@ -10,6 +10,7 @@ class QLineEdit;
 class QPushButton;
 class QSpinBox;
 class StateLabel;
+class TableView;
 class WindowSession;
 
 /// Signs in, and shows and steers the upload.
@@ -23,6 +24,8 @@ public:
     QString server() const;
     void setServer(const QString& server);
     void signIn(const QString& token);
+    /// A bar for each kind of row.
+    void showDetails(bool show);
     /// Asks for a token.
     void askForToken();
 
@@ -48,6 +51,7 @@ private:
     QPushButton* m_pause;
     QPushButton* m_reset;
     QSpinBox* m_interval;
+    TableView* m_table;
     QCheckBox* m_easyFly;
     QComboBox* m_network;
 };

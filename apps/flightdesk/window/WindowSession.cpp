@@ -157,8 +157,10 @@ void WindowSession::notePace(const Backlog& backlog)
         m_told = backlog.settled;
         return;
     }
-    const bool moves = backlog.settled > m_settled.at(m_settled.size() - 2).second;
-    if (!moves && backlog.settled > m_told) { // it has come to an end, or to a halt
+    constexpr int TellInterval = 60000; // milliseconds
+    const bool done = backlog.sendable() == 0 || m_uploader.hasFailed();
+    if (backlog.settled > m_told && (done || m_clock.elapsed() - m_toldAt > TellInterval)) {
+        m_toldAt = m_clock.elapsed();
         m_log.note(tr("%1 records were sent and accepted.").arg(QLocale().toString(backlog.settled - m_told)),
                    int(Level::Info));
         m_told = backlog.settled;

@@ -99,8 +99,9 @@ private:
     QSet<int> m_unwanted; ///< flights whose files are removed when they have ended
     QElapsedTimer m_clock;
     QQueue<std::pair<qint64, qint64>> m_settled; ///< when how many rows had been accepted
-    qint64 m_told = 0;                           ///< accepted rows that the log tells of
-    QString m_trouble;                           ///< that the log tells of
+    qint64 m_toldAt = 0;
+    qint64 m_told = 0; ///< accepted rows that the log tells of
+    QString m_trouble; ///< that the log tells of
     RecorderPool m_recorders;
     LiveStation m_station;
     Uploader m_uploader; // ends before those that record, so that no late reply marks a breakpoint of theirs
