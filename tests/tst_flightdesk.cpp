@@ -217,7 +217,8 @@ private Q_SLOTS:
         QCOMPARE(
             TestProject::value(flight.file, "SELECT name || result FROM flight_mission, flight_complete"),
             QVariant(name + "interrupted"));
-        const auto easy = FlightRecorder(project, MissionFormat::video()).record(video, name, "a", "v.tlog");
+        const auto easy =
+            FlightRecorder(project, MissionFormat::video()).record(video, name, "a", {"v.tlog", {}, 0});
         QCOMPARE(easy.error, QString());
         QCOMPARE(TestProject::value(easy.file, "SELECT name || video_file FROM flight_video_mission"),
                  QVariant(name + "v.tlog"));

@@ -10,6 +10,7 @@
 #include "telemetry/PacedSource.h"
 #include "window/LogModel.h"
 #include "window/MissionModel.h"
+#include "words/Failure.h"
 
 #include <thread>
 
@@ -39,9 +40,8 @@ private Q_SLOTS:
         for (int column = MissionModel::Start; column <= MissionModel::State; ++column) {
             row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
         }
-        QCOMPARE(row.join('|'),
-                 QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0||incomplete: it was not "
-                         "recorded to its end, 7 records wait"));
+        QCOMPARE(row.join('|'), QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
+                                        "7 records wait"));
         QCOMPARE(model.index(1, MissionModel::BreakpointAt).data(Qt::ToolTipRole).toString(),
                  QString("waypoint 0 at 8.500000, 47.000000"));
         const int years = shown(model, 1, MissionModel::Oldest).section(' ', 0, 0).toInt() / 365;
@@ -116,7 +116,8 @@ private Q_SLOTS:
             {10000, 4201, "completed", 0, Obstacle::None, "4,201 records wait"},
             {10000, 4201, "interrupted", 38, Obstacle::None,
              "interrupted at waypoint 38, 4,201 records wait"},
-            {10, 1, "", 0, Obstacle::None, "incomplete: it was not recorded to its end, 1 records wait"},
+            {10, 1, "", 0, Obstacle::None, "not ended, 1 records wait"},
+            {10, 1, "incomplete", 0, Obstacle::None, "incomplete (4 s of 22:57), 1 records wait"},
             {10, 1, "completed", 0, Obstacle::NotMarkable, "1 records wait: the file is read-only"},
             {10, 1, "completed", 0, Obstacle::NoMissionRow,
              "1 records wait for the record of the flight itself"}};
@@ -127,6 +128,9 @@ private Q_SLOTS:
             mission.result = result;
             mission.completedAt = *result ? "2024-01-01T08:00:00.000Z" : "";
             mission.obstacle = obstacle;
+            mission.isIncomplete = mission.result == "incomplete";
+            mission.seconds = 4;
+            mission.wholeSeconds = 1377;
             mission.kinds = {{"pos_data", recorded, 0, recorded - waiting, waiting}};
             if (waypoint > 0) {
                 mission.breakpoint = Breakpoint{waypoint, 8, 47, 0};
@@ -256,7 +260,9 @@ private Q_SLOTS:
         QByteArray log;
         for (int i = 0; i < 100; ++i) {
             const QByteArray heartbeat = mavlink::payload(mavlink::Heartbeat{quint32(i), 2, 3});
-            log += TelemetryFrame{i, mavlink::encode({0, quint8(1 + i % 2), 1, heartbeat}, 0)}.logRecord();
+            log +=
+                TelemetryFrame{1448000000000000 + i, mavlink::encode({0, quint8(1 + i % 2), 1, heartbeat}, 0)}
+                    .logRecord();
         }
         FlightTask task;
         task.name = "n";
@@ -302,8 +308,12 @@ private Q_SLOTS:
         const std::atomic<double> slow{1}, any{0};
         PacedSource paced(flight, slow, cancelled), fast(again, any, never);
         std::thread thread([&paced] {
-            for (TelemetryFrame frame; paced.next(&frame);) {
-            }
+            TelemetryFrame frame;
+            const auto readAll = [&] {
+                while (paced.next(&frame)) {
+                }
+            };
+            QVERIFY_EXCEPTION_THROWN(readAll(), Failure);
         });
         for (TelemetryFrame frame; fast.next(&frame);) {
         }

@@ -2,7 +2,7 @@
 #include "book/FlightReader.h"
 
 #include "export/ExportFile.h"
-#include "Failure.h"
+#include "words/Failure.h"
 
 #include <QtCore/QLocale>
 

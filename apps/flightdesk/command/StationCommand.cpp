@@ -4,14 +4,14 @@
 #include "command/EndSignals.h"
 #include "command/FlightWords.h"
 #include "command/SignIn.h"
-#include "Failure.h"
 #include "link/SerialLink.h"
 #include "record/BreakpointKeeper.h"
 #include "record/RecorderPool.h"
 #include "station/Station.h"
 #include "station/StationReport.h"
-#include "telemetry/Latin1.h"
 #include "upload/Uploader.h"
+#include "words/Failure.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QRegularExpression>
@@ -250,7 +250,7 @@ int runStation(const QStringList& arguments)
         Console::printUsageError(QStringLiteral("--link ") + failure.words());
         return BadUsage;
     }
-    StationDesk desk(line, Project::make(line.project()), options, *keepFree);
+    StationDesk desk(line, Project::makeInNewFolder(line.project()), options, *keepFree);
     const EndSignals endSignals;
     std::signal(SIGPIPE, SIG_IGN); // recording goes on when nobody reads any more what is printed
     QCoreApplication::exec();

@@ -2,8 +2,8 @@
 #include "command/CommandLine.h"
 #include "command/Commands.h"
 #include "command/SignIn.h"
-#include "telemetry/Latin1.h"
 #include "upload/Uploader.h"
+#include "words/Latin1.h"
 
 #include <KvAlgorthm.h>
 

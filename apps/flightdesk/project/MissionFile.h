@@ -53,8 +53,28 @@ struct MissionCount {
     double clockOffset = 0; ///< seconds from the recorder's clock to the vehicle's own
     QString completedAt;    ///< ISO 8601 in UTC; empty while it is recorded, or when that broke off
     QString result;
+    QString logId;                 ///< of the content of the log that it was recorded from
+    bool isIncomplete = false;     ///< it was not recorded to its end
+    std::optional<qint64> seconds; ///< how long it is as far as it is stored
+    qint64 wholeSeconds = 0;       ///< and as its log has it; 0 when that is not known
     QVector<KindCount> kinds;
+
+    /// "incomplete (4 s of 22:57)"; empty for a flight that is whole.
+    QString incompleteWords() const;
 };
+
+/// `result` of a flight whose end nobody wrote: its recorder died.
+const QString RecorderEnded = QStringLiteral("recorder ended");
+
+/// What the document of a mission (flight_mission_data) tells of its recording. It goes to the server with
+/// the mission.
+namespace missionKeys
+{
+const QString Log = QStringLiteral("log");
+const QString LogId = QStringLiteral("log_id");
+const QString WholeSeconds = QStringLiteral("log_seconds");
+const QString Incomplete = QStringLiteral("incomplete");
+} // namespace missionKeys
 
 /// A short visit to a mission file that exists. Nothing is written.
 class MissionFile
@@ -98,6 +118,8 @@ private:
     QVector<MissionCount> readMissions();
     void readRows(const QString& table, QVector<MissionCount>* missions);
     void readEnds(QVector<MissionCount>* missions);
+    void readCompletions(QVector<MissionCount>* missions);
+    void readLength(MissionCount* mission, bool isAlone);
     void countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions);
 
     CKvDataBase m_database;

@@ -38,8 +38,8 @@ QString UploadPipeline::text(qint64 now, int interval,
 {
     if (const auto trouble = this->trouble(now, interval)) {
         return trouble->secondsLeft > 0
-                   ? tr("Failed: %1. Next try in %2 s.").arg(trouble->words).arg(trouble->secondsLeft)
-                   : tr("Failed: %1. Trying again.").arg(trouble->words);
+                   ? tr("Failed: %1. Next try in %2 s.").arg(trouble->headline).arg(trouble->secondsLeft)
+                   : tr("Failed: %1. Trying again.").arg(trouble->headline);
     }
     return m_mission.isEmpty() ? QString() : tr("Sending %1 of %2.").arg(m_kind, name(m_mission));
 }
@@ -50,5 +50,5 @@ std::optional<UploadTrouble> UploadPipeline::trouble(qint64 now, int interval) c
         return std::nullopt;
     }
     const qint64 left = m_isTrying ? 0 : (m_failedAt + interval - now + 999) / 1000;
-    return UploadTrouble{m_failure->words, m_failingSince, left};
+    return UploadTrouble{m_failure->headline, m_failure->todo, m_failingSince, left};
 }

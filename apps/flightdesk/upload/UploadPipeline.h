@@ -12,7 +12,8 @@
 
 /// What keeps rows from being accepted. It lasts until some are: to try again is no success.
 struct UploadTrouble {
-    QString words;
+    QString headline;
+    QString todo;
     QDateTime since;
     qint64 secondsLeft = 0; ///< to the next try; 0 while there is one
 };

@@ -39,8 +39,17 @@ void Uploader::start()
     setState(State::Running);
 }
 
+/// What an operator that was given up said last may still come, and is not this one's.
+bool Uploader::isFromOther() const
+{
+    return sender() != m_operator;
+}
+
 void Uploader::begin()
 {
+    if (isFromOther()) {
+        return;
+    }
     m_supervisor->noteSignOfLife(m_clock.elapsed());
     m_place = Place::Nowhere;
     if (m_state == State::Running) {
@@ -110,6 +119,9 @@ void Uploader::point(const QString& file, int delay)
 
 void Uploader::notePassEnded()
 {
+    if (isFromOther()) {
+        return;
+    }
     m_place = Place::Nowhere;
     if (m_state == State::Running) {
         goOn();
@@ -207,6 +219,9 @@ void Uploader::noteBegan(OperatorLog::Rows rows, const QString& mission)
 
 void Uploader::noteBatch(const QString&, const QString& mission)
 {
+    if (isFromOther()) {
+        return;
+    }
     m_moved = true;
     m_supervisor->noteBatch(mission);
     m_pipeline.noteBatch(mission);

@@ -77,6 +77,7 @@ private:
     /// Where the operator was sent.
     enum class Place { NotReady, Nowhere, EmptyFile, WaitingFile };
 
+    bool isFromOther() const;
     void begin();
     void goOn();
     void leave();

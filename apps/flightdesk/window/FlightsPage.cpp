@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "window/FlightsPage.h"
 
-#include "Failure.h"
 #include "window/FlightView.h"
 #include "window/MissionModel.h"
 #include "window/NewProjectDialog.h"
@@ -9,6 +8,7 @@
 #include "window/StateLabel.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
+#include "words/Failure.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QLocale>
@@ -213,7 +213,7 @@ void FlightsPage::showSums()
     m_first->setText(open ? tr("&Add logs...") : tr("&New project..."));
     m_second->setText(open ? tr("&Simulate") : tr("&Open project..."));
     m_stack->setCurrentIndex(open && missions.rowCount() > 0 ? 1 : 0);
-    m_notice->say(m_session.readOnlyText(), true);
+    m_notice->say(m_session.noticeText(), true);
     m_notice->setVisible(!m_notice->text().isEmpty());
     double airborne = 0;
     double distance = 0;

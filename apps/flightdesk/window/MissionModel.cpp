@@ -279,8 +279,10 @@ QString MissionModel::stateText(const Row& row) const
     QStringList parts;
     if (row.isGrowing()) {
         parts.append(tr("recording"));
+    } else if (mission.isIncomplete) {
+        parts.append(mission.incompleteWords());
     } else if (mission.completedAt.isEmpty() && !isVideo(mission.file)) {
-        parts.append(tr("incomplete: it was not recorded to its end"));
+        parts.append(tr("not ended"));
     } else if (!mission.completedAt.isEmpty() && mission.result != QLatin1String("completed")) {
         parts.append(row.figures          ? row.figures->end
                      : mission.breakpoint ? tr("interrupted at waypoint %1").arg(mission.breakpoint->waypoint)

@@ -79,6 +79,7 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     });
     connect(&session, &WindowSession::sampled, this, &RecordPage::noteSamples);
     connect(&session, &WindowSession::projectOpened, this, [this] { setEnabled(true); });
+    connect(&session, &WindowSession::knownLogFound, this, &RecordPage::askToRecordAgain);
     connect(session.station(), &LiveStation::changed, this, &RecordPage::showStation);
     m_redraw.setSingleShot(true);
     m_redraw.setInterval(RedrawInterval);
@@ -152,6 +153,19 @@ void RecordPage::toggleStation()
     } else {
         m_links->open();
     }
+}
+
+void RecordPage::askToRecordAgain(FlightTask task)
+{
+    task.anyway = true;
+    auto* const question =
+        new QMessageBox(QMessageBox::Question, tr("Add logs"),
+                        tr("%1 is in this project already. Record it again?").arg(task.name),
+                        QMessageBox::Yes | QMessageBox::No, this);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    connect(question->button(QMessageBox::Yes), &QPushButton::clicked, this,
+            [this, task] { m_session.record(task); });
+    question->open();
 }
 
 void RecordPage::askToStop()

@@ -43,6 +43,7 @@ private:
     QWidget* makePlots();
     void toggleStation();
     void askToStop();
+    void askToRecordAgain(FlightTask task);
     void showStation();
     void noteSamples(int flight);
     void showFlight();

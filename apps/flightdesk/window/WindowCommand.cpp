@@ -3,13 +3,13 @@
 
 #include "command/CommandLine.h"
 #include "command/EndSignals.h"
-#include "telemetry/Latin1.h"
 #include "window/ConnectDialog.h"
 #include "window/FlightsPage.h"
 #include "window/MainWindow.h"
 #include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QSettings>
 #include <QtCore/QStandardPaths>
@@ -51,7 +51,7 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     window.show();
     const QString folder = project.isEmpty() ? memory.value(ProjectKey).toString() : project;
     if (!folder.isEmpty()) {
-        window.flightsPage()->open(folder, !project.isEmpty());
+        window.flightsPage()->open(folder, !project.isEmpty() && !QFileInfo::exists(project));
     }
     const QString token = qEnvironmentVariable("KV_TOKEN");
     qunsetenv("KV_TOKEN"); // no child process needs it

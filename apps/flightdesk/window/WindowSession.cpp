@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "window/WindowSession.h"
 
-#include "Failure.h"
+#include "words/Failure.h"
 
 #include <KvAlgorthm.h>
 
@@ -59,7 +59,11 @@ void WindowSession::noteFinished(int flight, const RecordedFlight& result)
     } else {
         m_breakpoints.noteRecorded(result);
     }
+    const FlightTask task = m_tasks.take(flight);
     m_flights.finish(flight, told);
+    if (result.isKnown) {
+        Q_EMIT knownLogFound(task);
+    }
     m_log.note(tr("%1: %2").arg(told.name, told.error.isEmpty() ? tr("recorded") : told.error),
                int(told.error.isEmpty() ? Level::Info : Level::Warn));
     Q_EMIT sampled(flight);
@@ -101,9 +105,6 @@ void WindowSession::openProject(const QString& path, bool make)
         throw Failure(tr("Vehicles are being recorded. Disconnect first."));
     }
     const Project project = make ? Project::make(path) : Project::open(path);
-    if (make) {
-        (void)project.id(); // by which it is known as one
-    }
     m_uploader.stop();
     m_server.clear();
     m_settled.clear();
@@ -112,6 +113,8 @@ void WindowSession::openProject(const QString& path, bool make)
     QCoreApplication::removePostedEvents(&m_missions); // the old project's missions, still on their way
     m_reader.forget();
     m_project = project;
+    m_lock = std::make_unique<ProjectLock>(project, ProjectLock::Use::Uploading);
+    m_otherUploads = m_lock->take();
     m_missions.clear();
     startWatch();
     m_log.note(tr("Opened %1").arg(m_project->path()), int(Level::Info));
@@ -171,7 +174,7 @@ void WindowSession::notePace(const Backlog& backlog)
 void WindowSession::noteTrouble()
 {
     const auto trouble = m_uploader.trouble();
-    const QString words = trouble ? trouble->words : QString();
+    const QString words = trouble ? trouble->headline : QString();
     if (words != m_trouble) {
         m_log.note(words.isEmpty() ? tr("The server accepts records again.") : tr("Not sent: %1").arg(words),
                    int(words.isEmpty() ? Level::Info : Level::Warn));
@@ -197,23 +200,22 @@ QString WindowSession::paceText(const Backlog& backlog) const
 
 QString WindowSession::troubleText(const UploadTrouble& trouble, const QString& records) const
 {
-    const QString words = trouble.words.left(1).toUpper() + trouble.words.mid(1);
     const qint64 seconds = trouble.since.secsTo(QDateTime::currentDateTime());
     const QString again = trouble.secondsLeft > 0 ? tr("Trying again in %1 s.").arg(trouble.secondsLeft)
                                                   : tr("Trying again now.");
-    return tr("%1, since %2 (%3). %4 records are safe here. %5")
-        .arg(words, trouble.since.toString(QStringLiteral("hh:mm")), MissionModel::ageText(seconds), records,
-             again);
+    return tr("%1 since %2 (%3). %4 records are safe here. %5 %6")
+        .arg(trouble.headline, trouble.since.toString(QStringLiteral("hh:mm")),
+             MissionModel::ageText(seconds), records, trouble.todo, again);
 }
 
-QString WindowSession::readOnlyText() const
+QString WindowSession::noticeText() const
 {
-    return !m_project || QFileInfo(m_project->path()).isWritable()
-               ? QString()
-               : tr("This project is read-only: nothing can be recorded into it, and nothing uploaded from "
-                    "it, as "
-                    "what the server accepts could not be marked. Make %1 writable, or copy it.")
-                     .arg(m_project->path());
+    QStringList notices;
+    if (m_project) {
+        notices = QStringList{m_project->readOnlyWords(), m_otherUploads};
+        notices.removeAll({});
+    }
+    return notices.join(QLatin1Char('\n'));
 }
 
 void WindowSession::stopWatch()
@@ -225,7 +227,9 @@ void WindowSession::stopWatch()
 
 void WindowSession::record(const FlightTask& task)
 {
-    m_flights.add(m_recorders.record(*m_project, task), task.name);
+    const int flight = m_recorders.record(*m_project, task);
+    m_tasks.insert(flight, task);
+    m_flights.add(flight, task.name);
 }
 
 void WindowSession::stopRecording(int row, bool keep)
@@ -246,6 +250,10 @@ void WindowSession::signIn(const QString& server, const QString& token)
 {
     if (!m_project) {
         throw Failure(tr("Open a project first."));
+    }
+    m_otherUploads = m_lock->take();
+    if (!m_otherUploads.isEmpty()) {
+        throw Failure(m_otherUploads);
     }
     if (token.isEmpty()) {
         throw Failure(tr("Enter the token that the server has given you."));

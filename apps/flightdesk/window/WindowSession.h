@@ -5,6 +5,7 @@
 #include "download/FileDownload.h"
 #include "operator/LogFeed.h"
 #include "project/MissionWatch.h"
+#include "project/ProjectLock.h"
 #include "record/BreakpointKeeper.h"
 #include "record/RecorderPool.h"
 #include "upload/Uploader.h"
@@ -60,8 +61,8 @@ public:
     Uploader* uploader() { return &m_uploader; }
     /// The server that is used; empty when nobody is signed in.
     QString server() const { return m_server; }
-    /// Why nothing can be recorded into the project; empty when it can.
-    QString readOnlyText() const;
+    /// What is special about the project: that it is read-only, or that another program uploads it.
+    QString noticeText() const;
     /// What goes on with the upload, in a sentence or two.
     QString uploadText() const;
     /// A download that is yet to be started, on a thread on which it deletes itself at its end.
@@ -73,6 +74,8 @@ Q_SIGNALS:
     void looked();
     void sampled(int flight);
     void tokenRejected();
+    /// A log that is in the project already was not recorded again.
+    void knownLogFound(const FlightTask& task);
 
 private:
     void followStation();
@@ -93,6 +96,9 @@ private:
     FlightModel m_flights;
     BreakpointKeeper m_breakpoints;
     std::optional<Project> m_project;
+    std::unique_ptr<ProjectLock> m_lock; ///< one program at a time uploads
+    QString m_otherUploads;              ///< who else does; empty when nobody does
+    QHash<int, FlightTask> m_tasks;      ///< that have not ended
     bool m_network = true;
     bool m_looked = false; ///< since the project was opened
     QString m_server;
