@@ -7,9 +7,9 @@
 
 namespace
 {
-constexpr int Looks = 8000; // more than a screen is wide
+constexpr int Looks = 4000; // more than a screen is wide
 constexpr int LooksAtOnce = 500;
-constexpr int LooksInStretch = 4;
+constexpr int LooksInStretch = 2;
 const char* const LookSql = "SELECT rowid, %1 FROM %2 WHERE flight_mission_id = '%3' AND rowid IN (%4) "
                             "ORDER BY rowid";
 const char* const SpanSql = "SELECT %1 FROM %2 WHERE flight_mission_id = '%3' AND rowid >= %4 AND rowid < %5";

@@ -231,6 +231,8 @@ void MainWindow::makeStatusBar()
     for (QLabel* const label : {m_uploadText, m_network, m_gap}) {
         label->setContentsMargins(Space, 0, Space, 0);
     }
+    m_uploadText->setSizePolicy(QSizePolicy::Ignored,
+                                QSizePolicy::Preferred); // it is no wider than the window
     statusBar()->addWidget(m_uploadText, 1);
     statusBar()->addPermanentWidget(m_network);
     statusBar()->addPermanentWidget(m_gap);
@@ -261,7 +263,10 @@ void MainWindow::showStatus()
 {
     const Uploader& uploader = *m_session.uploader();
     m_banner->setVisible(uploader.state() == Uploader::State::TokenRejected);
-    m_uploadText->setText(m_session.hasProject() ? m_session.uploadText() : tr("Open a project to begin."));
+    const QString text = m_session.hasProject() ? m_session.uploadText() : tr("Open a project to begin.");
+    const int room = m_uploadText->contentsRect().width();
+    m_uploadText->setText(m_uploadText->fontMetrics().elidedText(text, Qt::ElideRight, room));
+    m_uploadText->setToolTip(text);
     const bool off = uploader.state() == Uploader::State::Off; // then nobody knows which network it takes
     m_network->setText(off ? QString() : m_session.hasNetwork() ? tr("Network") : tr("No network"));
     m_gap->setText(tr("Longest pause: %1 ms").arg(m_gaps.longestMilliseconds(), 0, 'f', 0));

@@ -176,7 +176,7 @@ void ProfileView::drawStrip(QPainter& painter, int value) const
     const bool known = low <= high;
     if (known) {
         const double step =
-            scale::niceStep(std::max(high - low, 0.1),
+            scale::niceStep(std::max(high - low, 0.1) * 0.98,
                             std::max(1, std::min(4, area.height() / (fontMetrics().height() * 3 / 2))));
         constexpr double Noise = 0.05; // of a step, not worth another one
         const double bottom = std::min(low, std::floor(low / step + Noise) * step);
