@@ -32,9 +32,8 @@ public:
     {
         QObject::connect(&m_uploader, &Uploader::failed, &m_uploader,
                          [this](const RequestFailure& failure) { noteFailure(failure); });
-        QObject::connect(&m_uploader, &Uploader::unmarkable, &m_uploader, [this](const QString& file) {
-            m_console.note(QStringLiteral("accepted rows cannot be marked in %1").arg(file));
-        });
+        QObject::connect(&m_uploader, &Uploader::unmarkable, &m_uploader,
+                         [this](const QString&, const QString& words) { m_console.note(words); });
         QObject::connect(
             &m_breakpoints, &BreakpointKeeper::storeAgain, &m_pool,
             [this, project](const RecordedFlight& flight) { m_pool.storeBreakpoint(project, flight); });

@@ -9,6 +9,7 @@
 #include <QtCore/QDateTime>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QStorageInfo>
 #include <QtCore/QVariant>
 #include <QtSql/QSqlRecord>
 
@@ -314,16 +315,32 @@ QString MissionFile::missionColumn(const QString& kind)
     return missionTables().contains(kind) ? QStringLiteral("id") : QStringLiteral("flight_mission_id");
 }
 
-Obstacle obstacleOf(bool hasMissionRow, bool markable)
+Obstacle obstacleOf(bool hasMissionRow, Obstacle ofFile)
 {
-    if (!hasMissionRow) {
-        return Obstacle::NoMissionRow;
-    }
-    return markable ? Obstacle::None : Obstacle::NotMarkable;
+    return hasMissionRow ? ofFile : Obstacle::NoMissionRow;
 }
 
-bool MissionFile::isMarkable(const QString& path)
+QString obstacleWords(Obstacle obstacle)
+{
+    switch (obstacle) {
+    case Obstacle::NoMissionRow:
+        return QStringLiteral("the mission has no row of its own, so its records are never sent");
+    case Obstacle::NotMarkable:
+        return QStringLiteral("the file, its folder or its disk is read-only");
+    case Obstacle::DiskFull:
+        return QStringLiteral("the disk is full");
+    case Obstacle::None:
+        break;
+    }
+    return {};
+}
+
+Obstacle MissionFile::markObstacle(const QString& path)
 {
     const QFileInfo file(path);
-    return file.isWritable() && QFileInfo(file.absolutePath()).isWritable();
+    const QStorageInfo disk(file.absolutePath());
+    if (!file.isWritable() || !QFileInfo(file.absolutePath()).isWritable() || disk.isReadOnly()) {
+        return Obstacle::NotMarkable;
+    }
+    return disk.bytesAvailable() < LeastRoom ? Obstacle::DiskFull : Obstacle::None;
 }

@@ -28,9 +28,16 @@ struct MissionFormat {
 enum class Obstacle {
     None,
     NoMissionRow, ///< only rows of a mission with a row of its own are ever sent
-    NotMarkable,  ///< the file or its folder is read-only, so that accepted rows cannot be marked
+    NotMarkable,  ///< the file, its folder or its disk is read-only, so that accepted rows cannot be marked
+    DiskFull,     ///< nor when the disk is full
 };
-Obstacle obstacleOf(bool hasMissionRow, bool markable);
+/// \param ofFile  what goes for all of its file
+Obstacle obstacleOf(bool hasMissionRow, Obstacle ofFile);
+/// Why, in words; empty for None.
+QString obstacleWords(Obstacle obstacle);
+/// The room below which a disk is taken to be full, in bytes: marks and records take some while they are
+/// written.
+constexpr qint64 LeastRoom = 1024LL * 1024;
 
 /// Rows of one kind that one mission has in one file.
 struct KindCount {
@@ -110,8 +117,8 @@ public:
 
     /// Column of a table with uploaded rows that names the mission.
     static QString missionColumn(const QString& kind);
-    /// Whether accepted rows can be marked: neither the file nor its folder is read-only.
-    static bool isMarkable(const QString& path);
+    /// Why accepted rows cannot be marked: the file or its folder is read-only, or the disk is full.
+    static Obstacle markObstacle(const QString& path);
 
 private:
     /// Those with a row of their own, and how they ended.

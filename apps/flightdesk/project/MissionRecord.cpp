@@ -69,7 +69,7 @@ MissionsOfFile MissionsOfFile::read(const QString& path)
         static_cast<MissionCount&>(mission) = count;
         mission.file = path;
         mission.start = isoTime(count.startedAt);
-        mission.obstacle = obstacleOf(count.hasRow, MissionFile::isMarkable(path));
+        mission.obstacle = obstacleOf(count.hasRow, MissionFile::markObstacle(path));
         mission.oldestWaiting = oldestWaiting(file, mission);
         result.missions.append(mission);
     }

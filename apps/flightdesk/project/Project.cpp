@@ -121,7 +121,6 @@ void Project::removeMissionFile(const QString& file) const
 
 std::optional<Trouble> Project::diskTrouble() const
 {
-    constexpr qint64 LeastRoom = 1024LL * 1024;
     const QStorageInfo disk(m_path);
     if (disk.isReadOnly()) {
         return Trouble::DiskReadOnly;

@@ -19,36 +19,28 @@ void UploadPipeline::noteSending(const QString& kind, const QString& mission)
 {
     m_kind = kind;
     m_mission = mission;
-    m_isTrying = true;
+    m_failure.reset();
 }
 
 void UploadPipeline::noteFailed(const RequestFailure& failure, qint64 now)
 {
-    if (!m_failure) {
-        m_failingSince = QDateTime::currentDateTime();
-    }
     m_failure = failure;
     m_failedAt = now;
-    m_isTrying = false;
     m_mission.clear();
+}
+
+int UploadPipeline::secondsToTry(qint64 now, int interval) const
+{
+    return m_failure ? int(qMax(qint64(0), (m_failedAt + interval - now + 999) / 1000)) : 0;
 }
 
 QString UploadPipeline::text(qint64 now, int interval,
                              const std::function<QString(const QString&)>& name) const
 {
-    if (const auto trouble = this->trouble(now, interval)) {
-        return trouble->secondsLeft > 0
-                   ? tr("Failed: %1. Next try in %2 s.").arg(trouble->headline).arg(trouble->secondsLeft)
-                   : tr("Failed: %1. Trying again.").arg(trouble->headline);
+    if (m_failure) {
+        const int left = secondsToTry(now, interval);
+        return left > 0 ? tr("Failed: %1. Next try in %2 s.").arg(m_failure->headline).arg(left)
+                        : tr("Failed: %1. Trying again.").arg(m_failure->headline);
     }
     return m_mission.isEmpty() ? QString() : tr("Sending %1 of %2.").arg(m_kind, name(m_mission));
-}
-
-std::optional<UploadTrouble> UploadPipeline::trouble(qint64 now, int interval) const
-{
-    if (!m_failure) {
-        return std::nullopt;
-    }
-    const qint64 left = m_isTrying ? 0 : (m_failedAt + interval - now + 999) / 1000;
-    return UploadTrouble{m_failure->headline, m_failure->todo, m_failingSince, left};
 }

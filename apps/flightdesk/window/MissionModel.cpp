@@ -264,6 +264,8 @@ QString MissionModel::waitingText(const MissionRecord& mission) const
         return tr("%1 for the record of the flight itself").arg(waits);
     case Obstacle::NotMarkable:
         return tr("%1: the file is read-only").arg(waits);
+    case Obstacle::DiskFull:
+        return tr("%1: the disk is full").arg(waits);
     case Obstacle::None:
         break;
     }

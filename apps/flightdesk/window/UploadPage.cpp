@@ -211,7 +211,8 @@ void UploadPage::showState()
     m_change->setText(m_changing ? tr("&Keep this server") : tr("C&hange server..."));
     m_fields->setVisible(!used || m_changing);
     const bool running = state == Uploader::State::Running;
-    const bool trouble = state == Uploader::State::TokenRejected || m_session.uploader()->hasFailed();
+    const bool trouble =
+        state == Uploader::State::TokenRejected || m_session.uploader()->trouble().has_value();
     m_state->say(m_session.hasProject() ? m_session.uploadText() : tr("Open a project first."), trouble);
     m_pause->setText(running ? tr("&Pause") : tr("&Start"));
     m_pause->setEnabled(running || state == Uploader::State::Paused);

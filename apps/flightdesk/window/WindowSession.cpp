@@ -161,7 +161,7 @@ void WindowSession::notePace(const Backlog& backlog)
         return;
     }
     constexpr int TellInterval = 60000; // milliseconds
-    const bool done = backlog.sendable() == 0 || m_uploader.hasFailed();
+    const bool done = backlog.sendable() == 0 || m_uploader.trouble().has_value();
     if (backlog.settled > m_told && (done || m_clock.elapsed() - m_toldAt > TellInterval)) {
         m_toldAt = m_clock.elapsed();
         m_log.note(tr("%1 records were sent and accepted.").arg(QLocale().toString(backlog.settled - m_told)),
@@ -173,8 +173,8 @@ void WindowSession::notePace(const Backlog& backlog)
 
 void WindowSession::noteTrouble()
 {
-    const auto trouble = m_uploader.trouble();
-    const QString words = trouble ? trouble->headline : QString();
+    const auto& trouble = m_uploader.trouble();
+    const QString words = trouble ? trouble->failure.headline : QString();
     if (words != m_trouble) {
         m_log.note(words.isEmpty() ? tr("The server accepts records again.") : tr("Not sent: %1").arg(words),
                    int(words.isEmpty() ? Level::Info : Level::Warn));
@@ -201,11 +201,11 @@ QString WindowSession::paceText(const Backlog& backlog) const
 QString WindowSession::troubleText(const UploadTrouble& trouble, const QString& records) const
 {
     const qint64 seconds = trouble.since.secsTo(QDateTime::currentDateTime());
-    const QString again = trouble.secondsLeft > 0 ? tr("Trying again in %1 s.").arg(trouble.secondsLeft)
-                                                  : tr("Trying again now.");
+    const int left = m_uploader.secondsToTry();
+    const QString again = left > 0 ? tr("Trying again in %1 s.").arg(left) : tr("Trying again now.");
     return tr("%1 since %2 (%3). %4 records are safe here. %5 %6")
-        .arg(trouble.headline, trouble.since.toString(QStringLiteral("hh:mm")),
-             MissionModel::ageText(seconds), records, trouble.todo, again);
+        .arg(trouble.failure.headline, trouble.since.toString(QStringLiteral("hh:mm")),
+             MissionModel::ageText(seconds), records, trouble.failure.todo, again);
 }
 
 QString WindowSession::noticeText() const
@@ -303,7 +303,7 @@ QString WindowSession::uploadText() const
         return tr("%1 The rest cannot be sent: the record of its flight is missing, or a file is read-only.")
             .arg(waiting);
     }
-    if (const auto trouble = m_uploader.trouble()) {
+    if (const auto& trouble = m_uploader.trouble()) {
         return troubleText(*trouble, records) + unread;
     }
     const QString doing =

@@ -61,6 +61,8 @@ const QVector<TroubleText>& allTroubles()
          "Look at the disk or the card that the log is on, then add it again"},
         {Trouble::NotMarkable, "Accepted records cannot be marked in %1: %2", "all records are safe here",
          "Mend that, then upload again; until then nothing more of this file is sent"},
+        {Trouble::NotSendable, "Some records cannot be sent: %1", "all records are safe here",
+         "Mend that, then upload again"},
         {Trouble::NoNetwork, "No network", "all records are safe here",
          "They are sent when there is one again"},
         {Trouble::UnknownHost, "Unknown server: there is no host \"%1\"", "all records are safe here",

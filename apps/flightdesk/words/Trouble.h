@@ -22,6 +22,7 @@ enum class Trouble {
     SameLog,
     BrokeOff,
     NotMarkable,
+    NotSendable,
     NoNetwork,
     UnknownHost,
     NoConnection,
