@@ -111,7 +111,7 @@ void FlightsPage::showDetails(bool show)
 QLayout* FlightsPage::makeSearchRow()
 {
     m_search = makeSearch(tr("Find a flight"), m_proxy);
-    m_search->setMinimumWidth(fontMetrics().averageCharWidth() * 14);
+    m_search->setMinimumWidth(fontMetrics().averageCharWidth() * 8);
     connect(m_search, &QLineEdit::textChanged, this, &FlightsPage::showSums);
     connect(m_from, &QDateEdit::dateChanged, this, &FlightsPage::filter);
     connect(m_to, &QDateEdit::dateChanged, this, &FlightsPage::filter);
