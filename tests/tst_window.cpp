@@ -554,6 +554,7 @@ private Q_SLOTS:
         QElapsedTimer opening;
         opening.start();
         MissionModel& missions = *desk.window.session().missions();
+        desk.window.flightsPage()->flightView()->show(-1);
         for (int row = 0; row < missions.rowCount(); ++row) {
             if (missions.record(row).id == "m") {
                 desk.window.flightsPage()->flightView()->show(row);

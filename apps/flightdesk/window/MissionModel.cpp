@@ -258,7 +258,7 @@ QString MissionModel::waitingText(const MissionRecord& mission) const
     if (mission.id == m_uploading && all.recorded > 0) {
         return tr("uploading %1 %").arg(100 * all.marked / all.recorded);
     }
-    const QString waits = tr("%1 records wait").arg(QLocale().toString(all.waiting));
+    QString waits = tr("%1 records wait").arg(QLocale().toString(all.waiting));
     switch (mission.obstacle) {
     case Obstacle::NoMissionRow:
         return tr("%1 for the record of the flight itself").arg(waits);

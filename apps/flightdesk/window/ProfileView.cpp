@@ -182,7 +182,10 @@ void ProfileView::drawStrip(QPainter& painter, int value) const
         const double bottom = std::min(low, std::floor(low / step + Noise) * step);
         const double title = double(fontMetrics().height()) / std::max(area.height(), 1); // stands above
         const double top = bottom + std::max(high - bottom, 0.1) / std::max(1 - title, 0.2);
-        for (double mark = std::ceil(bottom / step - Noise) * step; mark <= top; mark += step) {
+        const double first = std::ceil(bottom / step - Noise) * step;
+        const int marks = int((top - first) / step) + 1;
+        for (int i = 0; i < marks; ++i) {
+            const double mark = first + i * step;
             const double y = area.bottom() - (mark - bottom) / (top - bottom) * area.height();
             painter.setPen(scale::gridColour(palette()));
             painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));
