@@ -151,9 +151,10 @@ private Q_SLOTS:
     void aProfileKeepsItsPeaks()
     {
         const FlightProject project(40000, 3, 0);
-        QVERIFY(project.run("UPDATE pos_data SET time = strftime('%Y-%m-%dT%H:%M:%fZ', 1720000000 + rowid, "
-                            "'unixepoch'), lng = 8, lat = iif(rowid < 100, NULL, 47), speed = NULL, "
-                            "relative_alt = CASE rowid WHEN 12346 THEN 777 WHEN 20009 THEN -5 ELSE 10 END"));
+        QVERIFY(project.run(
+            "UPDATE pos_data SET time = strftime('%Y-%m-%dT%H:%M:%fZ', 1720000000 + rowid, "
+            "'unixepoch'), lng = 8, lat = CASE WHEN rowid < 100 THEN NULL ELSE 47 END, speed = NULL, "
+            "relative_alt = CASE rowid WHEN 12346 THEN 777 WHEN 20009 THEN -5 ELSE 10 END"));
         MissionFile file(project.db);
         Flight flight(file, file.missions().constFirst());
         QVector<FlightProfile> told;
@@ -177,12 +178,12 @@ private Q_SLOTS:
         QByteArray text(51, '\0');
         text.replace(0, 12, "\3Low battery");
         const QByteArray frame = mavlink::encode({mavlink::StatusText::Id, 1, 1, text}, 0);
-        QVERIFY(project.run("UPDATE uas_status SET time = '2026-07-05T08:00:' || CASE rowid WHEN 4 THEN 30 "
-                            "ELSE '0' || rowid END "
-                            "|| '.000Z', armed = rowid > 1, flight_mode = iif(rowid < 3, 'AUTO', 'LAND')",
-                            "UPDATE flight_monitor_detail_log SET message = x'" +
-                                TelemetryFrame{1783238402500000, frame}.logRecord().toHex() +
-                                "' WHERE rowid = 2"));
+        QVERIFY(project.run(
+            "UPDATE uas_status SET time = '2026-07-05T08:00:' || CASE rowid WHEN 4 THEN 30 "
+            "ELSE '0' || rowid END "
+            "|| '.000Z', armed = rowid > 1, flight_mode = substr('AUTOLAND', 4 * (rowid > 2) + 1, 4)",
+            "UPDATE flight_monitor_detail_log SET message = x'" +
+                TelemetryFrame{1783238402500000, frame}.logRecord().toHex() + "' WHERE rowid = 2"));
         MissionFile file(project.db);
         Flight flight(file, file.missions().constFirst());
         QStringList told;
