@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include "book/FlightEvents.h"
+#include "book/FlightProfile.h"
 #include "record/BreakpointKeeper.h"
 #include "record/RecorderPool.h"
 #include "support/TestProject.h"
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/FlightTrack.h"
+#include "telemetry/MavlinkMessages.h"
 #include "telemetry/PacedSource.h"
 #include "window/LogModel.h"
 #include "window/MissionModel.h"
@@ -34,10 +37,11 @@ private Q_SLOTS:
         MissionModel model;
         model.update({MissionsOfFile::read(broken), MissionsOfFile::read(project.db)});
         QStringList row;
-        for (int column = MissionModel::Start; column < MissionModel::ColumnCount; ++column) {
+        for (int column = MissionModel::Start; column <= MissionModel::State; ++column) {
             row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
         }
-        QCOMPARE(row.join(u'|'), "2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0"_l1);
+        QCOMPARE(row.join('|'), QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
+                                        "7 records wait"));
         QCOMPARE(model.index(1, MissionModel::BreakpointAt).data(Qt::ToolTipRole).toString(),
                  "waypoint 0 at 8.500000, 47.000000"_l1);
         const int years = shown(model, 1, MissionModel::Oldest).section(u' ', 0, 0).toInt() / 365;
@@ -105,6 +109,90 @@ private Q_SLOTS:
         QCOMPARE(ids(), "27"_l1);
         QCOMPARE(model.backlog(false).after({}).mission, "7"_l1);
         QCOMPARE(model.backlog(false).after({}).file, "c.kv"_l1);
+    }
+    void saysHowAFlightIs()
+    {
+        const std::tuple<qint64, qint64, const char*, int, Obstacle, QString> cases[] = {
+            {900, 0, "completed", 0, Obstacle::None, "uploaded"},
+            {10000, 4201, "completed", 0, Obstacle::None, "4,201 records wait"},
+            {10000, 4201, "interrupted", 38, Obstacle::None,
+             "interrupted at waypoint 38, 4,201 records wait"},
+            {10, 1, "", 0, Obstacle::None, "not ended, 1 records wait"},
+            {10, 1, "incomplete", 0, Obstacle::None, "incomplete (4 s of 22:57), 1 records wait"},
+            {10, 1, "completed", 0, Obstacle::NotMarkable, "1 records wait: the file is read-only"},
+            {10, 1, "completed", 0, Obstacle::NoMissionRow,
+             "1 records wait for the record of the flight itself"}};
+        for (const auto& [recorded, waiting, result, waypoint, obstacle, words] : cases) {
+            MissionRecord mission;
+            mission.id = "m";
+            mission.file = "f.kv";
+            mission.result = result;
+            mission.completedAt = *result ? "2024-01-01T08:00:00.000Z" : "";
+            mission.obstacle = obstacle;
+            mission.isIncomplete = mission.result == "incomplete";
+            mission.seconds = 4;
+            mission.wholeSeconds = 1377;
+            mission.kinds = {{"pos_data", recorded, 0, recorded - waiting, waiting}};
+            if (waypoint > 0) {
+                mission.breakpoint = Breakpoint{waypoint, 8, 47, 0};
+            }
+            MissionModel model;
+            model.update({{"f.kv", {mission}}});
+            QCOMPARE(model.stateText(0), words);
+            model.setUploading("m");
+            QCOMPARE(model.stateText(0).endsWith(
+                         QString("uploading %1 %").arg(100 * (recorded - waiting) / recorded)),
+                     waiting > 0);
+            mission.kinds[0].recorded += 5;
+            model.update({{"f.kv", {mission}}});
+            QCOMPARE(model.stateText(0).startsWith("recording"), !*result);
+        }
+    }
+    /// Of each stretch the least and the greatest stay, however long the flight is.
+    void aProfileKeepsItsPeaks()
+    {
+        const FlightProject project(40000, 3, 0);
+        QVERIFY(project.run(
+            "UPDATE pos_data SET time = strftime('%Y-%m-%dT%H:%M:%fZ', 1720000000 + rowid, "
+            "'unixepoch'), lng = 8, lat = CASE WHEN rowid < 100 THEN NULL ELSE 47 END, speed = NULL, "
+            "relative_alt = CASE rowid WHEN 12346 THEN 777 WHEN 20009 THEN -5 ELSE 10 END"));
+        MissionFile file(project.db);
+        Flight flight(file, file.missions().constFirst());
+        QVector<FlightProfile> told;
+        FlightProfile::read(
+            flight, [] {}, [&told](const FlightProfile& profile) { told.append(profile); });
+        QCOMPARE(told.size(), 2);
+        double low = 0, high = 0;
+        for (const FlightProfile::Span& span : told.last().values[FlightProfile::Height]) {
+            low = qMin(low, span.low);
+            high = qMax(high, span.high);
+        }
+        QCOMPARE(low, -5.0);
+        QCOMPARE(high, 777.0);
+        QCOMPARE(told.first().track.last().msec, 1720040000000);
+        QVERIFY(told.first().track.size() > 3500 && told.first().track.size() < 4500);
+        QCOMPARE(told.last().values[FlightProfile::Battery].size(), 3);
+    }
+    void tellsWhatHappened()
+    {
+        const FlightProject project(0, 4, 2);
+        QByteArray text(51, '\0');
+        text.replace(0, 12, "\3Low battery");
+        const QByteArray frame = mavlink::encode({mavlink::StatusText::Id, 1, 1, text}, 0);
+        QVERIFY(project.run(
+            "UPDATE uas_status SET time = '2026-07-05T08:00:' || CASE rowid WHEN 4 THEN 30 "
+            "ELSE '0' || rowid END "
+            "|| '.000Z', armed = rowid > 1, flight_mode = substr('AUTOLAND', 4 * (rowid > 2) + 1, 4)",
+            "UPDATE flight_monitor_detail_log SET message = x'" +
+                TelemetryFrame{1783238402500000, frame}.logRecord().toHex() + "' WHERE rowid = 2"));
+        MissionFile file(project.db);
+        Flight flight(file, file.missions().constFirst());
+        QStringList told;
+        for (const FlightEvent& event : FlightEvent::of(flight, [] {})) {
+            told += QString("%1 %2%3").arg(event.msec % 60000).arg(event.text, event.trouble ? "!" : "");
+        }
+        QCOMPARE(told.join(';'), QString("1000 Mode AUTO;2000 Armed;2500 Low battery!;3000 Mode LAND;"
+                                         "3000 Nothing was heard for 27 s!"));
     }
     void agesAndDurations()
     {
@@ -214,18 +302,19 @@ private Q_SLOTS:
         }
         QVERIFY(track.samples().size() <= FlightTrack::MostSamples);
         QVERIFY(track.samples().size() > FlightTrack::MostSamples / 3);
-        const QVector<QPointF> height = track.over(&FlightSample::height);
-        QVERIFY(height.first().y() < 500 && height.last().y() > 99000);
-        QVERIFY(qAbs(track.path().constLast().x() - 0.01 * 111319.5 / 2) <
-                5); // a degree is half as wide there
-        QVERIFY(track.over(&FlightSample::volts).isEmpty());
+        const FlightProfile profile = FlightProfile::of(track.samples());
+        const auto& heights = profile.values[FlightProfile::Height];
+        QVERIFY(heights.first().high < 500 && heights.last().low > 99000);
+        QVERIFY(profile.track.size() <= heights.size());
+        QVERIFY(std::isnan(profile.values[FlightProfile::Battery].last().high));
     }
 
     void replaysAtAPace()
     {
         FlightSimulator flight(1, 0, 600), again(1, 0, 600);
         std::atomic_bool never{false}, cancelled{false};
-        PacedSource paced(flight, 1, cancelled), fast(again, 0, never);
+        const std::atomic<double> slow{1}, any{0};
+        PacedSource paced(flight, slow, cancelled), fast(again, any, never);
         std::thread thread([&paced] {
             TelemetryFrame frame;
             const auto readAll = [&] {

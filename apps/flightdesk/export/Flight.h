@@ -56,6 +56,9 @@ public:
     Flight(MissionFile& file, MissionCount mission);
 
     const MissionCount& mission() const { return m_mission; }
+    MissionFile& file() { return m_file; }
+    /// Of a table, as of when the object was made.
+    qint64 lastRow(const QString& table) const { return m_lastRows.value(table); }
     QString name() const;
     /// When it began; Unknown when neither the mission nor a position tells.
     qint64 start();

@@ -10,7 +10,6 @@ namespace
 constexpr double AirborneHeight = 1;
 constexpr double AirborneSpeed = 3;
 constexpr double EarthRadius = 6371008.8; // metres, mean
-constexpr qint64 LinkTimeout = 5000;      // milliseconds
 
 /// Metres over ground along the great circle.
 double distance(const FlightPoint& from, const FlightPoint& to)
@@ -84,7 +83,7 @@ QString endOf(const Flight& flight, qint64 lastHeard)
         return QStringLiteral("landed");
     }
     const qint64 end = flight.corrected(flightTime::read(mission.completedAt));
-    const bool silent = lastHeard != flightTime::Unknown && end - lastHeard > LinkTimeout;
+    const bool silent = lastHeard != flightTime::Unknown && end - lastHeard > FlightFigures::LinkTimeout;
     const QString how = silent ? QStringLiteral("link lost") : QStringLiteral("interrupted");
     return mission.breakpoint && mission.breakpoint->waypoint > 0
                ? QStringLiteral("%1 at waypoint %2").arg(how).arg(mission.breakpoint->waypoint)
@@ -92,13 +91,14 @@ QString endOf(const Flight& flight, qint64 lastHeard)
 }
 } // namespace
 
-FlightFigures FlightFigures::of(Flight& flight)
+FlightFigures FlightFigures::of(Flight& flight, const std::function<void()>& step)
 {
     FlightFigures figures;
     qint64 lastHeard = flightTime::Unknown;
     double first = UnknownNumber;
     double last = UnknownNumber;
     flight.statuses([&](const FlightStatus& status) {
+        step();
         lastHeard = status.msec;
         const QVariant& percent = status.values.at(FlightStatus::Percent);
         if (!percent.isNull()) {
@@ -108,8 +108,10 @@ FlightFigures FlightFigures::of(Flight& flight)
     });
     figures.batteryUsed = first >= last ? first - last : UnknownNumber;
     Sum sum(figures);
-    flight.positionsWithStatus(
-        [&sum](const FlightPoint& point, const FlightStatus& status) { sum.add(point, status.isArmed()); });
+    flight.positionsWithStatus([&](const FlightPoint& point, const FlightStatus& status) {
+        step();
+        sum.add(point, status.isArmed());
+    });
     figures.gaps = flight.gaps;
     figures.start = flight.start();
     figures.end = endOf(flight, lastHeard);

@@ -3,11 +3,15 @@
 
 #include "export/Flight.h"
 
+#include <QtCore/QMetaType>
+
 /// What a pilot writes down of a flight.
 ///
 /// Airborne is who is armed, and more than 1 m above the start or faster than 3 m/s. Time and way between two
 /// positions count when the aircraft was airborne at both.
 struct FlightFigures {
+    static constexpr qint64 LinkTimeout = 5000; ///< milliseconds without a record after which a link is lost
+
     qint64 start = flightTime::Unknown;
     FlightPoint place;                  ///< the first that is known
     double airborne = 0;                ///< seconds
@@ -19,5 +23,9 @@ struct FlightFigures {
     qint64 waiting = 0;                 ///< rows for upload
     FlightGaps gaps;
 
-    static FlightFigures of(Flight& flight);
+    /// \param step  called at every record; may throw to stop
+    static FlightFigures of(
+        Flight& flight, const std::function<void()>& step = [] {});
 };
+
+Q_DECLARE_METATYPE(FlightFigures)

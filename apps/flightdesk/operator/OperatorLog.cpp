@@ -22,7 +22,7 @@ QString server()
 RequestFailure RequestFailure::of(Trouble trouble, const QStringList& details)
 {
     return {trouble, troubleHeadline(trouble, details), troubleWords(trouble, details),
-            trouble == Trouble::TokenRejected};
+            troubleTodo(trouble, details), trouble == Trouble::TokenRejected};
 }
 
 RequestFailure RequestFailure::ofStatus(int status, const QString& said)

@@ -9,6 +9,7 @@ struct RequestFailure {
     Trouble trouble = Trouble::NoConnection;
     QString headline; ///< what happened
     QString words;    ///< and what is safe, and what to do
+    QString todo;     ///< that alone
     bool tokenRejected = false;
 
     static RequestFailure of(Trouble trouble, const QStringList& details);

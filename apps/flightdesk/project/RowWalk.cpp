@@ -22,8 +22,9 @@ bool isLocked(const QSqlError& error)
     constexpr int Busy = 5;
     return (error.nativeErrorCode().toInt() & 0xff) == Busy;
 }
+} // namespace
 
-QString valueOf(const QString& column, const QStringList& there)
+QString RowWalk::valueOf(const QString& column, const QStringList& there)
 {
     const QString time = QStringLiteral("time");
     const QString createdAt = QStringLiteral("created_at");
@@ -32,7 +33,6 @@ QString valueOf(const QString& column, const QStringList& there)
     }
     return there.contains(column) ? column : QStringLiteral("NULL");
 }
-} // namespace
 
 RowWalk::RowWalk(MissionFile& file, const QString& table, const QStringList& columns,
                  const QString& missionId, qint64 lastRow)

@@ -22,6 +22,10 @@ public:
     /// Rows, of whatever mission, that could not be read; those after a lock that did not go are all counted.
     qint64 unreadable() const { return m_unreadable; }
 
+    /// What stands for a column in a statement.
+    /// \param there  the table's columns
+    static QString valueOf(const QString& column, const QStringList& there);
+
 private:
     void fetch();
     QSqlError readSlice();

@@ -36,12 +36,13 @@ RecorderPool::~RecorderPool()
 int RecorderPool::record(const Project& project, const FlightTask& task)
 {
     const int flight = ++m_last;
-    const auto cancelled = std::make_shared<std::atomic_bool>(false);
-    m_cancelled.insert(flight, cancelled);
-    m_threads.start([this, flight, project, task, cancelled] {
-        const RecordedFlight result = run(flight, project, task, *cancelled);
+    const auto control = std::make_shared<Control>();
+    control->speed = task.speed;
+    m_controls.insert(flight, control);
+    m_threads.start([this, flight, project, task, control] {
+        const RecordedFlight result = run(flight, project, task, *control);
         QMetaObject::invokeMethod(this, [this, flight, result] {
-            m_cancelled.remove(flight);
+            m_controls.remove(flight);
             Q_EMIT finished(flight, result);
         });
     });
@@ -49,20 +50,19 @@ int RecorderPool::record(const Project& project, const FlightTask& task)
 }
 
 /// On a thread of the pool.
-RecordedFlight RecorderPool::run(int flight, const Project& project, FlightTask task,
-                                 const std::atomic_bool& cancelled)
+RecordedFlight RecorderPool::run(int flight, const Project& project, FlightTask task, const Control& control)
 {
     Q_EMIT started(flight);
     RecordedFlight result;
     try {
-        if (!cancelled) {
-            result = fly(flight, project, &task, cancelled);
+        if (!control.cancelled) {
+            result = fly(flight, project, &task, control);
         }
     } catch (const Failure& failure) {
         result.error = failure.words();
         result.isKnown = failure.is(Trouble::SameLog);
     }
-    if (cancelled && result.messages == 0) {
+    if (control.cancelled && result.messages == 0) {
         result.error = tr("cancelled before its first message");
     }
     result.name = task.name;
@@ -107,11 +107,10 @@ std::unique_ptr<FrameSource> RecorderPool::open(int flight, const Project& proje
     return task->flights->open(task->vehicle);
 }
 
-RecordedFlight RecorderPool::fly(int flight, const Project& project, FlightTask* task,
-                                 const std::atomic_bool& cancelled)
+RecordedFlight RecorderPool::fly(int flight, const Project& project, FlightTask* task, const Control& control)
 {
-    const auto source = open(flight, project, task, cancelled);
-    PacedSource paced(*source, task->speed, cancelled);
+    const auto source = open(flight, project, task, control.cancelled);
+    PacedSource paced(*source, control.speed, control.cancelled);
     FlightRecorder recorder(project, task->easyFly ? MissionFormat::video() : MissionFormat::flight());
     FlightSample sample;
     QVector<FlightSample> samples;
@@ -142,15 +141,22 @@ RecordedFlight RecorderPool::fly(int flight, const Project& project, FlightTask*
 
 void RecorderPool::cancel(int flight)
 {
-    if (const Flag cancelled = m_cancelled.value(flight)) {
-        *cancelled = true;
+    if (const auto control = m_controls.value(flight)) {
+        control->cancelled = true;
     }
 }
 
 void RecorderPool::cancelAll()
 {
-    for (const Flag& cancelled : m_cancelled) {
-        *cancelled = true;
+    for (const auto& control : qAsConst(m_controls)) {
+        control->cancelled = true;
+    }
+}
+
+void RecorderPool::setSpeed(double speed)
+{
+    for (const auto& control : qAsConst(m_controls)) {
+        control->speed = speed;
     }
 }
 

@@ -46,7 +46,9 @@ public:
     /// not interrupted in the air. Who does not want it removes its file (Project::removeMissionFile()).
     void cancel(int flight);
     void cancelAll();
-    bool isBusy() const { return !m_cancelled.isEmpty(); }
+    /// How fast the flights are recorded that have not ended.
+    void setSpeed(double speed);
+    bool isBusy() const { return !m_controls.isEmpty(); }
     /// Stores a breakpoint once more.
     void storeBreakpoint(const Project& project, const RecordedFlight& flight);
 
@@ -59,17 +61,19 @@ Q_SIGNALS:
     void finished(int flight, const RecordedFlight& result);
 
 private:
-    using Flag = std::shared_ptr<std::atomic_bool>;
-    RecordedFlight run(int flight, const Project& project, FlightTask task,
-                       const std::atomic_bool& cancelled);
+    /// How a flight is steered while it is recorded.
+    struct Control {
+        std::atomic_bool cancelled{false};
+        std::atomic<double> speed{0};
+    };
+    RecordedFlight run(int flight, const Project& project, FlightTask task, const Control& control);
     void look(int flight, const Project& project, FlightTask* task, const std::atomic_bool& cancelled);
     std::unique_ptr<FrameSource> open(int flight, const Project& project, FlightTask* task,
                                       const std::atomic_bool& cancelled);
-    RecordedFlight fly(int flight, const Project& project, FlightTask* task,
-                       const std::atomic_bool& cancelled);
+    RecordedFlight fly(int flight, const Project& project, FlightTask* task, const Control& control);
 
     QThreadPool m_threads;
-    KnownLogs m_known;           ///< to all threads
-    QMap<int, Flag> m_cancelled; ///< of the flights that have not finished
+    KnownLogs m_known;                              ///< to all threads
+    QMap<int, std::shared_ptr<Control>> m_controls; ///< of the flights that have not finished
     int m_last = 0;
 };

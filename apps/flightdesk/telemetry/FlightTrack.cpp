@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/FlightTrack.h"
 
-#include <QtCore/QtMath>
-
-#include <cmath>
-
 namespace
 {
 double number(const QJsonValue& value)
@@ -30,10 +26,6 @@ bool FlightSample::note(const VehicleTracker::Records& records)
 void FlightTrack::add(const QVector<FlightSample>& samples)
 {
     for (const FlightSample& sample : samples) {
-        m_start = m_samples.isEmpty() && m_skipped == 0 ? sample.seconds : m_start;
-        if (std::isnan(m_home.lng) && !std::isnan(sample.lng)) {
-            m_home = sample;
-        }
         if (++m_skipped < m_stride) {
             continue;
         }
@@ -47,33 +39,4 @@ void FlightTrack::add(const QVector<FlightSample>& samples)
             m_stride *= 2;
         }
     }
-}
-
-QVector<QPointF> FlightTrack::path() const
-{
-    QVector<QPointF> points;
-    for (const FlightSample& sample : m_samples) {
-        if (!std::isnan(sample.lng)) {
-            points.append(place(sample.lng, sample.lat));
-        }
-    }
-    return points;
-}
-
-QPointF FlightTrack::place(double lng, double lat) const
-{
-    constexpr double MetresPerDegree = 111319.5;
-    return {(lng - m_home.lng) * MetresPerDegree * std::cos(qDegreesToRadians(m_home.lat)),
-            (lat - m_home.lat) * MetresPerDegree};
-}
-
-QVector<QPointF> FlightTrack::over(double FlightSample::*value) const
-{
-    QVector<QPointF> points;
-    for (const FlightSample& sample : m_samples) {
-        if (!std::isnan(sample.*value)) {
-            points.append({(sample.seconds - m_start) / 60, sample.*value});
-        }
-    }
-    return points;
 }

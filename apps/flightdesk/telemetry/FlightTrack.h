@@ -4,7 +4,6 @@
 #include "telemetry/VehicleTracker.h"
 
 #include <QtCore/QMetaType>
-#include <QtCore/QPointF>
 #include <QtCore/QVector>
 
 #include <limits>
@@ -34,17 +33,9 @@ public:
     void add(const QVector<FlightSample>& samples);
     const QVector<FlightSample>& samples() const { return m_samples; }
 
-    /// East and north of the first known position, in metres.
-    QVector<QPointF> path() const;
-    QPointF place(double lng, double lat) const;
-    /// A value over minutes since the first sample; unknown ones are left out.
-    QVector<QPointF> over(double FlightSample::*value) const;
-
 private:
     QVector<FlightSample> m_samples;
-    FlightSample m_home;
-    double m_start = 0; ///< seconds of the first sample
-    int m_stride = 1;   ///< one of so many samples is kept
+    int m_stride = 1; ///< one of so many samples is kept
     int m_skipped = 0;
 };
 

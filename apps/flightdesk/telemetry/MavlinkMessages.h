@@ -5,6 +5,7 @@
 
 #include <QtCore/QDataStream>
 
+#include <array>
 #include <tuple>
 
 /// The messages that the host reads and writes: their fields in the order of the wire.
@@ -84,6 +85,24 @@ struct MissionCount {
     quint8 missionType = 0; ///< an extension; 0 is the flight plan, fences and rally points are others
     auto fields() { return std::tie(waypoints, targetSystem, targetComponent, missionType); }
 };
+
+struct StatusText {
+    static constexpr quint32 Id = 253;
+    quint8 severity = 0; ///< 0 is the worst, 7 the least
+    std::array<char, 50> text{};
+    auto fields() { return std::tie(severity, text); }
+    QString words() const
+    {
+        return QString::fromUtf8(text.data(), int(qstrnlen(text.data(), uint(text.size())))).trimmed();
+    }
+};
+
+template<std::size_t Size>
+QDataStream& operator>>(QDataStream& stream, std::array<char, Size>& bytes)
+{
+    stream.readRawData(bytes.data(), int(Size));
+    return stream;
+}
 
 inline void setUp(QDataStream& stream)
 {

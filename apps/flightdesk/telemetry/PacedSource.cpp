@@ -11,7 +11,8 @@ constexpr unsigned long LongestSleep = 50; // milliseconds
 constexpr qint64 LongestGap = 5000000;     // microseconds; nobody wants to watch a link that is lost
 } // namespace
 
-PacedSource::PacedSource(FrameSource& source, double speed, const std::atomic_bool& cancelled)
+PacedSource::PacedSource(FrameSource& source, const std::atomic<double>& speed,
+                         const std::atomic_bool& cancelled)
     : m_source(source), m_speed(speed), m_cancelled(cancelled)
 {
     m_clock.start();
@@ -33,12 +34,18 @@ void PacedSource::waitFor(qint64 usec)
 {
     const qint64 gap = m_lastUsec == 0 ? 0 : usec - m_lastUsec;
     m_lastUsec = usec;
-    m_flownUsec += qBound(qint64(0), gap, LongestGap);
-    if (m_speed <= 0) {
-        return;
+    const qint64 step = qBound(qint64(0), gap, LongestGap);
+    m_flownUsec += step;
+    if (m_pace != m_speed) {
+        m_pace = m_speed;
+        m_pacedUsec = 0;
+        m_clock.start();
     }
-    const auto due = qint64(double(m_flownUsec) / 1000 / m_speed);
-    for (qint64 left = due - m_clock.elapsed(); left > 0 && !m_cancelled; left = due - m_clock.elapsed()) {
-        QThread::msleep(qMin(LongestSleep, static_cast<unsigned long>(left)));
+    m_pacedUsec += step;
+    const auto left = [this] {
+        return m_pace > 0 ? qint64(double(m_pacedUsec) / 1000 / m_pace) - m_clock.elapsed() : 0;
+    };
+    while (left() > 0 && !m_cancelled && m_pace == m_speed) {
+        QThread::msleep(qMin(LongestSleep, static_cast<unsigned long>(left())));
     }
 }

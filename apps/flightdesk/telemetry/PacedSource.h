@@ -12,9 +12,9 @@
 class PacedSource : public FrameSource
 {
 public:
-    /// \param speed  times the flight's own; 0 is as fast as possible
+    /// \param speed  times the flight's own, which may change; 0 is as fast as possible
     /// \param cancelled  has next() throw Trouble::Stopped, from any thread
-    PacedSource(FrameSource& source, double speed, const std::atomic_bool& cancelled);
+    PacedSource(FrameSource& source, const std::atomic<double>& speed, const std::atomic_bool& cancelled);
 
     bool next(TelemetryFrame* frame) override;
     qint64 position() const override { return m_source.position(); }
@@ -26,7 +26,9 @@ private:
     void waitFor(qint64 usec);
 
     FrameSource& m_source;
-    const double m_speed;
+    const std::atomic<double>& m_speed;
+    double m_pace = 0;      ///< the speed since the clock was started
+    qint64 m_pacedUsec = 0; ///< flown at it
     const std::atomic_bool& m_cancelled;
     QElapsedTimer m_clock;
     qint64 m_lastUsec = 0;

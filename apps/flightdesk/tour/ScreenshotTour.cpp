@@ -6,8 +6,8 @@
 #include "flightserver/ServerProcess.h"
 #include "telemetry/FlightSimulator.h"
 #include "window/DownloadPage.h"
+#include "window/FlightsPage.h"
 #include "window/MainWindow.h"
-#include "window/ProjectPage.h"
 #include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
@@ -19,6 +19,7 @@
 #include <QtNetwork/QUdpSocket>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QTabWidget>
+#include <QtWidgets/QTreeView>
 
 #include <functional>
 
@@ -101,8 +102,11 @@ bool savePictures(MainWindow& window, const QString& folder)
     bool saved = true;
     for (const bool dark : {false, true}) {
         QApplication::setPalette(theme::palette(dark));
-        for (const QSize size : {QSize(1280, 800), QSize(1920, 1080)}) {
+        for (const QSize size : {QSize(800, 600), QSize(1280, 800), QSize(1920, 1080)}) {
             window.resize(size);
+            if (auto* const flights = window.findChild<QTreeView*>(QStringLiteral("Flights"))) {
+                flights->keyboardSearch(QStringLiteral("2024-01-04")); // the one that broke off
+            }
             window.recordPage()->select(size.width() > 1280 ? Heard : dark ? Interrupted : InTheAir);
             for (int page = 0; page < window.tabs()->count(); ++page) {
                 window.tabs()->setCurrentIndex(page);
@@ -146,7 +150,7 @@ int takeScreenshots(const QStringList& arguments)
     MainWindow window(logFile);
     window.resize(1280, 800);
     window.show();
-    window.projectPage()->open(place.filePath(QStringLiteral("project")), true);
+    window.flightsPage()->open(place.filePath(QStringLiteral("project")), true);
     window.tabs()->setCurrentWidget(window.recordPage());
     if (!fly(window, server.url)) {
         throw Failure(QStringLiteral("the tour came to a halt: %1").arg(window.session().uploadText()));

@@ -24,10 +24,10 @@ public:
     /// In words, empty when nothing is known to be on its way.
     /// \param interval  milliseconds between a failure and the next try
     QString text(qint64 now, int interval, const std::function<QString(const QString& mission)>& name) const;
+    /// Whose rows are on their way.
+    const QString& mission() const { return m_mission; }
     /// Until the next try after a failure; 0 while none is waited for.
     int secondsToTry(qint64 now, int interval) const;
-    /// The last request failed.
-    bool hasFailed() const { return m_failure.has_value(); }
 
 private:
     void noteSending(const QString& kind, const QString& mission);

@@ -31,6 +31,7 @@ Uploader::Uploader(const LogFeed& log, QObject* parent) : QObject(parent), m_log
     }
     connect(&m_log, &OperatorLog::requestBegan, this, &Uploader::noteBegan);
     connect(&m_log, &OperatorLog::requestFailed, this, &Uploader::noteFailed);
+    connect(&m_log, &OperatorLog::missionAccepted, this, [this] { m_trouble.reset(); });
 }
 
 void Uploader::start()

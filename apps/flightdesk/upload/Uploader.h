@@ -45,13 +45,16 @@ public:
 
     State state() const { return m_state; }
     bool isEasyFly() const { return m_easyFly; }
-    /// The last request failed.
-    bool hasFailed() const { return m_pipeline.hasFailed(); }
     /// What has kept rows from being accepted since the last one was; nothing when all is well. It stays
     /// while a request is tried again.
     const std::optional<UploadTrouble>& trouble() const { return m_trouble; }
     /// Until the next try after a failure; 0 while none is waited for.
     int secondsToTry() const { return m_pipeline.secondsToTry(m_clock.elapsed(), m_interval); }
+    /// Whose rows are on their way; empty when nothing is known, or requests fail.
+    QString mission() const
+    {
+        return m_state == State::Running && !m_trouble ? m_pipeline.mission() : QString();
+    }
     /// What the operator is doing, in words; empty when nothing is known.
     QString text(const std::function<QString(const QString& mission)>& name) const;
 

@@ -123,10 +123,10 @@ void DownloadPanel::setRunning(bool running)
 
 DownloadPage::DownloadPage(WindowSession& session, QWidget* parent)
     : QWidget(parent)
-    , m_direct(new DownloadPanel(session, FileDownload::Way::Direct, tr("In the program itself"),
-                                 tr("Into memory first; fails when nothing comes for 10 s.")))
-    , m_program(new DownloadPanel(session, FileDownload::Way::Program, tr("Through the download program"),
-                                  tr("Resumes a broken download.")))
+    , m_direct(new DownloadPanel(session, FileDownload::Way::Direct, tr("Download"),
+                                 tr("For small files on a good network.")))
+    , m_program(new DownloadPanel(session, FileDownload::Way::Program, tr("Download with resume"),
+                                  tr("For large files: goes on where a broken network ended it.")))
 {
     auto* const layout = new QVBoxLayout(this);
     layout->addWidget(m_direct);

@@ -197,7 +197,10 @@ QString FlightModel::stateText(const Row& row)
     if (!row.result->error.isEmpty()) {
         return row.result->error;
     }
-    QString messages = tr("%1 messages").arg(QLocale().toString(row.result->messages));
+    QString messages = tr("%1 messages").arg(QLocale().toString(row.result->messages)) + row.result->remark;
+    if (!row.result->incomplete.isEmpty()) {
+        return row.result->incomplete;
+    }
     if (!row.result->interruption) {
         return messages;
     }

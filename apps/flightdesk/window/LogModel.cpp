@@ -9,7 +9,7 @@ constexpr int ShowInterval = 100; // milliseconds; line by line a busy log would
 constexpr int DropAtOnce = 2000;
 } // namespace
 
-LogModel::LogModel(QObject* parent) : TableModel({tr("Time"), tr("Level"), tr("Line")}, parent)
+LogModel::LogModel(QObject* parent) : TableModel({tr("Time"), tr("Level"), tr("What happened")}, parent)
 {
     m_timer.setSingleShot(true);
     m_timer.setInterval(ShowInterval);
@@ -19,8 +19,17 @@ LogModel::LogModel(QObject* parent) : TableModel({tr("Time"), tr("Level"), tr("L
 void LogModel::append(const QString& text, int level)
 {
     const bool cut = text.size() > LongestLine;
-    m_pending.append(
-        {QTime::currentTime(), level, cut ? text.left(LongestLine) + QStringLiteral(" ...") : text});
+    add({QTime::currentTime(), level, cut ? text.left(LongestLine) + QStringLiteral(" ...") : text, false});
+}
+
+void LogModel::note(const QString& text, int level)
+{
+    add({QTime::currentTime(), level, text, true});
+}
+
+void LogModel::add(const Line& line)
+{
+    m_pending.append(line);
     if (!m_timer.isActive()) {
         m_timer.start();
     }
@@ -51,6 +60,9 @@ QVariant LogModel::data(const QModelIndex& index, int role) const
     const Line& line = m_lines[index.row()];
     if (role == LevelRole) {
         return line.level;
+    }
+    if (role == PlainRole) {
+        return line.plain;
     }
     if (role == Qt::ToolTipRole && index.column() == Text) {
         return line.text;

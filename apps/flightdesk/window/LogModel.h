@@ -14,7 +14,10 @@ class LogModel : public TableModel
 
 public:
     enum Column { Time, Severity, Text, ColumnCount };
-    static constexpr int LevelRole = FirstRole;
+    enum OwnRole {
+        LevelRole = FirstRole,
+        PlainRole, ///< whether it was written for the user
+    };
     static constexpr int MostLines = 20000;
     static constexpr int LongestLine = 400; ///< a line that lists a thousand ids is cut
 
@@ -22,6 +25,8 @@ public:
 
     /// Shown with the next lot, a tenth of a second later at most.
     void append(const QString& text, int level);
+    /// What a user wants to know, in plain words.
+    void note(const QString& text, int level);
 
     QVariant data(const QModelIndex& index, int role) const override;
 
@@ -33,7 +38,9 @@ private:
         QTime time;
         int level;
         QString text;
+        bool plain;
     };
+    void add(const Line& line);
     void showPending();
     void dropOldest(int lines);
 

@@ -9,12 +9,13 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
 #include <QtGui/QDesktopServices>
+#include <QtWidgets/QCheckBox>
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QScrollBar>
 
 LogPage::LogPage(WindowSession& session, const QString& file, QWidget* parent)
-    : QWidget(parent), m_table(new TableView(tr("Log lines"), tr("No lines.")))
+    : QWidget(parent), m_table(new TableView(tr("Log lines"), tr("Nothing has happened yet.")))
 {
     auto* const layout = new QVBoxLayout(this);
     layout->addLayout(makeFilter(session));
@@ -25,10 +26,8 @@ LogPage::LogPage(WindowSession& session, const QString& file, QWidget* parent)
 QLayout* LogPage::makeFilter(WindowSession& session)
 {
     auto* const filter = new RowFilter(session.log(), LogModel::Text, this);
-    const auto showFrom = [filter](int least) {
-        filter->setCondition(
-            [least](const QModelIndex& line) { return line.data(LogModel::LevelRole).toInt() >= least; });
-    };
+    auto* const details = new QCheckBox(tr("&Details"));
+    details->setToolTip(tr("What the program's parts have written, for developers"));
     m_table->setModel(filter);
     m_table->setWidths({14, 10, 0});
     auto* const text = makeSearch(tr("Show lines that hold this text"), filter);
@@ -37,15 +36,26 @@ QLayout* LogPage::makeFilter(WindowSession& session)
         level->addItem(LogModel::levelName(least), least);
     }
     level->setCurrentIndex(1);
-    showFrom(int(Level::Info));
+    const auto show = [this, filter, details, level] {
+        const int least = level->currentData().toInt();
+        const bool plain = !details->isChecked();
+        level->setEnabled(!plain);
+        filter->setCondition([least, plain](const QModelIndex& line) {
+            return line.data(LogModel::PlainRole).toBool() == plain &&
+                   (plain || line.data(LogModel::LevelRole).toInt() >= least);
+        });
+        m_table->setColumnHidden(LogModel::Severity, plain);
+    };
+    show();
+    connect(details, &QCheckBox::toggled, this, show);
     // Debug lines are written only on request: the library's host has many.
-    connect(level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [showFrom, level] {
+    connect(level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [show, level] {
         const int least = level->currentData().toInt();
         Logger::instance().setLoggingLevel(static_cast<Level>(qMin(least, int(Level::Info))));
-        showFrom(least);
+        show();
     });
     followEnd();
-    return sideBySide({{labelFor(tr("&Text:"), text), text, labelFor(tr("Le&vel:"), level), level}});
+    return sideBySide({{labelFor(tr("&Text:"), text), text, details, labelFor(tr("Le&vel:"), level), level}});
 }
 
 /// The newest line stays in view, whatever changes the range, until the user scrolls away from it.

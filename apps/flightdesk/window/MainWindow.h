@@ -7,8 +7,10 @@
 #include <QtWidgets/QMainWindow>
 
 class DownloadPage;
-class ProjectPage;
+class FlightsPage;
+class QAction;
 class QLabel;
+class QMenu;
 class QTabWidget;
 class RecordPage;
 class UploadPage;
@@ -27,23 +29,41 @@ public:
     WindowSession& session() { return m_session; }
     LoopGapMeter& gaps() { return m_gaps; }
     QTabWidget* tabs() const { return m_tabs; }
-    ProjectPage* projectPage() const { return m_project; }
+    FlightsPage* flightsPage() const { return m_flights; }
     RecordPage* recordPage() const { return m_record; }
     UploadPage* uploadPage() const { return m_upload; }
     DownloadPage* downloadPage() const { return m_download; }
 
+    /// Projects that were open lately, the latest first.
+    QStringList recentProjects() const { return m_recent; }
+    void setRecentProjects(const QStringList& projects);
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
 private:
     void addPage(QWidget* page, const QString& title);
+    void makeMenus();
+    void makeFileMenu();
+    void makeHelpMenu();
+    void showRecent();
+    void noteProject();
+    void uploadNow();
+    void showAbout();
     void makeStatusBar();
     void makeBanner();
     void askForToken();
     void showStatus();
+    bool m_mayClose = false; ///< whoever works it was asked
 
     WindowSession m_session;
     LoopGapMeter m_gaps;
+    QStringList m_recent;
+    QList<QAction*> m_pages;
+    QMenu* m_recentMenu;
     QTabWidget* m_tabs;
     QWidget* m_banner;
-    ProjectPage* m_project;
+    FlightsPage* m_flights;
     RecordPage* m_record;
     UploadPage* m_upload;
     DownloadPage* m_download;

@@ -20,6 +20,11 @@ bool isKind(int column)
     return column >= MissionModel::MissionRow && column <= MissionModel::Messages;
 }
 
+bool hasBar(int column)
+{
+    return isKind(column) || column == MissionModel::Uploaded;
+}
+
 /// Of all kinds where the column is about no kind.
 KindCount countOf(const MissionRecord& mission, int column)
 {
@@ -39,7 +44,8 @@ KindCount countOf(const MissionRecord& mission, int column)
 
 int alignment(int column)
 {
-    const bool number = column >= MissionModel::Duration && column <= MissionModel::Oldest;
+    const bool number = (column >= MissionModel::Duration && column <= MissionModel::Oldest) ||
+                        column == MissionModel::Distance;
     return int(Qt::AlignVCenter) | int(number ? Qt::AlignRight : Qt::AlignLeft);
 }
 
@@ -51,9 +57,9 @@ QString shortPath(const QString& file)
 } // namespace
 
 MissionModel::MissionModel(QObject* parent)
-    : TableModel({tr("File"), tr("Mission"), tr("Aircraft"), tr("Start (UTC)"), tr("Duration"),
+    : TableModel({tr("File"), tr("Flight"), tr("Aircraft"), tr("Start (UTC)"), tr("Duration"),
                   tr("Mission row"), tr("Positions"), tr("Status"), tr("Log"), tr("Waiting"), tr("Oldest"),
-                  tr("Breakpoint")},
+                  tr("Breakpoint"), tr("Distance"), tr("State"), tr("Uploaded")},
                  parent)
 {
 }
@@ -65,19 +71,73 @@ void MissionModel::update(const QVector<MissionsOfFile>& files)
         removeRowsOf(file.file, missions.size());
         QVector<int>& rows = m_rowsOfFile[file.file];
         for (int i = 0; i < missions.size(); ++i) {
-            const bool waits = missions[i].all().waiting > 0;
             if (i < rows.size()) {
-                Row& row = m_rows[rows[i]];
-                row = {missions[i], row.waited || waits};
+                setRow(&m_rows[rows[i]], missions[i]);
                 Q_EMIT dataChanged(index(rows[i], 0), index(rows[i], ColumnCount - 1));
             } else {
                 beginInsertRows({}, m_rows.size(), m_rows.size());
                 rows.append(m_rows.size());
-                m_rows.append({missions[i], waits});
+                m_rows.append(Row());
+                setRow(&m_rows.last(), missions[i]);
                 endInsertRows();
             }
         }
     }
+}
+
+void MissionModel::setRow(Row* row, const MissionRecord& mission)
+{
+    const bool isOther = row->mission.id != mission.id;
+    if (isOther) {
+        *row = {};
+    } else if (mission.all().recorded > row->mission.all().recorded) {
+        row->grew.start();
+    }
+    row->waited = row->waited || mission.all().waiting > 0;
+    row->mission = mission;
+}
+
+bool MissionModel::Row::isGrowing() const
+{
+    constexpr int Lasting = 5000; // milliseconds
+    return mission.completedAt.isEmpty() && grew.isValid() && !grew.hasExpired(Lasting);
+}
+
+void MissionModel::setUploading(const QString& mission)
+{
+    if (mission != m_uploading) {
+        m_uploading = mission;
+        Q_EMIT dataChanged(index(0, State), index(m_rows.size() - 1, State));
+    }
+}
+
+void MissionModel::setFigures(const QString& file, const QString& mission, const FlightFigures& figures)
+{
+    const QVector<int> rows = m_rowsOfFile.value(file);
+    for (const int row : rows) {
+        if (m_rows.at(row).mission.id == mission) {
+            m_rows[row].figures = figures;
+            Q_EMIT dataChanged(index(row, 0), index(row, ColumnCount - 1));
+        }
+    }
+}
+
+QVector<MissionRecord> MissionModel::takeUnfigured()
+{
+    QVector<MissionRecord> unfigured;
+    for (Row& row : m_rows) {
+        const qint64 recorded = row.mission.all().recorded;
+        if (row.mission.readable && row.figured != recorded && !row.isGrowing()) {
+            row.figured = recorded;
+            unfigured.append(row.mission);
+        }
+    }
+    return unfigured;
+}
+
+const FlightFigures* MissionModel::figures(int row) const
+{
+    return m_rows.at(row).figures ? &*m_rows.at(row).figures : nullptr;
 }
 
 /// The missions of a file as they are, or as they were when it could be read.
@@ -166,16 +226,16 @@ QVariant MissionModel::data(const QModelIndex& index, int role) const
     const int column = index.column();
     switch (role) {
     case Qt::DisplayRole:
-        return text(row.mission, column);
+        return text(row, column);
     case Qt::ToolTipRole:
-        return longText(row.mission, column);
+        return longText(row, column);
     case Qt::TextAlignmentRole:
         return alignment(column);
     case SortRole:
-        return sortValue(row.mission, column);
+        return sortValue(row, column);
     case PercentRole: {
         const KindCount rows = countOf(row.mission, column);
-        return isKind(column) && rows.recorded > 0 ? int(100 * rows.marked / rows.recorded) : -1;
+        return hasBar(column) && rows.recorded > 0 ? int(100 * rows.marked / rows.recorded) : -1;
     }
     case BarTextRole: {
         const KindCount rows = countOf(row.mission, column);
@@ -189,8 +249,56 @@ QVariant MissionModel::data(const QModelIndex& index, int role) const
     }
 }
 
-QVariant MissionModel::text(const MissionRecord& mission, int column) const
+QString MissionModel::waitingText(const MissionRecord& mission) const
 {
+    const KindCount all = mission.all();
+    if (all.waiting == 0) {
+        return tr("uploaded");
+    }
+    if (mission.id == m_uploading && all.recorded > 0) {
+        return tr("uploading %1 %").arg(100 * all.marked / all.recorded);
+    }
+    QString waits = tr("%1 records wait").arg(QLocale().toString(all.waiting));
+    switch (mission.obstacle) {
+    case Obstacle::NoMissionRow:
+        return tr("%1 for the record of the flight itself").arg(waits);
+    case Obstacle::NotMarkable:
+        return tr("%1: the file is read-only").arg(waits);
+    case Obstacle::DiskFull:
+        return tr("%1: the disk is full").arg(waits);
+    case Obstacle::None:
+        break;
+    }
+    return waits;
+}
+
+QString MissionModel::stateText(const Row& row) const
+{
+    const MissionRecord& mission = row.mission;
+    if (!mission.readable) {
+        return tr("cannot be read: locked, or no flight");
+    }
+    QStringList parts;
+    if (row.isGrowing()) {
+        parts.append(tr("recording"));
+    } else if (mission.isIncomplete) {
+        parts.append(mission.incompleteWords());
+    } else if (mission.completedAt.isEmpty() && !isVideo(mission.file)) {
+        parts.append(tr("not ended"));
+    } else if (!mission.completedAt.isEmpty() && mission.result != QLatin1String("completed")) {
+        parts.append(row.figures          ? row.figures->end
+                     : mission.breakpoint ? tr("interrupted at waypoint %1").arg(mission.breakpoint->waypoint)
+                                          : tr("interrupted"));
+    }
+    if (parts.isEmpty() || !row.isGrowing() || mission.id == m_uploading) {
+        parts.append(waitingText(mission));
+    }
+    return parts.join(tr(", "));
+}
+
+QVariant MissionModel::text(const Row& row, int column) const
+{
+    const MissionRecord& mission = row.mission;
     switch (column) {
     case File:
         return shortPath(mission.file);
@@ -207,6 +315,10 @@ QVariant MissionModel::text(const MissionRecord& mission, int column) const
         return mission.oldestWaiting.isValid()
                    ? ageText(mission.oldestWaiting.secsTo(QDateTime::currentDateTime()))
                    : QString();
+    case Distance:
+        return row.figures && row.figures->place.hasPlace() ? distanceText(row.figures->distance) : QString();
+    case State:
+        return stateText(row);
     case BreakpointAt:
         return mission.breakpoint ? tr("waypoint %1").arg(mission.breakpoint->waypoint) : QString();
     default: {
@@ -216,27 +328,31 @@ QVariant MissionModel::text(const MissionRecord& mission, int column) const
     }
 }
 
-QVariant MissionModel::longText(const MissionRecord& mission, int column) const
+QVariant MissionModel::longText(const Row& row, int column) const
 {
+    const MissionRecord& mission = row.mission;
     return column == File                                 ? mission.file
            : column == BreakpointAt && mission.breakpoint ? mission.breakpoint->text()
-                                                          : text(mission, column);
+                                                          : text(row, column);
 }
 
-QVariant MissionModel::sortValue(const MissionRecord& mission, int column) const
+QVariant MissionModel::sortValue(const Row& row, int column) const
 {
+    const MissionRecord& mission = row.mission;
     switch (column) {
     case Start:
         return mission.start;
     case Duration:
         return mission.seconds.value_or(-1);
+    case Distance:
+        return row.figures ? row.figures->distance : -1;
     case Waiting:
         return mission.all().waiting;
     case Oldest: // what has waited longest counts most
         return mission.oldestWaiting.isValid() ? -mission.oldestWaiting.toMSecsSinceEpoch()
                                                : std::numeric_limits<qint64>::min();
     default:
-        return isKind(column) ? QVariant(countOf(mission, column).recorded) : text(mission, column);
+        return isKind(column) ? QVariant(countOf(mission, column).recorded) : text(row, column);
     }
 }
 
@@ -261,6 +377,11 @@ QString MissionModel::durationText(qint64 seconds)
         .arg(seconds % 60, 2, 10, QLatin1Char('0'));
 }
 
+QString MissionModel::distanceText(double metres)
+{
+    return metres < 1000 ? tr("%1 m").arg(metres, 0, 'f', 0) : tr("%1 km").arg(metres / 1000, 0, 'f', 1);
+}
+
 MissionProxy::MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent)
     : RowFilter(model, -1, parent), m_onlyWaited(onlyWaited)
 {
@@ -272,7 +393,7 @@ MissionProxy::MissionProxy(MissionModel* model, bool onlyWaited, QObject* parent
 
 QVariant MissionProxy::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    const bool overBars = m_onlyWaited && isKind(section);
+    const bool overBars = m_onlyWaited && hasBar(section);
     return overBars && role == Qt::TextAlignmentRole ? int(Qt::AlignCenter)
                                                      : RowFilter::headerData(section, orientation, role);
 }

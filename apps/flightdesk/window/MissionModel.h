@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "export/FlightFigures.h"
 #include "project/MissionRecord.h"
 #include "upload/Backlog.h"
 #include "window/TableModel.h"
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QHash>
 
 /// The project's missions, a row each.
@@ -26,6 +28,9 @@ public:
         Waiting,
         Oldest,
         BreakpointAt,
+        Distance,
+        State,    ///< in a pilot's words
+        Uploaded, ///< of all rows, as a bar
         ColumnCount
     };
     enum OwnRole {
@@ -42,6 +47,16 @@ public:
 
     /// \param easyFly  the video missions' instead of the flight missions'
     Backlog backlog(bool easyFly) const;
+    /// Which mission's rows are on their way; empty when none are.
+    void setUploading(const QString& mission);
+    void setFigures(const QString& file, const QString& mission, const FlightFigures& figures);
+    /// Flights whose figures are not known, or not as they are now; each is told once. Those that are still
+    /// being recorded are left for later.
+    QVector<MissionRecord> takeUnfigured();
+    const MissionRecord& record(int row) const { return m_rows.at(row).mission; }
+    /// Null until they are known.
+    const FlightFigures* figures(int row) const;
+    QString stateText(int row) const { return stateText(m_rows.at(row)); }
     /// Name of a mission, or its id.
     QString nameOf(const QString& mission) const;
 
@@ -51,21 +66,31 @@ public:
     /// For how long, in one unit.
     static QString ageText(qint64 seconds);
     static QString durationText(qint64 seconds);
+    static QString distanceText(double metres);
 
 private:
     int rows() const override { return m_rows.size(); }
     struct Row {
         MissionRecord mission;
         bool waited = false;
+        QElapsedTimer grew;  ///< since rows were added
+        qint64 figured = -1; ///< rows when figures were asked for
+        std::optional<FlightFigures> figures;
+
+        bool isGrowing() const;
     };
     QVector<MissionRecord> asLastRead(const MissionsOfFile& file) const;
     void removeRowsOf(const QString& file, int keep);
-    QVariant text(const MissionRecord& mission, int column) const;
-    QVariant longText(const MissionRecord& mission, int column) const;
-    QVariant sortValue(const MissionRecord& mission, int column) const;
+    void setRow(Row* row, const MissionRecord& mission);
+    QString stateText(const Row& row) const;
+    QString waitingText(const MissionRecord& mission) const;
+    QVariant text(const Row& row, int column) const;
+    QVariant longText(const Row& row, int column) const;
+    QVariant sortValue(const Row& row, int column) const;
 
     QVector<Row> m_rows;
     QHash<QString, QVector<int>> m_rowsOfFile;
+    QString m_uploading;
 };
 
 /// Sorted as the user likes; on request only missions that have waited, whose kinds are shown as bars.

@@ -2,10 +2,11 @@
 #include "window/RecordPage.h"
 
 #include "window/ConnectDialog.h"
-#include "window/Plot.h"
+#include "window/ProfileView.h"
 #include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/TableViews.h"
+#include "window/TrackView.h"
 #include "window/WindowSession.h"
 
 #include <QtCore/QFileInfo>
@@ -15,18 +16,15 @@
 #include <QtWidgets/QCheckBox>
 #include <QtWidgets/QComboBox>
 #include <QtWidgets/QFileDialog>
-#include <QtWidgets/QGridLayout>
 #include <QtWidgets/QHeaderView>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QSplitter>
 
-#include <utility>
-
 namespace
 {
-constexpr int RedrawInterval = 60; // milliseconds, for one plot after another
+constexpr int RedrawInterval = 100; // milliseconds
 
 QStringList logsIn(const QMimeData& data)
 {
@@ -47,12 +45,12 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     , m_easyFly(new QCheckBox(tr("&Easy-fly")))
     , m_minutes(new QSpinBox)
     , m_interrupted(new QCheckBox(tr("&breaks off in the air")))
-    , m_cancel(new QPushButton(tr("&Cancel recording")))
+    , m_cancel(new QPushButton(tr("S&top...")))
     , m_connect(new QPushButton)
     , m_station(new StateLabel)
     , m_links(new ConnectDialog(session, this))
-    , m_table(new TableView(tr("Flights"), tr("Drop telemetry logs (.tlog) here, connect to vehicles, or "
-                                              "simulate a flight.")))
+    , m_table(new TableView(tr("Recordings"), tr("Drop telemetry logs (.tlog) here, connect to vehicles, or "
+                                                 "simulate a flight.")))
 {
     setAcceptDrops(true);
     m_table->setModel(session.flights());
@@ -81,10 +79,11 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     });
     connect(&session, &WindowSession::sampled, this, &RecordPage::noteSamples);
     connect(&session, &WindowSession::projectOpened, this, [this] { setEnabled(true); });
+    connect(&session, &WindowSession::knownLogFound, this, &RecordPage::askToRecordAgain);
     connect(session.station(), &LiveStation::changed, this, &RecordPage::showStation);
     m_redraw.setSingleShot(true);
     m_redraw.setInterval(RedrawInterval);
-    connect(&m_redraw, &QTimer::timeout, this, &RecordPage::showNextPlot);
+    connect(&m_redraw, &QTimer::timeout, this, &RecordPage::drawFlight);
     setEnabled(session.hasProject());
     showStation();
     showFlight();
@@ -95,38 +94,40 @@ QLayout* RecordPage::makeControls()
     m_speed->addItem(tr("flight speed"), 1.0);
     m_speed->addItem(tr("10 times"), 10.0);
     m_speed->addItem(tr("as fast as possible"), 0.0);
-    m_speed->setCurrentIndex(1);
+    m_speed->setCurrentIndex(2);
+    connect(m_speed, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+            [this] { m_session.setSpeed(m_speed->currentData().toDouble()); });
     m_easyFly->setToolTip(tr("Record video missions instead of flight missions."));
     auto* const add = new QPushButton(tr("&Add logs..."));
     connect(add, &QPushButton::clicked, this, &RecordPage::chooseLogs);
     connect(m_connect, &QPushButton::clicked, this, &RecordPage::toggleStation);
-    connect(m_cancel, &QPushButton::clicked, this, [this] { m_session.cancelRecording(selectedRow()); });
+    connect(m_cancel, &QPushButton::clicked, this, &RecordPage::askToStop);
     m_minutes->setRange(1, 1440);
     m_minutes->setValue(5);
     m_minutes->setSuffix(tr(" min"));
     m_minutes->setAccessibleName(tr("Length of the simulated flight"));
     auto* const start = new QPushButton(tr("&Simulate"));
     connect(start, &QPushButton::clicked, this, &RecordPage::simulate);
-    return sideBySide({{labelFor(tr("S&peed:"), m_speed), m_speed, m_easyFly},
-                       {add, m_connect},
-                       {start, m_minutes, m_interrupted, nullptr, m_cancel}});
+    auto* const rows = new QVBoxLayout;
+    rows->addLayout(
+        sideBySide({{add, m_connect}, {labelFor(tr("S&peed:"), m_speed), m_speed, nullptr, m_cancel}}));
+    rows->addLayout(sideBySide({{start, m_minutes, m_interrupted}, {m_easyFly, nullptr}}));
+    return rows;
 }
 
 QWidget* RecordPage::makePlots()
 {
-    m_track = new TrackPlot;
-    m_height = new Plot({}, tr("Height (m)"), theme::Accent::Height);
-    m_speedPlot = new Plot({}, tr("Speed (m/s)"), theme::Accent::Speed);
-    m_battery = new Plot(tr("Minutes"), tr("Battery (V)"), theme::Accent::Battery);
-    auto* const plots = new QWidget;
-    auto* const grid = new QGridLayout(plots);
-    grid->setContentsMargins(0, 0, 0, 0);
-    grid->addWidget(m_track, 0, 0, 3, 1);
-    grid->addWidget(m_height, 0, 1);
-    grid->addWidget(m_speedPlot, 1, 1);
-    grid->addWidget(m_battery, 2, 1);
-    grid->setColumnStretch(0, 1);
-    grid->setColumnStretch(1, 1);
+    m_track = new TrackView;
+    m_profile = new ProfileView;
+    auto* const plots = new QSplitter;
+    plots->addWidget(m_track);
+    plots->addWidget(m_profile);
+    plots->setSizes({500, 500});
+    plots->setChildrenCollapsible(false);
+    connect(m_profile, &ProfileView::pointedAt, this, [this](qint64 msec) {
+        m_track->setCursorTime(msec);
+        m_profile->setCursorTime(msec);
+    });
     return plots;
 }
 
@@ -152,6 +153,44 @@ void RecordPage::toggleStation()
     } else {
         m_links->open();
     }
+}
+
+void RecordPage::askToRecordAgain(FlightTask task)
+{
+    task.anyway = true;
+    auto* const question =
+        new QMessageBox(QMessageBox::Question, tr("Add logs"),
+                        tr("%1 is in this project already. Record it again?").arg(task.name),
+                        QMessageBox::Yes | QMessageBox::No, this);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    connect(question->button(QMessageBox::Yes), &QPushButton::clicked, this,
+            [this, task] { m_session.record(task); });
+    question->open();
+}
+
+void RecordPage::askToStop()
+{
+    const int row = selectedRow();
+    const int flight = m_session.flights()->flightAt(row);
+    auto* const question =
+        new QMessageBox(QMessageBox::Question, tr("Stop recording"),
+                        tr("Stop recording %1, and what to do with the part that is recorded?")
+                            .arg(m_session.flights()->index(row, FlightModel::Name).data().toString()),
+                        QMessageBox::NoButton, this);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    const auto offer = [&](const QString& text, QMessageBox::ButtonRole role, bool keep) {
+        connect(question->addButton(text, role), &QPushButton::clicked, this, [this, flight, keep] {
+            for (int at = 0; at < m_session.flights()->rowCount(); ++at) {
+                if (m_session.flights()->flightAt(at) == flight && m_session.flights()->isRunning(at)) {
+                    m_session.stopRecording(at, keep);
+                }
+            }
+        });
+    };
+    offer(tr("&Keep it"), QMessageBox::AcceptRole, true);
+    offer(tr("&Discard it"), QMessageBox::DestructiveRole, false);
+    question->addButton(tr("&Go on recording"), QMessageBox::RejectRole);
+    question->open();
 }
 
 void RecordPage::showStation()
@@ -223,42 +262,18 @@ void RecordPage::showFlight()
 {
     const int row = selectedRow();
     m_cancel->setEnabled(row >= 0 && m_session.flights()->isRunning(row));
-    if (isVisible()) {
-        m_outdated = {true, true, true, true};
-        if (!m_redraw.isActive()) {
-            m_redraw.start();
-        }
+    if (isVisible() && !m_redraw.isActive()) {
+        m_redraw.start();
     }
 }
 
-/// One plot at a time: to draw all of them at once would hold up the window.
-void RecordPage::showNextPlot()
-{
-    for (std::size_t i = 0; i < m_outdated.size(); ++i) {
-        const std::size_t plot = (m_nextPlot + i) % m_outdated.size();
-        if (std::exchange(m_outdated[plot], false)) {
-            showPlot(plot);
-            m_nextPlot = plot + 1;
-            m_redraw.start();
-            return;
-        }
-    }
-}
-
-void RecordPage::showPlot(std::size_t plot)
+void RecordPage::drawFlight()
 {
     const int row = selectedRow();
-    const FlightTrack track = row < 0 ? FlightTrack() : m_session.flights()->track(row);
-    if (plot == 0) {
-        const auto breakpoint = row < 0 ? std::nullopt : m_session.flights()->breakpoint(row);
-        m_track->setPoints(track.path());
-        m_track->setBreakpoint(breakpoint ? std::optional(track.place(breakpoint->lng, breakpoint->lat))
-                                          : std::nullopt);
-        return;
-    }
-    const std::pair<Plot*, double FlightSample::*> values[] = {{m_height, &FlightSample::height},
-                                                               {m_speedPlot, &FlightSample::speed},
-                                                               {m_battery, &FlightSample::volts}};
-    const auto& [view, value] = values[plot - 1];
-    view->setPoints(track.over(value));
+    const FlightProfile profile =
+        row < 0 ? FlightProfile() : FlightProfile::of(m_session.flights()->track(row).samples());
+    m_track->setTrack(profile.track);
+    m_track->setBreakpoint(row < 0 ? std::nullopt : m_session.flights()->breakpoint(row));
+    m_track->setCursorTime(profile.period().second);
+    m_profile->setProfile(profile);
 }

@@ -4,17 +4,15 @@
 #include <QtCore/QTimer>
 #include <QtWidgets/QWidget>
 
-#include <array>
-
 class ConnectDialog;
-class Plot;
+class ProfileView;
 class QCheckBox;
 class QComboBox;
 class QPushButton;
 class QSpinBox;
 class StateLabel;
 class TableView;
-class TrackPlot;
+class TrackView;
 class WindowSession;
 struct FlightTask;
 
@@ -27,9 +25,11 @@ public:
     explicit RecordPage(WindowSession& session, QWidget* parent = nullptr);
 
     void recordLogs(const QStringList& paths);
+    void chooseLogs();
     void simulate();
     /// Shows the flight of a row.
     void select(int row);
+    QComboBox* speed() const { return m_speed; }
     /// Where the links are entered.
     ConnectDialog* links() const { return m_links; }
 
@@ -41,13 +41,13 @@ protected:
 private:
     QLayout* makeControls();
     QWidget* makePlots();
-    void chooseLogs();
     void toggleStation();
+    void askToStop();
+    void askToRecordAgain(FlightTask task);
     void showStation();
     void noteSamples(int flight);
     void showFlight();
-    void showNextPlot();
-    void showPlot(std::size_t plot);
+    void drawFlight();
     int selectedRow() const;
     FlightTask makeTask(const QString& name) const;
 
@@ -61,11 +61,7 @@ private:
     StateLabel* m_station;
     ConnectDialog* m_links;
     TableView* m_table;
-    TrackPlot* m_track;
-    Plot* m_height;
-    Plot* m_speedPlot;
-    Plot* m_battery;
+    TrackView* m_track;
+    ProfileView* m_profile;
     QTimer m_redraw;
-    std::array<bool, 4> m_outdated{}; ///< the track and the three values over time
-    std::size_t m_nextPlot = 0;
 };

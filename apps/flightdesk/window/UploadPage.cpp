@@ -23,11 +23,15 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     , m_session(session)
     , m_server(new QLineEdit)
     , m_token(new QLineEdit)
+    , m_who(new QLabel)
+    , m_change(new QPushButton)
+    , m_fields(makeFields())
     , m_state(new StateLabel)
     , m_note(new StateLabel)
     , m_pause(new QPushButton)
     , m_reset(new QPushButton(tr("R&estart round")))
     , m_interval(new QSpinBox)
+    , m_table(new TableView(tr("Upload progress"), tr("Nothing waits for upload.")))
     , m_easyFly(new QCheckBox(tr("Eas&y-fly missions")))
     , m_network(new QComboBox)
 {
@@ -47,7 +51,21 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     showState();
 }
 
+/// What is used stands in a line of its own; the fields are there only to enter something else.
 QLayout* UploadPage::makeSignIn()
+{
+    m_who->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_who->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    connect(m_change, &QPushButton::clicked, this, &UploadPage::changeServer);
+    QHBoxLayout* const row = sideBySide({{m_who, m_change}});
+    row->setStretchFactor(m_who, 1);
+    auto* const rows = new QVBoxLayout;
+    rows->addLayout(row);
+    rows->addWidget(m_fields);
+    return rows;
+}
+
+QWidget* UploadPage::makeFields()
 {
     m_server->setPlaceholderText(tr("https://fly.example"));
     m_token->setEchoMode(QLineEdit::Password);
@@ -60,7 +78,20 @@ QLayout* UploadPage::makeSignIn()
         {{labelFor(tr("Ser&ver:"), m_server), m_server, labelFor(tr("To&ken:"), m_token), m_token, button}});
     row->setStretchFactor(m_server, 2);
     row->setStretchFactor(m_token, 1);
-    return row;
+    row->setContentsMargins(0, 0, 0, 0);
+    auto* const fields = new QWidget;
+    fields->setLayout(row);
+    return fields;
+}
+
+void UploadPage::changeServer()
+{
+    m_changing = !m_changing;
+    m_server->setText(m_session.server());
+    showState();
+    if (m_changing) {
+        m_server->setFocus();
+    }
 }
 
 QLayout* UploadPage::makePipeline()
@@ -84,31 +115,40 @@ QLayout* UploadPage::makePipeline()
     rows->setContentsMargins(0, 8, 0, 8);
     rows->addWidget(m_state);
     rows->addWidget(m_note);
-    rows->addLayout(sideBySide({{m_pause, m_reset},
-                                {labelFor(tr("Retry a&fter:"), m_interval), m_interval},
-                                {labelFor(tr("Net&work:"), m_network), m_network},
-                                {m_easyFly, nullptr}}));
+    rows->addLayout(sideBySide({{m_pause, m_reset, m_easyFly, nullptr}}));
+    rows->addLayout(sideBySide({{labelFor(tr("Retry a&fter:"), m_interval), m_interval},
+                                {labelFor(tr("Net&work:"), m_network), m_network, nullptr}}));
     return rows;
 }
 
 QWidget* UploadPage::makeTable()
 {
-    auto* const table = new TableView(tr("Upload progress"), tr("Nothing waits for upload."));
-    table->setModel(new MissionProxy(m_session.missions(), true, this));
-    table->setSortingEnabled(true);
-    table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    table->setWidths({0, 24, 0, 20, 0, 12, 18, 16, 20, 10});
-    for (const int column : {MissionModel::File, MissionModel::Aircraft, MissionModel::Duration,
-                             MissionModel::Oldest, MissionModel::BreakpointAt}) {
-        table->hideColumn(column);
+    m_table->setModel(new MissionProxy(m_session.missions(), true, this));
+    m_table->setSortingEnabled(true);
+    m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
+    m_table->setWidths({0, 20, 0, 20, 0, 11, 13, 13, 15, 11});
+    m_table->header()->moveSection(MissionModel::Uploaded, MissionModel::MissionRow);
+    m_table->header()->setStretchLastSection(false);
+    m_table->header()->setMinimumSectionSize(fontMetrics().averageCharWidth() * 9);
+    auto* const bars = new ProgressDelegate(m_table);
+    for (const int column :
+         {int(MissionModel::MissionRow), int(MissionModel::Positions), int(MissionModel::Statuses),
+          int(MissionModel::Messages), int(MissionModel::Uploaded)}) {
+        m_table->setItemDelegateForColumn(column, bars);
+        m_table->header()->setSectionResizeMode(column, QHeaderView::Stretch);
     }
-    table->header()->setStretchLastSection(false);
-    auto* const bars = new ProgressDelegate(table);
-    for (int column = MissionModel::MissionRow; column <= MissionModel::Messages; ++column) {
-        table->setItemDelegateForColumn(column, bars);
-        table->header()->setSectionResizeMode(column, QHeaderView::Stretch);
+    showDetails(false);
+    return m_table;
+}
+
+void UploadPage::showDetails(bool show)
+{
+    for (int column = 0; column < MissionModel::ColumnCount; ++column) {
+        const bool kind = column >= MissionModel::MissionRow && column <= MissionModel::Messages;
+        const bool plain = column == MissionModel::Mission || column == MissionModel::Start ||
+                           column == MissionModel::Waiting || (column == MissionModel::Uploaded && !show);
+        m_table->setColumnHidden(column, !plain && !(kind && show));
     }
-    return table;
 }
 
 QString UploadPage::server() const
@@ -127,6 +167,7 @@ void UploadPage::signIn(const QString& token)
     try {
         m_session.signIn(m_server->text(), token);
         m_token->clear();
+        m_changing = false;
     } catch (const Failure& failure) {
         wrong = failure.words();
     }
@@ -162,8 +203,16 @@ void UploadPage::setNetwork(int choice)
 void UploadPage::showState()
 {
     const Uploader::State state = m_session.uploader()->state();
+    const bool used = state == Uploader::State::Running || state == Uploader::State::Paused;
+    m_who->setText(used ? tr("Signed in to %1").arg(m_session.server())
+                        : tr("Not signed in. Enter the server and the token that you have been given."));
+    m_who->setToolTip(m_who->text());
+    m_change->setVisible(used);
+    m_change->setText(m_changing ? tr("&Keep this server") : tr("C&hange server..."));
+    m_fields->setVisible(!used || m_changing);
     const bool running = state == Uploader::State::Running;
-    const bool trouble = state == Uploader::State::TokenRejected || m_session.uploader()->hasFailed();
+    const bool trouble =
+        state == Uploader::State::TokenRejected || m_session.uploader()->trouble().has_value();
     m_state->say(m_session.hasProject() ? m_session.uploadText() : tr("Open a project first."), trouble);
     m_pause->setText(running ? tr("&Pause") : tr("&Start"));
     m_pause->setEnabled(running || state == Uploader::State::Paused);

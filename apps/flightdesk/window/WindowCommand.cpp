@@ -4,8 +4,8 @@
 #include "command/CommandLine.h"
 #include "command/EndSignals.h"
 #include "window/ConnectDialog.h"
+#include "window/FlightsPage.h"
 #include "window/MainWindow.h"
-#include "window/ProjectPage.h"
 #include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
@@ -13,14 +13,18 @@
 
 #include <QtCore/QSettings>
 #include <QtCore/QStandardPaths>
+#include <QtGui/QScreen>
 #include <QtWidgets/QApplication>
+#include <QtWidgets/QComboBox>
 
 namespace
 {
 // What is remembered from window to window; never the token.
 constexpr QLatin1String ProjectKey = "project"_l1;
+constexpr QLatin1String RecentKey = "recent"_l1;
 constexpr QLatin1String ServerKey = "server"_l1;
 constexpr QLatin1String LinksKey = "links"_l1;
+constexpr QLatin1String SpeedKey = "speed"_l1;
 constexpr QLatin1String HeartbeatKey = "heartbeat"_l1;
 constexpr QLatin1String GeometryKey = "geometry"_l1;
 
@@ -35,16 +39,19 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
 {
     MainWindow window(makeLogFile(), forDevelopers);
     QSettings memory(QStringLiteral("flightdesk"), QStringLiteral("flightdesk"));
-    window.resize(1280, 800);
+    window.resize(QSize(1280, 800).boundedTo(QApplication::primaryScreen()->availableSize()));
     window.restoreGeometry(memory.value(GeometryKey).toByteArray());
     window.uploadPage()->setServer(server.isEmpty() ? memory.value(ServerKey).toString() : server);
     ConnectDialog* const links = window.recordPage()->links();
     links->setLinks(memory.value(LinksKey, links->links()).toString());
     links->setHeartbeat(memory.value(HeartbeatKey).toBool());
+    QComboBox* const speed = window.recordPage()->speed();
+    speed->setCurrentIndex(memory.value(SpeedKey, speed->currentIndex()).toInt());
+    window.setRecentProjects(memory.value(RecentKey).toStringList());
     window.show();
     const QString folder = project.isEmpty() ? memory.value(ProjectKey).toString() : project;
     if (!folder.isEmpty()) {
-        window.projectPage()->open(folder, !project.isEmpty());
+        window.flightsPage()->open(folder, !project.isEmpty() && !QFileInfo::exists(project));
     }
     const QString token = qEnvironmentVariable("KV_TOKEN");
     qunsetenv("KV_TOKEN"); // no child process needs it
@@ -54,9 +61,11 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     const EndSignals endSignals;
     const int exitCode = QApplication::exec();
     memory.setValue(ProjectKey, window.session().projectPath());
+    memory.setValue(RecentKey, window.recentProjects());
     memory.setValue(ServerKey, window.uploadPage()->server());
     memory.setValue(LinksKey, links->links());
     memory.setValue(HeartbeatKey, links->hasHeartbeat());
+    memory.setValue(SpeedKey, speed->currentIndex());
     memory.setValue(GeometryKey, window.saveGeometry());
     return exitCode;
 }

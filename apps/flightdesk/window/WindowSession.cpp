@@ -6,31 +6,67 @@
 #include <KvAlgorthm.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QFileInfo>
 #include <QtCore/QLocale>
+
+#include <algorithm>
 
 WindowSession::WindowSession() : m_breakpoints(m_feed), m_uploader(m_feed)
 {
     qRegisterMetaType<QVector<MissionsOfFile>>();
+    m_clock.start();
     connect(&m_feed, &LogFeed::line, &m_log, &LogModel::append);
+    connect(&m_reader, &FlightReader::figured, &m_missions, &MissionModel::setFigures);
+    follow();
+    followUpload();
+    followStation();
+    m_downloadThread.start();
+}
+
+void WindowSession::follow()
+{
     connect(&m_recorders, &RecorderPool::started, &m_flights, &FlightModel::noteStarted);
     connect(&m_recorders, &RecorderPool::progress, &m_flights, &FlightModel::setProgress);
     connect(&m_recorders, &RecorderPool::sampled, &m_flights, &FlightModel::addSamples);
     connect(&m_recorders, &RecorderPool::sampled, this, &WindowSession::sampled);
     connect(&m_recorders, &RecorderPool::found, this, &WindowSession::record);
-    connect(&m_recorders, &RecorderPool::finished, &m_flights, &FlightModel::finish);
-    connect(&m_recorders, &RecorderPool::finished, this, &WindowSession::sampled);
-    connect(&m_recorders, &RecorderPool::finished, &m_breakpoints,
-            [this](int, const RecordedFlight& flight) { m_breakpoints.noteRecorded(flight); });
+    connect(&m_recorders, &RecorderPool::finished, this, &WindowSession::noteFinished);
     connect(&m_breakpoints, &BreakpointKeeper::storeAgain, this,
             [this](const RecordedFlight& flight) { m_recorders.storeBreakpoint(*m_project, flight); });
+}
+
+void WindowSession::followUpload()
+{
     connect(&m_uploader, &Uploader::failed, this, [this](const RequestFailure& failure) {
         if (failure.tokenRejected) {
             m_uploader.giveUpToken();
+            m_log.note(tr("The server rejected the token."), int(Level::Error));
             Q_EMIT tokenRejected();
         }
+        noteTrouble();
     });
-    followStation();
-    m_downloadThread.start();
+}
+
+void WindowSession::noteFinished(int flight, const RecordedFlight& result)
+{
+    RecordedFlight told = result;
+    if (m_unwanted.remove(flight)) {
+        if (!result.file.isEmpty()) {
+            m_project->removeMissionFile(result.file);
+        }
+        told.error = tr("discarded");
+        told.interruption.reset();
+    } else {
+        m_breakpoints.noteRecorded(result);
+    }
+    const FlightTask task = m_tasks.take(flight);
+    m_flights.finish(flight, told);
+    if (result.isKnown) {
+        Q_EMIT knownLogFound(task);
+    }
+    m_log.note(tr("%1: %2").arg(told.name, told.error.isEmpty() ? tr("recorded") : told.error),
+               int(told.error.isEmpty() ? Level::Info : Level::Warn));
+    Q_EMIT sampled(flight);
 }
 
 WindowSession::~WindowSession()
@@ -63,19 +99,25 @@ void WindowSession::followStation()
 void WindowSession::openProject(const QString& path, bool make)
 {
     if (m_recorders.isBusy()) {
-        throw Failure(tr("Flights are being recorded. Cancel them, or wait until they are done."));
+        throw Failure(tr("Flights are being recorded. Stop them, or wait until they are done."));
     }
     if (m_station.state() != LiveStation::State::Off) {
         throw Failure(tr("Vehicles are being recorded. Disconnect first."));
     }
     const Project project = make ? Project::make(path) : Project::open(path);
     m_uploader.stop();
+    m_server.clear();
+    m_settled.clear();
     m_looked = false;
     stopWatch();
     QCoreApplication::removePostedEvents(&m_missions); // the old project's missions, still on their way
+    m_reader.forget();
     m_project = project;
+    m_lock = std::make_unique<ProjectLock>(project, ProjectLock::Use::Uploading);
+    m_otherUploads = m_lock->take();
     m_missions.clear();
     startWatch();
+    m_log.note(tr("Opened %1").arg(m_project->path()), int(Level::Info));
     Q_EMIT projectOpened();
 }
 
@@ -87,13 +129,93 @@ void WindowSession::startWatch()
     connect(&m_watchThread, &QThread::finished, watch, &QObject::deleteLater);
     connect(watch, &MissionWatch::found, &m_missions, &MissionModel::update);
     connect(watch, &MissionWatch::gone, &m_missions, &MissionModel::remove);
-    connect(watch, &MissionWatch::looked, this, [this](bool network) {
-        m_network = network;
-        m_looked = true;
-        m_uploader.look(m_missions.backlog(m_uploader.isEasyFly()), network);
-        Q_EMIT looked();
-    });
+    connect(watch, &MissionWatch::looked, this, &WindowSession::noteLooked);
     m_watchThread.start();
+}
+
+void WindowSession::noteLooked(bool network)
+{
+    m_network = network;
+    m_looked = true;
+    const Backlog backlog = m_missions.backlog(m_uploader.isEasyFly());
+    m_uploader.look(backlog, network);
+    notePace(backlog);
+    m_missions.setUploading(m_uploader.mission());
+    const QVector<MissionRecord> unfigured = m_missions.takeUnfigured();
+    for (const MissionRecord& mission : unfigured) {
+        m_reader.figure(mission.file, mission.id);
+    }
+    Q_EMIT looked();
+}
+
+/// How fast rows are accepted, and what the log says of it.
+void WindowSession::notePace(const Backlog& backlog)
+{
+    constexpr int Looks = 15;
+    m_settled.enqueue({m_clock.elapsed(), backlog.settled});
+    if (m_settled.size() > Looks) {
+        m_settled.dequeue();
+    }
+    if (m_settled.size() < 2) {
+        m_told = backlog.settled;
+        return;
+    }
+    constexpr int TellInterval = 60000; // milliseconds
+    const bool done = backlog.sendable() == 0 || m_uploader.trouble().has_value();
+    if (backlog.settled > m_told && (done || m_clock.elapsed() - m_toldAt > TellInterval)) {
+        m_toldAt = m_clock.elapsed();
+        m_log.note(tr("%1 records were sent and accepted.").arg(QLocale().toString(backlog.settled - m_told)),
+                   int(Level::Info));
+        m_told = backlog.settled;
+    }
+    noteTrouble();
+}
+
+void WindowSession::noteTrouble()
+{
+    const auto& trouble = m_uploader.trouble();
+    const QString words = trouble ? trouble->failure.headline : QString();
+    if (words != m_trouble) {
+        m_log.note(words.isEmpty() ? tr("The server accepts records again.") : tr("Not sent: %1").arg(words),
+                   int(words.isEmpty() ? Level::Info : Level::Warn));
+        m_trouble = words;
+    }
+}
+
+/// "1,200 a second, about 32 s left."
+QString WindowSession::paceText(const Backlog& backlog) const
+{
+    if (m_settled.size() < 2) {
+        return {};
+    }
+    const double seconds = double(m_settled.last().first - m_settled.head().first) / 1000;
+    const double pace = double(m_settled.last().second - m_settled.head().second) / std::max(seconds, 0.1);
+    if (pace < 1) {
+        return {};
+    }
+    return tr(" %1 a second, about %2 left.")
+        .arg(QLocale().toString(qint64(pace)),
+             MissionModel::ageText(qint64(double(backlog.sendable()) / pace) + 1));
+}
+
+QString WindowSession::troubleText(const UploadTrouble& trouble, const QString& records) const
+{
+    const qint64 seconds = trouble.since.secsTo(QDateTime::currentDateTime());
+    const int left = m_uploader.secondsToTry();
+    const QString again = left > 0 ? tr("Trying again in %1 s.").arg(left) : tr("Trying again now.");
+    return tr("%1 since %2 (%3). %4 records are safe here. %5 %6")
+        .arg(trouble.failure.headline, trouble.since.toString(QStringLiteral("hh:mm")),
+             MissionModel::ageText(seconds), records, trouble.failure.todo, again);
+}
+
+QString WindowSession::noticeText() const
+{
+    QStringList notices;
+    if (m_project) {
+        notices = QStringList{m_project->readOnlyWords(), m_otherUploads};
+        notices.removeAll({});
+    }
+    return notices.join(QLatin1Char('\n'));
 }
 
 void WindowSession::stopWatch()
@@ -105,12 +227,18 @@ void WindowSession::stopWatch()
 
 void WindowSession::record(const FlightTask& task)
 {
-    m_flights.add(m_recorders.record(*m_project, task), task.name);
+    const int flight = m_recorders.record(*m_project, task);
+    m_tasks.insert(flight, task);
+    m_flights.add(flight, task.name);
 }
 
-void WindowSession::cancelRecording(int row)
+void WindowSession::stopRecording(int row, bool keep)
 {
-    m_recorders.cancel(m_flights.flightAt(row));
+    const int flight = m_flights.flightAt(row);
+    if (!keep) {
+        m_unwanted.insert(flight);
+    }
+    m_recorders.cancel(flight);
 }
 
 void WindowSession::connectLinks(const QStringList& links, bool heartbeat)
@@ -123,6 +251,10 @@ void WindowSession::signIn(const QString& server, const QString& token)
     if (!m_project) {
         throw Failure(tr("Open a project first."));
     }
+    m_otherUploads = m_lock->take();
+    if (!m_otherUploads.isEmpty()) {
+        throw Failure(m_otherUploads);
+    }
     if (token.isEmpty()) {
         throw Failure(tr("Enter the token that the server has given you."));
     }
@@ -134,6 +266,9 @@ void WindowSession::signIn(const QString& server, const QString& token)
     if (!SetCurUserInfo(user)) {
         throw Failure(tr("The token holds characters that cannot be sent. Copy it again."));
     }
+    m_server = server.trimmed();
+    m_log.note(tr("Signed in to %1").arg(m_server), int(Level::Info));
+    m_trouble.clear();
     m_uploader.start();
 }
 
@@ -143,7 +278,8 @@ QString WindowSession::uploadText() const
     const int hidden = backlog.unreadable.size();
     const QString unread =
         hidden > 0 ? tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden) : QString();
-    const QString waiting = tr("%1 rows wait.").arg(QLocale().toString(backlog.waiting())) + unread;
+    const QString records = QLocale().toString(backlog.waiting());
+    const QString waiting = tr("%1 records wait.").arg(records) + unread;
     switch (m_uploader.state()) {
     case Uploader::State::Off:
         return tr("Not signed in. ") + waiting;
@@ -164,12 +300,16 @@ QString WindowSession::uploadText() const
         return tr("No network. ") + waiting;
     }
     if (backlog.sendable() == 0) {
-        return tr("%1 The rest cannot be sent: a mission row is missing, or a file is read-only.")
+        return tr("%1 The rest cannot be sent: the record of its flight is missing, or a file is read-only.")
             .arg(waiting);
+    }
+    if (const auto& trouble = m_uploader.trouble()) {
+        return troubleText(*trouble, records) + unread;
     }
     const QString doing =
         m_uploader.text([this](const QString& mission) { return m_missions.nameOf(mission); });
-    return doing.isEmpty() ? tr("Waiting for the next round. ") + waiting : doing + unread;
+    return (doing.isEmpty() ? tr("Waiting for the next round.") : doing) + QLatin1Char(' ') + waiting +
+           paceText(backlog);
 }
 
 FileDownload* WindowSession::makeDownload(FileDownload::Way way)

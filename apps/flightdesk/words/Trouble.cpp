@@ -98,13 +98,17 @@ QString troubleHeadline(Trouble trouble, const QStringList& details)
     return filled(textOf(trouble).what, details);
 }
 
+QString troubleTodo(Trouble trouble, const QStringList& details)
+{
+    const QString todo = filled(textOf(trouble).todo, details);
+    return todo.endsWith(QLatin1Char('?')) ? todo : todo + QLatin1Char('.');
+}
+
 QString troubleWords(Trouble trouble, const QStringList& details)
 {
     const TroubleText& text = textOf(trouble);
-    const QString words = QStringLiteral("%1, %2. %3");
-    const QString todo = filled(text.todo, details);
-    return words.arg(filled(text.what, details), filled(text.safe, details), todo) +
-           (todo.endsWith(QLatin1Char('?')) ? QString() : QStringLiteral("."));
+    return QStringLiteral("%1, %2. %3")
+        .arg(filled(text.what, details), filled(text.safe, details), troubleTodo(trouble, details));
 }
 
 QString durationWords(qint64 seconds)

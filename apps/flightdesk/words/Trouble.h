@@ -50,6 +50,8 @@ struct TroubleText {
 const QVector<TroubleText>& allTroubles();
 /// What happened, without the rest; empty details leave the places of %1, %2, ... empty.
 QString troubleHeadline(Trouble trouble, const QStringList& details = {});
+/// What to do, as a sentence.
+QString troubleTodo(Trouble trouble, const QStringList& details = {});
 /// "What happened, what is safe. What to do."
 QString troubleWords(Trouble trouble, const QStringList& details = {});
 

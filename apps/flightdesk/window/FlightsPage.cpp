@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: MIT
+#include "window/FlightsPage.h"
+
+#include "window/FlightView.h"
+#include "window/MissionModel.h"
+#include "window/NewProjectDialog.h"
+#include "window/Rows.h"
+#include "window/StateLabel.h"
+#include "window/TableViews.h"
+#include "window/WindowSession.h"
+#include "words/Failure.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QLocale>
+#include <QtWidgets/QDateEdit>
+#include <QtWidgets/QFileDialog>
+#include <QtWidgets/QHeaderView>
+#include <QtWidgets/QMessageBox>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QSplitter>
+#include <QtWidgets/QStackedWidget>
+
+#include <cmath>
+
+namespace
+{
+const QDate AnyDay(1999, 12, 31);
+
+QDateEdit* makeDay(const QString& name)
+{
+    auto* const day = new QDateEdit(AnyDay);
+    day->setMinimumDate(AnyDay);
+    day->setSpecialValueText(FlightsPage::tr("any day"));
+    day->setDisplayFormat(QStringLiteral("yyyy-MM-dd"));
+    day->setCalendarPopup(true);
+    day->setAccessibleName(name);
+    return day;
+}
+
+bool isDetail(int column)
+{
+    return column == MissionModel::File || column == MissionModel::BreakpointAt ||
+           column == MissionModel::Uploaded ||
+           (column >= MissionModel::MissionRow && column <= MissionModel::Oldest);
+}
+} // namespace
+
+FlightsPage::FlightsPage(WindowSession& session, QWidget* parent)
+    : QWidget(parent)
+    , m_session(session)
+    , m_stack(new QStackedWidget)
+    , m_hint(new QLabel)
+    , m_first(new QPushButton)
+    , m_second(new QPushButton)
+    , m_proxy(new MissionProxy(session.missions(), false, this))
+    , m_table(new TableView(tr("Flights"), tr("No flight is found. Change the text or the days.")))
+    , m_from(makeDay(tr("From")))
+    , m_to(makeDay(tr("To")))
+    , m_sums(new QLabel)
+    , m_notice(new StateLabel)
+    , m_view(new FlightView(session))
+    , m_splitter(new QSplitter)
+{
+    makeTable();
+    auto* const book = new QWidget;
+    auto* const layout = new QVBoxLayout(book);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addLayout(makeSearchRow());
+    layout->addWidget(m_table, 1);
+    m_sums->setWordWrap(true);
+    layout->addWidget(m_sums);
+    m_splitter->addWidget(book);
+    m_splitter->addWidget(m_view);
+    m_splitter->setChildrenCollapsible(false);
+    m_splitter->setStretchFactor(0, 4);
+    m_splitter->setStretchFactor(1, 5);
+    m_stack->addWidget(makeEmpty());
+    m_stack->addWidget(m_splitter);
+    auto* const all = new QVBoxLayout(this);
+    all->addWidget(m_notice);
+    all->addWidget(m_stack);
+    connect(&session, &WindowSession::looked, this, &FlightsPage::showSums);
+    connect(&session, &WindowSession::projectOpened, this, &FlightsPage::showSums);
+    connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+            &FlightsPage::showSelected);
+    showSums();
+}
+
+void FlightsPage::makeTable()
+{
+    m_table->setModel(m_proxy);
+    m_table->setSortingEnabled(true);
+    m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
+    m_table->setWidths({20, 15, 13, 20, 9, 0, 9, 7, 8, 8, 8, 13, 9, 10, 0});
+    m_table->header()->moveSection(MissionModel::Start, 0);
+    m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::Distance), 5);
+    m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::State), 6);
+    m_table->header()->setStretchLastSection(true);
+    m_table->setMinimumHeight(fontMetrics().height() * 5);
+    showDetails(false);
+}
+
+void FlightsPage::showDetails(bool show)
+{
+    for (int column = 0; column < MissionModel::ColumnCount; ++column) {
+        m_table->setColumnHidden(column, isDetail(column) && (!show || column == MissionModel::MissionRow ||
+                                                              column == MissionModel::Uploaded));
+    }
+}
+
+QLayout* FlightsPage::makeSearchRow()
+{
+    m_search = makeSearch(tr("Find a flight"), m_proxy);
+    m_search->setMinimumWidth(fontMetrics().averageCharWidth() * 8);
+    connect(m_search, &QLineEdit::textChanged, this, &FlightsPage::showSums);
+    connect(m_from, &QDateEdit::dateChanged, this, &FlightsPage::filter);
+    connect(m_to, &QDateEdit::dateChanged, this, &FlightsPage::filter);
+    return sideBySide(
+        {{m_search}, {labelFor(tr("&From:"), m_from), m_from, labelFor(tr("&To:"), m_to), m_to}});
+}
+
+void FlightsPage::filter()
+{
+    const QDate from = m_from->date();
+    const QDate to = m_to->date() == AnyDay ? QDate(9999, 12, 31) : m_to->date();
+    const MissionModel* const missions = m_session.missions();
+    m_proxy->setCondition([missions, from, to](const QModelIndex& row) {
+        const QDate day = missions->record(row.row()).start.date();
+        return from == AnyDay && to.year() == 9999 ? true : day >= from && day <= to;
+    });
+    showSums();
+}
+
+/// What to do first.
+QWidget* FlightsPage::makeEmpty()
+{
+    auto* const empty = new QWidget;
+    m_hint->setAlignment(Qt::AlignCenter);
+    m_hint->setWordWrap(true);
+    auto* const layout = new QVBoxLayout(empty);
+    layout->addStretch(2);
+    layout->addWidget(m_hint);
+    layout->addSpacing(12);
+    layout->addLayout(sideBySide({{nullptr, m_first, m_second, nullptr}}));
+    layout->addStretch(3);
+    connect(m_first, &QPushButton::clicked, this,
+            [this] { m_session.hasProject() ? Q_EMIT logsWanted() : chooseNew(); });
+    connect(m_second, &QPushButton::clicked, this,
+            [this] { m_session.hasProject() ? Q_EMIT simulationWanted() : choose(); });
+    return empty;
+}
+
+void FlightsPage::choose()
+{
+    // Beside the project, where others are.
+    const QString near =
+        m_session.hasProject() ? QFileInfo(m_session.projectPath()).absolutePath() : QString();
+    const QString path = QFileDialog::getExistingDirectory(this, tr("Open project"), near);
+    if (!path.isEmpty()) {
+        open(path, false);
+    }
+}
+
+void FlightsPage::chooseNew()
+{
+    auto* const dialog = new NewProjectDialog(
+        m_session.hasProject() ? QFileInfo(m_session.projectPath()).absolutePath() : QDir::homePath(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &NewProjectDialog::accepted, this, [this, dialog] { open(dialog->path(), true); });
+    dialog->open();
+}
+
+void FlightsPage::open(const QString& path, bool make)
+{
+    if (!make && QDir(path).exists() && !Project::isProject(path)) {
+        auto* const question =
+            new QMessageBox(QMessageBox::Question, tr("Open project"),
+                            tr("This folder is no project. Make one here?\n\n%1").arg(path),
+                            QMessageBox::Yes | QMessageBox::No, this);
+        question->setAttribute(Qt::WA_DeleteOnClose);
+        connect(question->button(QMessageBox::Yes), &QPushButton::clicked, this,
+                [this, path] { open(path, true); });
+        question->open();
+        return;
+    }
+    try {
+        m_session.openProject(path, make);
+    } catch (const Failure& failure) {
+        QMessageBox::warning(this, tr("Project"), failure.words());
+    }
+}
+
+void FlightsPage::find()
+{
+    m_search->setFocus();
+    m_search->selectAll();
+}
+
+void FlightsPage::showSelected()
+{
+    const QModelIndex current = m_proxy->mapToSource(m_table->currentIndex());
+    m_view->show(current.isValid() ? current.row() : -1);
+}
+
+void FlightsPage::showSums()
+{
+    const MissionModel& missions = *m_session.missions();
+    const bool open = m_session.hasProject();
+    m_hint->setText(
+        open ? tr("There are no flights in this project yet.\nAdd the logs of flights, or "
+                  "simulate one to see how it works.")
+             : tr("A project is a folder that keeps your flights.\nMake one, or open one that you have."));
+    m_first->setText(open ? tr("&Add logs...") : tr("&New project..."));
+    m_second->setText(open ? tr("&Simulate") : tr("&Open project..."));
+    m_stack->setCurrentIndex(open && missions.rowCount() > 0 ? 1 : 0);
+    m_notice->say(m_session.noticeText(), true);
+    m_notice->setVisible(!m_notice->text().isEmpty());
+    double airborne = 0;
+    double distance = 0;
+    qint64 waiting = 0;
+    for (int i = 0; i < m_proxy->rowCount(); ++i) {
+        const int row = m_proxy->mapToSource(m_proxy->index(i, 0)).row();
+        waiting += missions.record(row).all().waiting;
+        if (const FlightFigures* const figures = missions.figures(row)) {
+            airborne += figures->airborne;
+            distance += figures->distance;
+        }
+    }
+    m_sums->setText(tr("%1 flights, %2 airborne, %3, %4 records wait")
+                        .arg(QLocale().toString(m_proxy->rowCount()),
+                             MissionModel::durationText(std::llround(airborne)),
+                             MissionModel::distanceText(distance), QLocale().toString(waiting)));
+    if (!m_table->currentIndex().isValid() && m_proxy->rowCount() > 0) {
+        m_table->setCurrentIndex(m_proxy->index(0, MissionModel::Start));
+    }
+}
+
+/// The flight stands beside the table, or below where there is no room.
+void FlightsPage::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    const bool wide = width() > fontMetrics().averageCharWidth() * 120;
+    const Qt::Orientation way = wide ? Qt::Horizontal : Qt::Vertical;
+    if (m_splitter->orientation() != way || m_splitter->sizes().constFirst() == 0) {
+        m_splitter->setOrientation(way);
+        m_splitter->setSizes(wide ? QList<int>{560, 440} : QList<int>{350, 650});
+    }
+}

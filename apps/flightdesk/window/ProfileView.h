@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "book/FlightProfile.h"
+
+#include <QtGui/QPixmap>
+#include <QtWidgets/QWidget>
+
+/// Height, speed and battery of a flight above each other on one time axis, with a cursor that follows the
+/// mouse, or the arrow keys, through all of them.
+class ProfileView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit ProfileView(QWidget* parent = nullptr);
+
+    void setProfile(const FlightProfile& profile);
+    void setCursorTime(qint64 msec);
+    /// The values at the cursor, in words; empty without a cursor.
+    QString readout() const;
+
+    /// As a pilot reads it: minutes and seconds since the start.
+    static QString clock(qint64 msec);
+
+    QSize minimumSizeHint() const override;
+
+Q_SIGNALS:
+    void pointedAt(qint64 msec);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    QRect strip(int value) const;
+    double x(qint64 msec) const;
+    void draw();
+    void drawTimes(QPainter& painter) const;
+    void drawStrip(QPainter& painter, int value) const;
+    void drawLine(QPainter& painter, int value, double bottom, double top) const;
+    const FlightProfile::Span* spanAt(int value, qint64 msec) const;
+    QString valueText(int value, double number) const;
+
+    FlightProfile m_profile;
+    qint64 m_from = 0;
+    qint64 m_to = 0;
+    qint64 m_cursor = flightTime::Unknown;
+    QPixmap m_drawn; ///< all but the cursor; null when it has to be drawn again
+};
