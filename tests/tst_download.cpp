@@ -25,7 +25,7 @@ struct Watched : Base {
             outcomes.append(QString("progress %1 %2").arg(received).arg(total));
         });
     }
-    QString ends() const { return outcomes.filter(QRegExp("^(finished|error)")).join(' '); }
+    QString ends() const { return outcomes.filter(QRegularExpression("^(finished|error)")).join(' '); }
     bool progressRisesTo(qint64 total) const
     {
         return std::is_sorted(progress.cbegin(), progress.cend()) &&
@@ -85,7 +85,8 @@ int fetch(const QStringList& arguments)
         QTimer::singleShot(500, &download, &External::StopDownload);
     }
     QCoreApplication::exec();
-    std::printf("%s %d\n", qPrintable(download.outcomes.join(", ")), download.GetByteData().size());
+    std::printf("%s %d\n", qPrintable(download.outcomes.join(", ")),
+                static_cast<int>(download.GetByteData().size()));
     return 0;
 }
 } // namespace

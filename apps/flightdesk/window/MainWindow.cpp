@@ -8,7 +8,7 @@
 #include "window/Rows.h"
 #include "window/UploadPage.h"
 
-#include <QtWidgets/QAction>
+#include <QAction> // of widgets in Qt 5, of gui in Qt 6
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QStatusBar>
 #include <QtWidgets/QTabWidget>

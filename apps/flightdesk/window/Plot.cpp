@@ -9,8 +9,6 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace QtCharts;
-
 Plot::Plot(const QString& xTitle, const QString& yTitle, theme::Accent accent, QWidget* parent)
     : QChartView(parent)
     , m_accent(accent)

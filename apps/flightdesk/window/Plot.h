@@ -10,8 +10,12 @@
 
 #include <optional>
 
+#if QT_VERSION_MAJOR == 5
+QT_CHARTS_USE_NAMESPACE // with Qt 6 they stand in none
+#endif
+
 /// A plot of one line.
-class Plot : public QtCharts::QChartView
+class Plot : public QChartView
 {
     Q_OBJECT
 
@@ -25,18 +29,18 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
     void drawBackground(QPainter* painter, const QRectF& area) override;
     virtual void applyColours();
-    void setRange(QtCharts::QValueAxis* axis, double low, double high, double step);
-    QtCharts::QValueAxis* xAxis() const { return m_x; }
-    QtCharts::QValueAxis* yAxis() const { return m_y; }
-    void addSeries(QtCharts::QXYSeries* series);
+    void setRange(QValueAxis* axis, double low, double high, double step);
+    QValueAxis* xAxis() const { return m_x; }
+    QValueAxis* yAxis() const { return m_y; }
+    void addSeries(QXYSeries* series);
     /// A step of 1, 2 or 5 times a power of ten that divides the range into so many parts at most.
     static double niceStep(double range, int parts);
 
 private:
     const theme::Accent m_accent;
-    QtCharts::QLineSeries* m_line;
-    QtCharts::QValueAxis* m_x;
-    QtCharts::QValueAxis* m_y;
+    QLineSeries* m_line;
+    QValueAxis* m_x;
+    QValueAxis* m_y;
 };
 
 /// A track over the ground, in metres, with one scale for both directions, and perhaps a breakpoint on it.
@@ -58,7 +62,7 @@ protected:
 private:
     void fit();
 
-    QtCharts::QScatterSeries* m_breakpoint;
-    QtCharts::QScatterSeries* m_aircraft;
+    QScatterSeries* m_breakpoint;
+    QScatterSeries* m_aircraft;
     QRectF m_bounds;
 };
