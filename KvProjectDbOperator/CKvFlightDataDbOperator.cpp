@@ -2,83 +2,24 @@
 #include "CKvFlightDataDbOperator.h"
 
 #include "KvAlgorthm.h"
-#include "KvBoundInsert.h"
 #include "KvData.h"
 #include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
 #include "KvIdLookUp.h"
 #include "KvKeptBatches.h"
+#include "KvMissionTables.h"
 #include "KvProjectFiles.h"
 #include "KvTableDescription.h"
 #include "KvTrace.h"
 
 #include <QtCore/QCborArray>
 #include <QtCore/QCborValue>
-#include <QtCore/QDateTime>
 #include <QtCore/QFileInfo>
 #include <QtCore/QMutexLocker>
 #include <QtCore/QPointer>
 #include <QtCore/QScopedValueRollback>
-#include <QtCore/QUuid>
 
 #include <utility>
-
-namespace
-{
-constexpr int MonitorBatch = 50;
-const char* const MonitorColumnsFile = ":/flight_monitor_detail_log.txt";
-
-/// Whether the connection has all tables of a video mission's file now.
-bool CreateVideoTables(QSqlDatabase* pInstance)
-{
-    const bool bLog = CreateTable(FlightLogTableName, GetFlightLogTableContents(), pInstance);
-    const bool bStatus = CreateTable(UasStatusTableName, GetUasStatusTableContents(), pInstance);
-    const bool bVideo = CreateTable(FlightVideoTableName, GetFlightVideoTableContents(), pInstance);
-    return bLog && bStatus && bVideo;
-}
-
-/// KvData can do the same in one call, but a host may bring a KvData of its own, which need not.
-bool CreateTables(QSqlDatabase* pInstance)
-{
-    const bool bMission = CreateTable(FlightMissionTableName, GetFlightMissionTableContents(), pInstance);
-    const bool bLog = CreateTable(FlightLogTableName, GetFlightLogTableContents(), pInstance);
-    const bool bStatus = CreateTable(UasStatusTableName, GetUasStatusTableContents(), pInstance);
-    const bool bPosData = CreateTable(PosDataTableName, GetPosDataTableContents(), pInstance);
-    const bool bComplete = CreateTable(FlightCompleteTableName, GetFlightCompleteTableContents(), pInstance);
-    return bMission && bLog && bStatus && bPosData && bComplete;
-}
-
-/// A mission file that is gone, or that opening it has made anew, gets no tables and would take no row.
-bool TakesRows(const QString& strFile)
-{
-    const QFileInfo info(strFile);
-    return info.isFile() && (info.size() > 0 || strFile.endsWith(QLatin1String(".db")));
-}
-
-/// What records for a table have to wait for: one of a mission file's own, in lower case. Nothing, where it
-/// is a host's own or the file is a video mission's, which lacks some for good.
-QString AwaitedTable(const QString& strFile, const QString& strTable)
-{
-    const QStringList listOwn{FlightMissionTableName, FlightLogTableName, UasStatusTableName,
-                              PosDataTableName, FlightCompleteTableName};
-    const bool bAwaited =
-        !strFile.endsWith(QLatin1String(".db")) && listOwn.contains(strTable, Qt::CaseInsensitive);
-    return bAwaited ? strTable.toLower() : QString();
-}
-
-/// The tables of the connection's file, in lower case.
-QSet<QString> TablesOf(const CKvDataBase& database)
-{
-    QSet<QString> setTable;
-    QSqlQuery query =
-        database.exec(QStringLiteral("SELECT name FROM sqlite_master WHERE type IN ('table', 'view')"));
-    while (query.next()) {
-        setTable.insert(query.value(0).toString().toLower());
-    }
-    return setTable;
-}
-
-} // namespace
 
 CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv)
     : QObject(parent)
@@ -143,7 +84,7 @@ void CKvFlightDataDbOperator::_initDataBase()
             continue;
         }
         CKvDataBase database(strFile);
-        if (database.open() && !CreateTables(database.DBInstance())) {
+        if (database.open() && !MakeMissionTables(database)) {
             m_setBareFile.insert(QFileInfo(strFile).canonicalFilePath());
         }
     }
@@ -166,11 +107,14 @@ bool CKvFlightDataDbOperator::_PointDataBaseAt(const QString& strFile)
 }
 
 /// A file that has gone since it was last open is not made anew: an empty one would be in the way of putting
-/// it back.
+/// it back. No file at all is what a host names between flights; whoever has a record for it then says so.
 bool CKvFlightDataDbOperator::_EnsureOpen()
 {
     if (m_pDataBase->isOpen()) {
         return true;
+    }
+    if (m_pDataBase->databaseName().isEmpty()) {
+        return false;
     }
     if (m_bWasThere && !QFileInfo(m_pDataBase->databaseName()).isFile()) {
         _WarnNoTables();
@@ -184,14 +128,23 @@ bool CKvFlightDataDbOperator::_EnsureOpen()
     return bOpen;
 }
 
-void CKvFlightDataDbOperator::_WarnNoTables() const
+/// Tells that the named file has none of its tables, or that it lacks the given one.
+void CKvFlightDataDbOperator::_WarnNoTables(const QString& strLacked) const
 {
     const QString strFile = m_pDataBase->databaseName();
-    WarnOnce(KvSql(), strFile,
-             QFileInfo(strFile).isFile()
-                 ? QStringLiteral("has no tables; records wait in memory for them")
-                 : QStringLiteral("is not there any more; records wait in memory for a file with tables"),
-             strFile);
+    QString strText = QStringLiteral("is not there any more; records wait in memory for a file with tables");
+    if (!strLacked.isEmpty()) {
+        strText = QStringLiteral("has no table \"%1\"; its records wait in memory for it").arg(strLacked);
+    } else if (QFileInfo(strFile).isFile()) {
+        strText = QStringLiteral("has no tables; records wait in memory for them");
+    }
+    WarnOnce(KvSql(), strFile, strText, strFile);
+}
+
+void CKvFlightDataDbOperator::_WarnNoFile()
+{
+    WarnOnce(KvHost(), QStringLiteral("no mission file"),
+             QStringLiteral("records are dropped; it is named with SetFlightMissionFilePath()"));
 }
 
 bool CKvFlightDataDbOperator::_IsBare(const QString& strFile) const
@@ -206,7 +159,7 @@ bool CKvFlightDataDbOperator::_MakeTables()
     if (!_IsBare(strFile)) {
         return true;
     }
-    const bool bMade = CreateTables(m_pDataBase->DBInstance());
+    const bool bMade = MakeMissionTables(*m_pDataBase);
     if (bMade) {
         m_setBareFile.remove(QFileInfo(strFile).canonicalFilePath());
     }
@@ -234,11 +187,9 @@ void CKvFlightDataDbOperator::SetFlightMissionFilePath(const QString& strFlightM
     }
     _PointDataBaseAt(strFlightMissionFilePath);
     _WriteKept();
-    if (strFlightMissionFilePath.endsWith(QLatin1String(".db")) &&
-        !CreateVideoTables(m_pDataBase->DBInstance()) && _IsDataBaseOpen() &&
-        !m_pKept->Has(strFlightMissionFilePath)) {
-        m_pKept->Keep(strFlightMissionFilePath, {}, 0, 0,
-                      [this] { CreateVideoTables(m_pDataBase->DBInstance()); });
+    if (strFlightMissionFilePath.endsWith(QLatin1String(".db")) && !MakeVideoTables(*m_pDataBase) &&
+        _IsDataBaseOpen() && !m_pKept->Has(strFlightMissionFilePath)) {
+        m_pKept->Keep(strFlightMissionFilePath, {}, 0, 0, [this] { MakeVideoTablesWithin(*m_pDataBase); });
     }
 }
 
@@ -253,22 +204,36 @@ bool CKvFlightDataDbOperator::_Store(const QString& strTable, const std::functio
         return false;
     }
     _MakeTables();
-    bool bHasTable = TakesRows(strFile);
-    const bool bStored = bHasTable && _Transact([&] {
-                             const QString strAwaited = AwaitedTable(strFile, strTable);
-                             bHasTable = strAwaited.isEmpty() || TablesOf(*m_pDataBase).contains(strAwaited);
-                             if (bHasTable) {
-                                 write();
-                             }
-                         });
-    if (!bHasTable) {
+    if (!TakesRows(strFile)) {
         _WarnNoTables();
         return false;
     }
+    const QString strAwaited = AwaitedTable(strFile, strTable);
+    QSet<QString> setTable{strAwaited};
+    const bool bStored = _Transact([&] {
+        if (!strAwaited.isEmpty()) {
+            setTable = TablesOf(*m_pDataBase).value_or(QSet<QString>());
+        }
+        if (setTable.contains(strAwaited)) {
+            write();
+        }
+    });
+    if (!setTable.contains(strAwaited)) {
+        _WarnNoTables(setTable.isEmpty() ? QString() : strAwaited);
+        return false;
+    }
     if (bStored) {
-        TellWellAgain(KvSql(), strFile, strFile, QStringLiteral("takes records again"));
+        _TellTaken(strFile);
     }
     return bStored;
+}
+
+/// Nothing is the matter with a file any more, once it has taken all that was kept for it.
+void CKvFlightDataDbOperator::_TellTaken(const QString& strFile) const
+{
+    if (!m_pKept->Has(strFile)) {
+        TellWellAgain(KvSql(), strFile, strFile, QStringLiteral("takes records again"));
+    }
 }
 
 /// Keeps records, packed: as JSON values they would take several times the room.
@@ -288,8 +253,7 @@ void CKvFlightDataDbOperator::_Keep(const QString& strTable, int nRows, qint64 n
                                     const std::function<void()>& write)
 {
     if (m_pDataBase->databaseName().isEmpty()) {
-        WarnOnce(KvHost(), QStringLiteral("no mission file"),
-                 QStringLiteral("records are dropped; it is named with SetFlightMissionFilePath()"));
+        _WarnNoFile();
     } else {
         const QString strFile = m_pDataBase->databaseName();
         m_pKept->Keep(strFile, AwaitedTable(strFile, strTable), nRows, nBytes, write);
@@ -327,9 +291,11 @@ bool CKvFlightDataDbOperator::_WriteKept(CKvDataBase& database, const QString& s
         return false;
     }
     _MakeTables();
-    return m_pKept->HandOver(strFile, [this](const CKvKeptBatches::WriteInto& write) {
-        return _Transact([&] { write(TablesOf(*m_pDataBase)); });
+    const bool bTakes = m_pKept->HandOver(strFile, [this](const CKvKeptBatches::WriteInto& write) {
+        return _Transact([&] { write(TablesOf(*m_pDataBase).value_or(QSet<QString>())); });
     });
+    _TellTaken(strFile);
+    return bTakes;
 }
 
 QSqlError CKvFlightDataDbOperator::_write2DB(const QString& sql, const QString&, unsigned int)
@@ -382,6 +348,9 @@ void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFil
     }
     const CKvTableDescription description(strFilePath);
     const QList<QVariant> listRecord = ReadJsonArray(jsonArray);
+    if (strFlightMissionFilePath.isEmpty()) {
+        _WarnNoFile();
+    }
     if (!m_pDataBase || !_PointDataBaseAt(strFlightMissionFilePath)) {
         return; // the lock stays held
     }
@@ -537,144 +506,4 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
         _KeepRecords(records, strTableName, sql, write);
     }
     m_mutexDB.unlock();
-}
-
-void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
-{
-    KV_ON_OWN_THREAD;
-    if (!m_bMissionSet) {
-        WarnOnce(KvHost(), QStringLiteral("no flight mission"),
-                 QStringLiteral("its messages are dropped; it is named with SetFilghtMissionID()"));
-    }
-    if (m_strFlightMissionID.isEmpty() || !m_pDataBase) {
-        return;
-    }
-    m_bRecords = true;
-    m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
-    _EnsureOpen();
-    if (!_IsDataBaseOpen()) {
-        _KeepFlightMonitor(byte);
-        return;
-    }
-    _WarnIfElsewhere();
-    QSqlQuery query = _TakeMonitorInsert();
-    for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
-        query.bindValue(column.strPlaceholder, _MonitorValue(column.strName, byte));
-    }
-    m_listFlightMonitorQuery.append(query);
-    if (m_listFlightMonitorQuery.size() >= MonitorBatch) {
-        QList<QSqlQuery> listQuery = m_listFlightMonitorQuery;
-        m_listFlightMonitorQuery.clear();
-        _WriteFlightMonitor2DB(listQuery);
-        m_listIdleMonitorQuery = listQuery;
-    }
-}
-
-/// What a message has in a column; invalid for one that is not the library's.
-QVariant CKvFlightDataDbOperator::_MonitorValue(const QString& strColumn, const QByteArray& byte) const
-{
-    const auto is = [&strColumn](const char* name) {
-        return strColumn.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
-    };
-    if (is("id")) {
-        return UidToString(QUuid::createUuid());
-    }
-    if (is("flight_mission_id")) {
-        return m_strFlightMissionID;
-    }
-    if (is("is_uploaded")) {
-        return 0;
-    }
-    if (is("message")) {
-        return byte;
-    }
-    return is("created_at") ? QDateTime::currentDateTime().toString(DateTimeMSFormat) : QVariant();
-}
-
-/// A prepared insert: one of the last batch, where that had the same columns and has not failed, since
-/// preparing takes twice the time of the insert itself.
-QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert()
-{
-    const QString sql = m_pMonitorColumns->InsertSql(FlightLogTableName);
-    while (!m_listIdleMonitorQuery.isEmpty()) {
-        QSqlQuery query = m_listIdleMonitorQuery.takeLast();
-        if (query.lastQuery() == sql && !query.lastError().isValid()) {
-            return query;
-        }
-    }
-    QSqlQuery query(*m_pDataBase->DBInstance());
-    query.prepare(sql);
-    return query;
-}
-
-void CKvFlightDataDbOperator::_WriteFlightMonitor2DB(QList<QSqlQuery>& listQuery)
-{
-    m_mutexDB.lock();
-    _ExecuteBatch(listQuery);
-    m_mutexDB.unlock();
-}
-
-void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
-{
-    const bool bStored = _Store(FlightLogTableName, [&] {
-        for (QSqlQuery& query : listQuery) {
-            if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
-                CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
-            } else {
-                if (!query.exec()) {
-                    _WarnRefused(query);
-                }
-                query.finish();
-            }
-        }
-    });
-    if (!bStored) {
-        _KeepFlightMonitor(listQuery);
-    }
-}
-
-/// Keeps a message for a file that cannot be opened, on which nothing can be prepared.
-void CKvFlightDataDbOperator::_KeepFlightMonitor(const QByteArray& byte)
-{
-    QVector<QVariant> listValue;
-    for (const CKvTableDescription::SColumn& column : m_pMonitorColumns->Columns()) {
-        listValue.append(_MonitorValue(column.strName, byte));
-    }
-    const CKvBoundInsert insert(m_pMonitorColumns->InsertSql(FlightLogTableName), listValue);
-    _Keep(FlightLogTableName, 1, insert.Bytes(),
-          [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
-}
-
-void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQuery)
-{
-    if (listQuery.isEmpty()) {
-        return;
-    }
-    QList<CKvBoundInsert> listInsert;
-    qint64 nBytes = 0;
-    for (const QSqlQuery& query : listQuery) {
-        listInsert.append(CKvBoundInsert(query));
-        nBytes += listInsert.constLast().Bytes();
-    }
-    _Keep(FlightLogTableName, listInsert.size(), nBytes, [this, listInsert] {
-        for (const CKvBoundInsert& insert : listInsert) {
-            insert.Execute(*m_pDataBase->DBInstance());
-        }
-    });
-}
-
-/// Executes the waiting monitor inserts before their connection leaves the file. A lock that is held now is
-/// held further up on this very thread, so waiting for it would never end.
-void CKvFlightDataDbOperator::_FlushFlightMonitor()
-{
-    if (m_listFlightMonitorQuery.isEmpty()) {
-        return;
-    }
-    const QList<QSqlQuery> listQuery = m_listFlightMonitorQuery;
-    m_listFlightMonitorQuery.clear();
-    const bool bLocked = m_mutexDB.tryLock();
-    _ExecuteBatch(listQuery);
-    if (bLocked) {
-        m_mutexDB.unlock();
-    }
 }

@@ -225,12 +225,16 @@ private:
     void _ExecuteBatch(QList<QSqlQuery> listQuery);
     void _KeepFlightMonitor(const QByteArray& byte);
     void _KeepFlightMonitor(const QList<QSqlQuery>& listQuery);
+    bool _ReadDocument(const QString& strFlightMissionID, QByteArray& data) const;
+    void _StoreBreakpoint(const QString& sql, bool bRead, const QString& strFlightMissionID);
     void _AnswerBreakpoint(bool bStored);
     void _FlushFlightMonitor();
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
     bool _EnsureOpen();
-    void _WarnNoTables() const;
+    void _WarnNoTables(const QString& strLacked = {}) const;
+    static void _WarnNoFile();
+    void _TellTaken(const QString& strFile) const;
     bool _IsBare(const QString& strFile) const;
     bool _MakeTables();
     void _CloseDataBase();

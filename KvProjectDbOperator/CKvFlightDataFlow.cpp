@@ -123,6 +123,7 @@ void CKvFlightDataDbOperator::slotResetUploadFlow()
 
 void CKvFlightDataDbOperator::slotStartUpload()
 {
+    KV_ON_OWN_THREAD;
     if (!CKvControl::GetInstance(false, static_cast<EPlaneType>(0))->IsNetWorkConnected()) {
         if (GetServerIP().isEmpty()) {
             WarnOnce(KvHost(), QStringLiteral("no server address"),
@@ -311,6 +312,7 @@ void CKvFlightDataDbOperator::_FinishPass(const QString& strID)
 
 void CKvFlightDataDbOperator::slotUpLoadfailed()
 {
+    KV_ON_OWN_THREAD;
     qDebug() << "Uplaod Failed";
     _WaitForNextCycle(m_nStartTimeInterval);
 }

@@ -18,6 +18,8 @@ const char* const UpdateBreakpointSql =
     "UPDATE flight_mission SET is_uploaded = 0,last_waypoint_index = '%1', break_point_lng = '%2', "
     "break_point_lat = '%3', flight_mission_data = '%4' WHERE id = '%5'";
 
+const char* const BreakpointMethod = "CKvFlightDataDbOperator::slotUpdateBreakpoint"; // in the log
+
 /// The mission's document with its completion degree, indented; empty when it is no JSON.
 QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
 {
@@ -84,13 +86,12 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
                                                    double dCirculaTaskCompletionDegree)
 {
     KV_ON_OWN_THREAD;
-    const char* const strMethod = "CKvFlightDataDbOperator::slotUpdateBreakpoint";
-    KV_TRACE << strMethod << 403 << "------record break point slot in" << strFlightMissionID
+    KV_TRACE << BreakpointMethod << 403 << "------record break point slot in" << strFlightMissionID
              << dCirculaTaskCompletionDegree;
     m_mutexDB.lock();
-    KV_TRACE << strMethod << 405 << "------record break point slot start";
+    KV_TRACE << BreakpointMethod << 405 << "------record break point slot start";
     if (!m_pDataBase) {
-        KV_TRACE << strMethod << 410 << "------record break point slot m_pDataBase nullptr";
+        KV_TRACE << BreakpointMethod << 410 << "------record break point slot m_pDataBase nullptr";
         return; // the lock stays held
     }
     _EnsureOpen();
@@ -102,15 +103,7 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
         return;
     }
     QByteArray data;
-    bool bRead = false;
-    {
-        QSqlQuery select = m_pDataBase->exec(QString::fromLatin1(SelectDocumentSql) + strFlightMissionID +
-                                             QLatin1Char('\''));
-        bRead = !select.lastError().isValid();
-        if (select.next()) {
-            data = select.value(QStringLiteral("flight_mission_data")).toByteArray();
-        }
-    }
+    const bool bRead = _ReadDocument(strFlightMissionID, data);
     if (!data.isEmpty()) {
         data = WithCompletionDegree(data, dCirculaTaskCompletionDegree);
     }
@@ -121,7 +114,29 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
                             .arg(QString::number(dLat, 'f', 6))
                             .arg(QString::fromUtf8(data))
                             .arg(strFlightMissionID);
-    KV_TRACE << strMethod << 447 << "------record break point slot sql==" << sql;
+    KV_TRACE << BreakpointMethod << 447 << "------record break point slot sql==" << sql;
+    _StoreBreakpoint(sql, bRead, strFlightMissionID);
+}
+
+/// Reads a mission's document, which stays empty where there is none. False when it could not be looked for.
+bool CKvFlightDataDbOperator::_ReadDocument(const QString& strFlightMissionID, QByteArray& data) const
+{
+    QSqlQuery select =
+        m_pDataBase->exec(QString::fromLatin1(SelectDocumentSql) + strFlightMissionID + QLatin1Char('\''));
+    if (select.lastError().isValid()) {
+        return false;
+    }
+    if (select.next()) {
+        data = select.value(QStringLiteral("flight_mission_data")).toByteArray();
+    }
+    return true;
+}
+
+/// Runs the update, unless the document could not be read, and ends the slot: with the answer, or without one
+/// where the statement does not even prepare.
+void CKvFlightDataDbOperator::_StoreBreakpoint(const QString& sql, bool bRead,
+                                               const QString& strFlightMissionID)
+{
     QSqlQuery update(*m_pDataBase->DBInstance());
     const bool bPrepared = m_pDataBase->isOpen() && update.prepare(sql);
     const bool bDone = bPrepared && bRead && update.exec();
@@ -132,7 +147,7 @@ void CKvFlightDataDbOperator::slotUpdateBreakpoint(int nLastWPIndex, double dLng
     update.finish();
     const bool bStored = m_pDataBase->commit();
     if (!bPrepared) {
-        KV_TRACE << strMethod << 454 << "record break point fail"
+        KV_TRACE << BreakpointMethod << 454 << "record break point fail"
                  << "sql string==" << sql << "sql error==" << error;
         m_mutexDB.unlock();
         return;
@@ -144,6 +159,6 @@ void CKvFlightDataDbOperator::_AnswerBreakpoint(bool bStored)
 {
     _EmitUnderLock([this, bStored] {
         Q_EMIT RecBreakPointRet(bStored);
-        KV_TRACE << "CKvFlightDataDbOperator::slotUpdateBreakpoint" << 451 << "record break point is ok";
+        KV_TRACE << BreakpointMethod << 451 << "record break point is ok";
     });
 }

@@ -4,6 +4,7 @@
 #include "CKvUpLoadObject.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
+#include "KvData/KvOwnThread.h"
 #include "KvQuoted.h"
 #include "KvTrace.h"
 
@@ -201,6 +202,7 @@ void CKvFlightDataDbOperator::_postFlightMission(const QByteArray& json, const Q
 
 void CKvFlightDataDbOperator::slotUploadMissionFinished()
 {
+    KV_ON_OWN_THREAD;
     if (!m_pFlightMissionUpLoad) {
         return;
     }
@@ -231,6 +233,7 @@ void CKvFlightDataDbOperator::_postPosData(QByteArray json, const QString& strID
 
 void CKvFlightDataDbOperator::slotUpLoadPosDataFinshed()
 {
+    KV_ON_OWN_THREAD;
     _FinishBatch(_PosDataKind());
 }
 
@@ -246,6 +249,7 @@ void CKvFlightDataDbOperator::_postUasStatus(QByteArray json, const QString& str
 
 void CKvFlightDataDbOperator::slotUploadUasStatusFinished()
 {
+    KV_ON_OWN_THREAD;
     _FinishBatch(_UasStatusKind());
 }
 
@@ -323,6 +327,7 @@ void CKvFlightDataDbOperator::_postFlightMonitor(QByteArray json, const QString&
 
 void CKvFlightDataDbOperator::slotUpLoadFlightMonitorFinished()
 {
+    KV_ON_OWN_THREAD;
     if (!m_pFlightMonitorUpLoad) {
         return;
     }
@@ -390,6 +395,7 @@ void CKvFlightDataDbOperator::_postVideoMission(const QByteArray& json, const QS
 
 void CKvFlightDataDbOperator::slotUploadVideoMissionFisished()
 {
+    KV_ON_OWN_THREAD;
     if (m_pVideoMissionUpLoad && _IsDataBaseOpen()) {
         _MarkUploaded(QStringLiteral("UPDATE ") + FlightVideoTableName +
                       QStringLiteral(" SET is_uploaded=1 WHERE id = ") +

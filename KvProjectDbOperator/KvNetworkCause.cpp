@@ -12,6 +12,9 @@
 
 #include <utility>
 
+/// Each reply that is of no use, for programs: WarnOnce() tells people of changes alone.
+Q_LOGGING_CATEGORY(KvReply, "kv.reply")
+
 namespace
 {
 const char* const CertificateErrors = "kvCertificateErrors";
@@ -66,6 +69,8 @@ void CKvNetworkCause::WarnOfServer(const QString& strCause) const
 
 void CKvNetworkCause::WarnOfReply(const QNetworkReply* pReply, const QString& strBeside) const
 {
+    qCInfo(KvReply).noquote() << HttpStatus(pReply) << int(pReply->error())
+                              << _WithoutSecrets(Words(pReply) + QLatin1String(" at ") + Tellable(m_url));
     if (HttpStatus(pReply) == 0) {
         WarnOfServer(Words(pReply) + strBeside);
     } else {

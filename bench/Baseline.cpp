@@ -33,8 +33,9 @@ size_t keepReply(const char* data, size_t size, size_t count, void* reply)
 Database::Database(const QString& file)
 {
     sqlite3* database = nullptr;
-    const int result = sqlite3_open_v2(
-        file.toUtf8(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int result =
+        sqlite3_open_v2(file.toUtf8().constData(), &database,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     m_database.reset(database);
     check(result == SQLITE_OK);
     sqlite3_busy_timeout(database, 30000);
@@ -43,7 +44,7 @@ Database::Database(const QString& file)
 
 void Database::run(const QByteArray& sql)
 {
-    check(sqlite3_exec(m_database.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK);
+    check(sqlite3_exec(m_database.get(), sql.constData(), nullptr, nullptr, nullptr) == SQLITE_OK);
 }
 
 Database::Statement Database::prepare(const char* sql)
@@ -55,7 +56,7 @@ Database::Statement Database::prepare(const char* sql)
 
 qint64 Database::number(const QByteArray& sql)
 {
-    const Statement statement = prepare(sql);
+    const Statement statement = prepare(sql.constData());
     check(sqlite3_step(statement.get()) == SQLITE_ROW);
     return sqlite3_column_int64(statement.get(), 0);
 }
@@ -74,7 +75,7 @@ void Database::insert(const Statement& statement)
 
 void Database::check(bool ok) const
 {
-    require(ok, QString("baseline: %1").arg(sqlite3_errmsg(m_database.get())));
+    require(ok, QStringLiteral("baseline: %1").arg(QLatin1String(sqlite3_errmsg(m_database.get()))));
 }
 
 void bindText(const Database::Statement& statement, int index, const QByteArray& text)
@@ -104,7 +105,8 @@ void Poster::post(const QByteArray& body)
     curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, &reply);
     const CURLcode code = curl_easy_perform(m_curl);
     require(code == CURLE_OK && reply.contains("\"status\":0"),
-            QString("baseline: %1 %2").arg(curl_easy_strerror(code), QString(reply)));
+            QStringLiteral("baseline: %1 %2")
+                .arg(QLatin1String(curl_easy_strerror(code)), QString::fromUtf8(reply)));
 }
 
 LogBatch readLogBatch(Database& database)

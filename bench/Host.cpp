@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Host.h"
 
+#include "flightdesk/words/Latin1.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
@@ -48,7 +49,7 @@ void Host::drain()
     if (!finished) {
         loop.exec();
     }
-    require(finished, "the upload does not end");
+    require(finished, "the upload does not end"_l1);
 }
 
 void setProject(const QString& folder)

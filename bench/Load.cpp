@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Load.h"
 
+#include "flightdesk/words/Latin1.h"
 #include "MissionFile.h"
 #include "Report.h"
 
@@ -38,13 +39,13 @@ void raiseFileLimit()
 
 int connectTo(const QByteArray& url)
 {
-    const QUrl address(url);
+    const QUrl address(QString::fromUtf8(url));
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<std::uint16_t>(address.port()));
-    inet_pton(AF_INET, address.host().toLatin1(), &to.sin_addr);
+    inet_pton(AF_INET, address.host().toLatin1().constData(), &to.sin_addr);
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    require(socket >= 0, "no more sockets: raise ulimit -n");
+    require(socket >= 0, "no more sockets: raise ulimit -n"_l1);
     const int yes = 1;
     setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof(yes));
     (void)connect(socket, reinterpret_cast<const sockaddr*>(&to), sizeof(to)); // goes on in the background
@@ -156,7 +157,7 @@ private:
             while (m_busy > 0) {
                 handleEvents();
             }
-            require(client.isServed, "a client is not served");
+            require(client.isServed, "a client is not served"_l1);
         }
         m_isWarming = false;
         m_result = {};
@@ -274,7 +275,7 @@ private:
 
 double LoadResult::percentile(double part) const
 {
-    require(!accepting.empty(), "the server accepted nothing");
+    require(!accepting.empty(), "the server accepted nothing"_l1);
     std::vector<double> sorted = accepting;
     const auto at =
         sorted.begin() + static_cast<std::ptrdiff_t>(part * static_cast<double>(sorted.size() - 1));
@@ -317,7 +318,7 @@ double timeAnswer(const QByteArray& url, const QByteArray& request)
         epoll_wait(epoll, &event, 1, static_cast<int>(Patience * 1000));
     });
     char bytes[16] = {};
-    require(recv(socket, bytes, sizeof(bytes), 0) == sizeof(bytes), "no answer");
+    require(recv(socket, bytes, sizeof(bytes), 0) == sizeof(bytes), "no answer"_l1);
     close(epoll);
     close(socket);
     return time;

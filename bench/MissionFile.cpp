@@ -2,6 +2,7 @@
 #include "MissionFile.h"
 
 #include "Baseline.h"
+#include "flightdesk/words/Latin1.h"
 #include "KvAlgorthm.h"
 #include "KvData.h"
 #include "Report.h"
@@ -33,7 +34,7 @@ QByteArray series(int rows)
 void writeOut(const QString& path)
 {
     QFile file(path);
-    require(file.open(QIODevice::ReadOnly) && fsync(file.handle()) == 0, "cannot write out " + path);
+    require(file.open(QIODevice::ReadOnly) && fsync(file.handle()) == 0, "cannot write out "_l1 + path);
 }
 
 // Nobody reads these files before they are complete, so nothing has to survive a crash.
@@ -51,23 +52,23 @@ void fill(const QString& file, const QByteArray& sql)
 
 QString diskFolder()
 {
-    return QCoreApplication::applicationDirPath() + "/bench-XXXXXX";
+    return QCoreApplication::applicationDirPath() + "/bench-XXXXXX"_l1;
 }
 
 QString memoryFolder()
 {
-    return "/dev/shm/kvbench-XXXXXX";
+    return "/dev/shm/kvbench-XXXXXX"_l1;
 }
 
 void makeMissionFile(const QString& file)
 {
     CKvDataBase database(file);
-    require(database.open(), "cannot make " + file);
+    require(database.open(), "cannot make "_l1 + file);
     database.transaction();
     CreateMissionTables(database.DBInstance());
-    database.exec("INSERT INTO flight_mission(id, project_id, is_uploaded) VALUES('" + MissionId +
-                  "', 'project', 1)");
-    require(database.commit(), "cannot fill " + file);
+    database.exec(QString::fromUtf8("INSERT INTO flight_mission(id, project_id, is_uploaded) VALUES('" +
+                                    MissionId + "', 'project', 1)"));
+    require(database.commit(), "cannot fill "_l1 + file);
 }
 
 void addLog(const QString& file, int rows, int messageBytes, bool randomIds)
@@ -108,7 +109,7 @@ void addFlight(const QString& file, int seconds)
 void copyFile(const QString& from, const QString& to)
 {
     QFile::remove(to);
-    require(QFile::copy(from, to), "cannot make " + to);
+    require(QFile::copy(from, to), "cannot make "_l1 + to);
     writeOut(to);
 }
 
@@ -134,5 +135,5 @@ void requireDrained(const QString& file)
     const qint64 waiting =
         database.number("SELECT (SELECT count(*) FROM flight_monitor_detail_log WHERE is_uploaded = 0) + "
                         "(SELECT count(*) FROM pos_data WHERE is_uploaded = 0)");
-    require(waiting == 0, QString("%1 rows still wait in %2").arg(waiting).arg(file));
+    require(waiting == 0, QStringLiteral("%1 rows still wait in %2").arg(waiting).arg(file));
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Report.h"
+#include "flightdesk/words/Latin1.h"
 
 #include <algorithm>
 #include <iostream>
@@ -20,7 +21,7 @@ QString scaled(double value, double step, std::initializer_list<const char*> uni
         value /= step;
         ++unit;
     }
-    return QString::number(value, 'f', value < 10 ? 2 : 1) + ' ' + *unit;
+    return QString::number(value, 'f', value < 10 ? 2 : 1) + u' ' + QLatin1String(*unit);
 }
 
 QString text(double value, Unit unit)
@@ -52,11 +53,11 @@ void Report::print() const
                   << qPrintable(baseline.rightJustified(11)) << qPrintable(ratio.rightJustified(8))
                   << qPrintable(reach.rightJustified(7)) << "  " << verdict << '\n';
     };
-    line("what / against what", "ours", "baseline", "ratio", "reach", "");
+    line("what / against what"_l1, "ours"_l1, "baseline"_l1, "ratio"_l1, "reach"_l1, "");
     for (const Row& row : m_rows) {
         const bool judged = row.reach > 0;
         line(row.what, row.ours, row.baseline, QString::number(row.ratio, 'f', 2),
-             judged ? QString::number(row.reach, 'g', 3) : "-",
+             judged ? QString::number(row.reach, 'g', 3) : "-"_l1,
              !judged                  ? ""
              : row.ratio <= row.reach ? "ok"
                                       : "over");

@@ -2,6 +2,7 @@
 #include "Servers.h"
 
 #include "Connections.h"
+#include "flightdesk/words/Latin1.h"
 #include "MissionFile.h"
 #include "Report.h"
 
@@ -32,7 +33,7 @@ SinkServer::SinkServer(bool eager) : m_server(std::make_unique<httplib::Server>(
         response.set_content(R"({"status":0,"message":""})", "application/json");
     });
     m_port = m_server->bind_to_any_port("127.0.0.1"); // takes over what is set above
-    require(m_port > 0, "the sink cannot listen");
+    require(m_port > 0, "the sink cannot listen"_l1);
     m_thread = std::thread([this] { m_server->listen_after_bind(); });
     while (!m_server->is_running()) { // a stop before it runs would be lost
         std::this_thread::yield();
@@ -67,14 +68,14 @@ QString firstServer()
 
 ServerOnDisk::ServerOnDisk(const QString& program, const QStringList& more)
     : m_folder(diskFolder())
-    , m_server(QStringList{"--ledger", m_folder.filePath("ledger.db")} + more, program)
+    , m_server(QStringList{"--ledger"_l1, m_folder.filePath("ledger.db"_l1)} + more, program)
 {
 }
 
 double ServerOnDisk::seconds() const
 {
     constexpr int UserTime = 11; // fields behind the name in brackets; the system's follows
-    const QByteArray stat = process(QString("task/%1/stat").arg(m_server.processId()));
+    const QByteArray stat = process(QStringLiteral("task/%1/stat").arg(m_server.processId()));
     const QByteArrayList fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     return (fields.value(UserTime).toDouble() + fields.value(UserTime + 1).toDouble()) /
            static_cast<double>(sysconf(_SC_CLK_TCK));
@@ -82,13 +83,13 @@ double ServerOnDisk::seconds() const
 
 double ServerOnDisk::statusBytes(const QByteArray& line) const
 {
-    const QByteArray text = process("status");
+    const QByteArray text = process("status"_l1);
     return text.mid(text.indexOf(line) + line.size()).trimmed().split(' ')[0].toDouble() * 1024;
 }
 
 QByteArray ServerOnDisk::process(const QString& file) const
 {
-    QFile of(QString("/proc/%1/%2").arg(m_server.processId()).arg(file));
-    require(of.open(QIODevice::ReadOnly), "no /proc of the server");
+    QFile of(QStringLiteral("/proc/%1/%2").arg(m_server.processId()).arg(file));
+    require(of.open(QIODevice::ReadOnly), "no /proc of the server"_l1);
     return of.readAll();
 }

@@ -49,7 +49,8 @@ public:
     explicit FlightServer(const QStringList& arguments = {}, const QString& program = {})
         : m_process(program.isEmpty() ? ServerProcess(arguments) : ServerProcess(arguments, program))
     {
-        require(!m_process.url.isEmpty(), "flightserver does not start: " + m_process.readAllStandardError());
+        require(!m_process.url.isEmpty(),
+                QString::fromUtf8("flightserver does not start: " + m_process.readAllStandardError()));
     }
     QByteArray url() const { return m_process.url.toLatin1(); }
     qint64 processId() const { return m_process.processId(); }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "MissionFile.h"
 #include "Servers.h"
@@ -43,8 +44,8 @@ double postByManager(const std::vector<QByteArray>& bodies)
 {
     const FlightServer server;
     QNetworkAccessManager manager;
-    QNetworkRequest request(QUrl(server.url() + Path));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QNetworkRequest request(QUrl(QString::fromUtf8(server.url() + Path)));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded"_l1);
     QEventLoop loop;
     QObject::connect(&manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
     return seconds([&] {
@@ -76,7 +77,7 @@ void benchBacklog(Report& report)
     const QTemporaryDir folder(diskFolder());
     const SinkServer sink;
     const auto perRow = [&](int rows, bool randomIds = false) {
-        const QString file = folder.filePath("backlog.kv");
+        const QString file = folder.filePath("backlog.kv"_l1);
         QFile::remove(file);
         makeMissionFile(file);
         addLog(file, rows, MessageBytes, randomIds);
@@ -89,8 +90,8 @@ void benchBacklog(Report& report)
                        FewRounds, [&] { return perRow(Few); }, [] { return 0.0; })
                 .ours;
         });
-    report.add("draining 1,000,000 log rows / 10,000, one row", pair, Unit::Seconds, 1.3);
-    report.add("the same / 1,000,000 with random ids", {pair.ours, perRow(Many, true)}, Unit::Seconds);
+    report.add("draining 1,000,000 log rows / 10,000, one row"_l1, pair, Unit::Seconds, 1.3);
+    report.add("the same / 1,000,000 with random ids"_l1, {pair.ours, perRow(Many, true)}, Unit::Seconds);
 }
 
 void benchFlightServer(Report& report)
@@ -98,23 +99,23 @@ void benchFlightServer(Report& report)
     constexpr int Rounds = 7;
     constexpr int Rows = 100000;
     const QTemporaryDir folder(diskFolder());
-    const QString waiting = folder.filePath("waiting.kv");
+    const QString waiting = folder.filePath("waiting.kv"_l1);
     makeMissionFile(waiting);
     addLog(waiting, Rows);
     const auto drain = [&](auto way) {
-        const QString file = folder.filePath("drained.kv");
+        const QString file = folder.filePath("drained.kv"_l1);
         copyFile(waiting, file);
         const FlightServer server;
         return way(file, server.url());
     };
     const Pair pair = interleave(
         Rounds, [&] { return drain(drainFile); }, [&] { return drain(drainBaseline); });
-    report.add("draining 100,000 log rows to flightserver", pair, Unit::Seconds, 1.8);
+    report.add("draining 100,000 log rows to flightserver"_l1, pair, Unit::Seconds, 1.8);
     const std::vector<QByteArray> bodies = bodiesOf(waiting);
     const Pair posted = interleave(
         Rounds, [&] { return postByManager(bodies); }, [&] { return postByCurl(bodies); });
-    report.add("the same / bodies made beforehand, bare manager", {pair.ours, posted.ours}, Unit::Seconds);
-    report.add("the same / bodies made beforehand, libcurl", {pair.ours, posted.baseline}, Unit::Seconds);
+    report.add("the same / bodies made beforehand, bare manager"_l1, {pair.ours, posted.ours}, Unit::Seconds);
+    report.add("the same / bodies made beforehand, libcurl"_l1, {pair.ours, posted.baseline}, Unit::Seconds);
 }
 } // namespace
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "flightdesk/words/Latin1.h"
 #include "MissionFile.h"
 #include "Suites.h"
 
@@ -30,10 +31,10 @@ double exportAll(const QString& project, const QString& format)
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     return seconds([&] {
-        process.start(
-            QCoreApplication::applicationDirPath() + "/flightdesk",
-            {"export", "--project", project, "--format", format, "--output", project + "/all." + format});
-        require(process.waitForFinished(-1) && process.exitCode() == 0, "the export failed");
+        process.start(QCoreApplication::applicationDirPath() + "/flightdesk"_l1,
+                      {"export"_l1, "--project"_l1, project, "--format"_l1, format, "--output"_l1,
+                       project + "/all."_l1 + format});
+        require(process.waitForFinished(-1) && process.exitCode() == 0, "the export failed"_l1);
     });
 }
 } // namespace
@@ -41,17 +42,19 @@ double exportAll(const QString& project, const QString& format)
 void benchExport(Report& report)
 {
     const QTemporaryDir project(diskFolder());
-    const QString first = project.filePath("flight.kv");
+    const QString first = project.filePath("flight.kv"_l1);
     makeMissionFile(first);
     addFlight(first, Hour);
     for (int i = 0; i < Flights; ++i) {
         const QString folder = project.filePath(QString::number(i));
-        require(QDir().mkpath(folder) && QFile::copy(first, folder + "/flight.kv"), "cannot make " + folder);
+        require(QDir().mkpath(folder) && QFile::copy(first, folder + "/flight.kv"_l1),
+                "cannot make "_l1 + folder);
     }
     for (const char* const format : {"kml", "gpx", "geojson", "csv"}) {
-        report.add(QString("1,000 flights of an hour into one %1 / a minute").arg(format),
-                   {exportAll(project.path(), format), Minute}, Unit::Seconds,
-                   format == QByteArray("kml") ? 1 : 0);
+        report.add(
+            QStringLiteral("1,000 flights of an hour into one %1 / a minute").arg(QLatin1String(format)),
+            {exportAll(project.path(), QLatin1String(format)), Minute}, Unit::Seconds,
+            format == QByteArray("kml") ? 1 : 0);
     }
-    report.add("the most memory of these / 64 MiB", {peakOfChildren(), MostMemory}, Unit::Bytes, 1);
+    report.add("the most memory of these / 64 MiB"_l1, {peakOfChildren(), MostMemory}, Unit::Bytes, 1);
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "MissionFile.h"
 #include "Servers.h"
@@ -26,20 +27,20 @@ Flights recordLogs(const QTemporaryDir& folder, const QStringList& logs)
 {
     QProcess process;
     process.setStandardOutputFile(QProcess::nullDevice());
-    process.start(QCoreApplication::applicationDirPath() + "/flightdesk",
-                  QStringList{"record", "--project", folder.path()} + logs);
-    require(process.waitForFinished(RecordTimeMs), "flightdesk does not end");
+    process.start(QCoreApplication::applicationDirPath() + "/flightdesk"_l1,
+                  QStringList{"record"_l1, "--project"_l1, folder.path()} + logs);
+    require(process.waitForFinished(RecordTimeMs), "flightdesk does not end"_l1);
     Flights flights;
-    QDirIterator files(folder.path(), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+    QDirIterator files(folder.path(), {"*.kv"_l1}, QDir::Files, QDirIterator::Subdirectories);
     while (files.hasNext()) {
         flights.files.append(files.next());
     }
     for (const QString& log : logs) {
         QFile file(log);
-        require(file.open(QIODevice::ReadOnly), "cannot read " + log);
+        require(file.open(QIODevice::ReadOnly), "cannot read "_l1 + log);
         flights.logs.append(file.readAll());
     }
-    require(flights.files.size() == logs.size(), "flightdesk did not record every log");
+    require(flights.files.size() == logs.size(), "flightdesk did not record every log"_l1);
     return flights;
 }
 
@@ -47,7 +48,7 @@ Flights makeUpLog(const QTemporaryDir& folder)
 {
     constexpr int Rows = 100000;
     constexpr int Record = 8 + 32; // a time stamp and a frame
-    const QString file = folder.filePath("flight.kv");
+    const QString file = folder.filePath("flight.kv"_l1);
     makeMissionFile(file);
     addLog(file, Rows, Record);
     return {{file}, {QByteArray(Rows * Record, 'x')}};
@@ -103,13 +104,13 @@ void benchLine(Report& report, const QStringList& logs)
     const Transfer ours = uploadFiles(flights.files, sink);
     const Transfer raw = postLogs(flights.logs);
 
-    report.add("a log row on the line / its message",
+    report.add("a log row on the line / its message"_l1,
                {static_cast<double>(sink.received(LogPath)) / rows, message}, Unit::Bytes);
-    report.add("whole flights on the line / their logs posted as they are", {ours.bytes, raw.bytes},
+    report.add("whole flights on the line / their logs posted as they are"_l1, {ours.bytes, raw.bytes},
                Unit::Bytes);
-    report.add("the same, time at 1 Mbit/s, reckoned", {ours.over(1e6), raw.over(1e6)}, Unit::Seconds);
-    report.add("the same, time at 10 Mbit/s, reckoned", {ours.over(1e7), raw.over(1e7)}, Unit::Seconds);
-    report.add("a log row on disk while it waits / its message", {waiting, message}, Unit::Bytes);
-    report.add("the same once it is uploaded / its message", {sum(flights.files, bytesOfLog) / rows, message},
-               Unit::Bytes);
+    report.add("the same, time at 1 Mbit/s, reckoned"_l1, {ours.over(1e6), raw.over(1e6)}, Unit::Seconds);
+    report.add("the same, time at 10 Mbit/s, reckoned"_l1, {ours.over(1e7), raw.over(1e7)}, Unit::Seconds);
+    report.add("a log row on disk while it waits / its message"_l1, {waiting, message}, Unit::Bytes);
+    report.add("the same once it is uploaded / its message"_l1,
+               {sum(flights.files, bytesOfLog) / rows, message}, Unit::Bytes);
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "flightdesk/words/Latin1.h"
 #include "KvData.h"
 #include "MissionFile.h"
 #include "Suites.h"
@@ -21,13 +22,13 @@ struct Suite {
 
 void prepareHost()
 {
-    QLoggingCategory::setFilterRules("default.warning=false"); // Qt remarks on every post
+    QLoggingCategory::setFilterRules("default.warning=false"_l1); // Qt remarks on every post
     CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetNetWorkConnected(true);
 }
 
 bool runSuites(const QStringList& arguments)
 {
-    const QStringList logs = arguments.filter(QRegularExpression("\\.tlog$"));
+    const QStringList logs = arguments.filter(QRegularExpression("\\.tlog$"_l1));
     const QSet<QString> wanted =
         QSet<QString>(arguments.cbegin(), arguments.cend()) - QSet<QString>(logs.cbegin(), logs.cend());
     const Suite suites[] = {
@@ -39,7 +40,7 @@ bool runSuites(const QStringList& arguments)
     Report report;
     bool any = false;
     for (const Suite& suite : suites) {
-        if (wanted.isEmpty() ? !suite.always : !wanted.contains(suite.name)) {
+        if (wanted.isEmpty() ? !suite.always : !wanted.contains(QLatin1String(suite.name))) {
             continue;
         }
         any = true;
@@ -59,7 +60,7 @@ int main(int argc, char* argv[])
     const QStringList arguments = QCoreApplication::arguments().mid(1);
     try {
         prepareHost();
-        if (arguments.value(0) == "--child") {
+        if (arguments.value(0) == "--child"_l1) {
             measureInChild(arguments.mid(1));
             return 0;
         }

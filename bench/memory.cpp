@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "KvAlgorthm.h"
 #include "KvProjectDbOperator/CKvUpLoadObject.h"
@@ -29,8 +30,8 @@ const QByteArray Body(100000,
 // A figure of this process, in bytes: VmRSS, VmHWM.
 double ofProcess(const char* name)
 {
-    QFile status("/proc/self/status");
-    require(status.open(QIODevice::ReadOnly), "no /proc/self/status");
+    QFile status("/proc/self/status"_l1);
+    require(status.open(QIODevice::ReadOnly), "no /proc/self/status"_l1);
     for (const QByteArray& line : status.readAll().split('\n')) {
         if (line.startsWith(name)) {
             return line.simplified().split(' ').value(1).toDouble() * 1024;
@@ -78,8 +79,8 @@ void postOurs(const QByteArray& url, int requests)
 void postBare(const QByteArray& url, int requests)
 {
     auto* const manager = new QNetworkAccessManager;
-    QNetworkRequest request{QUrl(url)};
-    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QNetworkRequest request{QUrl(QString::fromUtf8(url))};
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded"_l1);
     QEventLoop loop;
     QObject::connect(manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
     for (int i = 0; i < requests; ++i) {
@@ -106,8 +107,8 @@ std::vector<double> runChild(const QStringList& arguments)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process.start(QCoreApplication::applicationFilePath(), QStringList("--child") + arguments);
-    require(process.waitForFinished(PatienceMs) && process.exitCode() == 0, "a child process failed");
+    process.start(QCoreApplication::applicationFilePath(), QStringList("--child"_l1) + arguments);
+    require(process.waitForFinished(PatienceMs) && process.exitCode() == 0, "a child process failed"_l1);
     std::vector<double> figures;
     for (const QByteArray& figure : process.readAll().simplified().split(' ')) {
         figures.push_back(figure.toDouble());
@@ -127,34 +128,34 @@ void benchPositions(Report& report)
     constexpr int Many = 1000000;
     const QTemporaryDir folder(diskFolder());
     const auto measure = [&folder](int rows, const SinkServer& sink) {
-        const QString file = folder.filePath(QString::number(rows) + ".kv");
+        const QString file = folder.filePath(QString::number(rows) + ".kv"_l1);
         makeMissionFile(file);
         addPositions(file, rows);
-        const std::vector<double> figures = runChild({"positions", file, sink.url()});
+        const std::vector<double> figures = runChild({"positions"_l1, file, QString::fromUtf8(sink.url())});
         return Positions{figures.at(0), figures.at(1), figures.at(2)};
     };
     const SinkServer sink;
     const Positions few = measure(Few, sink);
     const Positions many = measure(Many, sink);
     const auto body = static_cast<double>(sink.largestBody());
-    report.add("one request of 1,000,000 positions, peak memory / its body", {many.request, body},
+    report.add("one request of 1,000,000 positions, peak memory / its body"_l1, {many.request, body},
                Unit::Bytes, 1.5);
-    report.add("the same with the statement that marks them / the body", {many.peak, body}, Unit::Bytes);
-    report.add("one request of 1,000,000 positions / 10,000, one row", {many.time / Many, few.time / Few},
+    report.add("the same with the statement that marks them / the body"_l1, {many.peak, body}, Unit::Bytes);
+    report.add("one request of 1,000,000 positions / 10,000, one row"_l1, {many.time / Many, few.time / Few},
                Unit::Seconds, 1.3);
 }
 
 void benchKept(Report& report)
 {
     const SinkServer sink;
-    report.add("memory kept after 10,000 requests / a bare manager",
+    report.add("memory kept after 10,000 requests / a bare manager"_l1,
                interleave(
                    1,
                    [&] {
-                       return runChild({"posts", "ours", sink.url()})[0];
+                       return runChild({"posts"_l1, "ours"_l1, QString::fromUtf8(sink.url())})[0];
                    },
                    [&] {
-                       return runChild({"posts", "bare", sink.url()})[0];
+                       return runChild({"posts"_l1, "bare"_l1, QString::fromUtf8(sink.url())})[0];
                    }),
                Unit::Bytes, 1.1);
 }
@@ -163,10 +164,10 @@ void benchKept(Report& report)
 void measureInChild(const QStringList& arguments)
 {
     const QByteArray url = arguments.value(2).toLatin1();
-    if (arguments.value(0) == "positions") {
+    if (arguments.value(0) == "positions"_l1) {
         measurePositions(arguments.value(1), url);
     } else {
-        measurePosts(arguments.value(1) == "ours", url);
+        measurePosts(arguments.value(1) == "ours"_l1, url);
     }
 }
 

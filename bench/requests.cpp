@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "MissionFile.h"
 #include "Servers.h"
@@ -14,8 +15,8 @@ namespace
 double postSmallOnesByManager(const QByteArray& url, const QByteArray& body)
 {
     QNetworkAccessManager manager;
-    QNetworkRequest request(QUrl(url + "/flight/detailupload"));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded");
+    QNetworkRequest request(QUrl(QString::fromUtf8(url + "/flight/detailupload")));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/x-www-form-urlencoded"_l1);
     QEventLoop loop;
     QObject::connect(&manager, &QNetworkAccessManager::finished, &loop, &QEventLoop::quit);
     return SmallRequests / seconds([&] {
@@ -43,14 +44,14 @@ void benchRequests(Report& report)
     const QByteArray body = "flight_mission_id=" + MissionId + R"(&data=[{"id":"1"}])";
     const auto compare = [&](const QString& what, const QByteArray& url) {
         const auto ours = [&] { return postSmallOnes(url, body); };
-        report.add(what + " / bare manager",
+        report.add(what + " / bare manager"_l1,
                    interleave(Rounds, ours, [&] { return postSmallOnesByManager(url, body); }),
                    Unit::PerSecond);
-        report.add(what + " / libcurl",
+        report.add(what + " / libcurl"_l1,
                    interleave(Rounds, ours, [&] { return postSmallOnesByCurl(url, body); }), Unit::PerSecond);
     };
     const SinkServer sink(false);
-    compare("requests with 1 row", sink.url());
+    compare("requests with 1 row"_l1, sink.url());
     const FlightServer server;
-    compare("the same, flightserver", server.url());
+    compare("the same, flightserver"_l1, server.url());
 }

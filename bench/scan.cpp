@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "MissionFile.h"
 #include "Suites.h"
@@ -36,12 +37,12 @@ constexpr std::pair<const char*, const char*> Complete[] = {{"table", "flight_mi
 void makeProject(const QTemporaryDir& folder, int files)
 {
     constexpr int FilesInFolder = 100;
-    const QString finished = folder.filePath("finished");
+    const QString finished = folder.filePath("finished"_l1);
     makeMissionFile(finished);
     for (int i = 0; i < files; ++i) {
         const QString day = QString::number(i / FilesInFolder);
         QDir(folder.path()).mkpath(day);
-        copyFile(finished, folder.filePath(day + '/' + QString::number(i) + ".kv"));
+        copyFile(finished, folder.filePath(day + u'/' + QString::number(i) + ".kv"_l1));
     }
 }
 
@@ -78,7 +79,7 @@ void benchTick(Report& report)
     const QTemporaryDir many(diskFolder());
     const auto fill = [](const QTemporaryDir& folder, int rows) {
         makeProject(folder, 1);
-        addUploadedLog(folder.filePath("0/0.kv"), rows);
+        addUploadedLog(folder.filePath("0/0.kv"_l1), rows);
     };
     fill(few, 10000);
     fill(many, 5000000);
@@ -89,7 +90,7 @@ void benchTick(Report& report)
         setProject(folder.path());
         return tick(host, Ticks);
     };
-    report.add("idle tick, 5,000,000 uploaded rows / 10,000",
+    report.add("idle tick, 5,000,000 uploaded rows / 10,000"_l1,
                interleave(
                    Rounds, [&] { return tickIn(many, manyHost); }, [&] { return tickIn(few, fewHost); }),
                Unit::Seconds, 1.2);
@@ -127,13 +128,13 @@ void benchPass(Report& report)
                 visitFiles(project.path(), [](const QString& file) {
                     Database database(file);
                     require(sqlite3_step(database.prepare(Scan).get()) == SQLITE_DONE,
-                            "rows wait in " + file);
+                            "rows wait in "_l1 + file);
                 });
             });
         });
-    report.add("idle pass over 10,000 finished files", pass, Unit::Seconds, 1.5);
-    report.add("longest stretch without the event loop / the whole pass", {longestStretch(host), pass.ours},
-               Unit::Seconds);
+    report.add("idle pass over 10,000 finished files"_l1, pass, Unit::Seconds, 1.5);
+    report.add("longest stretch without the event loop / the whole pass"_l1,
+               {longestStretch(host), pass.ours}, Unit::Seconds);
 }
 
 void benchConstruction(Report& report)
@@ -143,7 +144,7 @@ void benchConstruction(Report& report)
     const QTemporaryDir project(diskFolder());
     makeProject(project, Files);
     setProject(project.path());
-    report.add("construction on a project of 1,000 complete files",
+    report.add("construction on a project of 1,000 complete files"_l1,
                interleave(
                    Rounds, [] { return seconds([] { CKvFlightDataDbOperator(nullptr, EUploadEnv::None); }); },
                    [&] {
@@ -154,7 +155,7 @@ void benchConstruction(Report& report)
                                    const Database::Statement exists = database.prepare(Exists);
                                    bindText(exists, 1, QByteArray::fromRawData(type, qstrlen(type)));
                                    bindText(exists, 2, QByteArray::fromRawData(name, qstrlen(name)));
-                                   require(sqlite3_step(exists.get()) == SQLITE_ROW, name);
+                                   require(sqlite3_step(exists.get()) == SQLITE_ROW, QLatin1String(name));
                                }
                            });
                        });

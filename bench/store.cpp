@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Baseline.h"
+#include "flightdesk/words/Latin1.h"
 #include "Host.h"
 #include "KvAlgorthm.h"
 #include "MissionFile.h"
@@ -23,7 +24,7 @@ constexpr const char* InsertPosition =
 constexpr const char* InsertMessage =
     "INSERT INTO flight_monitor_detail_log(id,flight_mission_id,message,created_at,is_uploaded)"
     "VALUES(?,?,?,?,?)";
-const QString PositionColumns = ":/pos_data.txt";
+const QString PositionColumns = ":/pos_data.txt"_l1;
 
 QByteArray newId()
 {
@@ -58,11 +59,12 @@ QJsonArray toJson(const Positions& positions, bool asText)
     for (const Position& position : positions) {
         QJsonObject object;
         for (std::size_t k = 0; k < Texts; ++k) {
-            object.insert(Columns[k], QString(position.texts[k]));
+            object.insert(QLatin1String(Columns[k]), QString::fromUtf8(position.texts[k]));
         }
         for (std::size_t k = 0; k < Numbers; ++k) {
-            object.insert(Columns[Texts + k],
-                          asText ? QJsonValue(QString(position.numbersAsText[k])) : position.numbers[k]);
+            object.insert(QLatin1String(Columns[Texts + k]),
+                          asText ? QJsonValue(QString::fromUtf8(position.numbersAsText[k]))
+                                 : position.numbers[k]);
         }
         array.append(object);
     }
@@ -94,14 +96,15 @@ void insertPositions(Database& database, const Positions& positions, bool asText
 
 void requireAlike(const QString& ours, const QString& baseline, const char* table)
 {
-    require(countRows(ours, table) == countRows(baseline, table), QString("rows are missing in ") + table);
+    require(countRows(ours, table) == countRows(baseline, table),
+            "rows are missing in "_l1 + QLatin1String(table));
 }
 
 // A file for each of the two, both grow alike.
 struct Files {
     explicit Files(const QTemporaryDir& folder, const char* name)
-        : ours(folder.filePath(QString(name) + "-ours.kv"))
-        , baseline(folder.filePath(QString(name) + "-baseline.kv"))
+        : ours(folder.filePath(QLatin1String(name) + "-ours.kv"_l1))
+        , baseline(folder.filePath(QLatin1String(name) + "-baseline.kv"_l1))
     {
         makeMissionFile(ours);
         makeMissionFile(baseline);
@@ -118,7 +121,9 @@ Pair fiveArguments(const QTemporaryDir& folder, int records, int rounds)
         rounds,
         [&] {
             const QJsonArray array = toJson(newPositions(records), true);
-            return seconds([&] { host.op.slotParseJson(array, PositionColumns, MissionId, 1, files.ours); });
+            return seconds([&] {
+                host.op.slotParseJson(array, PositionColumns, QString::fromUtf8(MissionId), 1, files.ours);
+            });
         },
         [&] {
             const Positions positions = newPositions(records);
@@ -140,7 +145,8 @@ Pair threeArguments(const QTemporaryDir& folder, int records, int rounds)
         rounds,
         [&] {
             const QJsonArray array = toJson(newPositions(records), false);
-            return seconds([&] { Q_EMIT host.positions(array, PositionColumns, MissionId); });
+            return seconds(
+                [&] { Q_EMIT host.positions(array, PositionColumns, QString::fromUtf8(MissionId)); });
         },
         [&] {
             const Positions positions = newPositions(records);
@@ -187,7 +193,7 @@ Pair monitor(const QTemporaryDir& folder, int rounds)
     const Files files(folder, "monitor");
     const QByteArray message(MessageBytes, '\xfd');
     Host host(EUploadEnv::None, files.ours);
-    host.op.SetFilghtMissionID(MissionId);
+    host.op.SetFilghtMissionID(QString::fromUtf8(MissionId));
     Database database(files.baseline);
     const Database::Statement insert = database.prepare(InsertMessage);
     Pair pair = interleave(
@@ -222,7 +228,7 @@ Pair monitorInFullFile(const QTemporaryDir& folder, int rounds)
     const QByteArray message(MessageBytes, '\xfd');
     const auto record = [&](const QString& file) {
         Host host(EUploadEnv::None, file);
-        host.op.SetFilghtMissionID(MissionId);
+        host.op.SetFilghtMissionID(QString::fromUtf8(MissionId));
         return seconds([&] {
                    for (int i = 0; i < Messages; ++i) {
                        Q_EMIT host.message(message);
@@ -235,7 +241,7 @@ Pair monitorInFullFile(const QTemporaryDir& folder, int rounds)
     const qint64 recorded = countRows(files.baseline, "flight_monitor_detail_log");
     require(recorded == qint64(rounds) * Messages &&
                 countRows(files.ours, "flight_monitor_detail_log") == Rows + recorded,
-            "messages are missing");
+            "messages are missing"_l1);
     return pair;
 }
 } // namespace
@@ -245,19 +251,19 @@ void benchStore(Report& report)
 {
     constexpr int Rounds = 15;
     const auto both = [&report](const QString& what, double reachInMemory, double reach, const auto& bench) {
-        report.add(what + ", in memory", bench(QTemporaryDir(memoryFolder()), 3 * Rounds), Unit::Seconds,
+        report.add(what + ", in memory"_l1, bench(QTemporaryDir(memoryFolder()), 3 * Rounds), Unit::Seconds,
                    reachInMemory);
-        report.add(what + ", on disk", bench(QTemporaryDir(diskFolder()), Rounds), Unit::Seconds, reach);
+        report.add(what + ", on disk"_l1, bench(QTemporaryDir(diskFolder()), Rounds), Unit::Seconds, reach);
     };
-    both("slotParseJson, 5 arguments, 1000 records", 1.6, 1.6,
+    both("slotParseJson, 5 arguments, 1000 records"_l1, 1.6, 1.6,
          [](const QTemporaryDir& folder, int rounds) { return fiveArguments(folder, 1000, rounds); });
     // In memory there is no commit to speak of, just statements that Qt prepares more slowly.
-    both("slotParseJson, 5 arguments, 1 record", 0, 1.2,
+    both("slotParseJson, 5 arguments, 1 record"_l1, 0, 1.2,
          [](const QTemporaryDir& folder, int rounds) { return fiveArguments(folder, 1, 5 * rounds); });
-    both("slotParseJson, 3 arguments, 1000 records", 2.5, 2.5,
+    both("slotParseJson, 3 arguments, 1000 records"_l1, 2.5, 2.5,
          [](const QTemporaryDir& folder, int rounds) { return threeArguments(folder, 1000, rounds); });
-    both("slotWriteFlightMonitor, a 200-byte message", 1.8, 1.8,
+    both("slotWriteFlightMonitor, a 200-byte message"_l1, 1.8, 1.8,
          [](const QTemporaryDir& folder, int rounds) { return monitor(folder, rounds); });
-    both("the same into 1,000,000 rows / an empty file", 1.15, 1.15,
+    both("the same into 1,000,000 rows / an empty file"_l1, 1.15, 1.15,
          [](const QTemporaryDir& folder, int rounds) { return monitorInFullFile(folder, rounds); });
 }

@@ -131,7 +131,7 @@ KVDATA_EXPORT bool CreateTable(const QString& table, const QString& contents, QS
 KVDATA_EXPORT bool CreateMissionTables(QSqlDatabase* database);
 
 /// Makes a flight's mission file with its tables, in a folder that exists; in a file that is there already,
-/// the tables that it lacks.
+/// the tables that it lacks. All of them come at once: nobody ever finds some, a loss of power included.
 ///
 /// \return false, with a line in the log, when the file cannot be made or lacks a table afterwards
 KVDATA_EXPORT bool CreateMissionFile(const QString& path);

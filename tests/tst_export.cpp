@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "export/Flight.h"
 #include "support/Programs.h"
+#include "support/Rows.h"
 #include "telemetry/MavlinkCodec.h"
 #include "telemetry/MavlinkMessages.h"
 #include "telemetry/TelemetryLog.h"
-
-#include <QtCore/QXmlStreamReader>
 
 namespace
 {
@@ -15,45 +14,23 @@ struct Found {
     QVector<qint64> times;
 };
 
-Found inGpx(const QByteArray& gpx)
-{
-    Found found;
-    bool inPlace = false; // what has none is beyond all degrees there
-    for (QXmlStreamReader xml(gpx); !xml.atEnd(); xml.readNext()) {
-        if (!xml.isStartElement()) {
-            continue;
-        }
-        const QXmlStreamAttributes at = xml.attributes();
-        inPlace = xml.name() == QLatin1String("trkpt") ? at.value("lon").toDouble() <= 180 : inPlace;
-        if (inPlace && xml.name() == QLatin1String("trkpt")) {
-            found.numbers += at.value("lon").toDouble();
-            found.numbers += at.value("lat").toDouble();
-        } else if (inPlace && xml.name() == QLatin1String("ele")) {
-            found.numbers += xml.readElementText().toDouble();
-        } else if (inPlace && xml.name() == QLatin1String("time")) {
-            found.times += flightTime::read(xml.readElementText());
-        }
-    }
-    return found;
-}
-
 /// In lines of well-known text, with or without times of any layout.
-Found inLines(QByteArray lines)
+Found found(const QByteArray& lines)
 {
     static const QRegularExpression place(R"((-?[\d.]+) (-?[\d.]+) (-?[\d.]+)(?=[,)]))");
     static const QRegularExpression time(R"(\d{4}[-/]\d\d[-/]\d\d[T ]\d\d:\d\d:\d\d(\.\d+)?)");
-    Found found;
+    Found all;
     for (auto it = place.globalMatch(lines); it.hasNext();) {
         const QRegularExpressionMatch match = it.next();
         for (int i = 1; i <= 3; ++i) {
-            found.numbers += match.captured(i).toDouble();
+            all.numbers += match.captured(i).toDouble();
         }
     }
     for (auto it = time.globalMatch(lines); it.hasNext();) {
         const QRegularExpressionMatch match = it.next();
-        found.times += flightTime::read(match.captured().replace('/', '-').replace(' ', 'T') + 'Z');
+        all.times += flightTime::read(match.captured().replace('/', '-').replace(' ', 'T') + 'Z');
     }
-    return found;
+    return all;
 }
 
 QByteArray run(const QString& program, const QStringList& arguments)
@@ -75,8 +52,7 @@ struct Simulated : FlownProject {
     {
         const FlownProject flown;
         flown.simulate(1);
-        QDirIterator files(flown.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-        return contents(files.next());
+        return contents(flown.missionFiles().value(0));
     }
     ProgramResult write(const QString& format, const QString& target) const
     {
@@ -91,33 +67,13 @@ class tst_export : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void othersReadTheSame_data()
-    {
-        QTest::addColumn<QStringList>("command"); // the file's name is put in for %
-        const QStringList geometry{"-lco", "GEOMETRY=AS_WKT"}, xyz{"-f", "CSV", "/vsistdout/", "%"};
-        const QStringList places{"-oo", "X_POSSIBLE_NAMES=longitude_deg",
-                                 "-oo", "Y_POSSIBLE_NAMES=latitude_deg",
-                                 "-oo", "Z_POSSIBLE_NAMES=altitude_m"};
-        QTest::newRow("kml") << QStringList{"gpsbabel", "-t", "-i", "kml", "-f", "%", "-o", "gpx", "-F", "-"};
-        QTest::newRow("gpx") << QStringList{"gpsbabel", "-t", "-i", "gpx", "-f", "%", "-o", "gpx", "-F", "-"};
-        QTest::newRow("csv") << QStringList{"gpsbabel", "-t", "-i",  "unicsv,utc", "-f",
-                                            "%",        "-o", "gpx", "-F",         "-"};
-        QTest::newRow("kml GDAL") << QStringList{"ogr2ogr"} + xyz + geometry +
-                                         QStringList{"-where", "Name NOT IN ('start', 'end')", "-select",
-                                                     "Name"};
-        QTest::newRow("gpx GDAL") << QStringList{"ogr2ogr"} + xyz + geometry +
-                                         QStringList{"-select",        "time", "--config",
-                                                     "GPX_ELE_AS_25D", "YES",  "track_points"};
-        QTest::newRow("geojson GDAL")
-            << QStringList{"ogr2ogr"} + xyz + geometry + QStringList{"-select", "coordTimes"};
-        QTest::newRow("csv GDAL") << QStringList{"ogr2ogr"} + xyz + geometry + places +
-                                         QStringList{"-select", "time", "-where", "latitude_deg <> ''"};
-    }
+    /// In "command" the file's name is put in for @.
+    void othersReadTheSame_data() { addRows(); }
     /// As many points as have a place, with times to the millisecond, places to 1e-7 degrees, heights to 1
     /// cm.
     void othersReadTheSame()
     {
-        QFETCH(QStringList, command);
+        QStringList command = QProcess::splitCommand(cell("command"));
         const Simulated flown;
         // No fix at first, an aircraft whose clock is not the recorder's, a name that is markup.
         QVERIFY(TestProject::run(
@@ -129,8 +85,8 @@ private Q_SLOTS:
         const ProgramResult result = flown.write(format, target);
         QVERIFY2(result.exitCode == 0, result.err);
         QVERIFY2(result.out.contains("3 positions have no place"), result.out);
-        const QByteArray read = run(command.takeFirst(), command.replaceInStrings("%", target));
-        const Found found = command.contains("gpx") ? inGpx(read) : inLines(read);
+        const QByteArray read = run(command.takeFirst(), command.replaceInStrings("@", target));
+        const Found told = found(read);
 
         const QString place = " FROM pos_data WHERE lat IS NOT NULL ORDER BY rowid";
         const QVariantList wanted =
@@ -141,12 +97,12 @@ private Q_SLOTS:
                 numbers += number.toDouble();
             }
         }
-        QVERIFY2(found.numbers.size() >= numbers.size(), read.left(2000));
+        QVERIFY2(told.numbers.size() >= numbers.size(), read.left(2000));
         for (int i = 0; i < numbers.size(); ++i) {
-            const bool same = std::abs(found.numbers[i] - numbers[i]) <= (i % 3 == 2 ? 0.01 : 1e-7);
+            const bool same = std::abs(told.numbers[i] - numbers[i]) <= (i % 3 == 2 ? 0.01 : 1e-7);
             QVERIFY2(same, qPrintable(QString("number %1: %2 for %3")
                                           .arg(i)
-                                          .arg(found.numbers[i], 0, 'f', 8)
+                                          .arg(told.numbers[i], 0, 'f', 8)
                                           .arg(numbers[i], 0, 'f', 8)));
         }
         QVector<qint64> times;
@@ -156,8 +112,8 @@ private Q_SLOTS:
         if (command.contains("Name")) { // which shows no times of tracks
             return;
         }
-        QCOMPARE(found.times, times);
-        QCOMPARE(found.numbers.size(), numbers.size());
+        QCOMPARE(told.times, times);
+        QCOMPARE(told.numbers.size(), numbers.size());
     }
     void cutsLinesAtTheAntimeridian()
     {
@@ -220,32 +176,11 @@ private Q_SLOTS:
         }
         QCOMPARE(times.join(' '), TestProject::text(flown.db, "SELECT time FROM pos_data ORDER BY rowid"));
     }
-    void goesAsFarAsItCan_data()
-    {
-        QTest::addColumn<QString>("sql");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<int>("missing"); // positions
-        QTest::addColumn<QByteArray>("said");
-        const auto row = [](const char* name, const QString& sql, int exitCode, int missing,
-                            const char* said) {
-            QTest::newRow(name) << sql << exitCode << missing << QByteArray(said);
-        };
-        row("no positions", "DELETE FROM pos_data", 0, -1, "nothing that this format holds");
-        row("no times", "UPDATE pos_data SET time = NULL", 0, 0, "");
-        row("a time that is none", "UPDATE pos_data SET time = 'noon' WHERE rowid < 3", 1, 2, "2 damaged");
-        row("off the earth", "UPDATE pos_data SET lat = 91 WHERE rowid = 5", 1, 1, "1 damaged");
-        row("text for a number", "UPDATE pos_data SET alt = 'high' WHERE rowid = 5", 1, 1, "1 damaged");
-        row("no mission row", "DELETE FROM flight_mission", 0, 0, "");
-        row("no status table", "DROP TABLE uas_status", 0, 0, "");
-        row("damaged pages", "pages", 1, 0, "rows cannot be read");
-        row("no mission file beside it", "garbage", 1, 0, "cannot be read");
-    }
+    void goesAsFarAsItCan_data() { addRows(); }
     void goesAsFarAsItCan()
     {
-        QFETCH(QString, sql);
-        QFETCH(int, exitCode);
-        QFETCH(int, missing);
-        QFETCH(QByteArray, said);
+        const QString sql = cell("sql");
+        const QByteArray said = cell("said").toUtf8();
         const Simulated flown;
         const int all = TestProject::value(flown.db, "SELECT count(*) FROM pos_data").toInt();
         if (sql == "garbage") {
@@ -262,13 +197,13 @@ private Q_SLOTS:
         }
         const QString target = flown.path("flight.csv");
         const ProgramResult result = flown.write("csv", target);
-        QVERIFY2(result.exitCode == exitCode, result.out + result.err);
+        QVERIFY2(result.exitCode == cell("exit").toInt(), result.out + result.err);
         QVERIFY2((result.out + result.err).contains(said), result.out + result.err);
         const int lines = TestProject::contents(target).count('\n') - 1;
         if (sql == "pages") {
             QVERIFY2(lines > all / 2 && lines < all, QByteArray::number(lines));
         } else {
-            QCOMPARE(lines, missing < 0 ? 0 : all - missing);
+            QCOMPARE(lines, cell("missing") == "all" ? 0 : all - cell("missing").toInt());
         }
     }
     void leavesTargetsThatItCannotReplace()
@@ -312,9 +247,7 @@ private Q_SLOTS:
         QVERIFY(flown.simulate(2));
         QVERIFY(flown.desk("simulate", {"--interrupted", "--minutes", "1"}).exitCode == 0);
         double airborne = 0, distance = 0, waiting = 0;
-        QDirIterator files(flown.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-        while (files.hasNext()) {
-            const QString file = files.next();
+        for (const QString& file : flown.missionFiles()) {
             const QStringList sums = TestProject::text(file, R"(
 WITH p AS (SELECT p.rowid AS n, lng, lat, julianday(time) * 86400 AS t, (relative_alt > 1 OR speed > 3) AND
     (SELECT armed FROM uas_status s WHERE s.time <= p.time ORDER BY s.time DESC LIMIT 1) AS up FROM pos_data p),

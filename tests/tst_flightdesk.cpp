@@ -104,6 +104,7 @@ private Q_SLOTS:
         };
         const Case cases[] = {
             {{}, 0, {0, -Year, Year}, "- 1"},
+            {{}, 0, {0, Year, 0}, "- 1"},
             {{}, 2 * Second - 1, {0}, "- 1"},
             {{}, 100 * Second + 400000, {0}, "100.0 0"},
             {100.4, 100 * Second + 400000, {0}, "100.4 1"},
@@ -134,9 +135,9 @@ private Q_SLOTS:
                 QVERIFY(stamp >= stamps);
                 stamps = stamp;
             }
-            // Time stands still for the frame with which the clock is set.
+            // Time stands still for a frame with which the clock is set.
             const auto lasted = (qFromBigEndian<qint64>(stamps.constData()) - Start) / Second + 1;
-            QCOMPARE(lasted, qint64(seconds - flown.leaps.size() + 1));
+            QVERIFY(lasted > seconds - flown.leaps.size() && lasted <= seconds);
             QCOMPARE(stored("SELECT count(*) FROM flight_monitor_detail_log"), QVariantList{seconds});
             QCOMPARE(recorder.end(0).error, QString());
             QCOMPARE(stored("SELECT ifnull(clock_offset, '-') || ' ' || is_uploaded FROM flight_mission"),
@@ -153,9 +154,8 @@ private Q_SLOTS:
             FlightRecorder recorder(Project::make(folder.path("p")));
             QString file;
             connect(&recorder, &FlightRecorder::told, this, [&] {
-                QDirIterator files(folder.path("p"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-                if (file.isEmpty() && files.hasNext()) {
-                    file = files.next();
+                if (file.isEmpty()) {
+                    file = folder.missionFiles().value(0);
                     TestProject::run(file, {"CREATE TRIGGER dropped BEFORE INSERT ON " + table +
                                             " BEGIN SELECT RAISE(IGNORE); END"});
                 }
@@ -217,7 +217,8 @@ private Q_SLOTS:
         QCOMPARE(
             TestProject::value(flight.file, "SELECT name || result FROM flight_mission, flight_complete"),
             QVariant(name + "interrupted"));
-        const auto easy = FlightRecorder(project, MissionFormat::video()).record(video, name, "a", "v.tlog");
+        const auto easy =
+            FlightRecorder(project, MissionFormat::video()).record(video, name, "a", {"v.tlog", {}, 0});
         QCOMPARE(easy.error, QString());
         QCOMPARE(TestProject::value(easy.file, "SELECT name || video_file FROM flight_video_mission"),
                  QVariant(name + "v.tlog"));
@@ -249,9 +250,7 @@ private Q_SLOTS:
             QCOMPARE(runRecord(QStringList{"record", "--project", folder.path("p"), file} + arguments),
                      int(Done));
             QMap<QString, QString> files; // by the mission's name
-            QDirIterator found(folder.path("p"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-            while (found.hasNext()) {
-                const QString mission = found.next();
+            for (const QString& mission : folder.missionFiles()) {
                 files.insert(TestProject::text(mission, "SELECT name FROM flight_mission"), mission);
             }
             QCOMPARE(QStringList(files.keys()), missions);
@@ -300,61 +299,58 @@ private Q_SLOTS:
     }
     /// Three files with three missions each; m.n is the n-th of the m-th file. What is refused, so and so
     /// often, leaves ids behind in the operator's queue, which are of no use in the next file.
-    void leavesWhatTheServerRefuses_data()
-    {
-        QTest::addColumn<QString>("left"); // by the row's name
-        QTest::newRow("1.3 1") << "";
-        QTest::newRow("1.1 1,1.2 1,1.3 1,2.1 1,2.2 1,2.3 1,3.1 1,3.2 1,3.3 1") << "";
-        QTest::newRow("1.1 999,1.2 999") << "1.1 1.2";
-        QTest::newRow("1.2 999,1.3 999,2.1 999,2.3 999,3.2 1") << "1.2 1.3 2.1 2.3";
-        QTest::newRow("1.2 gone") << "1.2"; // a queued row vanishes, so that the operator rests
-    }
     void leavesWhatTheServerRefuses()
     {
-        QFETCH(QString, left);
-        const QStringList refused = QString(QTest::currentDataTag()).split(',');
-        const TestProject folder;
-        for (const char* name : {"1", "2", "3"}) {
-            const QString file = folder.missionFile(QString(name) + "/flight.kv");
-            for (const char* number : {".1", ".2", ".3"}) {
-                TestProject::addMission(file, QString(name) + number, 2, 2, 2);
+        for (const auto& [refusing, left] :
+             {std::pair("1.3 1", ""),
+              {"1.1 1,1.2 1,1.3 1,2.1 1,2.2 1,2.3 1,3.1 1,3.2 1,3.3 1", ""},
+              {"1.1 999,1.2 999", "1.1 1.2"},
+              {"1.2 999,1.3 999,2.1 999,2.3 999,3.2 1", "1.2 1.3 2.1 2.3"},
+              {"1.2 gone", "1.2"}}) { // a queued row vanishes, so that the operator rests
+            const QStringList refused = QString(refusing).split(',');
+            const TestProject folder;
+            for (const char* name : {"1", "2", "3"}) {
+                const QString file = folder.missionFile(QString(name) + "/flight.kv");
+                for (const char* number : {".1", ".2", ".3"}) {
+                    TestProject::addMission(file, QString(name) + number, 2, 2, 2);
+                }
             }
+            folder.file("2b/flight.kv", QByteArray(5000, 'x')); // no database
+            QMap<QString, int> refusals;
+            for (const QString& mission : refused) {
+                refusals[mission.section(' ', 0, 0)] = mission.section(' ', 1).toInt();
+            }
+            ScriptedServer server;
+            server.script = [&](const PostedRequest& request) {
+                if (refused.contains("1.2 gone")) {
+                    TestProject::run(folder.path("1/flight.kv"),
+                                     {"DELETE FROM flight_mission WHERE id = '1.2'"});
+                }
+                const QString mission = request.ids().value(0).left(3);
+                return refusals.value(mission) > 0 && refusals[mission]--
+                           ? ScriptedServer::reply(R"(200 {"status":9,"message":"no"})")
+                           : ScriptedServer::accepted();
+            };
+            signIn("token");
+            BacklogCounter counter(Project::open(folder.path("")));
+            counter.countAll();
+            const LogFeed feed;
+            Uploader uploader(feed);
+            uploader.setInterval(20);
+            uploader.start();
+            const auto waiting = [&] {
+                counter.recount();
+                uploader.look(counter.backlog(), true);
+                QSet<QString> missions;
+                for (const WaitingRows& rows : counter.backlog().rows) {
+                    missions.insert(rows.mission);
+                }
+                QStringList sorted = missions.values();
+                sorted.sort();
+                return sorted.join(' ');
+            };
+            QTRY_COMPARE_WITH_TIMEOUT(waiting(), QString(left), 60000);
         }
-        folder.file("2b/flight.kv", QByteArray(5000, 'x')); // no database
-        QMap<QString, int> refusals;
-        for (const QString& mission : refused) {
-            refusals[mission.section(' ', 0, 0)] = mission.section(' ', 1).toInt();
-        }
-        ScriptedServer server;
-        server.script = [&](const PostedRequest& request) {
-            if (refused.contains("1.2 gone")) {
-                TestProject::run(folder.path("1/flight.kv"), {"DELETE FROM flight_mission WHERE id = '1.2'"});
-            }
-            const QString mission = request.ids().value(0).left(3);
-            return refusals.value(mission) > 0 && refusals[mission]--
-                       ? ScriptedServer::reply(R"(200 {"status":9,"message":"no"})")
-                       : ScriptedServer::accepted();
-        };
-        SetServerIP(server.url());
-        signIn("token");
-        BacklogCounter counter(Project::open(folder.path("")));
-        counter.countAll();
-        const LogFeed feed;
-        Uploader uploader(feed);
-        uploader.setInterval(20);
-        uploader.start();
-        const auto waiting = [&] {
-            counter.recount();
-            uploader.look(counter.backlog(), true);
-            QSet<QString> missions;
-            for (const WaitingRows& rows : counter.backlog().rows) {
-                missions.insert(rows.mission);
-            }
-            QStringList sorted = missions.values();
-            sorted.sort();
-            return sorted.join(' ');
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(waiting(), left, 60000);
     }
     void supervises()
     {

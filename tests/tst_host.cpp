@@ -218,36 +218,32 @@ private Q_SLOTS:
     }
 
     /// Somebody else's lock passes: the file is open, and what has to be set up is set up once it can be.
-    void openBesideOthers_data()
-    {
-        QTest::addColumn<QString>("foreign");
-        QTest::newRow("exclusive lock") << "BEGIN EXCLUSIVE";
-        QTest::newRow("write-ahead log in use") << "PRAGMA journal_mode=WAL";
-    }
     void openBesideOthers()
     {
-        QFETCH(QString, foreign);
-        const FlightProject project;
-        CKvDataBase other(project.db);
-        QVERIFY(other.open() && !other.exec(foreign).lastError().isValid());
-        other.exec("SELECT id FROM pos_data").next();
-        CKvDataBase database(project.db);
-        QVERIFY(database.open());
-        const auto pragma = [&database](const char* name) {
-            QSqlQuery query = database.exec(QString("PRAGMA ") + name);
-            return query.next() ? query.value(0).toString() : QString("none");
-        };
-        if (foreign.contains("WAL")) {
+        for (const QString& foreign :
+             {QStringLiteral("BEGIN EXCLUSIVE"), QStringLiteral("PRAGMA journal_mode=WAL")}) {
+            const FlightProject project;
+            CKvDataBase other(project.db);
+            QVERIFY(other.open() && !other.exec(foreign).lastError().isValid());
+            other.exec("SELECT id FROM pos_data").next();
+            CKvDataBase database(project.db);
+            QVERIFY(database.open());
+            const auto pragma = [&database](const char* name) {
+                QSqlQuery query = database.exec(QString("PRAGMA ") + name);
+                return query.next() ? query.value(0).toString() : QString("none");
+            };
+            if (foreign.contains("WAL")) {
+                QVERIFY(database.transaction() && database.commit());
+                QCOMPARE(pragma("journal_mode"), QString("wal"));
+                QCOMPARE(pragma("synchronous"), QString("3"));
+            } else {
+                QVERIFY(!database.transaction());
+            }
+            other.close();
             QVERIFY(database.transaction() && database.commit());
-            QCOMPARE(pragma("journal_mode"), QString("wal"));
+            QCOMPARE(pragma("journal_mode"), QString("delete"));
             QCOMPARE(pragma("synchronous"), QString("3"));
-        } else {
-            QVERIFY(!database.transaction());
         }
-        other.close();
-        QVERIFY(database.transaction() && database.commit());
-        QCOMPARE(pragma("journal_mode"), QString("delete"));
-        QCOMPARE(pragma("synchronous"), QString("3"));
     }
 
     void openKeepsStatements()

@@ -7,6 +7,7 @@
 #include "telemetry/PacedSource.h"
 #include "window/LogModel.h"
 #include "window/MissionModel.h"
+#include "words/Failure.h"
 
 #include <thread>
 
@@ -172,7 +173,9 @@ private Q_SLOTS:
         QByteArray log;
         for (int i = 0; i < 100; ++i) {
             const QByteArray heartbeat = mavlink::payload(mavlink::Heartbeat{quint32(i), 2, 3});
-            log += TelemetryFrame{i, mavlink::encode({0, quint8(1 + i % 2), 1, heartbeat}, 0)}.logRecord();
+            log +=
+                TelemetryFrame{1448000000000000 + i, mavlink::encode({0, quint8(1 + i % 2), 1, heartbeat}, 0)}
+                    .logRecord();
         }
         FlightTask task;
         task.name = "n";
@@ -217,8 +220,12 @@ private Q_SLOTS:
         std::atomic_bool never{false}, cancelled{false};
         PacedSource paced(flight, 1, cancelled), fast(again, 0, never);
         std::thread thread([&paced] {
-            for (TelemetryFrame frame; paced.next(&frame);) {
-            }
+            TelemetryFrame frame;
+            const auto readAll = [&] {
+                while (paced.next(&frame)) {
+                }
+            };
+            QVERIFY_EXCEPTION_THROWN(readAll(), Failure);
         });
         for (TelemetryFrame frame; fast.next(&frame);) {
         }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Everything that is read from outside, damaged at random; the seed makes a failure come again.
-#include "KvProjectDbOperator/CKvUpLoadObject.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
+#include "support/Upload.h"
 
 #include <memory>
 #include <random>
@@ -65,23 +65,13 @@ private Q_SLOTS:
             reply.close = true;
             return reply;
         };
-        struct Post {
-            CKvUpLoadObject object;
-            int outcomes = 0;
-        };
-        std::vector<std::unique_ptr<Post>> posts;
+        std::vector<std::unique_ptr<Upload>> uploads;
         for (int i = 0; i < 60; ++i) {
-            posts.push_back(std::make_unique<Post>());
-            Post& post = *posts.back();
-            const auto count = [&post] { ++post.outcomes; };
-            connect(&post.object, &CKvUpLoadObject::upLoadFinished, this, count);
-            connect(&post.object, &CKvUpLoadObject::NetWorkError, this, count);
-            connect(&post.object, &CKvUpLoadObject::NoLogin, this, count);
-            post.object.SetUrl(server.url() + "/x");
-            post.object.PostNetWorkReplyMessage();
+            uploads.push_back(std::make_unique<Upload>(server.url() + "/x"));
+            uploads.back()->PostNetWorkReplyMessage();
         }
-        for (const auto& post : posts) {
-            QTRY_COMPARE_WITH_TIMEOUT(post->outcomes, 1, 15000);
+        for (const auto& upload : uploads) {
+            QTRY_COMPARE_WITH_TIMEOUT(upload->outcomes.size(), 1, 15000);
         }
     }
 
@@ -108,7 +98,6 @@ private Q_SLOTS:
     void storedSettings()
     {
         ScriptedServer server;
-        SetServerIP(server.url());
         SetCurUserInfo({});
         const FlightProject project;
         for (int i = 0; i < 30; ++i) {
@@ -147,7 +136,6 @@ private Q_SLOTS:
     void missionFiles()
     {
         ScriptedServer server;
-        SetServerIP(server.url());
         const FlightProject project(40, 40, 200);
         const QByteArray good = TestProject::contents(project.db);
         for (int i = 0; i < 60; ++i) {

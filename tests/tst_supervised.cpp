@@ -11,6 +11,7 @@ namespace
 {
 constexpr int Speed = 7; // of the supervisor's clock, whose rest stays longer than a failure's 3 s
 constexpr int Interval = 10;
+constexpr int Rows = 2 * 3 * (1 + 2 + 1 + 3); // of the files, their missions and their tables
 
 /// A host that leaves it to its operator to go through the project, with the watch that flightdesk has. Its
 /// clock runs ahead, so that a rest of half a minute ends after seconds.
@@ -90,8 +91,6 @@ private Q_SLOTS:
         m_project = std::make_unique<TestProject>();
         m_server = std::make_unique<ScriptedServer>();
         m_files.clear();
-        SetServerIP(m_server->url());
-        control()->SetNetWorkConnected(true);
         for (const char* const letter : {"a", "b"}) {
             const QString name = letter;
             m_files.append(m_project->missionFile(name + "/flight.kv"));
@@ -108,28 +107,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("behaviour");
         QTest::addColumn<bool>("accepted");
         QTest::addColumn<bool>("byItself");
-        const QStringList refusals = {"silence",
-                                      "slam",
-                                      "reset",
-                                      "cut",
-                                      "401 {\"status\":401}",
-                                      "403 {\"status\":403}",
-                                      "413 <html>",
-                                      "500",
-                                      "500 {\"status\":500}",
-                                      "302 http://127.0.0.1:1/",
-                                      R"(200 {"status":0,"message":)",
-                                      "200 []",
-                                      "200 {\"status\":-1}",
-                                      "200 nobody"};
-        for (const bool byItself : {false, true}) {
-            const char* const who = byItself ? "by itself" : "flightdesk";
-            for (const QString& behaviour : refusals) {
-                QTest::addRow("%s: %s", who, qPrintable(behaviour)) << behaviour << false << byItself;
-            }
-            for (const char* behaviour : {R"(slowly 200 {"status":0})", R"(200 {"status":"no"})"}) {
-                QTest::addRow("%s: %s", who, behaviour) << behaviour << true << byItself;
-            }
+        // One of each kind that an operator tells apart.
+        for (const auto& [behaviour, accepted] : {std::pair("silence", false),
+                                                  {"slam", false},
+                                                  {R"(401 {"status":401})", false},
+                                                  {R"(200 {"status":-1})", false},
+                                                  {R"(slowly 200 {"status":0})", true},
+                                                  {R"(200 {"status":"no"})", true}}) {
+            QTest::addRow("flightdesk: %s", behaviour) << behaviour << accepted << false;
+            QTest::addRow("by itself: %s", behaviour) << behaviour << accepted << true;
         }
     }
     void everythingArrives()
@@ -142,15 +128,11 @@ private Q_SLOTS:
         m_server->script = [&](const PostedRequest& request) {
             const bool faulty = m_server->requests.size() == Faulty;
             if (!faulty || accepted) {
-                for (const QString& id : request.ids()) {
-                    rows.append(request.path + id);
-                }
+                rows += request.rows().values();
             }
             return faulty ? ScriptedServer::reply(behaviour) : ScriptedServer::accepted();
         };
-        SKvUserInfo user;
-        user.m_strToken = "token";
-        SetCurUserInfo(user);
+        signIn("token");
         if (byItself) {
             const SupervisedHost host(m_files, behaviour == "silence" ? 1 : Speed);
             QTRY_COMPARE_WITH_TIMEOUT(host.waiting(), 0, 300000);
@@ -158,80 +140,68 @@ private Q_SLOTS:
             uploadByFlightdesk();
         }
         QCOMPARE(rows.removeDuplicates(), 0);
-        QCOMPARE(rows.size(), 2 * 3 * (1 + 2 + 1 + 3));
+        QCOMPARE(rows.size(), Rows);
     }
 
     /// Another program holds a file while the second of its missions is sent, for longer than is waited:
     /// marks are not made, rows not found, and the timer has stopped.
-    void lockedInMidChain_data()
-    {
-        QTest::addColumn<bool>("byItself");
-        QTest::newRow("flightdesk") << false;
-        QTest::newRow("by itself") << true;
-    }
     void lockedInMidChain()
     {
-        QFETCH(bool, byItself);
         constexpr int LockWait = 100;
         CKvDataBase::SetLockWait(LockWait);
-        std::unique_ptr<Foreign> foreign;
-        QSet<QString> accepted;
-        m_server->script = [&](const PostedRequest& request) {
-            for (const QString& id : request.ids()) {
-                accepted.insert(request.path + id);
+        for (const bool byItself : {false, true}) {
+            init();
+            std::unique_ptr<Foreign> foreign;
+            m_server->script = [&](const PostedRequest& request) {
+                if (m_server->requests.size() == 5) {
+                    foreign = std::make_unique<Foreign>(
+                        "exclusive", m_files[request.ids().value(0).startsWith('a') ? 0 : 1]);
+                    QTimer::singleShot(5 * LockWait, m_server.get(), [&foreign] { foreign.reset(); });
+                }
+                return ScriptedServer::accepted();
+            };
+            if (byItself) {
+                const SupervisedHost host(m_files);
+                const QSignalSpy rearmed(&host.supervisor, &UploadSupervisor::rearmed);
+                QTRY_VERIFY_WITH_TIMEOUT(!foreign && host.waiting() == 0, 60000);
+                QVERIFY(rearmed.count() == 1 || rearmed.count() == 2);
+            } else {
+                uploadByFlightdesk();
             }
-            if (m_server->requests.size() == 5) {
-                foreign = std::make_unique<Foreign>("exclusive",
-                                                    m_files[request.ids().value(0).startsWith('a') ? 0 : 1]);
-                QTimer::singleShot(5 * LockWait, m_server.get(), [&foreign] { foreign.reset(); });
-            }
-            return ScriptedServer::accepted();
-        };
-        if (byItself) {
-            const SupervisedHost host(m_files);
-            const QSignalSpy rearmed(&host.supervisor, &UploadSupervisor::rearmed);
-            QTRY_VERIFY_WITH_TIMEOUT(!foreign && host.waiting() == 0, 60000);
-            QVERIFY(rearmed.count() == 1 || rearmed.count() == 2);
-        } else {
-            uploadByFlightdesk();
+            QCOMPARE(TestProject::waiting(m_files[0]) + TestProject::waiting(m_files[1]), 0);
+            QCOMPARE(m_server->stored.size(), Rows);
         }
         CKvDataBase::SetLockWait(30000);
-        QCOMPARE(TestProject::waiting(m_files[0]) + TestProject::waiting(m_files[1]), 0);
-        QCOMPARE(accepted.size(), 2 * 3 * (1 + 2 + 1 + 3));
     }
 
     /// The files that a pass comes to next cannot be opened, while it lasts or for good.
-    void nextFileCannotBeOpened_data()
-    {
-        QTest::addColumn<bool>("forGood");
-        QTest::newRow("no database") << true;
-        QTest::newRow("its folder is moved away and back") << false;
-    }
     void nextFileCannotBeOpened()
     {
-        QFETCH(bool, forGood);
-        const QString away = m_project->path("away");
-        QStringList gone;
-        if (forGood) {
+        for (const bool forGood : {true, false}) {
+            init();
+            QStringList gone;
             for (const char* name : {"a/x.kv", "b/x.kv", "c/x.kv", "d/x.kv"}) {
-                m_project->file(name, QByteArray(5000, 'g'));
+                if (forGood) { // no databases
+                    m_project->file(name, QByteArray(5000, 'g'));
+                }
             }
-        }
-        m_server->script = [&](const PostedRequest& request) {
-            if (!forGood && m_server->requests.size() == 1) {
-                // The file that is not being sent now
-                const bool inA = request.ids().value(0).startsWith('a');
-                gone = QStringList{m_project->path(inA ? "b" : "a"), away};
-                QDir().rename(gone[0], gone[1]);
+            m_server->script = [&](const PostedRequest& request) {
+                if (!forGood && m_server->requests.size() == 1) {
+                    // The folder of the file that is not being sent now
+                    const bool inA = request.ids().value(0).startsWith('a');
+                    gone = QStringList{m_project->path(inA ? "b" : "a"), m_project->path("away")};
+                    QDir().rename(gone[0], gone[1]);
+                }
+                return ScriptedServer::accepted();
+            };
+            const SupervisedHost uploader(m_files);
+            if (!forGood) {
+                QTRY_VERIFY(!gone.isEmpty() &&
+                            TestProject::waiting(m_files[gone[0].endsWith('b') ? 0 : 1]) == 0);
+                QVERIFY(QDir().rename(gone[1], gone[0]));
             }
-            return ScriptedServer::accepted();
-        };
-        SupervisedHost uploader(m_files);
-        if (!forGood) {
-            QTRY_VERIFY(!gone.isEmpty() && TestProject::waiting(m_files[gone[0].endsWith('b') ? 0 : 1]) == 0);
-            QVERIFY(QDir().rename(gone[1], gone[0]));
+            QTRY_COMPARE_WITH_TIMEOUT(uploader.waiting(), 0, 60000);
         }
-        QTRY_COMPARE_WITH_TIMEOUT(uploader.waiting(), 0, 60000);
     }
 };
 

@@ -27,12 +27,7 @@ private:
     std::unique_ptr<ScriptedServer> m_server;
 
 private Q_SLOTS:
-    void init()
-    {
-        m_server = std::make_unique<ScriptedServer>();
-        SetServerIP(m_server->url());
-        control()->SetNetWorkConnected(true);
-    }
+    void init() { m_server = std::make_unique<ScriptedServer>(); }
 
     void chain()
     {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "KvAlgorthm.h"
-#include "KvProjectDbOperator/CKvUpLoadObject.h"
 #include "support/Rows.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
+#include "support/Upload.h"
 
 #include <QtNetwork/QNetworkAccessManager>
 #include <QtNetwork/QNetworkProxy>
@@ -21,20 +21,6 @@ constexpr bool Sanitized = true; // freed memory is kept
 #else
 constexpr bool Sanitized = false;
 #endif
-
-/// An upload whose outcomes are kept, in order.
-struct Upload : CKvUpLoadObject {
-    explicit Upload(const QByteArray& url, const QByteArray& body = "data=1")
-    {
-        SetUrl(url);
-        SetFilePathArray(body);
-        connect(this, &CKvUpLoadObject::upLoadFinished, this,
-                [this](const QByteArray& reply) { outcomes.append("finished " + reply); });
-        connect(this, &CKvUpLoadObject::NetWorkError, this, [this] { outcomes.append("error"); });
-        connect(this, &CKvUpLoadObject::NoLogin, this, [this] { outcomes.append("login"); });
-    }
-    QStringList outcomes;
-};
 
 /// A line that takes connections and hardly a byte.
 struct DeadLine : QTcpServer {

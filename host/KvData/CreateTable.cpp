@@ -9,6 +9,8 @@
 #include <QtSql/QSqlDriver>
 #include <QtSql/QSqlQuery>
 
+#include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace
@@ -97,6 +99,32 @@ QString WaitingIndex(const QString& index, const QString& table, const QString& 
     return QStringLiteral("CREATE INDEX IF NOT EXISTS %1 ON %2(%3) WHERE is_uploaded = 0")
         .arg(index, table, column);
 }
+
+QList<std::pair<QString, QString>> MissionTables()
+{
+    return {{FlightMissionTableName, GetFlightMissionTableContents()},
+            {FlightLogTableName, GetFlightLogTableContents()},
+            {UasStatusTableName, GetUasStatusTableContents()},
+            {PosDataTableName, GetPosDataTableContents()},
+            {FlightCompleteTableName, GetFlightCompleteTableContents()}};
+}
+
+/// Nothing, where the file cannot be read now.
+std::optional<bool> HasMissionTables(const CKvDataBase& database)
+{
+    QSqlQuery query = database.exec(QStringLiteral("SELECT name FROM sqlite_master WHERE type = 'table'"));
+    if (!query.isActive()) {
+        return std::nullopt;
+    }
+    QStringList listTable;
+    while (query.next()) {
+        listTable.append(query.value(0).toString());
+    }
+    const auto tables = MissionTables();
+    return std::all_of(tables.begin(), tables.end(), [&listTable](const auto& table) {
+        return listTable.contains(table.first, Qt::CaseInsensitive);
+    });
+}
 } // namespace
 
 bool CreateTable(const QString& table, const QString& contents, QSqlDatabase* database)
@@ -122,25 +150,19 @@ bool CreateMissionFile(const QString& path)
     if (!database.open()) {
         return false;
     }
-    if (CreateMissionTables(database.DBInstance())) {
-        return true;
+    const std::optional<bool> complete = HasMissionTables(database);
+    if (!complete || *complete) { // it is locked, which has been told; or it may lack an index still
+        return complete && CreateMissionTables(database.DBInstance());
     }
-    // Another program may have held the file, which this tells if it still does.
+    // Whoever looks into the file meanwhile, or after a loss of power, finds all tables in it or none.
     const bool bCreated = database.transaction() && CreateMissionTables(database.DBInstance());
     return database.commit() && bCreated;
 }
 
 bool CreateMissionTables(QSqlDatabase* database)
 {
-    const std::pair<QString, QString> tables[] = {
-        {FlightMissionTableName, GetFlightMissionTableContents()},
-        {FlightLogTableName, GetFlightLogTableContents()},
-        {UasStatusTableName, GetUasStatusTableContents()},
-        {PosDataTableName, GetPosDataTableContents()},
-        {FlightCompleteTableName, GetFlightCompleteTableContents()},
-    };
     bool created = true;
-    for (const auto& [table, contents] : tables) {
+    for (const auto& [table, contents] : MissionTables()) {
         created = CreateTable(table, contents, database) && created;
     }
     return created;

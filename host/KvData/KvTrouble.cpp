@@ -2,6 +2,7 @@
 #include "KvTrouble.h"
 
 #include "KvLog.h"
+#include "KvWarnings.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QMap>
@@ -58,10 +59,12 @@ void ReportTrouble(ETrouble eTrouble, const QString& strFile, const QString& str
         const QMutexLocker lock(&Troubles().mutex);
         nTimes = TimesToTell(Troubles().map[{eTrouble, strFile}], strText);
     }
-    if (nTimes > 0) {
+    const auto beside = nTimes > 0 ? AmongFiles(strFile, strText) : std::nullopt;
+    if (beside) {
         Logger::instance().write(eTrouble == ETrouble::Reading ? Level::Warn : Level::Error,
                                  strFile + QStringLiteral(": ") + strText +
-                                     (nTimes > 1 ? QStringLiteral(" (%1 times)").arg(nTimes) : QString()));
+                                     (nTimes > 1 ? QStringLiteral(" (%1 times)").arg(nTimes) : QString()) +
+                                     *beside);
     }
 }
 

@@ -4,6 +4,8 @@
 #include <QtCore/QLoggingCategory>
 #include <QtCore/QString>
 
+#include <optional>
+
 class QSqlError;
 
 /// \file
@@ -19,6 +21,8 @@ Q_DECLARE_LOGGING_CATEGORY(KvSql)     // "kv.sql": mission files and table descr
 /// in between, or has not been seen for twenty minutes. Within an hour three such lines about a thing are
 /// told; texts that differ only from their first quotation mark on count together.
 ///
+/// Where the same goes for many files of a project, see AmongFiles().
+///
 /// \param strWhole  what it is a part of, as a URL is of its server: then all texts about that whole count
 ///                  together, and the same text is told of one part only
 void WarnOnce(const QLoggingCategory& category, const QString& strAbout, const QString& strText,
@@ -29,9 +33,15 @@ void WellAgain(const QString& strAbout);
 
 /// Nothing is wrong with a part of a whole, or with the whole itself, any more: "whole: news, after 12 min",
 /// once that was the last that was wrong with it. Such lines count with the warnings; one more than of these
-/// is told, so that an hour has four lines about a thing at most.
+/// is told, so that an hour has four lines about a thing at most. Where many files of a project were not
+/// well, the ends of the first three are told, and that of the last.
 void TellWellAgain(const QLoggingCategory& category, const QString& strWhole, const QString& strAbout,
                    const QString& strNews);
+
+/// Whether a line of a kind is written about a file, and what it says beside: the files of a project share
+/// ten lines of a kind within an hour. Three files are named; the fourth, tenth, hundredth, ... stands for
+/// the others.
+std::optional<QString> AmongFiles(const QString& strFile, const QString& strKind);
 
 /// Tells of a statement that SQLite refused, at the first, tenth, hundredth, ... time; after twenty minutes
 /// without it, it is the first again. One that found the file locked is not refused, and is told elsewhere,

@@ -50,10 +50,14 @@ Foreign::Foreign(const QString& kind, const QString& file) : m_kind(kind), m_fil
     if (statement != statements.end()) {
         hold(statement->second);
     } else if (kind != "none") {
-        QFile::copy(file, file + ".copy");
+        QFile::copy(file,
+                    file + ".copy"); // before anything is held: a close of the file frees this process' locks
+        if (kind == "replaced, held") {
+            hold("BEGIN EXCLUSIVE");
+        }
         QFile::rename(file, file + ".away");
     }
-    if (kind == "replaced") {
+    if (kind.startsWith("replaced")) {
         QFile::rename(file + ".copy", file);
     }
 }

@@ -64,9 +64,8 @@ struct FlownProject : TestProject {
     QSet<QString> rows(const QString& condition = "1") const
     {
         QSet<QString> found;
-        QDirIterator files(path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
-        while (files.hasNext()) {
-            CKvDataBase database(files.next());
+        for (const QString& file : missionFiles()) {
+            CKvDataBase database(file);
             if (!database.open()) {
                 continue; // it is just being made
             }

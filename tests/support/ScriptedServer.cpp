@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "ScriptedServer.h"
 
+#include "KvAlgorthm.h"
+#include "KvData.h"
+
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QMap>
@@ -54,10 +57,23 @@ QStringList PostedRequest::ids() const
     return ids;
 }
 
+QSet<QString> PostedRequest::rows() const
+{
+    static const QHash<QByteArray, QString> tables = {{"/flight/upload", "flight_mission/"},
+                                                      {"/flight/posupload", "pos_data/"},
+                                                      {"/flight/uasstatusupload", "uas_status/"},
+                                                      {"/flight/detailupload", "flight_monitor_detail_log/"},
+                                                      {"/flight/upload4video", "flight_video_mission/"}};
+    const QStringList rows = ids().replaceInStrings(QRegExp("^"), tables.value(path));
+    return {rows.cbegin(), rows.cend()};
+}
+
 ScriptedServer::ScriptedServer(const Reply& always)
     : script([always](const PostedRequest&) { return always; })
 {
     listen(QHostAddress::LocalHost);
+    SetServerIP(url());
+    CKvControl::GetInstance(false, EPlaneType::Multirotor)->SetNetWorkConnected(true);
     connect(this, &QTcpServer::newConnection, this, [this] {
         QTcpSocket* const socket = nextPendingConnection();
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(socket); });
@@ -141,6 +157,9 @@ void ScriptedServer::read(QTcpSocket* socket)
     requests.append(request);
     m_asked[request.path] = socket;
     const Reply reply = script(request);
+    if (reply.wire == accepted().wire) {
+        stored += request.rows();
+    }
     if (reply.slow) {
         sendSlowly(socket, reply.wire);
         return;

@@ -23,9 +23,12 @@ struct PostedRequest {
     /// The records of "data", one for a single object.
     QJsonArray records() const;
     QStringList ids() const;
+    /// The records as "table/id".
+    QSet<QString> rows() const;
 };
 
-/// An HTTP server on the loopback interface whose replies are scripted by the test.
+/// An HTTP server on the loopback interface whose replies are scripted by the test. It is the one to upload
+/// to, and there is a network.
 class ScriptedServer : public QTcpServer
 {
 public:
@@ -53,6 +56,7 @@ public:
     /// Asked while a request comes in, of whose body so much is there: true breaks the connection.
     std::function<bool(const PostedRequest& request, int received)> hangUp;
     QList<PostedRequest> requests; ///< every request so far
+    QSet<QString> stored;          ///< the rows of those that were answered by accepted()
     QStringList paths() const;
     /// Returns once a request that is made now has been answered, and so what was posted before is here.
     void settle();

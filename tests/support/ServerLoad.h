@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Crowd.h"
 #include "Programs.h"
 #include "RawClient.h"
 #include "SqliteFile.h"
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 const QByteArray Secret = "secret";
@@ -41,35 +40,6 @@ struct ServerOnDisk {
     const QString ledger = folder.path("ledger.db");
     const QStringList options;
     std::unique_ptr<IngestServer> program;
-};
-
-/// Threads that do the same again and again until they are told to end.
-class Crowd
-{
-public:
-    ~Crowd() { end(); }
-    template<class Function>
-    void add(Function again)
-    {
-        m_threads.emplace_back([this, again = std::move(again)]() mutable {
-            while (!m_end) {
-                again();
-            }
-        });
-    }
-    bool isEnding() const { return m_end; }
-    void end()
-    {
-        m_end = true;
-        for (std::thread& thread : m_threads) {
-            thread.join();
-        }
-        m_threads.clear();
-    }
-
-private:
-    std::atomic<bool> m_end{false};
-    std::vector<std::thread> m_threads;
 };
 
 /// Clients that send rows one by one until they are told to end; what was acknowledged is remembered.

@@ -102,6 +102,17 @@ QByteArray TestProject::contents(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
 }
 
+QStringList TestProject::missionFiles(const QString& pattern) const
+{
+    QStringList found;
+    QDirIterator files(m_dir.path(), {pattern}, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        found.append(files.next());
+    }
+    found.sort();
+    return found;
+}
+
 QString TestProject::missionFile(const QString& name) const
 {
     QString full = file(name);

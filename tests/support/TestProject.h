@@ -91,6 +91,8 @@ public:
     QString file(const QString& name, const QByteArray& bytes = {}) const;
     /// The bytes of a file.
     static QByteArray contents(const QString& path);
+    /// The mission files in all its folders, sorted.
+    QStringList missionFiles(const QString& pattern = "*.kv") const;
     /// Makes a mission file with all tables.
     QString missionFile(const QString& name) const;
 

@@ -2,7 +2,7 @@
 #include "command/CommandLine.h"
 
 #include "command/Commands.h"
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QCoreApplication>
 

@@ -2,7 +2,7 @@
 #include "command/Commands.h"
 
 #include "command/Console.h"
-#include "Failure.h"
+#include "words/Failure.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -21,6 +21,28 @@ void printHelp(const QVector<Command>& commands)
     }
     std::puts("\nflightdesk --screenshot DIR saves pictures of the window.\n"
               "flightdesk COMMAND --help tells the options of a command.");
+}
+
+/// What stands behind the command.
+QStringList argumentsOf(int argc, char** argv)
+{
+    QStringList arguments;
+    for (int i = 2; i < argc; ++i) {
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    }
+    return arguments;
+}
+
+int run(const Command& command)
+{
+    QStringList arguments = QCoreApplication::arguments().mid(2);
+    arguments.prepend(QStringLiteral("flightdesk ") + QLatin1String(command.name));
+    try {
+        return command.run(arguments);
+    } catch (const Failure& failure) {
+        Console::printError(failure.words());
+        return NotDone;
+    }
 }
 } // namespace
 
@@ -48,16 +70,13 @@ int runFlightdesk(int argc, char** argv, const QVector<Command>& commands)
         Console::printUsageError(QStringLiteral("unknown command \"%1\"").arg(name));
         return BadUsage;
     }
-    const Application application = command->makeApplication(argc, argv);
-    if (!application) {
-        return NotDone;
+    const QStringList given = argumentsOf(argc, argv);
+    const bool wantsHelp = given.contains(QStringLiteral("--help")) || given.contains(QStringLiteral("-h"));
+    const Application application =
+        wantsHelp ? makePlainApplication(argc, argv) : command->makeApplication(argc, argv);
+    const int exitCode = application ? run(*command) : NotDone;
+    if (exitCode != Done && given.contains(QStringLiteral("--json"))) {
+        Console::printMissingDocument();
     }
-    QStringList arguments = QCoreApplication::arguments().mid(2);
-    arguments.prepend(QStringLiteral("flightdesk ") + QLatin1String(command->name));
-    try {
-        return command->run(arguments);
-    } catch (const Failure& failure) {
-        Console::printError(failure.words());
-        return NotDone;
-    }
+    return exitCode;
 }

@@ -31,6 +31,18 @@ QString withControlsEscaped(const QByteArray& json)
     return text;
 }
 
+/// What a script was told so far.
+struct Told {
+    bool anything = false;
+    QString error; ///< the last one
+};
+
+Told& told()
+{
+    static Told told;
+    return told;
+}
+
 void print(FILE* stream, const QByteArray& bytes)
 {
     std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
@@ -47,7 +59,15 @@ Console::Console(bool json) : m_json(json), m_terminal(isatty(STDERR_FILENO) != 
 
 void Console::printError(const QString& text)
 {
+    told().error = text;
     printNote(QStringLiteral("flightdesk: ") + text);
+}
+
+void Console::printMissingDocument()
+{
+    if (!told().anything) {
+        Console(true).document({{QStringLiteral("ok"), false}, {QStringLiteral("error"), told().error}});
+    }
 }
 
 void Console::printUsageError(const QString& text, const char* help)
@@ -79,6 +99,7 @@ void Console::document(const QJsonObject& object)
 {
     clearBar();
     if (m_json) {
+        told().anything = true;
         print(stdout, printable(withControlsEscaped(QJsonDocument(object).toJson(QJsonDocument::Indented))));
     }
 }
@@ -86,6 +107,7 @@ void Console::document(const QJsonObject& object)
 void Console::record(const QJsonObject& object)
 {
     if (m_json) {
+        told().anything = true;
         print(stdout,
               printable(withControlsEscaped(QJsonDocument(object).toJson(QJsonDocument::Compact))) + '\n');
     }

@@ -27,6 +27,9 @@ public:
     /// One object of many for scripts, on a line of its own; printed in JSON mode only.
     void record(const QJsonObject& object);
 
+    /// Prints a document with the last error where a command has failed without one of its own: a script that
+    /// asked for JSON gets some in every case.
+    static void printMissingDocument();
     /// Prints an error in the program's name, where there is no console yet.
     static void printError(const QString& text);
     static void printUsageError(const QString& text, const char* help = "flightdesk --help");

@@ -13,9 +13,9 @@ namespace
 volatile std::sig_atomic_t s_wake = -1;
 
 /// Of what Qt offers nothing may be called here; write() may.
-void wake(int)
+void wake(int signal)
 {
-    const char byte = 0;
+    const char byte = static_cast<char>(signal);
     [[maybe_unused]] const ssize_t written = ::write(s_wake, &byte, 1);
 }
 
@@ -52,5 +52,9 @@ EndSignals::~EndSignals()
 void EndSignals::quit()
 {
     answerSignals(SIG_DFL);
+    char byte = 0;
+    if (::read(m_pipe[0], &byte, 1) == 1) {
+        m_signal = byte;
+    }
     QCoreApplication::quit();
 }

@@ -2,9 +2,9 @@
 #include "command/CommandLine.h"
 #include "command/Commands.h"
 #include "export/ExportFile.h"
-#include "Failure.h"
 #include "project/Project.h"
-#include "telemetry/Latin1.h"
+#include "words/Failure.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
@@ -125,7 +125,9 @@ private:
     /// What came of a flight; told at once unless other flights are still to come into its file.
     void report(const Flight& flight, const QString& target, qint64 written)
     {
-        const QString missing = words(flight.gaps, written);
+        QStringList lacking{flight.mission().incompleteWords(), words(flight.gaps, written)};
+        lacking.removeAll({});
+        const QString missing = lacking.join(QStringLiteral("; "));
         m_told.append(
             QStringLiteral("%1: %2, %3 %4")
                 .arg(target, flight.name(), QString::number(written), QLatin1String(m_format.records)) +

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "command/FlightWords.h"
 
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 namespace
 {
@@ -14,15 +14,17 @@ QString words(const Interruption& interruption)
 }
 } // namespace
 
-QString flightWords(const RecordedFlight& flight, const QString& remark)
+QString flightWords(const RecordedFlight& flight)
 {
     if (!flight.error.isEmpty()) {
         return QStringLiteral("%1: %2").arg(flight.name, flight.error);
     }
-    return QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6%7")
-        .arg(flight.name, flight.missionId, QString::number(flight.messages),
-             QString::number(flight.positions), QString::number(flight.statuses), remark,
-             flight.interruption ? words(*flight.interruption) : QString());
+    const QString recorded =
+        QStringLiteral("%1: mission %2, %3 frames, %4 positions, %5 status records%6%7")
+            .arg(flight.name, flight.missionId, QString::number(flight.messages),
+                 QString::number(flight.positions), QString::number(flight.statuses), flight.remark,
+                 flight.interruption ? words(*flight.interruption) : QString());
+    return flight.incomplete.isEmpty() ? recorded : QStringLiteral("%1\n%2").arg(recorded, flight.incomplete);
 }
 
 QJsonObject flightJson(const RecordedFlight& flight)
@@ -38,6 +40,11 @@ QJsonObject flightJson(const RecordedFlight& flight)
     }
     if (flight.clockOffset) {
         object.insert("clock_offset"_l1, *flight.clockOffset);
+    }
+    if (!flight.incomplete.isEmpty()) {
+        object.insert("incomplete"_l1, flight.incomplete);
+        object.insert("seconds"_l1, flight.seconds);
+        object.insert("whole_seconds"_l1, flight.wholeSeconds);
     }
     if (!flight.error.isEmpty()) {
         object.insert("error"_l1, flight.error);

@@ -6,7 +6,6 @@
 #include <QtCore/QJsonObject>
 
 /// A recorded flight for people: what of it was recorded, and how it ended.
-/// \param remark  stands between the two
-QString flightWords(const RecordedFlight& flight, const QString& remark = {});
+QString flightWords(const RecordedFlight& flight);
 /// And for scripts.
 QJsonObject flightJson(const RecordedFlight& flight);

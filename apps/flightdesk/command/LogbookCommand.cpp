@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "command/Columns.h"
 #include "command/CommandLine.h"
 #include "command/Commands.h"
 #include "export/Csv.h"
 #include "export/FlightFigures.h"
 #include "project/Project.h"
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QJsonArray>
@@ -49,35 +50,6 @@ QJsonValue rounded(double number, double steps)
 {
     return std::isnan(number) ? QJsonValue() : QJsonValue(std::round(number * steps) / steps);
 }
-
-/// Lines of texts in columns as wide as they have to be.
-class Columns
-{
-public:
-    void add(const QStringList& line)
-    {
-        m_lines.append(line);
-        m_widths.resize(std::max(m_widths.size(), line.size()));
-        for (int i = 0; i < line.size(); ++i) {
-            m_widths[i] = std::max<int>(m_widths.at(i), line.at(i).size());
-        }
-    }
-
-    void print(Console& console) const
-    {
-        for (const QStringList& line : m_lines) {
-            QString text;
-            for (int i = 0; i < line.size(); ++i) {
-                text += line.at(i).leftJustified(m_widths.at(i) + 2);
-            }
-            console.line(text.trimmed());
-        }
-    }
-
-private:
-    QVector<QStringList> m_lines;
-    QVector<int> m_widths;
-};
 
 struct Total {
     qint64 flights = 0;

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "command/CommandLine.h"
 #include "command/Commands.h"
+#include "command/EndSignals.h"
 #include "command/FlightWords.h"
-#include "Failure.h"
+#include "record/KnownLogs.h"
 #include "record/LogRecorder.h"
 #include "telemetry/FlightSimulator.h"
-#include "telemetry/Latin1.h"
+#include "words/Failure.h"
+#include "words/Latin1.h"
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonArray>
 
@@ -19,10 +22,35 @@ const QCommandLineOption EasyFly(QStringLiteral("easy-fly"),
 const QCommandLineOption Split(QStringLiteral("split"),
                                QStringLiteral("One mission for each time that a vehicle arms."));
 
+const QCommandLineOption
+    Anyway(QStringLiteral("anyway"),
+           QStringLiteral("Record also a log that the project has already, or that is mostly unreadable."));
+
 const MissionFormat& formatOf(const CommandLine& arguments)
 {
     return arguments.isSet(QStringLiteral("easy-fly")) ? MissionFormat::video() : MissionFormat::flight();
 }
+
+/// A flight that stops when the process is told to end.
+class EndedSource : public FrameSource
+{
+public:
+    EndedSource(FrameSource& source, const EndSignals& end) : m_source(source), m_end(end) {}
+
+    bool next(TelemetryFrame* frame) override
+    {
+        if (m_end.signal() != 0) {
+            throw Failure(Trouble::Stopped);
+        }
+        return m_source.next(frame);
+    }
+    qint64 position() const override { return m_source.position(); }
+    qint64 size() const override { return m_source.size(); }
+
+private:
+    FrameSource& m_source;
+    const EndSignals& m_end;
+};
 
 /// Keeps the account of what was recorded.
 class Account
@@ -30,8 +58,8 @@ class Account
 public:
     explicit Account(Console& console) : m_console(console) {}
 
-    /// Reports one flight. `details` goes into the JSON document as well, `remark` behind the result line.
-    void report(const RecordedFlight& flight, const QJsonObject& details = {}, const QString& remark = {})
+    /// Reports one flight. `details` goes into the JSON document as well.
+    void report(const RecordedFlight& flight, const QJsonObject& details = {})
     {
         QJsonObject mission = flightJson(flight);
         for (auto detail = details.begin(); detail != details.end(); ++detail) {
@@ -39,11 +67,11 @@ public:
         }
         m_missions.append(mission);
         if (flight.error.isEmpty()) {
-            m_console.line(flightWords(flight, remark));
+            m_console.line(flightWords(flight));
         } else {
             m_console.error(flightWords(flight));
-            m_allDone = false;
         }
+        m_allDone = m_allDone && flight.error.isEmpty() && flight.incomplete.isEmpty();
     }
 
     int finish()
@@ -58,60 +86,86 @@ private:
     bool m_allDone = true;
 };
 
-/// What the log as a whole is told with, for the line and the document of a flight.
-QJsonObject detailsOf(const QString& path, qint64 skippedBytes, int truncatedBytes)
+/// Records logs, one after another, until it is told to end.
+class LogDesk
 {
-    return {{"log"_l1, path}, {"skipped_bytes"_l1, skippedBytes}, {"truncated_bytes"_l1, truncatedBytes}};
-}
-
-QString remarkOn(const TelemetryLog& log)
-{
-    QString remark;
-    if (log.skippedBytes() > 0) {
-        remark += QStringLiteral(", %1 unreadable bytes skipped").arg(log.skippedBytes());
+public:
+    LogDesk(CommandLine& line, Account& account, const Project& project)
+        : m_line(line), m_account(account), m_project(project)
+    {
     }
-    if (log.truncatedBytes() > 0) {
-        remark += QStringLiteral(", last record cut off after %1 bytes").arg(log.truncatedBytes());
-    }
-    return remark;
-}
 
-void recordLog(Account& account, CommandLine& line, const Project& project, const QString& path)
-{
-    try {
-        LogRecorder recorder(project, formatOf(line), path, line.isSet(QStringLiteral("split")));
-        const TelemetryLog& log = recorder.log();
+    void record(const QString& path)
+    {
+        RecordedFlight none;
+        none.name = path;
+        QJsonObject details{{"log"_l1, path}};
+        try {
+            const bool split = m_line.isSet(QStringLiteral("split"));
+            const LogFlights flights(path, split, [this](const FrameSource&) { return !isEnding(); });
+            details.insert("skipped_bytes"_l1, flights.skippedBytes());
+            details.insert("truncated_bytes"_l1, flights.truncatedBytes());
+            m_known.check(m_project, formatOf(m_line), flights, m_line.isSet(QStringLiteral("anyway")));
+            record(path, flights, details);
+        } catch (const Failure& failure) {
+            none.error = failure.is(Trouble::Stopped) ? QStringLiteral("stopped, nothing was recorded")
+                                                      : failure.words();
+            m_account.report(none, details);
+        }
+    }
+
+    bool isEnding() const
+    {
+        QCoreApplication::processEvents();
+        return m_end.signal() != 0;
+    }
+    int exitCode(int otherwise) const { return m_end.signal() != 0 ? m_end.exitCode() : otherwise; }
+
+private:
+    void record(const QString& path, const LogFlights& flights, const QJsonObject& details)
+    {
+        LogRecorder recorder(m_project, formatOf(m_line), path, flights);
         const QString label = QFileInfo(path).completeBaseName();
         while (recorder.step()) {
-            line.console().progress(label, log.position(), log.size());
+            m_line.console().progress(label, recorder.log().position(), recorder.log().size());
+            if (m_end.signal() != 0) {
+                recorder.breakOff(Failure(Trouble::Stopped));
+                break;
+            }
         }
-        line.console().progress(label, log.size(), log.size());
+        if (recorder.log().position() == recorder.log().size()) {
+            m_line.console().progress(label, 1, 1);
+        }
         for (const RecordedFlight& flight : recorder.flights()) {
-            account.report(flight, detailsOf(path, log.skippedBytes(), log.truncatedBytes()), remarkOn(log));
+            m_account.report(flight, details);
         }
-    } catch (const Failure& failure) {
-        RecordedFlight flight;
-        flight.name = path;
-        flight.error = failure.words();
-        account.report(flight, detailsOf(path, 0, 0));
     }
-}
+
+    CommandLine& m_line;
+    Account& m_account;
+    const Project& m_project;
+    KnownLogs m_known;
+    const EndSignals m_end;
+};
 } // namespace
 
 int runRecord(const QStringList& arguments)
 {
     CommandLine line(QStringLiteral("Records telemetry logs, one mission for each vehicle in a log."),
-                     {Split, EasyFly});
+                     {Split, Anyway, EasyFly});
     line.takes(QStringLiteral("LOG"), QStringLiteral("Telemetry log (.tlog)."), QStringLiteral("LOG..."));
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
     Account account(line.console());
-    const Project project = Project::make(line.project());
+    const Project project = Project::makeInNewFolder(line.project());
+    LogDesk desk(line, account, project);
     for (const QString& path : line.positionals()) {
-        recordLog(account, line, project, path);
+        if (!desk.isEnding()) {
+            desk.record(path);
+        }
     }
-    return account.finish();
+    return desk.exitCode(account.finish());
 }
 
 int runSimulate(const QStringList& arguments)
@@ -132,15 +186,18 @@ int runSimulate(const QStringList& arguments)
         return BadUsage;
     }
     Account account(line.console());
-    FlightRecorder recorder(Project::make(line.project()), formatOf(line));
+    FlightRecorder recorder(Project::makeInNewFolder(line.project()), formatOf(line));
+    const EndSignals end;
     QString name;
     QObject::connect(&recorder, &FlightRecorder::progress, &recorder,
                      [&](qint64 done, qint64 size) { line.console().progress(name, done, size); });
-    for (int number = 0; number < *missions; ++number) {
+    for (int number = 0; number < *missions && end.signal() == 0; ++number) {
         FlightSimulator flight(quint32(*seed), number, int(*minutes),
                                line.isSet(QStringLiteral("interrupted")));
+        EndedSource source(flight, end);
         name = QStringLiteral("simulated-%1-%2").arg(*seed).arg(number + 1);
-        account.report(recorder.record(flight, name, QStringLiteral("simulated quadrotor")));
+        account.report(recorder.record(source, name, QStringLiteral("simulated quadrotor")));
     }
-    return account.finish();
+    const int result = account.finish();
+    return end.signal() != 0 ? end.exitCode() : result;
 }

@@ -2,6 +2,8 @@
 #include "command/SignIn.h"
 
 #include "command/Console.h"
+#include "operator/ServerAddress.h"
+#include "words/Failure.h"
 
 #include <KvAlgorthm.h>
 
@@ -21,8 +23,10 @@ bool signIn(const QString& server, const std::optional<QString>& token)
         Console::printUsageError(QStringLiteral("the token cannot be sent in a request header"));
         return false;
     }
-    if (!SetServerIP(server.toUtf8())) {
-        Console::printUsageError(QStringLiteral("--server takes an absolute http or https address"));
+    try {
+        setServerAddress(server);
+    } catch (const Failure& failure) {
+        Console::printUsageError(QStringLiteral("--server: ") + failure.words());
         return false;
     }
     return true;

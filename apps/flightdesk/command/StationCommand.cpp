@@ -4,14 +4,14 @@
 #include "command/EndSignals.h"
 #include "command/FlightWords.h"
 #include "command/SignIn.h"
-#include "Failure.h"
 #include "link/SerialLink.h"
 #include "record/BreakpointKeeper.h"
 #include "record/RecorderPool.h"
 #include "station/Station.h"
 #include "station/StationReport.h"
-#include "telemetry/Latin1.h"
 #include "upload/Uploader.h"
+#include "words/Failure.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QRegularExpression>
@@ -32,9 +32,8 @@ public:
     {
         QObject::connect(&m_uploader, &Uploader::failed, &m_uploader,
                          [this](const RequestFailure& failure) { noteFailure(failure); });
-        QObject::connect(&m_uploader, &Uploader::unmarkable, &m_uploader, [this](const QString& file) {
-            m_console.note(QStringLiteral("accepted rows cannot be marked in %1").arg(file));
-        });
+        QObject::connect(&m_uploader, &Uploader::unmarkable, &m_uploader,
+                         [this](const QString&, const QString& words) { m_console.note(words); });
         QObject::connect(
             &m_breakpoints, &BreakpointKeeper::storeAgain, &m_pool,
             [this, project](const RecordedFlight& flight) { m_pool.storeBreakpoint(project, flight); });
@@ -250,7 +249,7 @@ int runStation(const QStringList& arguments)
         Console::printUsageError(QStringLiteral("--link ") + failure.words());
         return BadUsage;
     }
-    StationDesk desk(line, Project::make(line.project()), options, *keepFree);
+    StationDesk desk(line, Project::makeInNewFolder(line.project()), options, *keepFree);
     const EndSignals endSignals;
     std::signal(SIGPIPE, SIG_IGN); // recording goes on when nobody reads any more what is printed
     QCoreApplication::exec();

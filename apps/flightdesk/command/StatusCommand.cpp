@@ -1,20 +1,38 @@
 // SPDX-License-Identifier: MIT
+#include "command/Columns.h"
 #include "command/CommandLine.h"
 #include "command/Commands.h"
 #include "project/MissionFile.h"
 #include "project/Project.h"
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
+#include "words/Trouble.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonArray>
+#include <QtCore/QLocale>
 
 namespace
 {
-/// Adds up what the files of a project hold, and prints it file by file.
+QString grouped(qint64 number)
+{
+    return QLocale(QLocale::English).toString(number);
+}
+
+QString counted(qint64 number, const char* things)
+{
+    return QStringLiteral("%1 %2%3").arg(grouped(number), QLatin1String(things),
+                                         number == 1 ? QString() : QStringLiteral("s"));
+}
+
+/// Adds up what the files of a project hold, and prints a line for each flight.
 class StatusReport
 {
 public:
-    StatusReport(Console& console, QString ledger) : m_console(console), m_ledger(std::move(ledger)) {}
+    /// \param details  print each flight kind by kind
+    StatusReport(Console& console, QString ledger, bool details)
+        : m_console(console), m_ledger(std::move(ledger)), m_details(details)
+    {
+    }
 
     void add(const QString& path)
     {
@@ -37,7 +55,16 @@ public:
     {
         const QString lacking = shortfall();
         const bool complete = lacking.isEmpty();
-        printRow(m_total, QStringLiteral("all"));
+        if (m_details) {
+            printRow(m_total, QStringLiteral("all"));
+        } else {
+            m_lines.print(m_console);
+            m_console.line(
+                QStringLiteral("%1, %2, %3%4")
+                    .arg(counted(m_missions.size(), "flight"), counted(m_total.recorded, "record"),
+                         uploadWords(m_total),
+                         m_incomplete > 0 ? QStringLiteral(", %1 incomplete").arg(m_incomplete) : QString()));
+        }
         m_console.document({{"ok"_l1, complete},
                             {"missions"_l1, m_missions},
                             {"total"_l1, describe(m_total)},
@@ -55,18 +82,48 @@ public:
 private:
     [[nodiscard]] bool withLedger() const { return !m_ledger.isEmpty(); }
 
-    void add(const QString& path, const MissionCount& mission)
+    QString uploadWords(const KindCount& count) const
     {
-        m_console.line(
-            QStringLiteral("%1  %2  %3")
-                .arg(mission.id, mission.hasRow ? mission.name : QStringLiteral("(no mission row)"), path));
+        const QString ofServer =
+            withLedger() ? QStringLiteral("%1 accepted, ").arg(grouped(count.accepted)) : QString();
+        return ofServer + (count.waiting > 0 ? QStringLiteral("%1 wait").arg(grouped(count.waiting))
+                                             : QStringLiteral("uploaded"));
+    }
+
+    void print(const QString& path, const MissionCount& mission)
+    {
+        KindCount sum;
+        for (const KindCount& count : mission.kinds) {
+            sum += count;
+        }
+        const QString name = mission.hasRow ? mission.name : QStringLiteral("(no mission row)");
+        const QString incomplete = mission.incompleteWords();
+        if (!m_details) {
+            const QString begun = mission.startedAt.left(16).replace(QLatin1Char('T'), QLatin1Char(' '));
+            m_lines.add({mission.id.right(8), begun,
+                         mission.seconds ? durationWords(*mission.seconds) : QString(), name,
+                         counted(sum.recorded, "record"), uploadWords(sum), incomplete});
+            return;
+        }
+        m_console.line(QStringLiteral("%1  %2  %3").arg(mission.id, name, path));
+        if (!incomplete.isEmpty()) {
+            m_console.line(QStringLiteral("  ") + incomplete);
+        }
         if (mission.breakpoint) {
             m_console.line(QStringLiteral("  breakpoint: ") + mission.breakpoint->text());
         }
         printRow({}, "recorded"_l1, "accepted"_l1, "marked"_l1, "waiting"_l1);
-        QJsonArray kinds;
         for (const KindCount& count : mission.kinds) {
             printRow(count, count.kind);
+        }
+    }
+
+    void add(const QString& path, const MissionCount& mission)
+    {
+        print(path, mission);
+        m_incomplete += mission.isIncomplete ? 1 : 0;
+        QJsonArray kinds;
+        for (const KindCount& count : mission.kinds) {
             m_total += count;
             if (withLedger() && (count.accepted < count.recorded || count.marked < count.recorded)) {
                 m_missing.append(QStringLiteral("mission %1: of %2 %3 rows %4 accepted, %5 marked")
@@ -87,6 +144,13 @@ private:
                             {"kinds"_l1, kinds}};
         if (mission.breakpoint) {
             details.insert("breakpoint"_l1, mission.breakpoint->json());
+        }
+        if (mission.seconds) {
+            details.insert("seconds"_l1, *mission.seconds);
+        }
+        if (mission.isIncomplete) {
+            details.insert("incomplete"_l1, mission.incompleteWords());
+            details.insert("whole_seconds"_l1, mission.wholeSeconds);
         }
         m_missions.append(details);
     }
@@ -142,6 +206,9 @@ private:
 
     Console& m_console;
     const QString m_ledger;
+    const bool m_details;
+    Columns m_lines;
+    int m_incomplete = 0;
     KindCount m_total;
     QJsonArray m_missions;
     QJsonArray m_unreadable;
@@ -152,7 +219,8 @@ private:
 int runStatus(const QStringList& arguments)
 {
     CommandLine line(QStringLiteral("Shows what is recorded, accepted, marked and waiting."),
-                     {{"ledger"_l1, "Ledger of a flightserver, to see what it has accepted."_l1, "FILE"_l1}});
+                     {{"ledger"_l1, "Ledger of a flightserver, to see what it has accepted."_l1, "FILE"_l1},
+                      {"details"_l1, "Show each flight kind by kind."_l1}});
     if (const auto exitCode = line.read(arguments)) {
         return *exitCode;
     }
@@ -163,7 +231,7 @@ int runStatus(const QStringList& arguments)
         return NotDone;
     }
     const Project project = Project::open(line.project());
-    StatusReport report(console, ledger);
+    StatusReport report(console, ledger, line.isSet(QStringLiteral("details")));
     for (const QString& path : project.missionFiles({QStringLiteral("*.kv"), QStringLiteral("*.db")})) {
         report.add(path);
     }

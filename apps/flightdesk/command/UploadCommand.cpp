@@ -2,32 +2,46 @@
 #include "command/CommandLine.h"
 #include "command/Commands.h"
 #include "command/SignIn.h"
-#include "telemetry/Latin1.h"
+#include "project/ProjectLock.h"
 #include "upload/Uploader.h"
+#include "words/Failure.h"
+#include "words/Latin1.h"
 
 #include <KvAlgorthm.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonArray>
+#include <QtCore/QSet>
 #include <QtCore/QTimer>
+
+#include <algorithm>
 
 namespace
 {
 constexpr int LookInterval = 500; // milliseconds
 constexpr int RejectionsToEnd = 2;
 
-QString words(Obstacle obstacle, bool easyFly)
+/// Rows of a mission in a file, of all kinds.
+struct WaitingMission {
+    WaitingRows first;
+    qint64 rows = 0;
+};
+
+QVector<WaitingMission> missionsOf(const Backlog& backlog)
 {
-    switch (obstacle) {
-    case Obstacle::NoMissionRow:
-        return QStringLiteral("the mission has no %1 row, so its rows are never sent")
-            .arg(easyFly ? FlightVideoTableName : FlightMissionTableName);
-    case Obstacle::NotMarkable:
-        return QStringLiteral("the file is read-only, so accepted rows cannot be marked");
-    case Obstacle::None:
-        break;
+    QVector<WaitingMission> missions;
+    for (const WaitingRows& rows : backlog.rows) {
+        const auto known =
+            std::find_if(missions.begin(), missions.end(), [&rows](const WaitingMission& mission) {
+                return mission.first.file == rows.file && mission.first.mission == rows.mission;
+            });
+        if (known == missions.end()) {
+            missions.append({rows, rows.rows});
+        } else {
+            known->rows += rows.rows;
+        }
     }
-    return {};
+    return missions;
 }
 
 /// Uploads what waits in a project, and always ends: when nothing waits, when the server rejects the token,
@@ -53,11 +67,13 @@ public:
                          [this](const RequestFailure& failure) { noteFailure(failure); });
         QObject::connect(uploader, &Uploader::rearmed, uploader,
                          [this](const QString& text) { m_console.note(text); });
-        QObject::connect(uploader, &Uploader::unmarkable, uploader, [this](const QString& file) {
-            m_reasons.append(QStringLiteral("accepted rows cannot be marked in %1").arg(file));
-            m_console.note(m_reasons.last());
-            m_sinceAccepted.start(); // the rest that follows is not the fault of the next file
-        });
+        QObject::connect(
+            uploader, &Uploader::unmarkable, uploader, [this](const QString& file, const QString& words) {
+                m_reasons.append(words);
+                m_unmarkable.insert(file);
+                m_console.note(words);
+                m_sinceAccepted.start(); // the rest that follows is not the fault of the next file
+            });
         QObject::connect(&m_lookTimer, &QTimer::timeout, &m_lookTimer, [this] { look(); });
     }
 
@@ -77,24 +93,33 @@ public:
         return m_backlog.rows.isEmpty() && m_backlog.unreadable.isEmpty();
     }
 
+    /// The reason first: a project may have many flights that wait.
     void print(bool done, qint64 videoRows)
     {
+        const QString why = done ? QString() : reason();
+        if (done) {
+            m_console.line(
+                QStringLiteral("%1 rows accepted and marked, nothing waits").arg(m_backlog.settled));
+        } else {
+            m_console.error(why);
+            m_console.line(QStringLiteral("%1 rows accepted, %2 rows wait%3")
+                               .arg(m_backlog.settled)
+                               .arg(m_backlog.waiting())
+                               .arg(m_backlog.rows.isEmpty() ? QString() : QStringLiteral(":")));
+            printWaiting();
+        }
+        if (!m_easyFly && videoRows > 0) {
+            m_console.line(
+                QStringLiteral("%1 rows of video missions wait: upload --easy-fly").arg(videoRows));
+        }
         QJsonArray remaining;
         for (const WaitingRows& some : qAsConst(m_backlog.rows)) {
-            const QString obstacle = words(some.obstacle, m_easyFly);
             remaining.append(QJsonObject{{"mission"_l1, some.mission},
                                          {"kind"_l1, some.kind},
                                          {"rows"_l1, some.rows},
                                          {"file"_l1, some.file},
-                                         {"obstacle"_l1, obstacle}});
-            m_console.line(QStringLiteral("mission %1: %2 %3 rows wait in %4%5")
-                               .arg(some.mission, QString::number(some.rows), some.kind, some.file,
-                                    obstacle.isEmpty() ? obstacle : ": "_l1 + obstacle));
+                                         {"obstacle"_l1, obstacleWords(some.obstacle)}});
         }
-        for (const QString& file : qAsConst(m_backlog.unreadable)) {
-            m_console.line(QStringLiteral("%1 cannot be read: locked, or no mission file").arg(file));
-        }
-        const QString why = done ? QString() : reason();
         m_console.document({{"ok"_l1, done},
                             {"accepted"_l1, m_backlog.settled},
                             {"waiting"_l1, m_backlog.waiting()},
@@ -102,22 +127,27 @@ public:
                             {"unreadable"_l1, QJsonArray::fromStringList(m_backlog.unreadable)},
                             {"reason"_l1, why},
                             {"video_rows_waiting"_l1, videoRows}});
-        if (done) {
-            m_console.line(
-                QStringLiteral("%1 rows accepted and marked, nothing waits").arg(m_backlog.settled));
-        } else {
-            m_console.error(QStringLiteral("%1 rows accepted, %2 rows wait: %3")
-                                .arg(m_backlog.settled)
-                                .arg(m_backlog.waiting())
-                                .arg(why));
-        }
-        if (!m_easyFly && videoRows > 0) {
-            m_console.line(
-                QStringLiteral("%1 rows of video missions wait: upload --easy-fly").arg(videoRows));
-        }
     }
 
 private:
+    void printWaiting()
+    {
+        constexpr int MostFlights = 10;
+        const QVector<WaitingMission> missions = missionsOf(m_backlog);
+        for (const WaitingMission& mission : missions.mid(0, MostFlights)) {
+            const QString obstacle = obstacleWords(mission.first.obstacle);
+            m_console.line(QStringLiteral("  %1 rows of mission %2 in %3%4")
+                               .arg(QString::number(mission.rows), mission.first.mission, mission.first.file,
+                                    obstacle.isEmpty() ? obstacle : ": "_l1 + obstacle));
+        }
+        if (missions.size() > MostFlights) {
+            m_console.line(QStringLiteral("  and %1 missions more").arg(missions.size() - MostFlights));
+        }
+        for (const QString& file : m_backlog.unreadable.mid(0, MostFlights)) {
+            m_console.line(QStringLiteral("  %1 cannot be read: locked, or no mission file").arg(file));
+        }
+    }
+
     static bool isNetworkThere()
     {
         return CKvControl::GetInstance(false, EPlaneType::Multirotor)->IsNetWorkConnected();
@@ -146,45 +176,88 @@ private:
         }
         if (isOver()) {
             QCoreApplication::quit();
-        } else {
-            m_uploader->look(m_backlog, isNetworkThere());
+            return;
+        }
+        m_uploader->look(m_backlog, isNetworkThere());
+        tellTrouble();
+    }
+
+    /// How long it is still tried.
+    void tellTrouble()
+    {
+        const auto& trouble = m_uploader->trouble();
+        const QString what = !isNetworkThere() ? troubleHeadline(Trouble::NoNetwork)
+                             : trouble         ? trouble->failure.headline
+                                               : QString();
+        if (!what.isEmpty()) {
+            const int next = m_uploader->secondsToTry();
+            m_console.status(
+                QStringLiteral("%1. %2, giving up in %3 s")
+                    .arg(what,
+                         next > 0 ? QStringLiteral("Next try in %1 s").arg(next)
+                                  : QStringLiteral("Trying again"),
+                         QString::number((m_patience - m_sinceAccepted.elapsed() + 999) / 1000)));
         }
     }
 
     [[nodiscard]] bool isOver() const
     {
-        return m_backlog.sendable() == 0 || m_rejections >= RejectionsToEnd ||
+        return sendable() == 0 || m_rejections >= RejectionsToEnd ||
                m_sinceAccepted.hasExpired(m_patience - 1);
     }
 
+    /// A file that takes no marks would keep the rest waiting until the patience ends.
+    qint64 sendable() const
+    {
+        qint64 rows = 0;
+        for (const WaitingRows& some : m_backlog.rows) {
+            rows += some.obstacle == Obstacle::None && !m_unmarkable.contains(some.file) ? some.rows : 0;
+        }
+        return rows;
+    }
+
+    /// A token that is rejected is tried once more at once, by another operator: the server may have erred.
     void noteFailure(const RequestFailure& failure)
     {
         if (!m_failure || m_failure->words != failure.words) {
             m_console.note(failure.words);
         }
         m_failure = failure;
-        m_rejections += failure.tokenRejected ? 1 : 0;
+        if (!failure.tokenRejected) {
+            return;
+        }
+        ++m_rejections;
+        if (m_rejections < RejectionsToEnd) {
+            m_uploader->start();
+            m_uploader->look(m_backlog, isNetworkThere());
+        } else {
+            QTimer::singleShot(0, m_uploader.get(), [this] { look(); });
+        }
     }
 
     [[nodiscard]] QString reason() const
     {
         QStringList reasons = m_reasons;
-        if (m_failure) {
+        if (!isNetworkThere()) {
+            reasons.append(troubleWords(Trouble::NoNetwork));
+        } else if (m_failure) {
             reasons.append(m_failure->words);
         }
-        if (!isNetworkThere()) {
-            reasons.append(QStringLiteral("there is no network connection"));
+        if (reasons.isEmpty() && sendable() > 0) {
+            reasons.append(QStringLiteral("Nothing was accepted for %1 s.").arg(m_patience / 1000));
         }
-        if (reasons.isEmpty() && m_backlog.sendable() > 0) {
-            reasons.append(QStringLiteral("nothing was accepted for %1 s").arg(m_patience / 1000));
+        for (const WaitingRows& some : m_backlog.rows) {
+            const QString obstacle = obstacleWords(some.obstacle);
+            if (!obstacle.isEmpty()) {
+                const QString words = troubleWords(Trouble::NotSendable, {obstacle});
+                reasons.append(reasons.contains(words) ? QString() : words);
+            }
         }
-        if (m_backlog.waiting() > m_backlog.sendable()) {
-            reasons.append(QStringLiteral("some rows cannot be sent"));
-        }
+        reasons.removeAll({});
         if (!m_backlog.unreadable.isEmpty()) {
-            reasons.append(QStringLiteral("%1 files cannot be read").arg(m_backlog.unreadable.size()));
+            reasons.append(QStringLiteral("%1 files cannot be read.").arg(m_backlog.unreadable.size()));
         }
-        return reasons.join(QStringLiteral("; "));
+        return reasons.join(QLatin1Char(' '));
     }
 
     Console& m_console;
@@ -198,6 +271,7 @@ private:
     int m_rejections = 0; ///< of the token, since a row was accepted
     std::optional<RequestFailure> m_failure;
     QStringList m_reasons;
+    QSet<QString> m_unmarkable; ///< files
 };
 
 } // namespace
@@ -221,6 +295,11 @@ int runUpload(const QStringList& arguments)
         return BadUsage;
     }
     const Project project = Project::open(line.project());
+    ProjectLock lock(project, ProjectLock::Use::Uploading);
+    const QString inUse = project.readOnlyWords().isEmpty() ? lock.take() : QString();
+    if (!inUse.isEmpty()) {
+        throw Failure(inUse);
+    }
     Upload upload(project, line, int(*interval), int(*patience) * 1000);
     const bool done = upload.run();
     BacklogCounter videos(project, MissionFormat::video());

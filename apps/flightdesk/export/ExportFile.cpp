@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "export/ExportFile.h"
 
-#include "Failure.h"
+#include "words/Failure.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QRegularExpression>

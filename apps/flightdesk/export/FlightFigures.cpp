@@ -74,6 +74,9 @@ private:
 QString endOf(const Flight& flight, qint64 lastHeard)
 {
     const MissionCount& mission = flight.mission();
+    if (mission.isIncomplete) {
+        return mission.incompleteWords();
+    }
     if (mission.completedAt.isEmpty()) {
         return QStringLiteral("not ended");
     }

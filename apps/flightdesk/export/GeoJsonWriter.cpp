@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "export/FormatWriter.h"
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
@@ -126,6 +126,9 @@ private:
         }
         if (survey.points > 0) {
             facts.insert("end"_l1, flightTime::text(survey.last));
+        }
+        if (mission.isIncomplete) {
+            facts.insert("incomplete"_l1, mission.incompleteWords());
         }
         if (mission.breakpoint) {
             facts.insert("breakpoint"_l1, mission.breakpoint->json());

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "export/FormatWriter.h"
 #include "export/XmlText.h"
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QXmlStreamWriter>
@@ -27,7 +27,10 @@ public:
     {
         m_xml.writeStartElement("trk"_l1);
         m_xml.writeTextElement("name"_l1, xmlText(flight.name()));
-        m_xml.writeTextElement("desc"_l1, xmlText(flight.mission().aircraft));
+        const QString incomplete = flight.mission().incompleteWords();
+        m_xml.writeTextElement("desc"_l1, xmlText(incomplete.isEmpty()
+                                                      ? flight.mission().aircraft
+                                                      : flight.mission().aircraft + ", "_l1 + incomplete));
         m_xml.writeStartElement("trkseg"_l1);
         qint64 written = 0;
         flight.positions([&](const FlightPoint& point) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "export/FormatWriter.h"
 #include "export/XmlText.h"
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QXmlStreamWriter>
 
@@ -103,6 +103,9 @@ private:
         m_xml.writeStartElement("ExtendedData"_l1);
         writeFact("aircraft"_l1, flight.mission().aircraft);
         writeFact("mission"_l1, flight.mission().id);
+        if (flight.mission().isIncomplete) {
+            writeFact("recorded"_l1, flight.mission().incompleteWords());
+        }
         m_xml.writeEndElement();
         const qint64 written = writeTimes(flight);
         if (written > 0) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "link/LinkSpec.h"
 
-#include "Failure.h"
+#include "words/Failure.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>

@@ -6,20 +6,19 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-/// The log's lines as a signal. Whoever receives it on another thread than the writer's gets it queued.
+/// The log's lines as a signal, and the replies that were of no use. Whoever receives them on another thread
+/// than the writer's gets them queued. One object at a time.
 class LogFeed : public QObject
 {
     Q_OBJECT
 
 public:
-    LogFeed()
-    {
-        Logger::instance().setListener(
-            [this](Level level, const QString& text) { Q_EMIT line(text, static_cast<int>(level)); });
-    }
-    ~LogFeed() override { Logger::instance().setListener({}); }
+    LogFeed();
+    ~LogFeed() override;
 
 Q_SIGNALS:
     /// \param level  of Level, as a number that crosses threads
     void line(const QString& text, int level);
+    /// A reply was of no use: its HTTP status, the number of its QNetworkReply::NetworkError, and words.
+    void reply(const QString& text);
 };

@@ -2,11 +2,20 @@
 #pragma once
 
 #include "operator/LogFeed.h"
+#include "words/Trouble.h"
 
 /// Why a request failed.
 struct RequestFailure {
+    Trouble trouble = Trouble::NoConnection;
+    QString headline; ///< what happened
+    QString words;    ///< and what is safe, and what to do
     bool tokenRejected = false;
-    QString words;
+
+    static RequestFailure of(Trouble trouble, const QStringList& details);
+    /// \param status  of HTTP, or of the server's own answer. \param said  by it
+    static RequestFailure ofStatus(int status, const QString& said);
+    /// \param reply  as LogFeed has it; empty when nothing is known of it
+    static RequestFailure ofReply(const QString& reply);
 };
 
 /// What the library tells in its log and nowhere else, as signals on the thread of this object. It has the
@@ -39,5 +48,6 @@ private:
     void readBegin(const QString& rest);
     void readDownload(const QString& rest);
     void readRefusal(const QString& rest);
-    void fail(const QString& words) { Q_EMIT requestFailed({false, words}); }
+
+    QString m_reply; ///< the latest that was of no use, of which a failure follows
 };

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "project/MissionFile.h"
 
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
+#include "words/Trouble.h"
 
 #include <KvAlgorthm.h>
 
+#include <QtCore/QDateTime>
 #include <QtCore/QFileInfo>
 #include <QtCore/QJsonDocument>
+#include <QtCore/QStorageInfo>
 #include <QtCore/QVariant>
 #include <QtSql/QSqlRecord>
 
@@ -21,6 +24,8 @@ const char* const ColumnsSql = "PRAGMA table_info(%1)";
 const char* const LastRowSql = "(SELECT max(rowid) FROM %1)";
 const char* const MissionAtEndsSql = "SELECT flight_mission_id FROM %1 WHERE rowid IN "
                                      "((SELECT min(rowid) FROM %1), (SELECT max(rowid) FROM %1))";
+const char* const LastTimeSql =
+    "SELECT time FROM %1 WHERE flight_mission_id = '%2' ORDER BY rowid DESC LIMIT 1";
 const char* const WaitingSql = "SELECT count(*) FROM %1 WHERE is_uploaded = 0 AND %2 = '%3'";
 const char* const CountSql = "SELECT %1, count(*), total(is_uploaded = 1), total(is_uploaded = 0), %3 "
                              "FROM %2 t GROUP BY 1";
@@ -40,16 +45,20 @@ QStringList missionTables()
 }
 
 /// A column that the table lacks is as an empty one.
-std::optional<Breakpoint> breakpointIn(const QSqlRecord& mission)
+std::optional<Breakpoint> breakpointIn(const QSqlRecord& mission, const QJsonObject& document)
 {
     const QString lng = mission.value("break_point_lng"_l1).toString();
     if (lng.isEmpty()) {
         return std::nullopt;
     }
-    const auto document = QJsonDocument::fromJson(mission.value("flight_mission_data"_l1).toByteArray());
     return Breakpoint{mission.value("last_waypoint_index"_l1).toInt(), lng.toDouble(),
                       mission.value("break_point_lat"_l1).toDouble(),
                       document["circula_task_completion_degree"_l1].toDouble()};
+}
+
+QString quoted(QString text)
+{
+    return text.replace(QLatin1Char('\''), QLatin1String("''"));
 }
 
 MissionCount& missionIn(QVector<MissionCount>* missions, const QString& id)
@@ -65,6 +74,16 @@ MissionCount& missionIn(QVector<MissionCount>* missions, const QString& id)
     return missions->last();
 }
 } // namespace
+
+QString MissionCount::incompleteWords() const
+{
+    if (!isIncomplete) {
+        return {};
+    }
+    const QString stored = durationWords(seconds.value_or(0));
+    return wholeSeconds > 0 ? QStringLiteral("incomplete (%1 of %2)").arg(stored, durationWords(wholeSeconds))
+                            : QStringLiteral("incomplete (%1)").arg(stored);
+}
 
 KindCount& KindCount::operator+=(const KindCount& other)
 {
@@ -85,9 +104,8 @@ MissionFile::MissionFile(const QString& path) : m_database(path)
 
 void MissionFile::attachLedger(const QString& path)
 {
-    QString quoted = QFileInfo(path).absoluteFilePath();
-    quoted.replace(QLatin1Char('\''), QLatin1String("''"));
-    read(QString::fromLatin1(AttachSql).arg(quoted), [](const QSqlQuery&) {});
+    read(QString::fromLatin1(AttachSql).arg(quoted(QFileInfo(path).absoluteFilePath())),
+         [](const QSqlQuery&) {});
 }
 
 void MissionFile::read(const QString& sql, const RowReader& row)
@@ -155,12 +173,10 @@ QVector<MissionCount> MissionFile::missions()
 
 qint64 MissionFile::waiting(const QString& missionId)
 {
-    QString quoted = missionId;
-    quoted.replace(QLatin1Char('\''), QLatin1String("''"));
     qint64 rows = 0;
     for (const QString& kind : missionTables() + recordKinds()) {
         if (hasTable(kind)) {
-            read(QString::fromLatin1(WaitingSql).arg(kind, missionColumn(kind), quoted),
+            read(QString::fromLatin1(WaitingSql).arg(kind, missionColumn(kind), quoted(missionId)),
                  [&rows](const QSqlQuery& row) { rows += row.value(0).toLongLong(); });
         }
     }
@@ -200,16 +216,49 @@ void MissionFile::readRows(const QString& table, QVector<MissionCount>* missions
         mission.name = fields.value("name"_l1).toString();
         mission.aircraft = fields.value("aircraft"_l1).toString();
         mission.startedAt = fields.value("started_at"_l1).toString();
-        mission.breakpoint = breakpointIn(fields);
+        const QJsonObject document =
+            QJsonDocument::fromJson(fields.value("flight_mission_data"_l1).toByteArray()).object();
+        mission.breakpoint = breakpointIn(fields, document);
         mission.clockOffset = fields.value("clock_offset"_l1).toDouble();
+        mission.logId = document.value(missionKeys::LogId).toString();
+        mission.wholeSeconds = qint64(document.value(missionKeys::WholeSeconds).toDouble());
+        mission.isIncomplete = document.contains(missionKeys::Incomplete);
     });
 }
 
 void MissionFile::readEnds(QVector<MissionCount>* missions)
 {
-    if (!hasTable(FlightCompleteTableName)) {
-        return;
+    const bool hasEnds = hasTable(FlightCompleteTableName);
+    if (hasEnds) {
+        readCompletions(missions);
     }
+    for (MissionCount& mission : *missions) {
+        readLength(&mission, missions->size() == 1);
+        // A replayed flight without its end is still recorded, or its recorder died.
+        mission.isIncomplete = mission.isIncomplete ||
+                               (hasEnds && mission.completedAt.isEmpty() && mission.wholeSeconds > 0) ||
+                               mission.result == RecorderEnded;
+    }
+}
+
+/// \param isAlone  another one's records need not be passed over to find its last
+void MissionFile::readLength(MissionCount* mission, bool isAlone)
+{
+    const auto time = [](const QString& text) { return QDateTime::fromString(text, Qt::ISODateWithMs); };
+    QString last = mission->completedAt;
+    if (last.isEmpty() && isAlone && hasTable(UasStatusTableName)) {
+        read(QString::fromLatin1(LastTimeSql).arg(UasStatusTableName, quoted(mission->id)),
+             [&last](const QSqlQuery& row) { last = row.value(0).toString(); });
+    }
+    const QDateTime start = time(mission->startedAt);
+    const QDateTime end = time(last);
+    if (start.isValid() && end.isValid()) {
+        mission->seconds = start.secsTo(end);
+    }
+}
+
+void MissionFile::readCompletions(QVector<MissionCount>* missions)
+{
     read(QString::fromLatin1(MissionsSql).arg(FlightCompleteTableName), [missions](const QSqlQuery& row) {
         const QSqlRecord fields = row.record();
         const QString id = fields.value("flight_mission_id"_l1).toString();
@@ -266,16 +315,32 @@ QString MissionFile::missionColumn(const QString& kind)
     return missionTables().contains(kind) ? QStringLiteral("id") : QStringLiteral("flight_mission_id");
 }
 
-Obstacle obstacleOf(bool hasMissionRow, bool markable)
+Obstacle obstacleOf(bool hasMissionRow, Obstacle ofFile)
 {
-    if (!hasMissionRow) {
-        return Obstacle::NoMissionRow;
-    }
-    return markable ? Obstacle::None : Obstacle::NotMarkable;
+    return hasMissionRow ? ofFile : Obstacle::NoMissionRow;
 }
 
-bool MissionFile::isMarkable(const QString& path)
+QString obstacleWords(Obstacle obstacle)
+{
+    switch (obstacle) {
+    case Obstacle::NoMissionRow:
+        return QStringLiteral("the mission has no row of its own, so its records are never sent");
+    case Obstacle::NotMarkable:
+        return QStringLiteral("the file, its folder or its disk is read-only");
+    case Obstacle::DiskFull:
+        return QStringLiteral("the disk is full");
+    case Obstacle::None:
+        break;
+    }
+    return {};
+}
+
+Obstacle MissionFile::markObstacle(const QString& path)
 {
     const QFileInfo file(path);
-    return file.isWritable() && QFileInfo(file.absolutePath()).isWritable();
+    const QStorageInfo disk(file.absolutePath());
+    if (!file.isWritable() || !QFileInfo(file.absolutePath()).isWritable() || disk.isReadOnly()) {
+        return Obstacle::NotMarkable;
+    }
+    return disk.bytesAvailable() < LeastRoom ? Obstacle::DiskFull : Obstacle::None;
 }

@@ -28,9 +28,16 @@ struct MissionFormat {
 enum class Obstacle {
     None,
     NoMissionRow, ///< only rows of a mission with a row of its own are ever sent
-    NotMarkable,  ///< the file or its folder is read-only, so that accepted rows cannot be marked
+    NotMarkable,  ///< the file, its folder or its disk is read-only, so that accepted rows cannot be marked
+    DiskFull,     ///< nor when the disk is full
 };
-Obstacle obstacleOf(bool hasMissionRow, bool markable);
+/// \param ofFile  what goes for all of its file
+Obstacle obstacleOf(bool hasMissionRow, Obstacle ofFile);
+/// Why, in words; empty for None.
+QString obstacleWords(Obstacle obstacle);
+/// The room below which a disk is taken to be full, in bytes: marks and records take some while they are
+/// written.
+constexpr qint64 LeastRoom = 1024LL * 1024;
 
 /// Rows of one kind that one mission has in one file.
 struct KindCount {
@@ -53,8 +60,28 @@ struct MissionCount {
     double clockOffset = 0; ///< seconds from the recorder's clock to the vehicle's own
     QString completedAt;    ///< ISO 8601 in UTC; empty while it is recorded, or when that broke off
     QString result;
+    QString logId;                 ///< of the content of the log that it was recorded from
+    bool isIncomplete = false;     ///< it was not recorded to its end
+    std::optional<qint64> seconds; ///< how long it is as far as it is stored
+    qint64 wholeSeconds = 0;       ///< and as its log has it; 0 when that is not known
     QVector<KindCount> kinds;
+
+    /// "incomplete (4 s of 22:57)"; empty for a flight that is whole.
+    QString incompleteWords() const;
 };
+
+/// `result` of a flight whose end nobody wrote: its recorder died.
+const QString RecorderEnded = QStringLiteral("recorder ended");
+
+/// What the document of a mission (flight_mission_data) tells of its recording. It goes to the server with
+/// the mission.
+namespace missionKeys
+{
+const QString Log = QStringLiteral("log");
+const QString LogId = QStringLiteral("log_id");
+const QString WholeSeconds = QStringLiteral("log_seconds");
+const QString Incomplete = QStringLiteral("incomplete");
+} // namespace missionKeys
 
 /// A short visit to a mission file that exists. Nothing is written.
 class MissionFile
@@ -90,14 +117,16 @@ public:
 
     /// Column of a table with uploaded rows that names the mission.
     static QString missionColumn(const QString& kind);
-    /// Whether accepted rows can be marked: neither the file nor its folder is read-only.
-    static bool isMarkable(const QString& path);
+    /// Why accepted rows cannot be marked: the file or its folder is read-only, or the disk is full.
+    static Obstacle markObstacle(const QString& path);
 
 private:
     /// Those with a row of their own, and how they ended.
     QVector<MissionCount> readMissions();
     void readRows(const QString& table, QVector<MissionCount>* missions);
     void readEnds(QVector<MissionCount>* missions);
+    void readCompletions(QVector<MissionCount>* missions);
+    void readLength(MissionCount* mission, bool isAlone);
     void countKind(const QString& kind, bool withLedger, QVector<MissionCount>* missions);
 
     CKvDataBase m_database;

@@ -9,8 +9,6 @@ namespace
 {
 const char* const OldestSql = "SELECT created_at FROM %1 WHERE rowid = "
                               "(SELECT min(rowid) FROM %1 WHERE is_uploaded = 0)";
-const char* const EndSql = "SELECT completed_at FROM %1 ORDER BY rowid DESC LIMIT 1";
-const char* const LastTimeSql = "SELECT time FROM %1 ORDER BY rowid DESC LIMIT 1";
 
 QDateTime isoTime(const QString& text)
 {
@@ -39,15 +37,6 @@ QDateTime oldestWaiting(MissionFile& file, const MissionRecord& mission)
         }
     }
     return oldest;
-}
-
-std::optional<qint64> secondsOf(MissionFile& file, const QDateTime& start)
-{
-    QDateTime end = isoTime(valueIn(file, FlightCompleteTableName, EndSql));
-    if (!end.isValid()) {
-        end = isoTime(valueIn(file, UasStatusTableName, LastTimeSql));
-    }
-    return start.isValid() && end.isValid() ? std::optional(start.secsTo(end)) : std::nullopt;
 }
 } // namespace
 
@@ -80,11 +69,8 @@ MissionsOfFile MissionsOfFile::read(const QString& path)
         static_cast<MissionCount&>(mission) = count;
         mission.file = path;
         mission.start = isoTime(count.startedAt);
-        mission.obstacle = obstacleOf(count.hasRow, MissionFile::isMarkable(path));
+        mission.obstacle = obstacleOf(count.hasRow, MissionFile::markObstacle(path));
         mission.oldestWaiting = oldestWaiting(file, mission);
-        if (counts.size() == 1) {
-            mission.seconds = secondsOf(file, mission.start); // the times are the file's
-        }
         result.missions.append(mission);
     }
     if (!file.isReadable()) {

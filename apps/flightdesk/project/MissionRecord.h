@@ -14,8 +14,7 @@
 struct MissionRecord : MissionCount {
     QString file;
     QDateTime start;
-    std::optional<qint64> seconds; ///< how long the flight took, or takes so far
-    QDateTime oldestWaiting;       ///< when the row was recorded that waits longest; invalid when none waits
+    QDateTime oldestWaiting; ///< when the row was recorded that waits longest; invalid when none waits
     bool readable = true;
     Obstacle obstacle = Obstacle::None;
 

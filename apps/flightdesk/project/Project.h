@@ -2,6 +2,7 @@
 #pragma once
 
 #include "project/MissionFile.h"
+#include "words/Trouble.h"
 
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -10,9 +11,15 @@
 class Project
 {
 public:
-    /// Opens a project, made when it is missing, and makes it the current one of the process. Throws Failure.
+    /// Whether a folder is a project: it holds project.ini, or another host's flights in its folders.
+    static bool isProject(const QString& path);
+    /// Opens a project, which is made of any folder that is none, and makes it the current one of the
+    /// process. Throws Failure.
     static Project make(const QString& path);
-    /// Opens a project that must exist, and makes it the current one of the process. Throws Failure.
+    /// The same, but of a folder that holds other things no project is made: it may be the wrong one.
+    static Project makeInNewFolder(const QString& path);
+    /// Opens a project that must exist, and makes it the current one of the process. Throws Failure, with
+    /// Trouble::NoProject for a folder that is none.
     static Project open(const QString& path);
 
     QString path() const { return m_path; }
@@ -25,6 +32,11 @@ public:
     QString createMissionFile(const MissionFormat& format, const QString& missionId, qint64 startUsec) const;
     /// Removes a mission file and its folder with all that lies in it, if that is the flight's own.
     void removeMissionFile(const QString& file) const;
+
+    /// Why nothing can be recorded into it or marked in it; empty for one that can be written.
+    QString readOnlyWords() const;
+    /// Why nothing can be stored now: the disk is full, or read-only.
+    std::optional<Trouble> diskTrouble() const;
 
     /// Files in the folders of the project folder, sorted.
     QStringList missionFiles(const QStringList& patterns) const;

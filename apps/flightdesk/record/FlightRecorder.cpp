@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "record/FlightRecorder.h"
 
-#include "Failure.h"
-#include "telemetry/Latin1.h"
+#include "words/Failure.h"
+#include "words/Latin1.h"
 
 #include <KvAlgorthm.h>
 #include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
@@ -10,6 +10,8 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QVariant>
+
+#include <utility>
 
 /// Makes the table descriptions readable, which lie in a static library. Outside any namespace, as the macro
 /// asks.
@@ -20,6 +22,7 @@ static void initTableDescriptions()
 
 namespace
 {
+constexpr qint64 Second = 1000000; // microseconds
 constexpr int PositionBatch = 200;
 constexpr int StatusBatch = 100;
 constexpr int FramesBetweenEvents = 500;
@@ -79,53 +82,61 @@ void FlightRecorder::pointOperator()
 }
 
 RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, const QString& aircraft,
-                                      const QString& log)
+                                      const LogOrigin& origin)
 {
     m_flight = RecordedFlight();
     m_flight.name = name;
     try {
-        recordFrames(source, name, aircraft, log);
+        recordFrames(source, name, aircraft, origin);
     } catch (const Failure& failure) {
-        m_flight.error = failure.words();
-        return m_flight;
+        return breakOff(failure);
     }
     return end(m_lastUsec);
 }
 
 void FlightRecorder::recordFrames(FrameSource& source, const QString& name, const QString& aircraft,
-                                  const QString& log)
+                                  const LogOrigin& origin)
 {
     TelemetryFrame frame;
     while (source.next(&frame)) {
         if (m_flight.messages == 0) {
-            begin(frame.usec, name, aircraft, log);
+            begin(frame.usec, name, aircraft, origin);
         }
         take(frame);
+        check();
         if (m_flight.messages % FramesBetweenEvents == 0) {
             Q_EMIT progress(source.position(), source.size());
             QCoreApplication::processEvents();
         }
     }
     if (m_flight.messages == 0) {
-        throw Failure(QStringLiteral("holds no telemetry frame"));
+        throw Failure(Trouble::NoLog, {name});
     }
     Q_EMIT progress(source.size(), source.size());
 }
 
-void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString& aircraft, const QString& log,
-                           std::optional<double> clockOffset)
+void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString& aircraft,
+                           const LogOrigin& origin, std::optional<double> clockOffset)
 {
     m_flight = RecordedFlight();
     m_flight.name = name;
     m_flight.clockOffset = clockOffset;
     m_tracker = VehicleTracker();
     m_stamps = SteadyStamps();
+    m_startUsec = startUsec;
     m_lastUsec = startUsec;
+    m_flight.wholeSeconds = qMax(qint64(0), (origin.endUsec - startUsec) / Second);
+    m_flushed = 0;
+    m_stored = 0;
+    m_vainLooks = 0;
     m_positions = QJsonArray();
     m_statuses = QJsonArray();
     m_sinceWritten.start();
     if (m_projectId.isEmpty()) {
         throw Failure(QStringLiteral("cannot write %1/project.ini").arg(m_project.path()));
+    }
+    if (const auto trouble = m_project.diskTrouble()) {
+        throw Failure(*trouble, {name});
     }
     m_flight.missionId = newId();
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
@@ -133,15 +144,20 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     // Flights of one name in one project fly the same plan.
     m_planId = UidToString(QUuid::createUuidV5(QUuid(m_projectId), m_flight.name));
     pointOperator();
-    writeMission(VehicleTracker::timeText(startUsec), aircraft, log);
+    writeMission(VehicleTracker::timeText(startUsec), aircraft, origin);
 }
 
-void FlightRecorder::writeMission(const QString& startedAt, const QString& aircraft, const QString& log)
+void FlightRecorder::writeMission(const QString& startedAt, const QString& aircraft, const LogOrigin& origin)
 {
-    const QJsonObject data{{"name"_l1, harmless(m_flight.name)},
-                           {"aircraft"_l1, harmless(aircraft)},
-                           {"started_at"_l1, startedAt},
-                           {"plan_id"_l1, m_planId}};
+    QJsonObject data{{"name"_l1, harmless(m_flight.name)},
+                     {"aircraft"_l1, harmless(aircraft)},
+                     {"started_at"_l1, startedAt},
+                     {"plan_id"_l1, m_planId}};
+    if (!origin.id.isEmpty()) {
+        data.insert(missionKeys::Log, harmless(origin.log));
+        data.insert(missionKeys::LogId, origin.id);
+        data.insert(missionKeys::WholeSeconds, m_flight.wholeSeconds);
+    }
     QJsonObject row{
         {"id"_l1, m_flight.missionId},
         {"project_id"_l1, m_projectId},
@@ -151,8 +167,8 @@ void FlightRecorder::writeMission(const QString& startedAt, const QString& aircr
         {"started_at"_l1, startedAt},
         {"flight_mission_data"_l1, QString::fromUtf8(QJsonDocument(data).toJson(QJsonDocument::Compact))},
     };
-    if (!log.isEmpty() && m_format.easyFly) {
-        row.insert("video_file"_l1, log);
+    if (!origin.log.isEmpty() && m_format.easyFly) {
+        row.insert("video_file"_l1, origin.log);
     }
     if (m_flight.clockOffset) {
         row.insert("clock_offset"_l1, QString::number(*m_flight.clockOffset, 'f', 3));
@@ -206,6 +222,92 @@ void FlightRecorder::flush()
     } else {
         writeStatuses();
     }
+    m_flushed = m_flight.messages;
+}
+
+/// A file that is locked takes what waits when the lock goes, for which the operator has waited already.
+void FlightRecorder::check()
+{
+    constexpr int MostVainLooks = 3;
+    if (m_flushed <= m_stored) {
+        return;
+    }
+    const qint64 wanted = std::exchange(m_flushed, 0);
+    const qint64 before = m_stored;
+    noteStored();
+    m_vainLooks = m_stored > before ? 0 : m_vainLooks + 1;
+    const bool isFull = m_stored < wanted && m_project.diskTrouble();
+    if (isFull || m_vainLooks >= MostVainLooks) {
+        throw Failure(isFull ? Trouble::DiskFull : Trouble::NotStored,
+                      {m_flight.name, durationWords(m_flight.seconds)});
+    }
+}
+
+/// How many messages are in the file, and when the last of them came.
+void FlightRecorder::noteStored()
+{
+    MissionFile(m_flight.file)
+        .read(QStringLiteral("SELECT rowid, message FROM %1 ORDER BY rowid DESC LIMIT 1")
+                  .arg(FlightLogTableName),
+              [this](const QSqlQuery& row) {
+                  m_stored = row.value(0).toLongLong();
+                  const TelemetryFrame last = TelemetryFrame::ofLogRecord(row.value(1).toByteArray());
+                  m_flight.seconds = qMax(qint64(0), (last.usec - m_startUsec) / Second);
+              });
+}
+
+RecordedFlight FlightRecorder::breakOff(const Failure& why)
+{
+    if (m_flight.file.isEmpty()) {
+        m_flight.error = why.words();
+        return m_flight;
+    }
+    const Trouble trouble = why.trouble().value_or(Trouble::BrokeOff);
+    try {
+        if (trouble == Trouble::Stopped || trouble == Trouble::BrokeOff) {
+            flush();
+        }
+        noteStored();
+        m_flight.incomplete =
+            troubleWords(trouble, {m_flight.name, durationWords(m_flight.seconds), why.words()});
+        if (trouble != Trouble::Stopped) {
+            m_flight.error = m_flight.incomplete;
+        }
+        if (trouble == Trouble::DiskFull || trouble == Trouble::NotStored) {
+            m_flight.messages = m_stored; // it has no end in its file, which tells the same
+            return m_flight;
+        }
+        writeIncomplete();
+        if (!m_format.easyFly) {
+            writeComplete(m_lastUsec, missionKeys::Incomplete);
+        }
+        verify();
+    } catch (const Failure& failure) {
+        m_flight.error = failure.words();
+    }
+    return m_flight;
+}
+
+/// The mission's row is sent again, so that the server has it as well.
+void FlightRecorder::writeIncomplete()
+{
+    CKvDataBase database(m_flight.file);
+    QByteArray data;
+    if (database.open()) {
+        QSqlQuery row = database.exec(QStringLiteral("SELECT flight_mission_data FROM %1 WHERE id = '%2'")
+                                          .arg(m_format.missionTable, m_flight.missionId));
+        data = row.next() ? row.value(0).toByteArray() : data;
+    }
+    QJsonObject document = QJsonDocument::fromJson(data).object();
+    document.insert(missionKeys::Incomplete, m_flight.seconds);
+    QSqlQuery update(*database.DBInstance());
+    update.prepare(QStringLiteral("UPDATE %1 SET flight_mission_data = ?, is_uploaded = 0 WHERE id = ?")
+                       .arg(m_format.missionTable));
+    update.addBindValue(QString::fromUtf8(QJsonDocument(document).toJson(QJsonDocument::Compact)));
+    update.addBindValue(m_flight.missionId);
+    if (data.isEmpty() || !update.exec()) {
+        throw Failure(QStringLiteral("cannot write %1").arg(m_flight.file));
+    }
 }
 
 void FlightRecorder::writePositions()
@@ -230,6 +332,7 @@ RecordedFlight FlightRecorder::end(qint64 endUsec, const QString& reason)
         endMission(qMax(endUsec, m_lastUsec), reason);
         verify();
         writeBreakpoint();
+        m_flight.seconds = (m_lastUsec - m_startUsec) / Second;
     } catch (const Failure& failure) {
         m_flight.error = failure.words();
     }
@@ -275,7 +378,7 @@ void FlightRecorder::writeComplete(qint64 endUsec, const QString& result)
 
 RecordedFlight FlightRecorder::endLeft(const QString& file)
 {
-    const QString reason = QStringLiteral("recorder ended");
+    const QString reason = RecorderEnded;
     m_flight = RecordedFlight();
     m_flight.file = file;
     m_tracker = VehicleTracker();

@@ -3,7 +3,7 @@
 
 #include "operator/OperatorLink.h"
 #include "project/Project.h"
-#include "telemetry/FrameSource.h"
+#include "telemetry/LogFlights.h"
 #include "telemetry/SteadyStamps.h"
 #include "telemetry/VehicleTracker.h"
 
@@ -15,6 +15,7 @@
 #include <memory>
 
 class CKvFlightDataDbOperator;
+class Failure;
 
 /// What became of one flight.
 struct RecordedFlight {
@@ -26,7 +27,12 @@ struct RecordedFlight {
     qint64 statuses = 0;
     std::optional<Interruption> interruption;
     std::optional<double> clockOffset; ///< as VehicleTracker has it
-    QString error;                     ///< empty when the flight was recorded whole
+    QString remark;                    ///< what is wrong with its log, as ", the log is cut off at 3:52, ..."
+    QString incomplete;                ///< why it was not recorded to its end, in words; empty when it was
+    qint64 seconds = 0;                ///< as far as it is stored
+    qint64 wholeSeconds = 0;           ///< as its log has it; 0 when that is not known
+    bool isKnown = false;              ///< nothing was recorded: the error names the mission that has its log
+    QString error;                     ///< empty when nothing failed; to be stopped by somebody is no failure
 };
 
 /// Records flights into mission files of a project, one after another, with one operator. A flight is pulled
@@ -42,14 +48,13 @@ public:
     ~FlightRecorder() override;
 
     /// Records all frames of the source as one mission. Events are processed on the way.
-    /// \param log  file name of the source; empty when it is no file
     RecordedFlight record(FrameSource& source, const QString& name, const QString& aircraft,
-                          const QString& log = {});
+                          const LogOrigin& origin = {});
 
     /// Begins a flight; one that has not ended is forgotten. Throws Failure when there is no file for it.
     /// \param startUsec  microseconds since 1970, UTC
     /// \param clockOffset  VehicleTracker::clockOffset() where frames from before tell it
-    void begin(qint64 startUsec, const QString& name, const QString& aircraft, const QString& log = {},
+    void begin(qint64 startUsec, const QString& name, const QString& aircraft, const LogOrigin& origin = {},
                std::optional<double> clockOffset = {});
     /// Records a frame. Its stamp is in microseconds since 1970, and need not be behind the one before
     /// (SteadyStamps). What waits in memory is written when the first of it is a second old, with the
@@ -60,6 +65,11 @@ public:
     void flush();
     /// Writes what the file did not take, where it does now.
     void retry() { pointOperator(); }
+    /// Throws Failure when the file has not taken what was last written, nor before: for a flight whose
+    /// frames can be had again. To be called now and then; it looks once after each time that was written.
+    void check();
+    /// Ends the flight where it is, for good: it was not recorded to its end, and gets no breakpoint.
+    RecordedFlight breakOff(const Failure& why);
     /// Ends the flight, and counts what is in its file.
     /// \param endUsec  no earlier than the last frame's stamp
     /// \param reason  why it ended with an armed aircraft; otherwise that is told from the frames
@@ -87,11 +97,14 @@ private Q_SLOTS:
     void noteBreakpoint(bool stored) { m_breakpointStored = stored; }
 
 private:
-    void recordFrames(FrameSource& source, const QString& name, const QString& aircraft, const QString& log);
+    void recordFrames(FrameSource& source, const QString& name, const QString& aircraft,
+                      const LogOrigin& origin);
     void makeOperator();
     void abandonOperator();
     void pointOperator();
-    void writeMission(const QString& startedAt, const QString& aircraft, const QString& log);
+    void writeMission(const QString& startedAt, const QString& aircraft, const LogOrigin& origin);
+    void writeIncomplete();
+    void noteStored();
     void note(VehicleTracker::Records records);
     void writePositions();
     void writeStatuses();
@@ -116,6 +129,10 @@ private:
     QJsonArray m_positions;
     QJsonArray m_statuses;
     QElapsedTimer m_sinceWritten;
+    qint64 m_flushed = 0; ///< messages that had been handed over when all was written
+    qint64 m_stored = 0;  ///< messages that were found in the file then
+    int m_vainLooks = 0;  ///< in which there were no more of them
+    qint64 m_startUsec = 0;
     bool m_written = false;
     bool m_breakpointStored = false;
 };

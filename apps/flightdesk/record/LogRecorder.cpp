@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "record/LogRecorder.h"
 
-#include "Failure.h"
+#include "words/Failure.h"
 
 #include <QtCore/QCoreApplication>
 
@@ -14,42 +14,48 @@ namespace
 constexpr int FramesAtOnce = 500;
 } // namespace
 
-LogRecorder::LogRecorder(Project project, const MissionFormat& format, const QString& path, bool split)
+LogRecorder::LogRecorder(Project project, const MissionFormat& format, const QString& path,
+                         const LogFlights& flights)
     : m_project(std::move(project))
     , m_format(format)
     , m_path(path)
     , m_file(path)
-    , m_flights(path, split)
+    , m_flights(flights)
     , m_cutter(m_flights.cut(*this))
 {
 }
 
 bool LogRecorder::step()
 {
-    for (int i = 0; i < FramesAtOnce; ++i) {
-        if (!m_cutter.step()) {
-            return false;
+    try {
+        for (int i = 0; i < FramesAtOnce; ++i) {
+            if (!m_cutter.step()) {
+                return false;
+            }
         }
+        for (const auto& recorder : m_recorders) {
+            recorder.second->check();
+        }
+    } catch (const Failure& failure) {
+        breakOff(failure);
+        return false;
     }
     QCoreApplication::processEvents();
     return true;
+}
+
+void LogRecorder::breakOff(const Failure& why)
+{
+    while (!m_recorders.empty()) {
+        const auto first = m_recorders.begin();
+        keep(first->first, first->second->breakOff(why));
+    }
 }
 
 QVector<RecordedFlight> LogRecorder::flights() const
 {
     QVector<RecordedFlight> flights;
     std::copy(m_recorded.cbegin(), m_recorded.cend(), std::back_inserter(flights));
-    if (flights.isEmpty()) {
-        RecordedFlight none;
-        none.name = m_path;
-        none.error = QStringLiteral("holds no telemetry frame");
-        flights.append(none);
-    }
-    for (RecordedFlight& flight : flights) {
-        if (!log().error().isEmpty()) {
-            flight.error = QStringLiteral("cannot be read: %1").arg(log().error());
-        }
-    }
     return flights;
 }
 
@@ -61,37 +67,29 @@ void LogRecorder::began(int flight, const FlightStart& start)
     }
 }
 
-/// What cannot be written ends a flight; the log's others go on.
 void LogRecorder::frame(int flight, const TelemetryFrame& frame)
 {
-    RecordedFlight& recorded = m_recorded[flight];
-    if (!recorded.error.isEmpty()) {
-        return;
+    std::unique_ptr<FlightRecorder>& recorder = m_recorders[flight];
+    if (!recorder) {
+        recorder = std::make_unique<FlightRecorder>(m_project, m_format);
+        recorder->begin(frame.usec, m_file.completeBaseName() + m_recorded[flight].name,
+                        QStringLiteral("unknown"), m_flights.origin());
     }
-    try {
-        std::unique_ptr<FlightRecorder>& recorder = m_recorders[flight];
-        if (!recorder) {
-            recorder = std::make_unique<FlightRecorder>(m_project, m_format);
-            recorder->begin(frame.usec, m_file.completeBaseName() + recorded.name, QStringLiteral("unknown"),
-                            m_file.fileName());
-        }
-        recorder->take(frame);
-    } catch (const Failure& failure) {
-        recorded.error = failure.words();
-    }
+    recorder->take(frame);
 }
 
 void LogRecorder::ended(int flight, const QString&)
 {
     const auto recorder = m_recorders.find(flight);
-    if (recorder == m_recorders.end()) {
-        return;
+    if (recorder != m_recorders.end()) {
+        keep(flight, recorder->second->end(0));
     }
-    RecordedFlight& recorded = m_recorded[flight];
-    const QString name = m_path + recorded.name;
-    const QString error = recorded.error;
-    recorded = error.isEmpty() ? recorder->second->end(0) : recorder->second->flight();
-    recorded.name = name;
-    recorded.error = error.isEmpty() ? recorded.error : error;
-    m_recorders.erase(recorder);
+}
+
+void LogRecorder::keep(int flight, RecordedFlight recorded)
+{
+    recorded.name = m_path + m_recorded[flight].name;
+    recorded.remark = recorded.incomplete.isEmpty() ? m_flights.remark() : QString();
+    m_recorded[flight] = recorded;
+    m_recorders.erase(flight);
 }

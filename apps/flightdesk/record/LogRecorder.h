@@ -13,14 +13,15 @@
 class LogRecorder : private FlightSplitter::Sink
 {
 public:
-    /// Throws Failure when the log cannot be opened.
-    /// \param split  one flight for each arming
-    LogRecorder(Project project, const MissionFormat& format, const QString& path, bool split);
+    /// \param path  of the log, of which the flights are
+    LogRecorder(Project project, const MissionFormat& format, const QString& path, const LogFlights& flights);
 
-    /// Records some more of the log; false at its end. Events are processed on the way.
+    /// Records some more of the log; false at its end, and when nothing more can be recorded. Events are
+    /// processed on the way.
     bool step();
-    /// The flights in the order in which they began, named by the log's path. At least one, which tells why
-    /// it holds nothing. Whole at the end of the log.
+    /// Ends the flights that go on where they are.
+    void breakOff(const Failure& why);
+    /// The flights in the order in which they began, named by the log's path. Whole at the end of the log.
     QVector<RecordedFlight> flights() const;
 
     const TelemetryLog& log() const { return m_cutter.log(); }
@@ -29,6 +30,7 @@ private:
     void began(int flight, const FlightStart& start) override;
     void frame(int flight, const TelemetryFrame& frame) override;
     void ended(int flight, const QString& reason) override;
+    void keep(int flight, RecordedFlight recorded);
 
     const Project m_project;
     const MissionFormat& m_format;

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "record/RecorderPool.h"
 
-#include "Failure.h"
 #include "telemetry/FlightSimulator.h"
 #include "telemetry/LogFlights.h"
 #include "telemetry/PacedSource.h"
+#include "words/Failure.h"
 
 #include <KvLog.h>
 
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QFileInfo>
 
 #include <utility>
 
@@ -61,6 +60,7 @@ RecordedFlight RecorderPool::run(int flight, const Project& project, FlightTask 
         }
     } catch (const Failure& failure) {
         result.error = failure.words();
+        result.isKnown = failure.is(Trouble::SameLog);
     }
     if (cancelled && result.messages == 0) {
         result.error = tr("cancelled before its first message");
@@ -70,7 +70,8 @@ RecordedFlight RecorderPool::run(int flight, const Project& project, FlightTask 
 }
 
 /// Looks for the flights of the task's log, the first of which is the task's.
-void RecorderPool::look(int flight, FlightTask* task, const std::atomic_bool& cancelled)
+void RecorderPool::look(int flight, const Project& project, FlightTask* task,
+                        const std::atomic_bool& cancelled)
 {
     QElapsedTimer sinceReport;
     sinceReport.start();
@@ -81,6 +82,8 @@ void RecorderPool::look(int flight, FlightTask* task, const std::atomic_bool& ca
         }
         return !cancelled;
     });
+    m_known.check(project, task->easyFly ? MissionFormat::video() : MissionFormat::flight(), *task->flights,
+                  task->anyway);
     const QVector<quint8>& vehicles = task->flights->vehicles();
     task->vehicle = vehicles.constFirst();
     for (int i = 1; i < vehicles.size() && !cancelled; ++i) {
@@ -91,14 +94,14 @@ void RecorderPool::look(int flight, FlightTask* task, const std::atomic_bool& ca
 }
 
 /// The task's source; its name gets what tells it from others of the log.
-std::unique_ptr<FrameSource> RecorderPool::open(int flight, FlightTask* task,
+std::unique_ptr<FrameSource> RecorderPool::open(int flight, const Project& project, FlightTask* task,
                                                 const std::atomic_bool& cancelled)
 {
     if (task->log.isEmpty()) {
         return std::make_unique<FlightSimulator>(task->seed, 0, task->minutes, task->interrupted);
     }
     if (!task->flights) {
-        look(flight, task, cancelled);
+        look(flight, project, task, cancelled);
     }
     task->name += task->flights->name(task->vehicle);
     return task->flights->open(task->vehicle);
@@ -107,7 +110,7 @@ std::unique_ptr<FrameSource> RecorderPool::open(int flight, FlightTask* task,
 RecordedFlight RecorderPool::fly(int flight, const Project& project, FlightTask* task,
                                  const std::atomic_bool& cancelled)
 {
-    const auto source = open(flight, task, cancelled);
+    const auto source = open(flight, project, task, cancelled);
     PacedSource paced(*source, task->speed, cancelled);
     FlightRecorder recorder(project, task->easyFly ? MissionFormat::video() : MissionFormat::flight());
     FlightSample sample;
@@ -128,13 +131,12 @@ RecordedFlight RecorderPool::fly(int flight, const Project& project, FlightTask*
             report();
         }
     });
-    const QString log = QFileInfo(task->log).fileName();
+    const bool isLog = task->flights != nullptr;
     RecordedFlight result =
-        recorder.record(paced, task->name, log.isEmpty() ? tr("simulated quadrotor") : tr("unknown"), log);
+        recorder.record(paced, task->name, isLog ? tr("unknown") : tr("simulated quadrotor"),
+                        isLog ? task->flights->origin() : LogOrigin());
     report();
-    if (!source->error().isEmpty()) {
-        result.error = tr("cannot be read to its end: %1").arg(source->error());
-    }
+    result.remark = isLog && result.incomplete.isEmpty() ? task->flights->remark() : QString();
     return result;
 }
 

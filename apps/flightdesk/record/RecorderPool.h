@@ -2,6 +2,7 @@
 #pragma once
 
 #include "record/FlightRecorder.h"
+#include "record/KnownLogs.h"
 #include "telemetry/FlightTrack.h"
 
 #include <QtCore/QMap>
@@ -23,7 +24,8 @@ struct FlightTask {
     quint32 seed = 0;
     bool interrupted = false; ///< the simulated telemetry breaks off in mid-air
     bool easyFly = false;
-    double speed = 0; ///< times the flight's own; 0 is as fast as possible
+    bool anyway = false; ///< record a log that was recorded before, or is not sound
+    double speed = 0;    ///< times the flight's own; 0 is as fast as possible
 };
 
 Q_DECLARE_METATYPE(FlightTask)
@@ -35,12 +37,13 @@ class RecorderPool : public QObject
 
 public:
     explicit RecorderPool(QObject* parent = nullptr);
-    /// Cancels all, and waits until what was received is in the files.
+    /// Stops all, and waits until what was received is in the files.
     ~RecorderPool() override;
 
     /// \return a number for the flight
     int record(const Project& project, const FlightTask& task);
-    /// Ends a recording early. What was received stays; an aircraft in the air gets a breakpoint.
+    /// Ends a recording early. What was received stays, as an incomplete flight without a breakpoint: it was
+    /// not interrupted in the air. Who does not want it removes its file (Project::removeMissionFile()).
     void cancel(int flight);
     void cancelAll();
     bool isBusy() const { return !m_cancelled.isEmpty(); }
@@ -59,12 +62,14 @@ private:
     using Flag = std::shared_ptr<std::atomic_bool>;
     RecordedFlight run(int flight, const Project& project, FlightTask task,
                        const std::atomic_bool& cancelled);
-    void look(int flight, FlightTask* task, const std::atomic_bool& cancelled);
-    std::unique_ptr<FrameSource> open(int flight, FlightTask* task, const std::atomic_bool& cancelled);
+    void look(int flight, const Project& project, FlightTask* task, const std::atomic_bool& cancelled);
+    std::unique_ptr<FrameSource> open(int flight, const Project& project, FlightTask* task,
+                                      const std::atomic_bool& cancelled);
     RecordedFlight fly(int flight, const Project& project, FlightTask* task,
                        const std::atomic_bool& cancelled);
 
     QThreadPool m_threads;
+    KnownLogs m_known;           ///< to all threads
     QMap<int, Flag> m_cancelled; ///< of the flights that have not finished
     int m_last = 0;
 };

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "station/FlightWriter.h"
 
-#include "Failure.h"
 #include "station/OpenMark.h"
+#include "words/Failure.h"
 
 #include <KvAlgorthm.h>
 
 #include <QtCore/QFileInfo>
-#include <QtCore/QStorageInfo>
 #include <QtCore/QVariant>
 
 #include <utility>
@@ -16,7 +15,6 @@ namespace
 {
 constexpr int WriteInterval = 700;    // milliseconds; with the time it takes less than a second
 constexpr int RemindInterval = 60000; // milliseconds
-constexpr qint64 LeastRoom = 1024LL * 1024;
 
 /// Messages in a file, which only grows; nothing when it cannot be read now.
 std::optional<qint64> messagesIn(const QString& path)
@@ -168,14 +166,11 @@ void FlightWriter::noteWell()
 
 QString FlightWriter::diskTrouble() const
 {
-    const QStorageInfo disk(m_station.project().path());
-    if (disk.isReadOnly()) {
-        return QStringLiteral("the disk of %1 is read-only").arg(m_station.project().path());
-    }
-    if (disk.bytesAvailable() < LeastRoom) {
-        return QStringLiteral("the disk of %1 is full").arg(m_station.project().path());
-    }
-    return {};
+    const auto trouble = m_station.project().diskTrouble();
+    return !trouble ? QString()
+           : *trouble == Trouble::DiskReadOnly
+               ? QStringLiteral("the disk of %1 is read-only").arg(m_station.project().path())
+               : QStringLiteral("the disk of %1 is full").arg(m_station.project().path());
 }
 
 void FlightWriter::say(const QString& words) const

@@ -2,8 +2,8 @@
 #include "station/Receiver.h"
 
 #include "station/FlightWriters.h"
-#include "telemetry/Latin1.h"
 #include "telemetry/MavlinkMessages.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QDateTime>
 

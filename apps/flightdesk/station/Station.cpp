@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "station/Station.h"
 
-#include "Failure.h"
 #include "station/OpenMark.h"
+#include "words/Failure.h"
 
 #include <QtCore/QCoreApplication>
 
 Station::Station(const Project& project, const StationOptions& options)
-    : m_lock(project.path() + QStringLiteral("/station.lock"))
+    : m_lock(project, ProjectLock::Use::Recording)
 {
-    lock(m_lock, project);
+    const QString inUse = m_lock.take();
+    if (!inUse.isEmpty()) {
+        throw Failure(inUse);
+    }
     m_writers = std::make_unique<FlightWriters>(project, OpenMark::all(project));
     m_receiver = new Receiver(options, *m_writers);
     m_backlog = new BacklogWatch(project);
@@ -35,22 +38,6 @@ Station::Station(const Project& project, const StationOptions& options)
 Station::~Station()
 {
     finish();
-}
-
-void Station::lock(QLockFile& file, const Project& project)
-{
-    file.setStaleLockTime(0); // only that of a process that is gone
-    if (file.tryLock(0)) {
-        return;
-    }
-    qint64 process = 0;
-    QString host;
-    QString program;
-    if (file.getLockInfo(&process, &host, &program)) {
-        throw Failure(QStringLiteral("another station records into %1 (process %2 on %3)")
-                          .arg(project.path(), QString::number(process), host));
-    }
-    throw Failure(QStringLiteral("cannot write %1/station.lock").arg(project.path()));
 }
 
 void Station::finish()

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "project/ProjectLock.h"
 #include "station/BacklogWatch.h"
 #include "station/FlightWriters.h"
 #include "station/Receiver.h"
 
-#include <QtCore/QLockFile>
 #include <QtCore/QThread>
 
 /// Records what its links hear: from links to frames, from frames to flights, from flights to mission files.
@@ -36,9 +36,7 @@ Q_SIGNALS:
     void counted(const Backlog& backlog, bool network);
 
 private:
-    static void lock(QLockFile& file, const Project& project);
-
-    QLockFile m_lock;
+    ProjectLock m_lock;
     std::unique_ptr<FlightWriters> m_writers;
     QThread m_readThread;
     QThread m_countThread;

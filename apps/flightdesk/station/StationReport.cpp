@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "station/StationReport.h"
 
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QStringList>

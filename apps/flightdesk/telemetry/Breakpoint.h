@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>

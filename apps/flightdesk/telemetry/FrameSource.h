@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QtCore/QByteArray>
-#include <QtCore/QString>
 #include <QtCore/QtEndian>
 
 #include <algorithm>
@@ -38,11 +37,9 @@ public:
     FrameSource(const FrameSource&) = delete;
     FrameSource& operator=(const FrameSource&) = delete;
 
-    /// Reads the next frame; false at the end.
+    /// Reads the next frame; false at the end. Throws Failure where something else ends it.
     virtual bool next(TelemetryFrame* frame) = 0;
     /// How far next() has come, in the unit of size().
     virtual qint64 position() const = 0;
     virtual qint64 size() const = 0;
-    /// What made next() end before the end; empty when nothing did.
-    virtual QString error() const { return {}; }
 };

@@ -25,6 +25,7 @@ public:
     /// Whether the system of the latest frame is known to be a vehicle.
     bool isVehicles() const { return m_splitter.isVehicle(system(), 0); }
     quint8 system() const; ///< of the latest frame
+    const TelemetryFrame& frame() const { return m_frame; }
     const TelemetryLog& log() const { return m_log; }
 
 private:
@@ -34,19 +35,37 @@ private:
     TelemetryFrame m_frame;
 };
 
+/// Where a flight comes from, kept with its mission.
+struct LogOrigin {
+    QString log;        ///< file name; empty when it is none
+    QString id;         ///< tells its content from any other
+    qint64 endUsec = 0; ///< when the flight ends in it; 0 when that is not known
+};
+
 /// The flights of a telemetry log: one for each vehicle or, split, for each of its armings. Every frame of a
 /// vehicle is in one of its flights; frames of others are in each flight that goes on when they came.
 ///
-/// A mission's name tells whether there are others, so the log is read once before it is recorded.
+/// A mission's name tells whether there are others, and a bad log is to leave nothing behind, so the log is
+/// read once before it is recorded.
 class LogFlights
 {
 public:
     /// Told now and then how far the reading has come; false ends it.
     using Reading = std::function<bool(const FrameSource& log)>;
 
-    /// Reads the log through, to see which flights there are. Throws Failure when it cannot be opened.
+    /// Reads the log through, to see which flights there are. Throws Failure when it cannot be read, and
+    /// Trouble::Stopped when the reading was ended.
     /// \param split  one flight for each arming
     LogFlights(const QString& path, bool split, const Reading& reading = {});
+
+    /// Throws Failure for what is no sound telemetry log.
+    /// \param anyway  record what there is, as long as it is a frame
+    void check(bool anyway) const;
+    /// What is wrong with a log that can be recorded, as ", last record cut off"; empty when nothing is.
+    QString remark() const;
+    qint64 skippedBytes() const { return m_skipped; }
+    int truncatedBytes() const { return m_truncated; }
+    LogOrigin origin() const;
 
     /// In the order in which they were first heard; one numbered 0 where there is none.
     const QVector<quint8>& vehicles() const { return m_rule.vehicles; }
@@ -59,7 +78,18 @@ public:
     std::unique_ptr<FrameSource> open(quint8 vehicle) const;
 
 private:
+    void note(const TelemetryFrame& frame);
+
     const QString m_path;
+    QString m_id;
     SplitRule m_rule;
     QMap<quint8, int> m_flights; ///< of each vehicle that has flown
+    qint64 m_size = 0;
+    qint64 m_skipped = 0;
+    int m_truncated = 0;
+    qint64 m_frames = 0;
+    qint64 m_sound = 0;   ///< frames whose checksum is right
+    qint64 m_damaged = 0; ///< and wrong; of others it cannot be told
+    qint64 m_firstUsec = 0;
+    qint64 m_lastUsec = 0;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/PacedSource.h"
 
+#include "words/Failure.h"
+
 #include <QtCore/QThread>
 
 namespace
@@ -17,7 +19,10 @@ PacedSource::PacedSource(FrameSource& source, double speed, const std::atomic_bo
 
 bool PacedSource::next(TelemetryFrame* frame)
 {
-    if (m_cancelled || !m_source.next(frame)) {
+    if (m_cancelled) {
+        throw Failure(Trouble::Stopped);
+    }
+    if (!m_source.next(frame)) {
         return false;
     }
     waitFor(frame->usec);

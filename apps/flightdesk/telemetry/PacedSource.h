@@ -13,7 +13,7 @@ class PacedSource : public FrameSource
 {
 public:
     /// \param speed  times the flight's own; 0 is as fast as possible
-    /// \param cancelled  ends the source, from any thread
+    /// \param cancelled  has next() throw Trouble::Stopped, from any thread
     PacedSource(FrameSource& source, double speed, const std::atomic_bool& cancelled);
 
     bool next(TelemetryFrame* frame) override;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/TelemetryLog.h"
 
-#include "Failure.h"
 #include "telemetry/MavlinkCodec.h"
+#include "words/Failure.h"
 
 #include <QtCore/QtEndian>
 
@@ -49,7 +49,7 @@ void TelemetryLog::fill()
         const QByteArray chunk = m_file.read(ChunkLength);
         m_atEnd = chunk.isEmpty();
         if (m_atEnd && m_file.error() != QFileDevice::NoError) {
-            m_error = m_file.errorString();
+            throw Failure(QStringLiteral("cannot be read: %1").arg(m_file.errorString()));
         }
         m_buffer += chunk;
     }

@@ -19,7 +19,6 @@ public:
     bool next(TelemetryFrame* frame) override;
     qint64 position() const override { return m_consumed; }
     qint64 size() const override { return m_file.size(); }
-    QString error() const override { return m_error; }
 
     /// Bytes that belonged to no record.
     qint64 skippedBytes() const { return m_skipped; }
@@ -48,5 +47,4 @@ private:
     bool m_inStep = true;  ///< a record ended right before m_at
     qint64 m_skipped = 0;
     int m_truncated = 0;
-    QString m_error;
 };

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/VehicleTracker.h"
 
-#include "telemetry/Latin1.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QtMath>

@@ -3,7 +3,6 @@
 
 #include "command/Commands.h"
 #include "command/Console.h"
-#include "Failure.h"
 #include "flightserver/ServerProcess.h"
 #include "telemetry/FlightSimulator.h"
 #include "window/DownloadPage.h"
@@ -12,6 +11,7 @@
 #include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
+#include "words/Failure.h"
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QDir>

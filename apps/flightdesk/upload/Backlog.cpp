@@ -60,7 +60,7 @@ BacklogCounter::File BacklogCounter::count(const QString& path) const
 {
     File result;
     result.stamp = FileStamp(path);
-    const bool markable = MissionFile::isMarkable(path);
+    const Obstacle ofFile = MissionFile::markObstacle(path);
     MissionFile file(path);
     const bool hasMissions = file.hasTable(m_format.missionTable);
     for (const QString& kind : m_format.uploadKinds) {
@@ -75,7 +75,7 @@ BacklogCounter::File BacklogCounter::count(const QString& path) const
             QString::fromLatin1(WaitingSql).arg(MissionFile::missionColumn(kind), kind, hasRow);
         file.read(sql, [&](const QSqlQuery& row) {
             result.rows.append({path, row.value(0).toString(), kind, row.value(1).toLongLong(),
-                                obstacleOf(row.value(2).toBool(), markable)});
+                                obstacleOf(row.value(2).toBool(), ofFile)});
         });
     }
     result.readable = file.isReadable();
@@ -114,6 +114,15 @@ Backlog BacklogCounter::backlog() const
 qint64 Backlog::waiting() const
 {
     return sum(rows);
+}
+
+qint64 Backlog::waiting(const WaitingRows& like) const
+{
+    qint64 all = 0;
+    for (const WaitingRows& some : rows) {
+        all += some.file == like.file && some.mission == like.mission ? some.rows : 0;
+    }
+    return all;
 }
 
 qint64 Backlog::sendable() const

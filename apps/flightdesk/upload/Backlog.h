@@ -26,6 +26,8 @@ struct Backlog {
     qint64 settled = 0;     ///< counts rows that have ceased to wait; only its changes mean anything
 
     qint64 waiting() const;
+    /// Waiting rows of the same mission in the same file.
+    qint64 waiting(const WaitingRows& like) const;
     /// Waiting rows that nothing keeps from being sent and marked.
     qint64 sendable() const;
     /// Rows that can be sent: of the file behind the given rows' file, or of the first one behind the last;

@@ -29,13 +29,18 @@ void UploadPipeline::noteFailed(const RequestFailure& failure, qint64 now)
     m_mission.clear();
 }
 
+int UploadPipeline::secondsToTry(qint64 now, int interval) const
+{
+    return m_failure ? int(qMax(qint64(0), (m_failedAt + interval - now + 999) / 1000)) : 0;
+}
+
 QString UploadPipeline::text(qint64 now, int interval,
                              const std::function<QString(const QString&)>& name) const
 {
     if (m_failure) {
-        const qint64 left = (m_failedAt + interval - now + 999) / 1000;
-        return left > 0 ? tr("Failed: %1. Next try in %2 s.").arg(m_failure->words).arg(left)
-                        : tr("Failed: %1. Trying again.").arg(m_failure->words);
+        const int left = secondsToTry(now, interval);
+        return left > 0 ? tr("Failed: %1. Next try in %2 s.").arg(m_failure->headline).arg(left)
+                        : tr("Failed: %1. Trying again.").arg(m_failure->headline);
     }
     return m_mission.isEmpty() ? QString() : tr("Sending %1 of %2.").arg(m_kind, name(m_mission));
 }

@@ -24,6 +24,8 @@ public:
     /// In words, empty when nothing is known to be on its way.
     /// \param interval  milliseconds between a failure and the next try
     QString text(qint64 now, int interval, const std::function<QString(const QString& mission)>& name) const;
+    /// Until the next try after a failure; 0 while none is waited for.
+    int secondsToTry(qint64 now, int interval) const;
     /// The last request failed.
     bool hasFailed() const { return m_failure.has_value(); }
 

@@ -71,11 +71,11 @@ void UploadSupervisor::look(qint64 now, const QString& waitingFile, bool network
         Q_EMIT unmarkable(m_mission);
         return;
     }
-    if (waitingFile.isEmpty() || !network) {
+    if (waitingFile.isEmpty() || !network || !m_lastSign) {
         m_lastSign = now;
         return;
     }
-    if (now - m_lastSign < m_quietTime) {
+    if (now - *m_lastSign < m_quietTime) {
         return;
     }
     m_lastSign = now;

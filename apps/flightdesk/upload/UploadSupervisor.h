@@ -4,6 +4,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
+#include <optional>
+
 class OperatorLink;
 
 /// Brings an upload back that has come to rest with rows waiting.
@@ -72,7 +74,7 @@ private:
     QString m_project;        ///< the host's, while the empty one is shown
     qint64 m_emptySince = -1; ///< when that began
     bool m_wasEmptied = false;
-    qint64 m_lastSign = 0;
-    int m_batches = 0; ///< in a row, with nothing marked and nothing refused
+    std::optional<qint64> m_lastSign; ///< nothing before the first look
+    int m_batches = 0;                ///< in a row, with nothing marked and nothing refused
     QString m_mission;
 };

@@ -10,6 +10,14 @@ namespace
 constexpr int ResumeGrace = 2000; // milliseconds
 constexpr int Round = 3000;       // from one round through the files to the next, as the library has it
 constexpr int AtOnce = 10;
+constexpr qint64 UnmarkablePause = 600000;
+
+QString whyNotMarkable(const QString& file)
+{
+    const QString known = obstacleWords(MissionFile::markObstacle(file));
+    return known.isEmpty() ? QStringLiteral("is it locked by another program, or the disk's quota used up?")
+                           : known;
+}
 } // namespace
 
 Uploader::Uploader(const LogFeed& log, QObject* parent) : QObject(parent), m_log(log)
@@ -38,8 +46,17 @@ void Uploader::start()
     setState(State::Running);
 }
 
+/// What an operator that was given up said last may still come, and is not this one's.
+bool Uploader::isFromOther() const
+{
+    return sender() != m_operator;
+}
+
 void Uploader::begin()
 {
+    if (isFromOther()) {
+        return;
+    }
     m_supervisor->noteSignOfLife(m_clock.elapsed());
     m_place = Place::Nowhere;
     if (m_state == State::Running) {
@@ -60,6 +77,7 @@ void Uploader::stop()
     m_backlog = {};
     m_failures = 0;
     m_unmarkable.clear();
+    m_trouble.reset();
     m_place = Place::NotReady;
     m_current = {};
     setState(State::Off);
@@ -109,6 +127,9 @@ void Uploader::point(const QString& file, int delay)
 
 void Uploader::notePassEnded()
 {
+    if (isFromOther()) {
+        return;
+    }
     m_place = Place::Nowhere;
     if (m_state == State::Running) {
         goOn();
@@ -178,9 +199,10 @@ void Uploader::setEasyFly(bool easyFly)
 void Uploader::look(const Backlog& backlog, bool network)
 {
     const qint64 accepted = backlog.settled - m_backlog.settled;
-    m_backlog = backlog;
+    m_backlog = withoutUnmarkable(backlog);
     if (accepted > 0) {
         m_pipeline.noteMarked();
+        m_trouble.reset();
     }
     if (m_supervisor && accepted != 0) {
         m_supervisor->noteSignOfLife(m_clock.elapsed());
@@ -206,6 +228,9 @@ void Uploader::noteBegan(OperatorLog::Rows rows, const QString& mission)
 
 void Uploader::noteBatch(const QString&, const QString& mission)
 {
+    if (isFromOther()) {
+        return;
+    }
     m_moved = true;
     m_supervisor->noteBatch(mission);
     m_pipeline.noteBatch(mission);
@@ -219,6 +244,7 @@ void Uploader::noteFailed(const RequestFailure& failure)
     }
     m_moved = true;
     m_pipeline.noteFailed(failure, m_clock.elapsed());
+    m_trouble = UploadTrouble{failure, m_trouble ? m_trouble->since : QDateTime::currentDateTime()};
     m_supervisor->noteSignOfLife(m_clock.elapsed());
     ++m_failures;
     if (m_state == State::Paused) {
@@ -253,15 +279,34 @@ void Uploader::noteRearmed()
 
 /// The file is closed: the batch in flight comes back to that, and the operator to rest, from which the
 /// supervisor leads it to the next file. To point it there at once would have the reply mark rows there.
-void Uploader::noteUnmarkable()
+void Uploader::noteUnmarkable(const QString& mission)
 {
-    Q_EMIT m_operator->link().startUploadTimer(false);
     const QString file = m_current.file;
-    Logger::instance().write(Level::Info, QStringLiteral("accepted rows cannot be marked in %1").arg(file));
-    if (!m_unmarkable.contains(file)) {
-        m_unmarkable.append(file);
-        Q_EMIT unmarkable(file);
+    WaitingRows batches;
+    batches.file = file;
+    batches.mission = mission;
+    if (MissionFile(file).waiting(mission) < m_backlog.waiting(batches)) {
+        return; // marks that nobody had counted yet
     }
+    Q_EMIT m_operator->link().startUploadTimer(false);
+    const QString words = troubleWords(Trouble::NotMarkable, {file, whyNotMarkable(file)});
+    Logger::instance().write(Level::Info, words);
+    m_unmarkable.insert(file, m_clock.elapsed() + UnmarkablePause);
+    m_backlog = withoutUnmarkable(m_backlog);
+    Q_EMIT unmarkable(file, words);
+}
+
+/// What was accepted would be sent again and again.
+Backlog Uploader::withoutUnmarkable(Backlog backlog)
+{
+    for (WaitingRows& rows : backlog.rows) {
+        const auto until = m_unmarkable.constFind(rows.file);
+        if (until != m_unmarkable.constEnd() && m_clock.elapsed() < *until &&
+            rows.obstacle == Obstacle::None) {
+            rows.obstacle = Obstacle::NotMarkable;
+        }
+    }
+    return backlog;
 }
 
 void Uploader::setState(State state)

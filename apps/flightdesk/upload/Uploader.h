@@ -6,14 +6,23 @@
 #include "upload/UploadPipeline.h"
 #include "upload/UploadSupervisor.h"
 
+#include <QtCore/QDateTime>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QHash>
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
 #include <QtCore/QTemporaryDir>
 
 #include <memory>
+#include <optional>
 
 class OperatorThread;
+
+/// Requests that fail, one after another.
+struct UploadTrouble {
+    RequestFailure failure; ///< of the last one
+    QDateTime since;        ///< the first one
+};
 
 /// Uploads what waits in a project, file by file, as long as it is asked to, with an operator on a thread of
 /// its own. Server address and user are set before.
@@ -38,6 +47,11 @@ public:
     bool isEasyFly() const { return m_easyFly; }
     /// The last request failed.
     bool hasFailed() const { return m_pipeline.hasFailed(); }
+    /// What has kept rows from being accepted since the last one was; nothing when all is well. It stays
+    /// while a request is tried again.
+    const std::optional<UploadTrouble>& trouble() const { return m_trouble; }
+    /// Until the next try after a failure; 0 while none is waited for.
+    int secondsToTry() const { return m_pipeline.secondsToTry(m_clock.elapsed(), m_interval); }
     /// What the operator is doing, in words; empty when nothing is known.
     QString text(const std::function<QString(const QString& mission)>& name) const;
 
@@ -64,13 +78,15 @@ Q_SIGNALS:
     void failed(const RequestFailure& failure);
     /// The upload had come to rest and was brought back.
     void rearmed(const QString& text);
-    /// Accepted rows cannot be marked in the file; it is told once.
-    void unmarkable(const QString& file);
+    /// Accepted rows cannot be marked in the file, which is left alone for a while.
+    /// \param words  the reason, what is safe and what to do
+    void unmarkable(const QString& file, const QString& words);
 
 private:
     /// Where the operator was sent.
     enum class Place { NotReady, Nowhere, EmptyFile, WaitingFile };
 
+    bool isFromOther() const;
     void begin();
     void goOn();
     void leave();
@@ -80,8 +96,9 @@ private:
     void noteFailed(const RequestFailure& failure);
     void notePassEnded();
     void noteRearmed();
-    void noteUnmarkable();
+    void noteUnmarkable(const QString& mission);
     bool isTimeToLeave() const;
+    Backlog withoutUnmarkable(Backlog backlog);
     void setState(State state);
 
     const OperatorLog m_log;
@@ -99,5 +116,6 @@ private:
     Place m_place = Place::NotReady;
     WaitingRows m_current; ///< the file, and in easy-fly mode the mission, that was pointed at last
     int m_failures = 0;    ///< since then
-    QStringList m_unmarkable;
+    QHash<QString, qint64> m_unmarkable; ///< files that take no marks, and when they are tried again
+    std::optional<UploadTrouble> m_trouble;
 };

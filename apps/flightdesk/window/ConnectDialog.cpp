@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "window/ConnectDialog.h"
 
-#include "Failure.h"
 #include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/WindowSession.h"
+#include "words/Failure.h"
 
 #include <QtCore/QDir>
 #include <QtWidgets/QCheckBox>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "window/LiveStation.h"
 
-#include "Failure.h"
 #include "link/SerialLink.h"
+#include "words/Failure.h"
 
 #include <KvLog.h>
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "window/ProjectPage.h"
 
-#include "Failure.h"
 #include "window/MissionModel.h"
 #include "window/Rows.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
+#include "words/Failure.h"
 
 #include <QtCore/QLocale>
 #include <QtWidgets/QFileDialog>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "window/UploadPage.h"
 
-#include "Failure.h"
 #include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/TableViews.h"
 #include "window/WindowSession.h"
+#include "words/Failure.h"
 
 #include <QtWidgets/QCheckBox>
 #include <QtWidgets/QComboBox>

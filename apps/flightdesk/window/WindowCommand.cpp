@@ -3,13 +3,13 @@
 
 #include "command/CommandLine.h"
 #include "command/EndSignals.h"
-#include "telemetry/Latin1.h"
 #include "window/ConnectDialog.h"
 #include "window/MainWindow.h"
 #include "window/ProjectPage.h"
 #include "window/RecordPage.h"
 #include "window/Theme.h"
 #include "window/UploadPage.h"
+#include "words/Latin1.h"
 
 #include <QtCore/QSettings>
 #include <QtCore/QStandardPaths>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "window/WindowSession.h"
 
-#include "Failure.h"
+#include "words/Failure.h"
 
 #include <KvAlgorthm.h>
 
