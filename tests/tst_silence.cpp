@@ -10,9 +10,11 @@
 #include <QtNetwork/QSslKey>
 #include <QtNetwork/QSslSocket>
 
+#include <memory>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -173,6 +175,28 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
          writeSingle(p, std::move(host));
      }},
     {"records that no file took until the end", [](P p) { write(p, "colour TEXT", p.file("empty.kv")); }},
+    {"too much that waits",
+     [](P p) {
+         Host host(EUploadEnv::None);
+         host.op.SetFlightMissionFilePath(p.file("m1/empty.kv"));
+         host.op.SetFilghtMissionID("m1");
+         for (int i = 0; i < 100; ++i) {
+             Q_EMIT host.slotWriteFlightMonitor(QByteArray(1 << 20, 'm'));
+         }
+     }},
+    {"a mission file that is replaced",
+     [](P p) {
+         Host host(EUploadEnv::None, p.db);
+         const Foreign foreign("replaced", p.db);
+         writeSingle(p, std::move(host));
+     }},
+    {"a mission file that lacks a table",
+     [](P p) {
+         Host host(EUploadEnv::None, p.db);
+         p.run("DROP TABLE flight_mission");
+         writeSingle(p, std::move(host));
+     }},
+    {"an upload of a folder", [](P p) { look(EUploadEnv::OncePerRequest, p.path("")); }},
     {"no database", [](P p) { CreateMissionFile(p.file("m1/text.kv", QByteArray(5000, 'x'))); }},
     {"no description file",
      [](P p) { Host(EUploadEnv::None).op.slotParseJson({QJsonObject()}, ":/nowhere.txt", "m1", 1, p.db); }},
@@ -272,9 +296,21 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
          download<CKvDownLoadObject>(server.url() + "/file?key=" + Token);
      }},
     {"a download without a scheme", [](P) { download<CKvDownLoadObject>("elsewhere/file"); }},
+    {"a download that stands still",
+     [](P) {
+         const ScriptedServer server(ScriptedServer::reply("silence"));
+         CKvDownLoadObject download;
+         QSignalSpy failed(&download, SIGNAL(NetWorkError()));
+         download.SetUrl(server.url());
+         download.slotRequestData();
+         QTRY_VERIFY(!server.requests.isEmpty());
+         secondsAhead += 61;
+         QTRY_VERIFY(!failed.isEmpty());
+     }},
     {"no program for downloads", [](P) { external("", "TmpData"); }},
     {"no folder for downloads", [](P) { external("exit 1", "elsewhere"); }},
     {"a program that fails", [](P) { external("echo gone $1 >&2", "TmpData"); }},
+    {"a program that fails without a word", [](P) { external("exit 3", "TmpData"); }},
     {"a program that is killed", [](P) { external("kill -9 $$", "TmpData"); }},
     {"a second download while the program runs", [](P) { external("read line", "TmpData", 2); }},
     {"a log file on a full disk",
@@ -483,6 +519,66 @@ private Q_SLOTS:
         });
         QVERIFY(thread.wait(10000));
         QCOMPARE(project.waiting("flight_monitor_detail_log"), 1);
+    }
+
+    /// What goes for each file of a large project is few lines, and so is its end.
+    void manyFilesAreFewLines_data()
+    {
+        QTest::addColumn<QString>("sql"); // run on each file
+        QTest::addColumn<bool>("locked");
+        QTest::addColumn<int>("files");
+        QTest::newRow("locked") << "" << true << 12;
+        QTest::newRow("orphans") << "INSERT INTO flight_monitor_detail_log(flight_mission_id) VALUES('gone')"
+                                 << false << 1050;
+        QTest::newRow("no column") << "ALTER TABLE flight_mission RENAME COLUMN is_uploaded TO x" << false
+                                   << 100;
+    }
+    void manyFilesAreFewLines()
+    {
+        QFETCH(QString, sql);
+        QFETCH(bool, locked);
+        QFETCH(int, files);
+        const FlightProject project;
+        project.run(sql);
+        const ScriptedServer server;
+        std::vector<std::unique_ptr<Foreign>> foreign;
+        for (int i = 1; i < files; ++i) {
+            const QString copy = project.path(QString("m1/%1.kv").arg(i));
+            QVERIFY(QFile::copy(project.db, copy));
+            if (locked) {
+                foreign.push_back(std::make_unique<Foreign>("exclusive", copy));
+            }
+        }
+        const QStringList lines = loggedBy(Level::Warn, [] {
+            for (int pass = 0; pass < 12; ++pass) { // an hour
+                look(EUploadEnv::WholeProject);
+                secondsAhead += 300;
+            }
+        });
+        QVERIFY2(!lines.isEmpty() && lines.size() < 10, lines.join('\n').toUtf8());
+        QCOMPARE(lines.filter("(as 9 other files").size(), 1);
+    }
+
+    /// Records that wait for files are written in the end, which the last of the files says.
+    void theEndOfManyIsTold()
+    {
+        const TestProject project;
+        const QString columns = project.file("flight_mission.txt", "id TEXT");
+        QStringList files;
+        const QStringList lines = loggedBy(Level::Warn, [&] {
+            Host host(EUploadEnv::None);
+            for (int i = 0; i < 12; ++i) {
+                files.append(project.file(QString("m1/%1.kv").arg(i)));
+                host.op.slotParseJson({QJsonObject{{"id", "m1"}}}, columns, "m1", 1, files.constLast());
+            }
+            for (const QString& file : qAsConst(files)) {
+                CreateMissionFile(file);
+            }
+            Q_EMIT host.slotStartUploadTimer(false);
+        });
+        QCOMPARE(lines.filter("has no tables").size(), 5);
+        QCOMPARE(lines.filter("takes records again").size(), 4);
+        QVERIFY2(lines.constLast().endsWith("(the last of 12 files)"), lines.join('\n').toUtf8());
     }
 
     void oneMistakeIsOneLine()

@@ -216,6 +216,35 @@ private Q_SLOTS:
         }
     }
 
+    /// The power goes while tables are made: a file has none of them then or all.
+    void tablesAtOnce_data()
+    {
+        QTest::addColumn<bool>("byOperator");
+        QTest::newRow("CreateMissionFile") << false;
+        QTest::newRow("an operator's start") << true;
+    }
+    void tablesAtOnce()
+    {
+        QFETCH(bool, byOperator);
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const TestProject project;
+            const QString file = project.file("m1/flight.kv");
+            disk.mount(project.path("m1"));
+            disk.failAt(FaultVfs::Any, n, 10, true);
+            if (byOperator) {
+                const CKvFlightDataDbOperator op(nullptr, EUploadEnv::None);
+            } else {
+                CreateMissionFile(file);
+            }
+            failures = disk.failures();
+            disk.clear();
+            disk.losePower(nullptr);
+            const QString tables =
+                TestProject::text(file, "SELECT count(*) FROM sqlite_master WHERE type = 'table'");
+            QVERIFY2(tables == "5" || (failures > 0 && tables == "0"), qPrintable(tables));
+        }
+    }
+
     /// The power goes at every single step that changes the disk: what was written before is there, and of
     /// what was being written all or nothing.
     void powerCut()
