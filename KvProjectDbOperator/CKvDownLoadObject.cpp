@@ -14,15 +14,18 @@
 
 namespace
 {
-/// A manager that has seen the network go stays offline until it is told otherwise.
-void AllowNetwork(QNetworkAccessManager* pManager)
+/// A manager that has seen the network go stays offline until it is told otherwise. Those of Qt 6 look anew
+/// each time.
+void AllowNetwork([[maybe_unused]] QNetworkAccessManager* pManager)
 {
+#if QT_VERSION_MAJOR == 5
     QT_WARNING_PUSH
     QT_WARNING_DISABLE_DEPRECATED
     if (pManager->networkAccessible() == QNetworkAccessManager::NotAccessible) {
         pManager->setNetworkAccessible(QNetworkAccessManager::Accessible);
     }
     QT_WARNING_POP
+#endif
 }
 } // namespace
 

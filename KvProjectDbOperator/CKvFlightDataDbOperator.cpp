@@ -464,7 +464,7 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
         _WarnRefused(insert);
         return;
     }
-    m_listPosDataQuery = {insert};
+    m_listPosDataQuery.append(insert);
     for (const QJsonValue& element : jsonArray) {
         description.BindRecord(insert, element.toObject());
         if (!insert.exec()) {

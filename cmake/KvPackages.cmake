@@ -1,14 +1,25 @@
-# The Debian packages: runtime libraries, development files, programs. See scripts/package.
+# The Debian packages: runtime libraries and development files for either Qt, and programs. See scripts/package.
 
 set(KV_APPS_DIR ${CMAKE_INSTALL_LIBDIR}/kvprojectdboperator CACHE STRING "")
 set(CMAKE_SKIP_INSTALL_RPATH ON) # the system's own folders need none
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON) # or the length of the build folder's name stays behind
 
-set(runtime_package libkvprojectdboperator${PROJECT_VERSION_MAJOR})
-set(development_package libkvprojectdboperator-dev)
+if(QT_MAJOR_VERSION EQUAL 5)
+  set(runtime_package libkvprojectdboperator${PROJECT_VERSION_MAJOR})
+  set(development_package libkvprojectdboperator-dev)
+  set(qt_development_package qtbase5-dev)
+else()
+  set(runtime_package libkvprojectdboperatorqt6-${PROJECT_VERSION_MAJOR})
+  set(development_package libkvprojectdboperatorqt6-dev)
+  set(qt_development_package qt6-base-dev)
+endif()
 set(apps_package kvprojectdboperator-apps)
 
 set(CPACK_GENERATOR DEB)
-set(CPACK_COMPONENTS_ALL runtime development apps)
+set(CPACK_COMPONENTS_ALL runtime development)
+if(KV_BUILD_APPS)
+  list(APPEND CPACK_COMPONENTS_ALL apps)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGE_NAME kvprojectdboperator)
 set(CPACK_PACKAGE_CONTACT "KvProjectDbOperator maintainers <maintainers@kvprojectdboperator.example>")
@@ -30,7 +41,7 @@ set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The library and the three libraries of 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 # Qt loads the driver at run time, which no scan of the libraries finds.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS libqt5sql5-sqlite)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS libqt${QT_MAJOR_VERSION}sql${QT_MAJOR_VERSION}-sqlite)
 # A trigger runs ldconfig. The two scripts are named and do not exist, or CPack would add its own, which do so again
 # and stay behind when the package is removed.
 file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
@@ -43,7 +54,7 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, the files with which CMake
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "qtbase5-dev (>= 5.15)")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${qt_development_package} (>= ${KV_QT_LEAST})")
 
 set(CPACK_COMPONENT_APPS_DESCRIPTION "The host flightdesk, the reference server flightserver, and the
  downloader that hosts start.")
@@ -51,10 +62,9 @@ set(CPACK_COMPONENT_APPS_DEPENDS runtime)
 set(CPACK_DEBIAN_APPS_PACKAGE_NAME ${apps_package})
 set(CPACK_DEBIAN_APPS_PACKAGE_SECTION misc)
 
-install(FILES apps/flightserver/systemd/flightserver.service apps/flightdesk/systemd/flightdesk-station@.service
-  DESTINATION lib/systemd/system COMPONENT apps)
-install(FILES docs/fleet.md docs/server.md docs/server-protocol.md docs/station.md
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${apps_package} COMPONENT apps)
+if(KV_BUILD_APPS)
+  include(${CMAKE_CURRENT_LIST_DIR}/KvDesktop.cmake)
+endif()
 
 # The pages, and the sources that they point to, keep their places towards each other.
 set(documentation ${CMAKE_INSTALL_DATADIR}/doc/${development_package})
@@ -65,7 +75,7 @@ install(DIRECTORY examples/minimal-host DESTINATION ${documentation}/examples CO
 install(DIRECTORY apps/flightdesk DESTINATION ${documentation}/apps COMPONENT development
   FILES_MATCHING PATTERN *.h PATTERN *.cpp PATTERN *.txt PATTERN *.qrc)
 
-string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC) # of SOURCE_DATE_EPOCH, if that is set
 file(WRITE ${PROJECT_BINARY_DIR}/changelog.Debian
 "kvprojectdboperator (${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) bookworm; urgency=medium
 

@@ -2,6 +2,24 @@
 
 include(CMakePackageConfigHelpers)
 
+# Libraries, headers and packages of either Qt stand beside each other: those for Qt 6 have a suffix.
+if(QT_MAJOR_VERSION EQUAL 5)
+  set(KV_QT_LEAST 5.15)
+  set(KV_SUFFIX "")
+  set(KV_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR})
+elseif(QT_MAJOR_VERSION EQUAL 6)
+  set(KV_QT_LEAST 6.4)
+  set(KV_SUFFIX Qt6)
+  set(KV_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/KvProjectDbOperatorQt6)
+else()
+  message(FATAL_ERROR "QT_MAJOR_VERSION is 5 or 6, not \"${QT_MAJOR_VERSION}\"")
+endif()
+set(KV_PACKAGE KvProjectDbOperator${KV_SUFFIX})
+
+macro(kv_find_qt)
+  find_package(Qt${QT_MAJOR_VERSION} ${KV_QT_LEAST} REQUIRED COMPONENTS ${ARGN})
+endmacro()
+
 # No text becomes another encoding by accident: what KDE's and KDAB's libraries are built with. The public headers
 # have to do with all of it.
 set(KV_STRICT_QT QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY QT_NO_URL_CAST_FROM_STRING
@@ -37,6 +55,7 @@ function(kv_add_library target)
   set_target_properties(${target} PROPERTIES
     KV_DESCRIPTION "${arg_DESCRIPTION}"
     KV_PUBLIC_HEADERS "${arg_HEADERS}"
+    OUTPUT_NAME ${target}${KV_SUFFIX}
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     INSTALL_RPATH "$ORIGIN")
@@ -45,8 +64,8 @@ function(kv_add_library target)
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-  install(FILES ${arg_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${arg_HEADER_FOLDER} COMPONENT development)
+    INCLUDES DESTINATION ${KV_INCLUDE_DIR})
+  install(FILES ${arg_HEADERS} DESTINATION ${KV_INCLUDE_DIR}/${arg_HEADER_FOLDER} COMPONENT development)
 endfunction()
 
 # A program that is installed under <prefix>/<folder> and finds its libraries wherever the prefix lies.
@@ -56,29 +75,30 @@ function(kv_install_program target folder)
   install(TARGETS ${target} RUNTIME DESTINATION ${folder} COMPONENT apps)
 endfunction()
 
-# <target>.pc, whose paths hang on the place of the file itself; it requires what the target links in public.
+# <target><suffix>.pc, whose paths hang on the place of the file itself; it requires what the target links in public.
 function(kv_install_pkgconfig target)
   set(folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   file(RELATIVE_PATH to_prefix /prefix/${folder} /prefix)
   get_target_property(description ${target} KV_DESCRIPTION)
   get_target_property(required ${target} INTERFACE_LINK_LIBRARIES)
-  list(FILTER required INCLUDE REGEX "^Qt5::")
+  list(FILTER required INCLUDE REGEX "^Qt[56]::")
   string(REPLACE "::" "" required "${required}")
   list(JOIN required " " required)
-  configure_file(cmake/KvLibrary.pc.in ${PROJECT_BINARY_DIR}/${target}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${folder} COMPONENT development)
+  configure_file(cmake/KvLibrary.pc.in ${PROJECT_BINARY_DIR}/${target}${KV_SUFFIX}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${target}${KV_SUFFIX}.pc DESTINATION ${folder} COMPONENT development)
 endfunction()
 
-# What other projects find this one with: find_package(KvProjectDbOperator 1 CONFIG), and pkg-config.
+# What other projects find this one with: find_package(KvProjectDbOperator 1 CONFIG), with the suffix for Qt 6, and
+# pkg-config. The targets have the same names in both.
 function(kv_install_package)
-  set(destination ${CMAKE_INSTALL_LIBDIR}/cmake/KvProjectDbOperator)
+  set(destination ${CMAKE_INSTALL_LIBDIR}/cmake/${KV_PACKAGE})
   configure_package_config_file(cmake/KvProjectDbOperatorConfig.cmake.in
-    ${PROJECT_BINARY_DIR}/KvProjectDbOperatorConfig.cmake
+    ${PROJECT_BINARY_DIR}/${KV_PACKAGE}Config.cmake
     INSTALL_DESTINATION ${destination})
-  write_basic_package_version_file(${PROJECT_BINARY_DIR}/KvProjectDbOperatorConfigVersion.cmake
+  write_basic_package_version_file(${PROJECT_BINARY_DIR}/${KV_PACKAGE}ConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
-  install(FILES ${PROJECT_BINARY_DIR}/KvProjectDbOperatorConfig.cmake
-                ${PROJECT_BINARY_DIR}/KvProjectDbOperatorConfigVersion.cmake
+  install(FILES ${PROJECT_BINARY_DIR}/${KV_PACKAGE}Config.cmake
+                ${PROJECT_BINARY_DIR}/${KV_PACKAGE}ConfigVersion.cmake
     DESTINATION ${destination} COMPONENT development)
   install(EXPORT KvProjectDbOperatorTargets NAMESPACE KvProjectDbOperator:: DESTINATION ${destination}
     COMPONENT development)

@@ -1,10 +1,12 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # Builds the example and the programs that the pages show outside the tree against an installed copy, with CMake, the
-# example with pkg-config as well, and lets them upload to the installed server: install.sh SOURCES BUILD CXX_FLAGS
+# example with pkg-config as well, and lets them upload to the installed server: install.sh SOURCES BUILD CXX_FLAGS QT, which is 5 or 6
 set -eu
 
-sources=$1 build=$2 flags=$3
+sources=$1 build=$2 flags=$3 qt=$4
+suffix=""
+[ "$qt" = 5 ] || suffix=Qt$qt
 folder=$(mktemp -d)
 server=""
 clean_up() {
@@ -26,6 +28,8 @@ fi
 
 # build NAME: the program in $folder/NAME, into $folder/NAME/build
 build() {
+    # What a host changes that moves to another Qt.
+    sed -i "s/find_package(KvProjectDbOperator /find_package(KvProjectDbOperator$suffix /" "$folder/$1/CMakeLists.txt"
     cmake -G Ninja -S "$folder/$1" -B "$folder/$1/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
     cmake --build "$folder/$1/build" >/dev/null
     programs="$programs $1"
@@ -51,15 +55,15 @@ for listing in "$folder"/listings/*; do
 done
 
 cd "$folder/source"
-PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name KvData.pc)")
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name "KvData$suffix.pc")")
 export PKG_CONFIG_PATH
-LD_LIBRARY_PATH=$(pkg-config --variable=libdir KvData)
-qt=$(pkg-config --variable=host_bins Qt5Core)
-"$qt/moc" main.cpp -o main.moc
-"$qt/rcc" host.qrc -o host.cpp
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir "KvData$suffix")
+tools=$(pkg-config --variable="$([ "$qt" = 5 ] && echo host_bins || echo libexecdir)" "Qt${qt}Core")
+"$tools/moc" main.cpp -o main.moc
+"$tools/rcc" host.qrc -o host.cpp
 # shellcheck disable=SC2046,SC2086 # flags are words
 c++ -std=c++17 -fPIC $flags -I. main.cpp host.cpp -o "$folder/by-pkg-config" \
-    $(pkg-config --cflags --libs KvProjectDbOperator KvAlgorthm KvData KvLog)
+    $(pkg-config --cflags --libs "KvProjectDbOperator$suffix" "KvAlgorthm$suffix" "KvData$suffix" "KvLog$suffix")
 
 mkfifo "$folder/server.out"
 "$prefix/bin/flightserver" --token secret --ledger "$folder/ledger.db" >"$folder/server.out" &

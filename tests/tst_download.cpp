@@ -25,7 +25,7 @@ struct Watched : Base {
             outcomes.append(QStringLiteral("progress %1 %2").arg(received).arg(total));
         });
     }
-    QString ends() const { return outcomes.filter(QRegExp("^(finished|error)"_l1)).join(u' '); }
+    QString ends() const { return outcomes.filter(QRegularExpression("^(finished|error)"_l1)).join(u' '); }
     bool progressRisesTo(qint64 total) const
     {
         return std::is_sorted(progress.cbegin(), progress.cend()) &&
@@ -85,7 +85,8 @@ int fetch(const QStringList& arguments)
         QTimer::singleShot(500, &download, &External::StopDownload);
     }
     QCoreApplication::exec();
-    std::printf("%s %d\n", qPrintable(download.outcomes.join(", "_l1)), download.GetByteData().size());
+    std::printf("%s %d\n", qPrintable(download.outcomes.join(", "_l1)),
+                static_cast<int>(download.GetByteData().size()));
     return 0;
 }
 } // namespace

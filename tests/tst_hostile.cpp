@@ -96,8 +96,8 @@ private Q_SLOTS:
         QVERIFY(server.ids().contains(acknowledged));
         const int marked = project.rows("is_uploaded = 1"_l1).size();
         QCOMPARE(project.rows("is_uploaded = 1 AND received IS NULL"_l1), QSet<QString>());
-        qInfo("%d kills, none lost of %d rows acknowledged and %d of %d marked", kills, acknowledged.size(),
-              marked, project.rows().size());
+        qInfo("%d kills, none lost of %d rows acknowledged and %d of %d marked", kills,
+              int(acknowledged.size()), marked, int(project.rows().size()));
     }
 
     /// Whatever is sent, the server neither falls nor leaks (its exit code tells, under the sanitizers), and

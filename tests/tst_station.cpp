@@ -21,6 +21,7 @@ public:
             arguments += {"--link"_l1, link};
         }
         setProcessChannelMode(MergedChannels);
+        std::signal(SIGXFSZ, SIG_IGN); // inherited: a limit is then a write that fails
         start(QCoreApplication::applicationDirPath() + "/flightdesk"_l1, arguments);
     }
     ~Station() override { end(); }
@@ -50,8 +51,6 @@ public:
     QByteArray said() const { return m_said; }
 
 private:
-    void setupChildProcess() override { std::signal(SIGXFSZ, SIG_IGN); } // a limit is then a write that fails
-
     QByteArray m_said;
 };
 

@@ -71,7 +71,7 @@ QJsonValue Real(double number)
 /// A BLOB without bytes is a null QByteArray, as far as Qt is concerned.
 bool IsNull(const QVariant& value)
 {
-    return value.isNull() && static_cast<QMetaType::Type>(value.type()) != QMetaType::QByteArray;
+    return value.isNull() && value.userType() != QMetaType::QByteArray;
 }
 
 QJsonValue ColumnValue(const QVariant& value)
@@ -79,7 +79,7 @@ QJsonValue ColumnValue(const QVariant& value)
     if (IsNull(value)) {
         return QJsonValue::Null;
     }
-    switch (static_cast<QMetaType::Type>(value.type())) {
+    switch (value.userType()) {
     case QMetaType::QByteArray:
         return Base64Url(value.toByteArray());
     case QMetaType::Double:

@@ -43,7 +43,7 @@ private:
             return -1;
         }
         bool bHex = false;
-        const int nByte = strLine.midRef(nAt + 1, 2).toInt(&bHex, 16);
+        const int nByte = strLine.mid(nAt + 1, 2).toInt(&bHex, 16);
         // A sign or a blank is no digit.
         return bHex && strLine.at(nAt + 1).isLetterOrNumber() && strLine.at(nAt + 2).isLetterOrNumber()
                    ? nByte
@@ -70,10 +70,10 @@ private:
         int nDone = 0;
         for (int nFound = matcher.indexIn(bytes); nFound >= 0;
              nFound = matcher.indexIn(bytes, nFound + secret.size())) {
-            strHidden += strLine.midRef(nDone, listPlace.at(nFound) - nDone) + QLatin1String("***");
+            strHidden += strLine.mid(nDone, listPlace.at(nFound) - nDone) + QLatin1String("***");
             nDone = listPlace.at(nFound + secret.size());
         }
-        strLine = strHidden + strLine.midRef(nDone);
+        strLine = strHidden + strLine.mid(nDone);
     }
 
     QString m_strText;

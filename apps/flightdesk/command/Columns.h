@@ -17,7 +17,7 @@ public:
         m_lines.append(line);
         m_widths.resize(std::max(m_widths.size(), line.size()));
         for (int i = 0; i < line.size(); ++i) {
-            m_widths[i] = std::max(m_widths.at(i), line.at(i).size());
+            m_widths[i] = std::max<int>(m_widths.at(i), line.at(i).size());
         }
     }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "link/UdpLink.h"
 
+#include <QtCore/QVariant>
+
 namespace
 {
 constexpr int LongestDatagram = 65536;

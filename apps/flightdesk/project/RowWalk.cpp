@@ -97,7 +97,7 @@ QSqlError RowWalk::readSlice()
                                 for (int i = 0; i < m_columns; ++i) {
                                     values[i] = query.value(i + 2);
                                 }
-                                bytes += values.constFirst().type() == QVariant::ByteArray
+                                bytes += values.constFirst().userType() == QMetaType::QByteArray
                                              ? values.constFirst().toByteArray().size()
                                              : 0;
                                 m_slice.append(values);

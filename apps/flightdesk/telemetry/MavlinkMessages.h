@@ -4,6 +4,7 @@
 #include "telemetry/MavlinkTable.h"
 
 #include <QtCore/QDataStream>
+#include <QtCore/QIODevice>
 
 #include <array>
 #include <tuple>

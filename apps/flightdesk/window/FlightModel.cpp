@@ -36,7 +36,9 @@ void FlightModel::add(int flight, const QString& name)
 
 FlightModel::Row* FlightModel::row(int flight)
 {
-    return std::find_if(m_rows.begin(), m_rows.end(), [flight](const Row& r) { return r.flight == flight; });
+    const auto found =
+        std::find_if(m_rows.begin(), m_rows.end(), [flight](const Row& r) { return r.flight == flight; });
+    return found == m_rows.end() ? nullptr : &*found;
 }
 
 void FlightModel::noteChanged(const Row* row)
@@ -79,7 +81,7 @@ void FlightModel::noteVehicles(const StationState& state)
 void FlightModel::noteVehicle(const VehicleState& state, const QString& name)
 {
     const int number = numberOf(state.link, state.system);
-    if (row(number) == m_rows.end()) {
+    if (!row(number)) {
         add(number, name);
         row(number)->vehicle.emplace();
     }
@@ -103,7 +105,7 @@ void FlightModel::noteVehicle(const VehicleState& state, const QString& name)
 void FlightModel::addVehicleSamples(const VehicleSamples& vehicle)
 {
     Row* const row = this->row(numberOf(vehicle.link, vehicle.system));
-    if (row != m_rows.end()) { // otherwise its row follows within a second
+    if (row) { // otherwise its row follows within a second
         row->track.add(vehicle.samples);
     }
 }

@@ -9,13 +9,13 @@
 #include "window/Rows.h"
 #include "window/UploadPage.h"
 
+#include <QAction> // of widgets in Qt 5, of gui in Qt 6
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QUrl>
 #include <QtGui/QCloseEvent>
 #include <QtGui/QDesktopServices>
-#include <QtWidgets/QAction>
 #include <QtWidgets/QMenuBar>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QPushButton>

@@ -84,7 +84,9 @@ Application makeWindowApplication(int& argc, char** argv)
                                            "the commands need none (see flightdesk --help)"));
         return nullptr;
     }
-    QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+#if QT_VERSION_MAJOR == 5
+    QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps); // as Qt 6 always does
+#endif
     auto application = std::make_unique<QApplication>(argc, argv);
     QApplication::setStyle(new theme::Style);
     QApplication::setPalette(theme::palette(theme::isDark(QApplication::palette())));
