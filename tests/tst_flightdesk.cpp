@@ -363,9 +363,11 @@ private Q_SLOTS:
     {
         QStringList rows;
         for (const TroubleText& text : allTroubles()) {
-            rows += QStringLiteral("| %1 | %2 | %3 |").arg(text.what, text.safe, text.todo);
+            rows += QStringLiteral("| %1 | %2 | %3 |")
+                        .arg(QLatin1String(text.what), QLatin1String(text.safe), QLatin1String(text.todo));
         }
-        const QString page = QString::fromUtf8(TestProject::contents(QFINDTESTDATA("../docs/what-pilots-see.md")));
+        const QString page =
+            QString::fromUtf8(TestProject::contents(QFINDTESTDATA("../docs/what-pilots-see.md")));
         QCOMPARE(page.split(u'\n').filter(QRegularExpression("^\\| (?!what happened)"_l1)), rows);
         QCOMPARE(troubleWords(Trouble::DiskFull, {"ubc1 %2"_l1, "3:52"_l1}),
                  "Disk full: ubc1 %2 stopped at 3:52, the first part is stored. Free space, then add the log "

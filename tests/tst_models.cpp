@@ -40,8 +40,8 @@ private Q_SLOTS:
         for (int column = MissionModel::Start; column <= MissionModel::State; ++column) {
             row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
         }
-        QCOMPARE(row.join('|'), QString("2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
-                                        "7 records wait"));
+        QCOMPARE(row.join(u'|'), "2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
+                                 "7 records wait"_l1);
         QCOMPARE(model.index(1, MissionModel::BreakpointAt).data(Qt::ToolTipRole).toString(),
                  "waypoint 0 at 8.500000, 47.000000"_l1);
         const int years = shown(model, 1, MissionModel::Oldest).section(u' ', 0, 0).toInt() / 365;
@@ -112,7 +112,7 @@ private Q_SLOTS:
     }
     void saysHowAFlightIs()
     {
-        const std::tuple<qint64, qint64, const char*, int, Obstacle, QString> cases[] = {
+        const std::tuple<qint64, qint64, const char*, int, Obstacle, const char*> cases[] = {
             {900, 0, "completed", 0, Obstacle::None, "uploaded"},
             {10000, 4201, "completed", 0, Obstacle::None, "4,201 records wait"},
             {10000, 4201, "interrupted", 38, Obstacle::None,
@@ -124,28 +124,28 @@ private Q_SLOTS:
              "1 records wait for the record of the flight itself"}};
         for (const auto& [recorded, waiting, result, waypoint, obstacle, words] : cases) {
             MissionRecord mission;
-            mission.id = "m";
-            mission.file = "f.kv";
-            mission.result = result;
-            mission.completedAt = *result ? "2024-01-01T08:00:00.000Z" : "";
+            mission.id = "m"_l1;
+            mission.file = "f.kv"_l1;
+            mission.result = QLatin1String(result);
+            mission.completedAt = QLatin1String(*result ? "2024-01-01T08:00:00.000Z" : "");
             mission.obstacle = obstacle;
-            mission.isIncomplete = mission.result == "incomplete";
+            mission.isIncomplete = mission.result == "incomplete"_l1;
             mission.seconds = 4;
             mission.wholeSeconds = 1377;
-            mission.kinds = {{"pos_data", recorded, 0, recorded - waiting, waiting}};
+            mission.kinds = {{"pos_data"_l1, recorded, 0, recorded - waiting, waiting}};
             if (waypoint > 0) {
                 mission.breakpoint = Breakpoint{waypoint, 8, 47, 0};
             }
             MissionModel model;
-            model.update({{"f.kv", {mission}}});
-            QCOMPARE(model.stateText(0), words);
-            model.setUploading("m");
+            model.update({{"f.kv"_l1, {mission}}});
+            QCOMPARE(model.stateText(0), QLatin1String(words));
+            model.setUploading("m"_l1);
             QCOMPARE(model.stateText(0).endsWith(
-                         QString("uploading %1 %").arg(100 * (recorded - waiting) / recorded)),
+                         QStringLiteral("uploading %1 %").arg(100 * (recorded - waiting) / recorded)),
                      waiting > 0);
             mission.kinds[0].recorded += 5;
-            model.update({{"f.kv", {mission}}});
-            QCOMPARE(model.stateText(0).startsWith("recording"), !*result);
+            model.update({{"f.kv"_l1, {mission}}});
+            QCOMPARE(model.stateText(0).startsWith("recording"_l1), !*result);
         }
     }
     /// Of each stretch the least and the greatest stay, however long the flight is.
@@ -183,16 +183,19 @@ private Q_SLOTS:
             "UPDATE uas_status SET time = '2026-07-05T08:00:' || CASE rowid WHEN 4 THEN 30 "
             "ELSE '0' || rowid END "
             "|| '.000Z', armed = rowid > 1, flight_mode = substr('AUTOLAND', 4 * (rowid > 2) + 1, 4)",
-            "UPDATE flight_monitor_detail_log SET message = x'" +
-                TelemetryFrame{1783238402500000, frame}.logRecord().toHex() + "' WHERE rowid = 2"));
+            "UPDATE flight_monitor_detail_log SET message = x'"_l1 +
+                QString::fromLatin1(TelemetryFrame{1783238402500000, frame}.logRecord().toHex()) +
+                "' WHERE rowid = 2"_l1));
         MissionFile file(project.db);
         Flight flight(file, file.missions().constFirst());
         QStringList told;
         for (const FlightEvent& event : FlightEvent::of(flight, [] {})) {
-            told += QString("%1 %2%3").arg(event.msec % 60000).arg(event.text, event.trouble ? "!" : "");
+            told += QStringLiteral("%1 %2%3")
+                        .arg(event.msec % 60000)
+                        .arg(event.text, event.trouble ? "!"_l1 : ""_l1);
         }
-        QCOMPARE(told.join(';'), QString("1000 Mode AUTO;2000 Armed;2500 Low battery!;3000 Mode LAND;"
-                                         "3000 Nothing was heard for 27 s!"));
+        QCOMPARE(told.join(u';'), "1000 Mode AUTO;2000 Armed;2500 Low battery!;3000 Mode LAND;"
+                                  "3000 Nothing was heard for 27 s!"_l1);
     }
     void agesAndDurations()
     {

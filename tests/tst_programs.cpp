@@ -8,24 +8,16 @@
 #include <csignal>
 #include <memory>
 #include <sys/mount.h>
-#include <sys/resource.h>
 
 namespace
 {
-/// A program whose files may not grow beyond so many bytes, which is then a write that fails.
-ProgramResult runLimited(const QStringList& arguments, rlim_t most)
+/// A program whose files may not grow beyond so many KiB, which is then a write that fails.
+ProgramResult runLimited(const QStringList& arguments, const QString& most)
 {
-    struct Limited : QProcess {
-        rlim_t most = 0;
-        void setupChildProcess() override
-        {
-            std::signal(SIGXFSZ, SIG_IGN);
-            const rlimit files{most, most};
-            ::setrlimit(RLIMIT_FSIZE, &files);
-        }
-    } program;
-    program.most = most;
-    program.start(QCoreApplication::applicationDirPath() + "/flightdesk", arguments);
+    QProcess program;
+    const QString limit = QStringLiteral("trap '' XFSZ; ulimit -f %1; exec \"$0\" \"$@\"");
+    const QStringList desk{QCoreApplication::applicationDirPath() + "/flightdesk"_l1};
+    program.start("bash"_l1, QStringList{"-c"_l1, limit.arg(most)} + desk + arguments);
     program.waitForFinished(-1);
     return {program.exitCode(), program.readAllStandardOutput(), program.readAllStandardError()};
 }
@@ -159,29 +151,31 @@ private Q_SLOTS:
             const FlownProject project;
             QVERIFY(project.simulate(1));
             const int before = project.rows().size();
-            const QString file = log.isEmpty() ? project.path("none") : project.file("log.tlog", log);
-            const ProgramResult refused = project.desk("record", {file});
-            QVERIFY2(refused.exitCode == 1 && refused.err.contains(said), name + refused.err);
+            const QString file = log.isEmpty() ? project.path("none"_l1) : project.file("log.tlog"_l1, log);
+            const ProgramResult refused = project.desk("record"_l1, {file});
+            QVERIFY2(refused.exitCode == 1 && refused.err.contains(said), (name + refused.err).constData());
             QCOMPARE(project.rows().size(), before);
         }
         const FlownProject project;
-        const ProgramResult cut = project.desk("record", {project.file("cut.tlog", sound.chopped(7))});
-        QVERIFY2(cut.exitCode == 0 && cut.out.contains("cut off at 1:47"), cut.out);
-        const QString whole = project.file("whole.tlog", sound), copy = project.file("copy.tlog", sound);
-        QCOMPARE(project.desk("record", {whole}).exitCode, 0);
-        const ProgramResult again = project.desk("record", {copy, "--json"});
-        QVERIFY2(again.exitCode == 1 && again.err.contains("in this project as whole"), again.err);
-        QVERIFY(!QJsonDocument::fromJson(again.out)["ok"].toBool(true));
-        QCOMPARE(project.desk("record", {copy, "--anyway"}).exitCode, 0);
+        const ProgramResult cut = project.desk("record"_l1, {project.file("cut.tlog"_l1, sound.chopped(7))});
+        QVERIFY2(cut.exitCode == 0 && cut.out.contains("cut off at 1:47"), cut.out.constData());
+        const QString whole = project.file("whole.tlog"_l1, sound),
+                      copy = project.file("copy.tlog"_l1, sound);
+        QCOMPARE(project.desk("record"_l1, {whole}).exitCode, 0);
+        const ProgramResult again = project.desk("record"_l1, {copy, "--json"_l1});
+        QVERIFY2(again.exitCode == 1 && again.err.contains("in this project as whole"),
+                 again.err.constData());
+        QVERIFY(!QJsonDocument::fromJson(again.out)["ok"_l1].toBool(true));
+        QCOMPARE(project.desk("record"_l1, {copy, "--anyway"_l1}).exitCode, 0);
     }
 
     /// Told to end, a recording keeps what it has, says so everywhere, and can be done again.
     void stopped()
     {
         const FlownProject project;
-        const QString log = project.file("long.tlog", asLog(framesOf(FlightSimulator(7, 0, 90))));
+        const QString log = project.file("long.tlog"_l1, asLog(framesOf(FlightSimulator(7, 0, 90))));
         for (const int signal : {SIGINT, SIGTERM}) {
-            Program desk("flightdesk", project.command("record", {log}));
+            Program desk("flightdesk"_l1, project.command("record"_l1, {log}));
             desk.setReadChannel(QProcess::StandardError);
             QByteArray said;
             while (!said.contains(" 10 %") && desk.waitForReadyRead(60000)) {
@@ -193,19 +187,19 @@ private Q_SLOTS:
             QVERIFY(
                 desk.readAllStandardOutput().contains("the first part is stored. To have all of it, add"));
         }
-        static const QRegularExpression incomplete(R"re(incomplete \((\d+:)?\d+:\d\d of 2:42:\d\d\))re");
-        for (const QString& command : QStringList{"status", "logbook", "export"}) {
-            const QStringList more{"--format", "gpx", "--output", "-"};
-            const ProgramResult told = project.desk(command, command == "export" ? more : QStringList());
-            QVERIFY2(QString(told.out).contains(incomplete), told.out);
+        static const QRegularExpression incomplete(R"re(incomplete \((\d+:)?\d+:\d\d of 2:42:\d\d\))re"_l1);
+        for (const QString& command : QStringList{"status"_l1, "logbook"_l1, "export"_l1}) {
+            const QStringList more{"--format"_l1, "gpx"_l1, "--output"_l1, "-"_l1};
+            const ProgramResult told = project.desk(command, command == "export"_l1 ? more : QStringList());
+            QVERIFY2(QString::fromUtf8(told.out).contains(incomplete), told.out.constData());
         }
-        const IngestServer server({"--token", Token, "--ledger", project.ledger});
+        const IngestServer server({"--token"_l1, Token, "--ledger"_l1, project.ledger});
         project.uploadAll(server.url);
         QCOMPARE(TestProject::value(project.ledger,
                                     "SELECT count(*) FROM \"row\" WHERE kind = 'flight_mission' "
-                                    "AND json LIKE '%incomplete%'"),
+                                    "AND json LIKE '%incomplete%'"_l1),
                  QVariant(2));
-        QDirIterator file(project.path("project"), {"*.kv"}, QDir::Files, QDirIterator::Subdirectories);
+        QDirIterator file(project.path("project"_l1), {"*.kv"_l1}, QDir::Files, QDirIterator::Subdirectories);
         QVERIFY(!MissionsOfFile::read(file.next()).missions.first().breakpoint);
     }
 
@@ -214,44 +208,47 @@ private Q_SLOTS:
     {
         for (const bool isDisk : {true, false}) {
             FlownProject project;
-            const QByteArray disk = project.path("project").toLocal8Bit();
-            QDir().mkpath(disk);
-            if (isDisk && ::mount("tmpfs", disk, "tmpfs", 0, "size=2m") != 0) {
+            const QByteArray disk = project.path("project"_l1).toLocal8Bit();
+            QDir().mkpath(QString::fromUtf8(disk));
+            if (isDisk && ::mount("tmpfs", disk.constData(), "tmpfs", 0, "size=2m") != 0) {
                 continue; // only root may
             }
-            const auto unmount = qScopeGuard([&] { ::umount2(disk, MNT_DETACH); });
-            const rlim_t most = isDisk ? RLIM_INFINITY : 400000;
-            const QString log = project.file("long.tlog", asLog(framesOf(FlightSimulator(7, 0, 60))));
-            const ProgramResult full = runLimited(project.command("record", {log}), most);
+            const auto unmount = qScopeGuard([&] { ::umount2(disk.constData(), MNT_DETACH); });
+            const auto most = isDisk ? "unlimited"_l1 : "390"_l1;
+            const QString log = project.file("long.tlog"_l1, asLog(framesOf(FlightSimulator(7, 0, 60))));
+            const ProgramResult full = runLimited(project.command("record"_l1, {log}), most);
             const QByteArray said =
                 isDisk ? "Disk full: long stopped at " : "takes no records: long stopped at ";
-            QVERIFY2(full.exitCode == 1 && full.err.contains(said), full.err);
+            QVERIFY2(full.exitCode == 1 && full.err.contains(said), full.err.constData());
             QVERIFY(full.err.count('\n') < 20 && !full.err.contains("100 %"));
-            QVERIFY(project.desk("status", {}).out.contains("incomplete"));
-            const IngestServer server({"--token", Token, "--ledger", project.ledger});
-            const ProgramResult sent = runLimited(project.uploadCommand(server.url), isDisk ? most : 4096);
+            QVERIFY(project.desk("status"_l1, {}).out.contains("incomplete"));
+            const IngestServer server({"--token"_l1, Token, "--ledger"_l1, project.ledger});
+            const ProgramResult sent = runLimited(project.uploadCommand(server.url), isDisk ? most : "4"_l1);
             QVERIFY2(sent.exitCode == 1 &&
                          sent.err.contains(isDisk ? "the disk is full" : "cannot be marked"),
-                     sent.err);
-            QVERIFY(TestProject::value(project.ledger, "SELECT max(times) FROM \"row\"").toInt() <= 2);
+                     sent.err.constData());
+            QVERIFY(TestProject::value(project.ledger, "SELECT max(times) FROM \"row\""_l1).toInt() <= 2);
         }
     }
 
     void wrongFolder()
     {
         const FlownProject project;
-        project.file("project/letter.txt", "no flight");
-        for (const QStringList& more : {QStringList{"status"},
-                                        {"export", "--format", "kml"},
-                                        {"logbook"},
-                                        {"upload", "--server", "http://127.0.0.1:1", "--token", "t"},
-                                        {"record", project.file("a.tlog", "x")},
-                                        {"simulate"}}) {
-            const ProgramResult result = project.desk(more.first(), more.mid(1) + QStringList{"--json"});
-            QVERIFY2(result.exitCode == 1 && result.err.contains("This folder is no project"), result.err);
-            QVERIFY(QJsonDocument::fromJson(result.out)["error"].isString());
-            QCOMPARE(QDir(project.path("project")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(),
-                     1);
+        project.file("project/letter.txt"_l1, "no flight");
+        for (const QStringList& more :
+             {QStringList{"status"_l1},
+              {"export"_l1, "--format"_l1, "kml"_l1},
+              {"logbook"_l1},
+              {"upload"_l1, "--server"_l1, "http://127.0.0.1:1"_l1, "--token"_l1, "t"_l1},
+              {"record"_l1, project.file("a.tlog"_l1, "x")},
+              {"simulate"_l1}}) {
+            const ProgramResult result = project.desk(more.first(), more.mid(1) + QStringList{"--json"_l1});
+            QVERIFY2(result.exitCode == 1 && result.err.contains("This folder is no project"),
+                     result.err.constData());
+            QVERIFY(QJsonDocument::fromJson(result.out)["error"_l1].isString());
+            QCOMPARE(
+                QDir(project.path("project"_l1)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(),
+                1);
         }
     }
 
@@ -259,11 +256,12 @@ private Q_SLOTS:
     {
         const FlownProject project;
         QVERIFY(project.simulate(1));
-        ProjectLock other(Project::open(project.path("project")), ProjectLock::Use::Uploading);
+        ProjectLock other(Project::open(project.path("project"_l1)), ProjectLock::Use::Uploading);
         QCOMPARE(other.take(), QString());
-        const IngestServer server({"--token", Token, "--ledger", project.ledger});
+        const IngestServer server({"--token"_l1, Token, "--ledger"_l1, project.ledger});
         const ProgramResult second = project.upload(server.url);
-        QVERIFY2(second.exitCode == 1 && second.err.contains("Another program uploads"), second.err);
+        QVERIFY2(second.exitCode == 1 && second.err.contains("Another program uploads"),
+                 second.err.constData());
         other.release();
         project.uploadAll(server.url);
     }

@@ -52,7 +52,7 @@ struct Desk {
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         QApplication::setActiveWindow(&window); // no window manager does it
-        window.flightsPage()->open(project.path("project"), true);
+        window.flightsPage()->open(project.path("project"_l1), true);
     }
 
     QString file() const { return project.missionFiles(u'*' + format->suffix).value(0); }
@@ -250,14 +250,14 @@ private Q_SLOTS:
         QStringList said;
         connect(desk.window.session().uploader(), &Uploader::changed, &desk.window,
                 [&] { said.append(desk.said()); });
-        server.trouble = "slam";
-        desk.signIn(server.url(), "first");
-        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().contains(" records are safe here. "), qPrintable(desk.said()),
-                                  9000);
+        server.trouble = "slam"_l1;
+        desk.signIn(QString::fromUtf8(server.url()), "first"_l1);
+        QTRY_VERIFY2_WITH_TIMEOUT(desk.said().contains(" records are safe here. "_l1),
+                                  qPrintable(desk.said()), 9000);
         said.clear();
         const int requests = server.requests.size();
         QTRY_VERIFY_WITH_TIMEOUT(server.requests.size() > requests + 1, Long);
-        QVERIFY2(said.filter("Sending").isEmpty(), qPrintable(said.join('\n'))); // a try is no success
+        QVERIFY2(said.filter("Sending"_l1).isEmpty(), qPrintable(said.join(u'\n'))); // a try is no success
         server.trouble.clear();
         server.holdLog = true;
         QTRY_VERIFY_WITH_TIMEOUT(server.held, Long);
@@ -275,7 +275,7 @@ private Q_SLOTS:
         QCOMPARE(server.stored, desk.ids());
         for (const char* words :
              {"Trying again in 1 s.", "Sending positions of flight", "Sending status rows of flight"}) {
-            QVERIFY2(!said.filter(words).isEmpty(), words);
+            QVERIFY2(!said.filter(QLatin1String(words)).isEmpty(), words);
         }
         for (const PostedRequest& request : server.requests) {
             if (request.path == "/flight/upload") {
@@ -291,18 +291,18 @@ private Q_SLOTS:
         const TestProject project;
         Desk desk(project);
         desk.goTo(2);
-        QTest::keyClicks(desk.find<QComboBox>("Speed"), "flight");
+        QTest::keyClicks(desk.find<QComboBox>("Speed"_l1), "flight"_l1);
         FlightModel& flights = *desk.window.session().flights();
         for (const auto& [answer, files] :
              {std::pair("Go on recording", true), {"Discard it", false}, {"Keep it", true}}) {
             if (flights.rowCount() == 0 || !flights.isRunning(flights.rowCount() - 1)) {
-                desk.click("Simulate");
+                desk.click("Simulate"_l1);
                 QTRY_VERIFY(QFileInfo(desk.file()).size() > 0);
             }
-            desk.click("Stop...");
-            QVERIFY(desk.question().startsWith("Stop recording simulated-"));
-            desk.click(answer);
-            const bool goesOn = answer == QString("Go on recording");
+            desk.click("Stop..."_l1);
+            QVERIFY(desk.question().startsWith("Stop recording simulated-"_l1));
+            desk.click(QLatin1String(answer));
+            const bool goesOn = QLatin1String(answer) == "Go on recording"_l1;
             QTRY_VERIFY_WITH_TIMEOUT(flights.isRunning(flights.rowCount() - 1) == goesOn, Long);
             QCOMPARE(!desk.file().isEmpty(), files);
         }
@@ -314,31 +314,31 @@ private Q_SLOTS:
         const TestProject project;
         Account first("t"), second("t");
         Desk desk(project);
-        QVERIFY(desk.find<QPushButton>("Add logs...") && desk.find<QPushButton>("Simulate"));
-        project.file("pictures/holiday.jpg");
-        desk.window.flightsPage()->open(project.path("pictures"), false);
-        QVERIFY(desk.question().startsWith("This folder is no project. Make one here?"));
-        desk.click("No");
-        QCOMPARE(desk.window.session().projectPath(), project.path("project"));
+        QVERIFY(desk.find<QPushButton>("Add logs..."_l1) && desk.find<QPushButton>("Simulate"_l1));
+        project.file("pictures/holiday.jpg"_l1);
+        desk.window.flightsPage()->open(project.path("pictures"_l1), false);
+        QVERIFY(desk.question().startsWith("This folder is no project. Make one here?"_l1));
+        desk.click("No"_l1);
+        QCOMPARE(desk.window.session().projectPath(), project.path("project"_l1));
         desk.window.resize(800, 600);
         for (int page = 1; page <= 5; ++page) {
             desk.goTo(page);
             QCOMPARE(desk.window.size(), QSize(800, 600));
         }
-        desk.signIn(first.url(), "t");
-        desk.click("Change server...");
-        desk.type("Server", second.url());
-        QVERIFY(desk.find<QLabel>("Signed in to " + first.url()));
-        desk.click("Keep this server");
-        QVERIFY(!desk.find<QLineEdit>("Server"));
-        desk.click("Change server...");
-        QVERIFY(desk.find<QLineEdit>("Server")->text() == first.url());
+        desk.signIn(QString::fromUtf8(first.url()), "t"_l1);
+        desk.click("Change server..."_l1);
+        desk.type("Server"_l1, QString::fromUtf8(second.url()));
+        QVERIFY(desk.find<QLabel>(QString::fromUtf8("Signed in to " + first.url())));
+        desk.click("Keep this server"_l1);
+        QVERIFY(!desk.find<QLineEdit>("Server"_l1));
+        desk.click("Change server..."_l1);
+        QVERIFY(desk.find<QLineEdit>("Server"_l1)->text() == QString::fromUtf8(first.url()));
         desk.record(interruptedLog());
         desk.goTo(1);
-        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QLabel>("flight"), Long); // the page of the newest
-        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QTreeView>("Events")->model()->rowCount() > 3, Long);
-        desk.type("Find a flight", "nothing such");
-        QCOMPARE(desk.find<TableView>("Flights")->model()->rowCount(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QLabel>("flight"_l1), Long); // the page of the newest
+        QTRY_VERIFY_WITH_TIMEOUT(desk.find<QTreeView>("Events"_l1)->model()->rowCount() > 3, Long);
+        desk.type("Find a flight"_l1, "nothing such"_l1);
+        QCOMPARE(desk.find<TableView>("Flights"_l1)->model()->rowCount(), 0);
     }
 
     void uploadsEasyFlyMissions()
@@ -401,14 +401,14 @@ private Q_SLOTS:
             auto desk = std::make_unique<Desk>(project);
             desk->signIn(QString::fromUtf8(server.url()), "t"_l1);
             desk->goTo(2);
-            QTest::keyClicks(desk->find<QComboBox>("Speed"), "10");
-            desk->click("Simulate");
+            QTest::keyClicks(desk->find<QComboBox>("Speed"_l1), "10"_l1);
+            desk->click("Simulate"_l1);
             QTRY_VERIFY_WITH_TIMEOUT(!server.requests.isEmpty() && server.requests.last().path == LogPath,
                                      Long);
             const EndSignals endSignals;
             QTimer::singleShot(0, &desk->window, [&] {
-                told ? (void)::raise(SIGTERM) : desk->closeAsking("Go on recording");
-                told ? (void)0 : desk->closeAsking("Stop and close");
+                told ? (void)::raise(SIGTERM) : desk->closeAsking("Go on recording"_l1);
+                told ? (void)0 : desk->closeAsking("Stop and close"_l1);
             });
             QCOMPARE(QApplication::exec(), 0);
             desk.reset();
@@ -469,10 +469,11 @@ private Q_SLOTS:
         }
         send(0.3, 1);
         QTRY_VERIFY_WITH_TIMEOUT(flights.rowCount() == 3, Long);
-        QVERIFY2(desk.flight(2).endsWith(QString("%1 messages").arg(sent)), qPrintable(desk.flight(2)));
+        QVERIFY2(desk.flight(2).endsWith(QStringLiteral("%1 messages").arg(sent)),
+                 qPrintable(desk.flight(2)));
         QVERIFY(flights.track(2).samples().size() > 20);
         desk.window.recordPage()->select(1);
-        QVERIFY_EXCEPTION_THROWN(desk.window.session().openProject(project.path("other"), true), Failure);
+        QVERIFY_EXCEPTION_THROWN(desk.window.session().openProject(project.path("other"_l1), true), Failure);
 
         desk.click("Disconnect"_l1);
         QTRY_VERIFY_WITH_TIMEOUT(desk.find<QPushButton>("Connect..."_l1), Long);
@@ -521,7 +522,8 @@ private Q_SLOTS:
         const TestProject project;
         const int rows = qMax(2000, qEnvironmentVariableIntValue("KV_ROWS"));
         const int positions = qMax(1000, qEnvironmentVariableIntValue("KV_POSITIONS"));
-        TestProject::addMission(project.missionFile("project/old/flight.kv"), "m", positions, 1000, rows);
+        TestProject::addMission(project.missionFile("project/old/flight.kv"_l1), "m"_l1, positions, 1000,
+                                rows);
         for (int i = qEnvironmentVariableIntValue("KV_FILES"); i > 0; --i) {
             const QString id = QStringLiteral("m%1").arg(i);
             TestProject::addMission(project.missionFile("project/"_l1 + id + "/flight.kv"_l1), id, 5, 5, 5);
@@ -529,9 +531,9 @@ private Q_SLOTS:
         const IngestServer server({});
         Desk desk(project);
         desk.goTo(2);
-        QTest::keyClicks(desk.find<QComboBox>("Speed"), "10");
-        desk.click("Simulate");
-        const auto port = quint16(desk.listen()->link().section(':', -1).toUInt());
+        QTest::keyClicks(desk.find<QComboBox>("Speed"_l1), "10"_l1);
+        desk.click("Simulate"_l1);
+        const auto port = quint16(desk.listen()->link().section(u':', -1).toUInt());
         const int vehicles = qEnvironmentVariableIntValue("KV_VEHICLES");
         Crowd swarm; // a thread for each, two hundred frames a second
         for (int system = 1; system <= vehicles; ++system) {
@@ -556,7 +558,7 @@ private Q_SLOTS:
         MissionModel& missions = *desk.window.session().missions();
         desk.window.flightsPage()->flightView()->show(-1);
         for (int row = 0; row < missions.rowCount(); ++row) {
-            if (missions.record(row).id == "m") {
+            if (missions.record(row).id == "m"_l1) {
                 desk.window.flightsPage()->flightView()->show(row);
             }
         }

@@ -73,7 +73,7 @@ private:
         }
         const QString inUse = m_lock.take();
         if (!inUse.isEmpty()) {
-            noteFailure(RequestFailure{Trouble::InUse, inUse, inUse, false});
+            noteFailure(RequestFailure{Trouble::InUse, inUse, inUse, {}, false});
             return false;
         }
         m_failure.clear();
