@@ -263,7 +263,7 @@ private Q_SLOTS:
             QMap<uchar, QList<QByteArray>> recorded;
             QSet<QByteArray> ofOthers;
             for (auto mission = files.cbegin(); mission != files.cend(); ++mission) {
-                const uchar own = uchar(mission.key().mid(12, 1).toInt());
+                const uchar own = uchar(mission.key().at(12).digitValue());
                 for (const QVariant& row : TestProject::values(
                          *mission, "SELECT message FROM flight_monitor_detail_log ORDER BY rowid"_l1)) {
                     const QByteArray message = row.toByteArray();

@@ -35,6 +35,12 @@ public:
     }
 
 private:
+    /// The value of a hexadecimal digit, or -1.
+    static int _HexDigit(QChar ch)
+    {
+        return QLatin1String("0123456789abcdef").indexOf(ch, 0, Qt::CaseInsensitive);
+    }
+
     /// The byte that "%XX" stands for at a place of a line, or -1.
     static int _EncodedByte(const QString& strLine, int nAt)
     {
@@ -42,12 +48,9 @@ private:
         if (strLine.at(nAt) != QLatin1Char('%') || nAt + Length > strLine.size()) {
             return -1;
         }
-        bool bHex = false;
-        const int nByte = strLine.mid(nAt + 1, 2).toInt(&bHex, 16);
-        // A sign or a blank is no digit.
-        return bHex && strLine.at(nAt + 1).isLetterOrNumber() && strLine.at(nAt + 2).isLetterOrNumber()
-                   ? nByte
-                   : -1;
+        const int nHigh = _HexDigit(strLine.at(nAt + 1));
+        const int nLow = _HexDigit(strLine.at(nAt + 2));
+        return nHigh >= 0 && nLow >= 0 ? nHigh * 16 + nLow : -1;
     }
 
     /// Decodes the line, and hides what stands where the secret's bytes are found then. No regular
