@@ -28,7 +28,7 @@ void prepareHost()
 
 bool runSuites(const QStringList& arguments)
 {
-    const QStringList logs = arguments.filter(QRegularExpression("\\.tlog$"_l1));
+    const QStringList logs = arguments.filter(QRegularExpression("[.]tlog$"_l1));
     const QSet<QString> wanted =
         QSet<QString>(arguments.cbegin(), arguments.cend()) - QSet<QString>(logs.cbegin(), logs.cend());
     const Suite suites[] = {

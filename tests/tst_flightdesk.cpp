@@ -368,7 +368,7 @@ private Q_SLOTS:
         }
         const QString page =
             QString::fromUtf8(TestProject::contents(QFINDTESTDATA("../docs/what-pilots-see.md")));
-        QCOMPARE(page.split(u'\n').filter(QRegularExpression("^\\| (?!what happened)"_l1)), rows);
+        QCOMPARE(page.split(u'\n').filter(QRegularExpression("^[|] (?!what happened)"_l1)), rows);
         QCOMPARE(troubleWords(Trouble::DiskFull, {"ubc1 %2"_l1, "3:52"_l1}),
                  "Disk full: ubc1 %2 stopped at 3:52, the first part is stored. Free space, then add the log "
                  "again."_l1);
