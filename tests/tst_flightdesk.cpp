@@ -213,7 +213,7 @@ private Q_SLOTS:
         const TestProject folder;
         const Project project = Project::make(folder.path("p"_l1));
         // Characters that would break the statement that stores a breakpoint.
-        const QString name = "it's %5, 100 % \"%1\""_l1;
+        const QString name = R"q(it's %5, 100 % "%1")q"_l1;
         FlightSimulator interrupted(5, 2, 1, true), video(5, 2, 1);
         const auto flight = FlightRecorder(project).record(interrupted, name, "a"_l1);
         QCOMPARE(flight.error, QString());

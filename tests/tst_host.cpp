@@ -163,7 +163,7 @@ private Q_SLOTS:
     {
         const auto write = [] {
             LogHelper(Level::Info).stream << "text"
-                                          << "a \"b\""_l1 << QByteArray("c\r\nd") << 7 << true;
+                                          << R"q(a "b")q"_l1 << QByteArray("c\r\nd") << 7 << true;
         };
         const QString line = R"(2 text a "b" c\x0d\x0ad 7 true)"_l1;
         QCOMPARE(loggedBy(Level::Trace, write), QStringList{line});

@@ -370,7 +370,7 @@ QRegularExpression pattern(const QString& line)
 {
     static const QRegularExpression names("FILE|URL|SERVER|PATH"_l1);
     QString text = QRegularExpression::escape(line);
-    text.replace(QRegularExpression::escape(QStringLiteral("…")), ".*"_l1).replace(names, "\\S+"_l1);
+    text.replace(QRegularExpression::escape(QStringLiteral("…")), ".*"_l1).replace(names, "[^ ]+"_l1);
     return QRegularExpression(text + u'$');
 }
 } // namespace

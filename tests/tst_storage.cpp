@@ -53,7 +53,7 @@ private:
         while (array.size() < count) {
             array.append(QJsonObject{{"id"_l1, id + QString::number(array.size() + 1)},
                                      {"flight_mission_id"_l1, "m1"_l1},
-                                     {"flight_mission_data"_l1, "{\"waypoints\":4}"_l1}});
+                                     {"flight_mission_data"_l1, R"({"waypoints":4})"_l1}});
         }
         return array;
     }
@@ -107,7 +107,7 @@ private:
         m_server = std::make_unique<ScriptedServer>();
         m_server->script = [this](const PostedRequest& request) {
             if (m_server->paths().count("/flight/posupload"_l1) == 1 && request.path == "/flight/posupload") {
-                ScriptedServer::Reply refused = ScriptedServer::reply("200 {\"status\":2}"_l1);
+                ScriptedServer::Reply refused = ScriptedServer::reply(R"(200 {"status":2})"_l1);
                 refused.close = true; // a second request on the connection would wait for a late ACK
                 return refused;
             }

@@ -289,8 +289,8 @@ private Q_SLOTS:
     {
         const QString megabyte(1000000, u'm');
         QString before = u'\'' + cell("before").replace("MB"_l1, megabyte) + u'\'';
-        QString after = cell("after").replace("\\n"_l1, "\n"_l1).replace("MB"_l1, megabyte);
-        after.replace("DEGREE"_l1, "\"circula_task_completion_degree\": 62.5"_l1);
+        QString after = cell("after").replace(R"(\n)"_l1, "\n"_l1).replace("MB"_l1, megabyte);
+        after.replace("DEGREE"_l1, R"("circula_task_completion_degree": 62.5)"_l1);
         const bool changed = after != "unchanged"_l1;
         const FlightProject project(0, 0, 0);
         QVERIFY(project.run("UPDATE flight_mission SET is_uploaded = 1, flight_mission_data = nullif("_l1 +
