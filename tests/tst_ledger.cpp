@@ -122,8 +122,9 @@ const QString FirstVersion = "CREATE TABLE \"row\"(kind TEXT NOT NULL, id TEXT N
 void makeFirstVersion(const QString& file)
 {
     TestProject::run(
-        file, {FirstVersion, "CREATE TABLE request(seq INTEGER PRIMARY KEY)"_l1,
-               "INSERT INTO \"row\" VALUES('pos_data','p1','m1','{}',3),('uas_status','s1','m1','{}',1)"_l1});
+        file,
+        {FirstVersion, "CREATE TABLE request(seq INTEGER PRIMARY KEY)"_l1,
+         R"sql(INSERT INTO "row" VALUES('pos_data','p1','m1','{}',3),('uas_status','s1','m1','{}',1))sql"_l1});
 }
 const QString TakenOver = "demo pos_data p1 m1 3;demo uas_status s1 m1 1"_l1;
 const QString SelectAll =

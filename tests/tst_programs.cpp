@@ -46,7 +46,7 @@ private Q_SLOTS:
         server.reset(); // it holds the ledger
         QList<QByteArray> received;
         for (const QVariant& row : TestProject::values(
-                 project.ledger, "SELECT json FROM \"row\" WHERE kind = 'flight_monitor_detail_log'"_l1)) {
+                 project.ledger, R"(SELECT json FROM "row" WHERE kind = 'flight_monitor_detail_log')"_l1)) {
             const QByteArray message =
                 QJsonDocument::fromJson(row.toByteArray())["message"_l1].toString().toLatin1();
             received.append(QByteArray::fromBase64(message, QByteArray::Base64UrlEncoding).mid(8));
