@@ -20,8 +20,20 @@ bool isEnding()
 
 MissionWatch::MissionWatch(Project project) : m_project(std::move(project)) {}
 
+/// A disk that runs full, or has room again, changes nothing of the files.
+void MissionWatch::noteDisk()
+{
+    const std::optional<Trouble> trouble = m_project.diskTrouble();
+    if (trouble != std::exchange(m_diskTrouble, trouble)) {
+        for (FileStamp& stamp : m_stamps) {
+            stamp = FileStamp();
+        }
+    }
+}
+
 void MissionWatch::look()
 {
+    noteDisk();
     const QStringList files = m_project.missionFiles({QStringLiteral("*.kv"), QStringLiteral("*.db")});
     QVector<MissionsOfFile> changed;
     for (const QString& file : files) {

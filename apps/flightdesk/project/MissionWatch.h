@@ -9,6 +9,8 @@
 #include <QtCore/QObject>
 #include <QtCore/QStringList>
 
+#include <optional>
+
 /// Looks through a project's mission files about once a second and tells what has changed. It is meant for a
 /// thread of its own: a long log takes a while to count, and a file may be locked.
 class MissionWatch : public QObject
@@ -27,6 +29,9 @@ Q_SIGNALS:
     void looked(bool network);
 
 private:
+    void noteDisk();
+
     const Project m_project;
     QHash<QString, FileStamp> m_stamps;
+    std::optional<Trouble> m_diskTrouble; ///< of the last look
 };

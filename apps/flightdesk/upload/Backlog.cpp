@@ -22,7 +22,7 @@ qint64 sum(const QVector<WaitingRows>& rows)
 } // namespace
 
 BacklogCounter::BacklogCounter(Project project, const MissionFormat& format)
-    : m_project(std::move(project)), m_format(format)
+    : m_project(std::move(project)), m_format(format), m_diskTrouble(m_project.diskTrouble())
 {
 }
 
@@ -48,9 +48,11 @@ void BacklogCounter::follow(const QString& path)
 
 void BacklogCounter::recount()
 {
+    const std::optional<Trouble> trouble = m_project.diskTrouble();
+    const bool isOtherDisk = trouble != std::exchange(m_diskTrouble, trouble);
     const QStringList known = m_files.keys();
     for (const QString& path : known) {
-        if (m_files.value(path).stamp.isOutdated(path)) {
+        if (isOtherDisk || m_files.value(path).stamp.isOutdated(path)) {
             settle(path, count(path));
         }
     }
@@ -132,6 +134,17 @@ qint64 Backlog::sendable() const
         all += some.obstacle == Obstacle::None ? some.rows : 0;
     }
     return all;
+}
+
+QStringList Backlog::obstacles() const
+{
+    QStringList words;
+    for (const WaitingRows& some : rows) {
+        words.append(obstacleWords(some.obstacle));
+    }
+    words.removeAll({});
+    words.removeDuplicates();
+    return words;
 }
 
 WaitingRows Backlog::after(const WaitingRows& current, bool eachMission) const

@@ -10,6 +10,8 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
 
+#include <optional>
+
 /// Rows that wait for upload, of one mission in one file.
 struct WaitingRows {
     QString file;
@@ -30,6 +32,8 @@ struct Backlog {
     qint64 waiting(const WaitingRows& like) const;
     /// Waiting rows that nothing keeps from being sent and marked.
     qint64 sendable() const;
+    /// In words what keeps rows from being sent.
+    QStringList obstacles() const;
     /// Rows that can be sent: of the file behind the given rows' file, or of the first one behind the last;
     /// without a file when there are none.
     /// \param eachMission  step from mission to mission within a file as well
@@ -51,7 +55,8 @@ public:
     void countAll();
     /// Counts a file that is being recorded, and goes on with it even when nothing of it waits.
     void follow(const QString& path);
-    /// Counts those files again that waited and have changed since.
+    /// Counts those files again that waited and have changed since; all that waited when the disk has run
+    /// full since, or has room again.
     void recount();
 
     Backlog backlog() const;
@@ -67,6 +72,7 @@ private:
 
     Project m_project;
     const MissionFormat& m_format;
+    std::optional<Trouble> m_diskTrouble; ///< of the last count
     QMap<QString, File> m_files;
     QSet<QString> m_followed;
     qint64 m_settled = 0;

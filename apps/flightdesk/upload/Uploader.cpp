@@ -178,6 +178,7 @@ void Uploader::resume()
 void Uploader::reset()
 {
     m_firstRow.clear();
+    m_unmarkable.clear();
     if (m_operator) {
         Q_EMIT m_operator->link().resetUploadFlow();
     }
@@ -205,6 +206,7 @@ void Uploader::setEasyFly(bool easyFly)
 void Uploader::look(const Backlog& backlog, bool network)
 {
     const qint64 accepted = backlog.settled - m_backlog.settled;
+    forgetExplained(backlog);
     m_backlog = withoutUnmarkable(backlog);
     if (accepted > 0) {
         m_pipeline.noteMarked();
@@ -312,6 +314,16 @@ void Uploader::leaveUnmarkable()
     m_unmarkable.insert(file, m_clock.elapsed() + UnmarkablePause);
     m_backlog = withoutUnmarkable(m_backlog);
     Q_EMIT unmarkable(file, words);
+}
+
+/// A file whose obstacle is seen is to be sent as soon as that is gone.
+void Uploader::forgetExplained(const Backlog& backlog)
+{
+    for (const WaitingRows& rows : backlog.rows) {
+        if (rows.obstacle == Obstacle::DiskFull || rows.obstacle == Obstacle::NotMarkable) {
+            m_unmarkable.remove(rows.file);
+        }
+    }
 }
 
 /// What was accepted would be sent again and again.

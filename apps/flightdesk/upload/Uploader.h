@@ -102,6 +102,7 @@ private:
     void noteUnmarkable(const QString& mission);
     void leaveUnmarkable();
     bool isTimeToLeave() const;
+    void forgetExplained(const Backlog& backlog);
     Backlog withoutUnmarkable(Backlog backlog);
     void setState(State state);
 

@@ -42,11 +42,8 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
     connect(session.uploader(), &Uploader::changed, this, &UploadPage::showState);
     connect(session.uploader(), &Uploader::rearmed, this,
             [this](const QString& text) { m_note->say(text, true); });
-    connect(session.uploader(), &Uploader::unmarkable, this, [this](const QString& file) {
-        m_note->say(
-            tr("accepted rows cannot be marked in %1: make the file and its folder writable").arg(file),
-            true);
-    });
+    connect(session.uploader(), &Uploader::unmarkable, this,
+            [this](const QString&, const QString& words) { m_note->say(words, true); });
     connect(&session, &WindowSession::projectOpened, this, &UploadPage::showState);
     showState();
 }

@@ -300,8 +300,7 @@ QString WindowSession::uploadText() const
         return tr("No network. ") + waiting;
     }
     if (backlog.sendable() == 0) {
-        return tr("%1 The rest cannot be sent: the record of its flight is missing, or a file is read-only.")
-            .arg(waiting);
+        return tr("%1 They cannot be sent: %2.").arg(waiting, backlog.obstacles().join(tr("; ")));
     }
     if (const auto& trouble = m_uploader.trouble()) {
         return troubleText(*trouble, records) + unread;
