@@ -12,7 +12,7 @@ int main(int argc, char* argv[])
     Logger::instance().captureQtMessages();
     return runFlightdesk(
         argc, argv,
-        {{"window", "Open the window, on a project if one is named.", runWindow, makeWindowApplication},
+        {{"window", "Open the window; --project DIR names its project.", runWindow, makeWindowApplication},
          {"record", "Record telemetry logs, one mission for each vehicle.", runRecord},
          {"simulate", "Record simulated flights.", runSimulate},
          {"station", "Record what aircraft tell over radio and network, and upload it.", runStation},
