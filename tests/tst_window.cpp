@@ -317,8 +317,8 @@ private Q_SLOTS:
         QVERIFY(desk.find<QPushButton>("Add logs..."_l1) && desk.find<QPushButton>("Simulate"_l1));
         project.file("pictures/holiday.jpg"_l1);
         desk.window.flightsPage()->open(project.path("pictures"_l1), false);
-        QVERIFY(desk.question().startsWith("This folder is no project. Make one here?"_l1));
-        desk.click("No"_l1);
+        QVERIFY(desk.question().startsWith("This folder is no project. Other files are in it."_l1));
+        QTest::keyClick(desk.window.findChild<QMessageBox*>(), Qt::Key_Return);
         QCOMPARE(desk.window.session().projectPath(), project.path("project"_l1));
         desk.window.resize(800, 600);
         for (int page = 1; page <= 5; ++page) {

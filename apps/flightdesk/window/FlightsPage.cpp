@@ -173,10 +173,13 @@ void FlightsPage::chooseNew()
 void FlightsPage::open(const QString& path, bool make)
 {
     if (!make && QDir(path).exists() && !Project::isProject(path)) {
+        const bool isEmpty = QDir(path).isEmpty();
+        const QString holds = isEmpty ? QString() : tr(" Other files are in it.");
         auto* const question =
             new QMessageBox(QMessageBox::Question, tr("Open project"),
-                            tr("This folder is no project. Make one here?\n\n%1").arg(path),
+                            tr("This folder is no project.%1 Make one here?\n\n%2").arg(holds, path),
                             QMessageBox::Yes | QMessageBox::No, this);
+        question->setDefaultButton(isEmpty ? QMessageBox::Yes : QMessageBox::No);
         question->setAttribute(Qt::WA_DeleteOnClose);
         connect(question->button(QMessageBox::Yes), &QPushButton::clicked, this,
                 [this, path] { open(path, true); });
