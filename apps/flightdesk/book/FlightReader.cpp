@@ -86,8 +86,7 @@ void FlightReader::exportTo(const QString& path, const ExportFormat& format, con
                 const QString text =
                     tr("%1 %2 are in %3")
                         .arg(QLocale().toString(written), QLatin1String(format.records), path);
-                Q_EMIT exported(missing.isEmpty() ? text : tr("%1; %2").arg(text, missing),
-                                !missing.isEmpty());
+                Q_EMIT exported(missing.isEmpty() ? text : tr("%1; %2").arg(text, missing), written == 0);
             });
         } catch (const Failure& failure) {
             Q_EMIT exported(failure.words(), true);
