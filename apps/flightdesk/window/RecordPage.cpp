@@ -162,6 +162,7 @@ void RecordPage::askToRecordAgain(FlightTask task)
         new QMessageBox(QMessageBox::Question, tr("Add logs"),
                         tr("%1 is in this project already. Record it again?").arg(task.name),
                         QMessageBox::Yes | QMessageBox::No, this);
+    question->setDefaultButton(QMessageBox::No);
     question->setAttribute(Qt::WA_DeleteOnClose);
     connect(question->button(QMessageBox::Yes), &QPushButton::clicked, this,
             [this, task] { m_session.record(task); });

@@ -59,6 +59,9 @@ void WindowSession::noteFinished(int flight, const RecordedFlight& result)
     } else {
         m_breakpoints.noteRecorded(result);
     }
+    if (result.isKnown) {
+        told.error = tr("in this project already, not recorded again");
+    }
     const FlightTask task = m_tasks.take(flight);
     m_flights.finish(flight, told);
     if (result.isKnown) {
