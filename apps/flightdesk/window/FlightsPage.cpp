@@ -12,6 +12,7 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QLocale>
+#include <QtWidgets/QCalendarWidget>
 #include <QtWidgets/QDateEdit>
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QHeaderView>
@@ -26,9 +27,26 @@ namespace
 {
 const QDate AnyDay(1999, 12, 31);
 
+/// Its calendar opens at today as long as no day is chosen.
+class DayEdit : public QDateEdit
+{
+public:
+    DayEdit() : QDateEdit(AnyDay) {}
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override
+    {
+        QDateEdit::mousePressEvent(event);
+        if (date() == AnyDay) {
+            const QDate today = QDate::currentDate();
+            calendarWidget()->setCurrentPage(today.year(), today.month());
+        }
+    }
+};
+
 QDateEdit* makeDay(const QString& name)
 {
-    auto* const day = new QDateEdit(AnyDay);
+    auto* const day = new DayEdit;
     day->setMinimumDate(AnyDay);
     day->setSpecialValueText(FlightsPage::tr("any day"));
     day->setDisplayFormat(QStringLiteral("yyyy-MM-dd"));
