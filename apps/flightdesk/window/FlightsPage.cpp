@@ -191,7 +191,7 @@ void FlightsPage::chooseNew()
 void FlightsPage::open(const QString& path, bool make)
 {
     if (!make && QDir(path).exists() && !Project::isProject(path)) {
-        const bool isEmpty = QDir(path).isEmpty();
+        const bool isEmpty = QDir(path).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
         const QString holds = isEmpty ? QString() : tr(" Other files are in it.");
         auto* const question =
             new QMessageBox(QMessageBox::Question, tr("Open project"),
