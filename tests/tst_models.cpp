@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "book/FlightEvents.h"
 #include "book/FlightProfile.h"
+#include "project/MissionWatch.h"
 #include "record/BreakpointKeeper.h"
 #include "record/RecorderPool.h"
 #include "support/TestProject.h"
@@ -11,6 +12,10 @@
 #include "window/LogModel.h"
 #include "window/MissionModel.h"
 #include "words/Failure.h"
+
+#include <QtCore/QScopeGuard>
+#include <QtCore/QTemporaryDir>
+#include <sys/mount.h>
 
 #include <thread>
 
@@ -75,6 +80,35 @@ private Q_SLOTS:
         QCOMPARE(seen(), QStringLiteral("%1 7 %1 7 3").arg(project.db));
         other.exec("COMMIT"_l1);
         QCOMPARE(seen(), "7 7 3"_l1);
+    }
+    /// Room that comes and goes on the disk, where one can be mounted, changes nothing of the files.
+    void aFullDiskIsLookedAtAgain()
+    {
+        const FlightProject project(3, 2, 4);
+        QTemporaryDir folder;
+        const QByteArray disk = folder.path().toLocal8Bit();
+        if (::mount("tmpfs", disk.constData(), "tmpfs", 0, "size=900k") != 0) {
+            QSKIP("only root may");
+        }
+        const auto unmount = qScopeGuard([&] { ::umount2(disk.constData(), MNT_DETACH); });
+        const QString file = folder.filePath("1/flight.kv"_l1);
+        QVERIFY(QDir().mkpath(folder.filePath("1"_l1)) && QFile::copy(project.db, file));
+        QFile flight(file);
+        QVERIFY(flight.open(QIODevice::ReadWrite));
+        QVERIFY(flight.setFileTime(QDateTime::currentDateTime().addDays(-1), QFile::FileModificationTime));
+        const Project own = Project::make(folder.path());
+        BacklogCounter counter(own);
+        counter.countAll();
+        MissionWatch watch(own);
+        MissionModel model;
+        connect(&watch, &MissionWatch::found, &model, &MissionModel::update);
+        for (const auto& [room, sendable] : {std::pair("size=900k", 0), {"size=8m", 10}}) {
+            QCOMPARE(::mount("tmpfs", disk.constData(), "tmpfs", MS_REMOUNT, room), 0);
+            counter.recount();
+            watch.look();
+            QCOMPARE(counter.backlog().sendable(), qint64(sendable));
+            QCOMPARE(model.backlog(false).sendable(), qint64(sendable));
+        }
     }
     void keepsRowsApartWhenFilesComeAndGo()
     {
