@@ -109,7 +109,7 @@ std::optional<QSet<QString>> TablesOf(const CKvDataBase& database)
 
 QSet<QString> TablesWithin(CKvDataBase& database)
 {
-    const QSet<QString> setTable = TablesOf(database).value_or(QSet<QString>());
+    QSet<QString> setTable = TablesOf(database).value_or(QSet<QString>());
     if (!database.databaseName().endsWith(QLatin1String(".db")) || HasAll(VideoTables(), setTable)) {
         return setTable;
     }
