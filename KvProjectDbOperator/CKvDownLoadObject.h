@@ -69,7 +69,9 @@ Q_SIGNALS:
     /// The reply is complete and without error.
     void downLoadFinished();
     /// The reply ended with a network or HTTP error or was stopped; or nothing came for the timeout. A
-    /// stalled reply goes on, and its end is signalled as well.
+    /// stalled reply goes on, and its end is signalled as well. It keeps one of the six connections that Qt
+    /// opens to a server: before a new request on a silent line call stop(), whose NetWorkError() is then the
+    /// stalled reply's end.
     void NetWorkError();
 
 public Q_SLOTS:

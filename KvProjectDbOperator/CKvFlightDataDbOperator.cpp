@@ -211,8 +211,9 @@ bool CKvFlightDataDbOperator::_Store(const QString& strTable, const std::functio
     const QString strAwaited = AwaitedTable(strFile, strTable);
     QSet<QString> setTable{strAwaited};
     const bool bStored = _Transact([&] {
+        const QSet<QString> setThere = TablesWithin(*m_pDataBase);
         if (!strAwaited.isEmpty()) {
-            setTable = TablesOf(*m_pDataBase).value_or(QSet<QString>());
+            setTable = setThere;
         }
         if (setTable.contains(strAwaited)) {
             write();
@@ -292,7 +293,7 @@ bool CKvFlightDataDbOperator::_WriteKept(CKvDataBase& database, const QString& s
     }
     _MakeTables();
     const bool bTakes = m_pKept->HandOver(strFile, [this](const CKvKeptBatches::WriteInto& write) {
-        return _Transact([&] { write(TablesOf(*m_pDataBase).value_or(QSet<QString>())); });
+        return _Transact([&] { write(TablesWithin(*m_pDataBase)); });
     });
     _TellTaken(strFile);
     return bTakes;

@@ -32,6 +32,13 @@ QVector<STable> VideoTables()
             {FlightVideoTableName, GetFlightVideoTableContents()}};
 }
 
+bool HasAll(const QVector<STable>& listTable, const QSet<QString>& setTable)
+{
+    return std::all_of(listTable.cbegin(), listTable.cend(), [&setTable](const STable& table) {
+        return setTable.contains(table.strName.toLower());
+    });
+}
+
 /// Also where all are there: a table may lack its index.
 bool MakeEach(const QVector<STable>& listTable, CKvDataBase& database)
 {
@@ -48,10 +55,7 @@ bool MakeAtOnce(const QVector<STable>& listTable, CKvDataBase& database)
     if (!setTable) {
         return false;
     }
-    const bool bComplete =
-        std::all_of(listTable.cbegin(), listTable.cend(),
-                    [&setTable](const STable& table) { return setTable->contains(table.strName.toLower()); });
-    if (bComplete) {
+    if (HasAll(listTable, *setTable)) {
         return MakeEach(listTable, database);
     }
     const bool bMade = database.transaction() && MakeEach(listTable, database);
@@ -101,4 +105,14 @@ std::optional<QSet<QString>> TablesOf(const CKvDataBase& database)
         setTable.insert(query.value(0).toString().toLower());
     }
     return setTable;
+}
+
+QSet<QString> TablesWithin(CKvDataBase& database)
+{
+    QSet<QString> setTable = TablesOf(database).value_or(QSet<QString>());
+    if (!database.databaseName().endsWith(QLatin1String(".db")) || HasAll(VideoTables(), setTable)) {
+        return setTable;
+    }
+    MakeVideoTablesWithin(database);
+    return TablesOf(database).value_or(QSet<QString>());
 }

@@ -30,3 +30,7 @@ QString AwaitedTable(const QString& strFile, const QString& strTable);
 
 /// The tables of the connection's file, in lower case. Nothing, where it cannot be read.
 std::optional<QSet<QString>> TablesOf(const CKvDataBase& database);
+
+/// The same within a transaction that has begun. A video mission's file gets those that it lacks: it may have
+/// taken the place of one that had them.
+QSet<QString> TablesWithin(CKvDataBase& database);

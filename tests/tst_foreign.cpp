@@ -361,6 +361,46 @@ private Q_SLOTS:
         QCOMPARE(g_criticals.size(), 2);
     }
 
+    /// A batch beyond SQLite's own memory waits for a reader once, as a small one does.
+    void largeBatchBesideReader()
+    {
+        const FlightProject project(5, 0, 0);
+        Recorder recorder(project.db);
+        auto reader = std::make_unique<Foreign>("reader"_l1, project.db);
+        const int slept = waited([&recorder] {
+            for (int i = 0; i < 50; ++i) {
+                Q_EMIT recorder.slotWriteFlightMonitor(QByteArray(100000, 'x'));
+            }
+        });
+        QVERIFY2(slept > Wait / 2 && slept < Wait * 3 / 2, QByteArray::number(slept).constData());
+        reader.reset();
+        recorder.write(50);
+        QCOMPARE(stored(project.db), 100);
+    }
+
+    /// A video mission's file that is made anew gets its tables before what waited for it, and before the
+    /// rest.
+    void videoFileAnew()
+    {
+        for (const bool isPointedAtAgain : {true, false}) {
+            const FlightProject project;
+            const QString video = project.path("away/easy.db"_l1);
+            Recorder recorder(video);
+            recorder.write(53); // its folder is not there yet
+            QVERIFY(project.file("away/easy.db"_l1).size() > 0);
+            if (isPointedAtAgain) {
+                recorder.op.SetFlightMissionFilePath(video);
+            }
+            recorder.write(50);
+            const int gone = stored(video);
+            QVERIFY(QFile::remove(video));
+            recorder.write(47);
+            recorder.op.SetFlightMissionFilePath(video);
+            recorder.write(50);
+            QCOMPARE(stored(video), recorder.written - gone);
+        }
+    }
+
     /// An operator ends whose call before has used up the wait for a lock.
     void endAfterWait()
     {

@@ -161,6 +161,8 @@ QString CKvDataBase::_SetUp()
     if (!m_database.open()) {
         return m_database.lastError().databaseText();
     }
+    // Else a large batch waits for a reader with every statement, and for nothing: it is the end that has to.
+    _Run(QStringLiteral("PRAGMA cache_spill=OFF"));
     QSqlError error;
     _Insist([this, &error] {
         error = _Settle();
