@@ -220,7 +220,7 @@ void FlightView::chooseExport()
     if (path.isEmpty()) {
         return;
     }
-    const ExportFormat* format = &ExportFormats[std::max(0, filters.indexOf(chosen))];
+    const ExportFormat* format = &ExportFormats[std::max<int>(0, filters.indexOf(chosen))];
     for (const ExportFormat& other : ExportFormats) {
         format = QFileInfo(path).suffix() == QLatin1String(other.name) ? &other : format;
     }

@@ -209,7 +209,7 @@ void ProfileView::drawLine(QPainter& painter, int value, double bottom, double t
 {
     const QVector<FlightProfile::Span>& spans = m_profile.values.at(std::size_t(value));
     const QRect area = strip(value);
-    const qint64 usual = (m_to - m_from) / std::max(1, spans.size());
+    const qint64 usual = (m_to - m_from) / std::max<int>(1, spans.size());
     const qint64 silence = std::max(qint64(5000), 5 * usual);
     const auto y = [&](double number) {
         return area.bottom() - (number - bottom) / (top - bottom) * area.height();

@@ -169,10 +169,15 @@ void TrackView::drawScale(QPainter& painter) const
 
 void TrackView::mouseMoveEvent(QMouseEvent* event)
 {
+#if QT_VERSION_MAJOR == 5
+    const QPointF mouse = event->localPos();
+#else
+    const QPointF mouse = event->position(); // the same, under its new name
+#endif
     double nearest = Reach;
     qint64 msec = flightTime::Unknown;
     for (int i = 0; i < m_metres.size(); ++i) {
-        const double away = (pixel(m_metres.at(i)) - event->localPos()).manhattanLength();
+        const double away = (pixel(m_metres.at(i)) - mouse).manhattanLength();
         if (away < nearest) {
             nearest = away;
             msec = m_track.at(i).msec;
