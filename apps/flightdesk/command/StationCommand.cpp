@@ -226,15 +226,15 @@ std::optional<qint64> bytesIn(const QString& text)
 StationOptions readOptions(const CommandLine& line, int preRoll)
 {
     StationOptions options;
-    options.links = LinkSpec::parseAll(line.values(QStringLiteral("link")));
+    options.links = LinkSettings::parseAll(line.values(QStringLiteral("link")));
     options.heartbeat = line.isSet(QStringLiteral("heartbeat"));
     options.preRoll = preRoll;
     if (options.links.isEmpty()) {
         throw Failure(QStringLiteral("is missing; write udp:[ADDRESS]:PORT, tcp:HOST:PORT or "
                                      "serial:DEVICE:BAUD"));
     }
-    for (const LinkSpec& link : qAsConst(options.links)) {
-        if (link.kind == LinkSpec::Kind::Serial) {
+    for (const LinkSettings& link : qAsConst(options.links)) {
+        if (link.kind == LinkSettings::Kind::Serial) {
             SerialLink::check(link);
         }
     }

@@ -12,23 +12,23 @@ namespace
 constexpr int RetryInterval = 1000; // milliseconds
 }
 
-Link::Link(LinkSpec spec) : m_spec(std::move(spec))
+Link::Link(LinkSettings settings) : m_settings(std::move(settings))
 {
     m_retry.setSingleShot(true);
     connect(&m_retry, &QTimer::timeout, this, &Link::open);
 }
 
-std::unique_ptr<Link> Link::make(const LinkSpec& spec)
+std::unique_ptr<Link> Link::make(const LinkSettings& settings)
 {
-    switch (spec.kind) {
-    case LinkSpec::Kind::Udp:
-        return std::make_unique<UdpLink>(spec);
-    case LinkSpec::Kind::Tcp:
-        return std::make_unique<TcpLink>(spec);
-    case LinkSpec::Kind::Serial:
+    switch (settings.kind) {
+    case LinkSettings::Kind::Udp:
+        return std::make_unique<UdpLink>(settings);
+    case LinkSettings::Kind::Tcp:
+        return std::make_unique<TcpLink>(settings);
+    case LinkSettings::Kind::Serial:
         break;
     }
-    return std::make_unique<SerialLink>(spec);
+    return std::make_unique<SerialLink>(settings);
 }
 
 void Link::open()

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "link/LinkSpec.h"
+#include "link/LinkSettings.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QObject>
@@ -16,11 +16,11 @@ class Link : public QObject
     Q_OBJECT
 
 public:
-    static std::unique_ptr<Link> make(const LinkSpec& spec);
+    static std::unique_ptr<Link> make(const LinkSettings& settings);
 
-    const LinkSpec& spec() const { return m_spec; }
+    const LinkSettings& settings() const { return m_settings; }
     /// As it is written, a port that was left to the system included.
-    virtual QString text() const { return m_spec.text(); }
+    virtual QString text() const { return m_settings.text(); }
     bool isUp() const { return m_isUp; }
 
     /// Begins to open the link.
@@ -36,7 +36,7 @@ Q_SIGNALS:
     void received(const QByteArray& bytes);
 
 protected:
-    explicit Link(LinkSpec spec);
+    explicit Link(LinkSettings settings);
 
     /// Opens the link; noteUp() or noteDown() follows.
     virtual void attempt() = 0;
@@ -45,7 +45,7 @@ protected:
     void noteDown(const QString& why);
 
 private:
-    const LinkSpec m_spec;
+    const LinkSettings m_settings;
     QTimer m_retry{this};
     QElapsedTimer m_sinceAttempt;
     bool m_isUp = false;

@@ -10,27 +10,27 @@ namespace
 constexpr qint64 SendBuffer = 4LL * 1024; // what is not sent soon is not worth sending
 }
 
-SerialLink::SerialLink(const LinkSpec& spec) : Link(spec)
+SerialLink::SerialLink(const LinkSettings& settings) : Link(settings)
 {
-    m_port.setPortName(spec.host);
-    m_port.setBaudRate(spec.baud);
+    m_port.setPortName(settings.host);
+    m_port.setBaudRate(settings.baud);
     connect(&m_port, &QSerialPort::readyRead, this, [this] { Q_EMIT received(m_port.readAll()); });
     connect(&m_port, &QSerialPort::errorOccurred, this, &SerialLink::noteError);
 }
 
-void SerialLink::check(const LinkSpec& spec)
+void SerialLink::check(const LinkSettings& settings)
 {
-    const QFileInfo device(spec.host);
+    const QFileInfo device(settings.host);
     if (!device.exists()) {
         return; // it may be plugged in later
     }
-    const QString link = spec.text() + QStringLiteral(": ");
+    const QString link = settings.text() + QStringLiteral(": ");
     if (!device.isReadable() || !device.isWritable()) {
         throw Failure(
             link +
             QStringLiteral("no permission; add the user to the group %1 of the device").arg(device.group()));
     }
-    QSerialPort port(spec.host);
+    QSerialPort port(settings.host);
     if (device.isFile() || device.isDir() ||
         (!port.open(QIODevice::ReadWrite) && port.error() != QSerialPort::PermissionError)) {
         throw Failure(link + QStringLiteral("no serial line; write the path of a device, as in "

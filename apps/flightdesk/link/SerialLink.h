@@ -11,11 +11,11 @@ class SerialLink : public Link
     Q_OBJECT
 
 public:
-    explicit SerialLink(const LinkSpec& spec);
+    explicit SerialLink(const LinkSettings& settings);
 
     /// Throws Failure when the device is there and will never do: nobody may read it, or it is no serial
     /// line.
-    static void check(const LinkSpec& spec);
+    static void check(const LinkSettings& settings);
 
     void send(const QByteArray& bytes) override;
 

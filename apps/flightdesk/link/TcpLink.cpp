@@ -10,7 +10,7 @@ constexpr int FirstTimeout = 60000;  // or nothing, before it is spoken to
 constexpr qint64 SendBuffer = 64LL * 1024;
 } // namespace
 
-TcpLink::TcpLink(const LinkSpec& spec) : Link(spec)
+TcpLink::TcpLink(const LinkSettings& settings) : Link(settings)
 {
     m_silence.setSingleShot(true);
     connect(&m_silence, &QTimer::timeout, this,
@@ -26,7 +26,7 @@ TcpLink::TcpLink(const LinkSpec& spec) : Link(spec)
 void TcpLink::attempt()
 {
     m_silence.start(ConnectTimeout);
-    m_socket.connectToHost(spec().host, spec().port);
+    m_socket.connectToHost(settings().host, settings().port);
 }
 
 void TcpLink::read()

@@ -12,7 +12,7 @@ class TcpLink : public Link
     Q_OBJECT
 
 public:
-    explicit TcpLink(const LinkSpec& spec);
+    explicit TcpLink(const LinkSettings& settings);
 
     void send(const QByteArray& bytes) override;
 

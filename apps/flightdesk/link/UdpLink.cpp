@@ -10,14 +10,15 @@ constexpr int ReceiveBuffer = 8 * 1024 * 1024; // the system gives as much of it
 constexpr int AtOnce = 256;                    // datagrams between two looks at timers
 } // namespace
 
-UdpLink::UdpLink(const LinkSpec& spec) : Link(spec), m_buffer(LongestDatagram, '\0'), m_port(spec.port)
+UdpLink::UdpLink(const LinkSettings& settings)
+    : Link(settings), m_buffer(LongestDatagram, '\0'), m_port(settings.port)
 {
     connect(&m_socket, &QUdpSocket::readyRead, this, &UdpLink::read);
 }
 
 QString UdpLink::text() const
 {
-    LinkSpec own = spec();
+    LinkSettings own = settings();
     own.port = m_port;
     return own.text();
 }
@@ -25,7 +26,7 @@ QString UdpLink::text() const
 void UdpLink::attempt()
 {
     m_socket.abort();
-    if (!m_socket.bind(spec().address, m_port, QAbstractSocket::DontShareAddress)) {
+    if (!m_socket.bind(settings().address, m_port, QAbstractSocket::DontShareAddress)) {
         noteDown(m_socket.errorString());
         return;
     }

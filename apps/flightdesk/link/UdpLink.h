@@ -11,7 +11,7 @@ class UdpLink : public Link
     Q_OBJECT
 
 public:
-    explicit UdpLink(const LinkSpec& spec);
+    explicit UdpLink(const LinkSettings& settings);
 
     QString text() const override;
     void send(const QByteArray& bytes) override;

@@ -37,18 +37,18 @@ void Receiver::start()
     if (m_options.samples) {
         m_tenth.start(100);
     }
-    for (const LinkSpec& spec : m_options.links) {
-        addLink(spec);
+    for (const LinkSettings& settings : m_options.links) {
+        addLink(settings);
     }
     for (const Channel& channel : m_channels) {
         channel.link->open();
     }
 }
 
-void Receiver::addLink(const LinkSpec& spec)
+void Receiver::addLink(const LinkSettings& settings)
 {
     const int number = static_cast<int>(m_channels.size());
-    m_channels.push_back({Link::make(spec), {}, {}});
+    m_channels.push_back({Link::make(settings), {}, {}});
     Link* const link = m_channels.back().link.get();
     connect(link, &Link::received, this, [this, number](const QByteArray& bytes) { read(number, bytes); });
     connect(link, &Link::up, this, [this, link] { Q_EMIT linkUp(link->text()); });
@@ -64,7 +64,7 @@ void Receiver::read(int link, const QByteArray& bytes)
 {
     Channel& channel = m_channels[static_cast<std::size_t>(link)];
     channel.reader.feed(bytes);
-    if (m_options.links.at(link).kind == LinkSpec::Kind::Udp) {
+    if (m_options.links.at(link).kind == LinkSettings::Kind::Udp) {
         channel.reader.endOfDatagram();
     }
     takeFrames(link);

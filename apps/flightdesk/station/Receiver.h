@@ -21,7 +21,7 @@ class LiveFlight;
 
 /// What a station is asked to listen to.
 struct StationOptions {
-    QVector<LinkSpec> links;
+    QVector<LinkSettings> links;
     bool heartbeat = false; ///< tell the vehicles each second that a ground station is there
     int preRoll = 10;       ///< seconds
     bool samples = false;   ///< tell where the vehicles are, beside recording it
@@ -69,7 +69,7 @@ private:
     void frame(int flight, const TelemetryFrame& frame) override;
     void ended(int flight, const QString& reason) override;
 
-    void addLink(const LinkSpec& spec);
+    void addLink(const LinkSettings& settings);
     void read(int link, const QByteArray& bytes);
     void endPiece(int link);
     void takeFrames(int link);

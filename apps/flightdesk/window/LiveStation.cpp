@@ -32,7 +32,7 @@ LiveStation::~LiveStation()
 void LiveStation::begin(const Project& project, const QStringList& links, bool heartbeat)
 {
     StationOptions options;
-    options.links = LinkSpec::parseAll(links);
+    options.links = LinkSettings::parseAll(links);
     options.heartbeat = heartbeat;
     options.samples = true;
     if (options.links.isEmpty()) {
@@ -48,8 +48,8 @@ void LiveStation::begin(const Project& project, const QStringList& links, bool h
 void LiveStation::open(const Project& project, const StationOptions& options)
 {
     try {
-        for (const LinkSpec& link : options.links) {
-            if (link.kind == LinkSpec::Kind::Serial) {
+        for (const LinkSettings& link : options.links) {
+            if (link.kind == LinkSettings::Kind::Serial) {
                 SerialLink::check(link);
             }
         }

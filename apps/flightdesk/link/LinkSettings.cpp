@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "link/LinkSpec.h"
+#include "link/LinkSettings.h"
 
 #include "words/Failure.h"
 
@@ -41,39 +41,39 @@ quint16 portIn(const QString& text, const QString& port, int least, const char* 
     return static_cast<quint16>(number);
 }
 
-LinkSpec udp(const QString& text, const QString& place)
+LinkSettings udp(const QString& text, const QString& place)
 {
     const char* const instead = "udp:[ADDRESS]:PORT, as in udp::14550 or udp:127.0.0.1:14550";
-    LinkSpec spec;
+    LinkSettings settings;
     QString host;
     QString port;
     if (!split(place, &host, &port)) {
         refuse(text, QStringLiteral("more than an address and a port"), instead);
     }
-    spec.address = host.isEmpty() ? QHostAddress(QHostAddress::AnyIPv4) : QHostAddress(host);
+    settings.address = host.isEmpty() ? QHostAddress(QHostAddress::AnyIPv4) : QHostAddress(host);
     static const QRegularExpression number(QStringLiteral("^\\d+$")); // Qt would read an address from one
-    if (spec.address.isNull() || number.match(host).hasMatch()) {
+    if (settings.address.isNull() || number.match(host).hasMatch()) {
         refuse(text, QStringLiteral("\"%1\" is no address of this machine").arg(host), instead);
     }
-    spec.port = port.isEmpty() ? UsualPort : portIn(text, port, 0, instead);
-    return spec;
+    settings.port = port.isEmpty() ? UsualPort : portIn(text, port, 0, instead);
+    return settings;
 }
 
-LinkSpec tcp(const QString& text, const QString& place)
+LinkSettings tcp(const QString& text, const QString& place)
 {
     const char* const instead = "tcp:HOST:PORT, as in tcp:192.168.4.1:5760";
-    LinkSpec spec;
-    spec.kind = LinkSpec::Kind::Tcp;
+    LinkSettings settings;
+    settings.kind = LinkSettings::Kind::Tcp;
     QString port;
-    if (!split(place, &spec.host, &port) || spec.host.isEmpty()) {
+    if (!split(place, &settings.host, &port) || settings.host.isEmpty()) {
         refuse(text, QStringLiteral("no host and port"), instead);
     }
-    spec.port = portIn(text, port, 1, instead);
-    return spec;
+    settings.port = portIn(text, port, 1, instead);
+    return settings;
 }
 
 /// The path of a device may hold colons of its own; what follows the last one is the speed if it is a number.
-LinkSpec serial(const QString& text, const QString& place)
+LinkSettings serial(const QString& text, const QString& place)
 {
     const char* const instead = "serial:DEVICE:BAUD, as in serial:/dev/ttyUSB0:57600";
     static const QRegularExpression form(QStringLiteral("^(/.*?)(?::(\\d*))?$"));
@@ -81,18 +81,18 @@ LinkSpec serial(const QString& text, const QString& place)
     if (!match.hasMatch()) {
         refuse(text, QStringLiteral("no path of a device"), instead);
     }
-    LinkSpec spec;
-    spec.kind = LinkSpec::Kind::Serial;
-    spec.host = match.captured(1);
-    spec.baud = match.captured(2).isEmpty() ? UsualBaud : match.captured(2).toInt();
-    if (spec.baud < LeastBaud || spec.baud > MostBaud) {
+    LinkSettings settings;
+    settings.kind = LinkSettings::Kind::Serial;
+    settings.host = match.captured(1);
+    settings.baud = match.captured(2).isEmpty() ? UsualBaud : match.captured(2).toInt();
+    if (settings.baud < LeastBaud || settings.baud > MostBaud) {
         refuse(text, QStringLiteral("no speed from %1 to %2").arg(LeastBaud).arg(MostBaud), instead);
     }
-    return spec;
+    return settings;
 }
 } // namespace
 
-LinkSpec LinkSpec::parse(const QString& text)
+LinkSettings LinkSettings::parse(const QString& text)
 {
     const QString kind = text.section(QLatin1Char(':'), 0, 0);
     const QString place = text.section(QLatin1Char(':'), 1);
@@ -109,23 +109,24 @@ LinkSpec LinkSpec::parse(const QString& text)
            "udp:[ADDRESS]:PORT, tcp:HOST:PORT or serial:DEVICE:BAUD");
 }
 
-QVector<LinkSpec> LinkSpec::parseAll(const QStringList& texts)
+QVector<LinkSettings> LinkSettings::parseAll(const QStringList& texts)
 {
-    QVector<LinkSpec> specs;
+    QVector<LinkSettings> all;
     for (const QString& text : texts) {
-        const LinkSpec spec = parse(text);
-        const auto other = std::find_if(specs.cbegin(), specs.cend(),
-                                        [&spec](const LinkSpec& known) { return known.isSamePort(spec); });
-        if (other != specs.cend()) {
+        const LinkSettings settings = parse(text);
+        const auto other = std::find_if(all.cbegin(), all.cend(), [&settings](const LinkSettings& known) {
+            return known.isSamePort(settings);
+        });
+        if (other != all.cend()) {
             throw Failure(QStringLiteral("%1: on the same port as %2; give each link a port of its own")
                               .arg(text, other->text()));
         }
-        specs.append(spec);
+        all.append(settings);
     }
-    return specs;
+    return all;
 }
 
-QString LinkSpec::text() const
+QString LinkSettings::text() const
 {
     const auto withPort = [this](const QString& where) {
         return QStringLiteral("%1:%2")
@@ -143,11 +144,11 @@ QString LinkSpec::text() const
     return QStringLiteral("serial:%1:%2").arg(host).arg(baud);
 }
 
-bool LinkSpec::isSamePort(const LinkSpec& other) const
+bool LinkSettings::isSamePort(const LinkSettings& other) const
 {
-    const auto any = [](const LinkSpec& spec) {
-        return spec.address == QHostAddress(QHostAddress::AnyIPv4) ||
-               spec.address == QHostAddress(QHostAddress::AnyIPv6);
+    const auto any = [](const LinkSettings& settings) {
+        return settings.address == QHostAddress(QHostAddress::AnyIPv4) ||
+               settings.address == QHostAddress(QHostAddress::AnyIPv6);
     };
     if (kind != other.kind || port != other.port) {
         return false;
@@ -155,9 +156,9 @@ bool LinkSpec::isSamePort(const LinkSpec& other) const
     if (kind == Kind::Udp) {
         return port != 0 && (address == other.address || any(*this) || any(other));
     }
-    const auto device = [](const LinkSpec& spec) { // which has several names
-        const QString path = QFileInfo(spec.host).canonicalFilePath();
-        return path.isEmpty() ? spec.host : path;
+    const auto device = [](const LinkSettings& settings) { // which has several names
+        const QString path = QFileInfo(settings.host).canonicalFilePath();
+        return path.isEmpty() ? settings.host : path;
     };
     return kind == Kind::Serial ? device(*this) == device(other) : host == other.host;
 }

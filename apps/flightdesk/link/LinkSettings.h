@@ -7,7 +7,7 @@
 
 /// A way on which bytes come in, as it is written on a command line:
 /// "udp:[ADDRESS]:PORT", "tcp:HOST:PORT" or "serial:DEVICE:BAUD".
-struct LinkSpec {
+struct LinkSettings {
     enum class Kind { Udp, Tcp, Serial };
 
     Kind kind = Kind::Udp;
@@ -17,11 +17,11 @@ struct LinkSpec {
     qint32 baud = 0;
 
     /// Throws Failure, which says what to write instead.
-    static LinkSpec parse(const QString& text);
+    static LinkSettings parse(const QString& text);
     /// Several links, no two of them on one port. Throws Failure.
-    static QVector<LinkSpec> parseAll(const QStringList& texts);
+    static QVector<LinkSettings> parseAll(const QStringList& texts);
 
     /// As it is written, with what was left out.
     QString text() const;
-    bool isSamePort(const LinkSpec& other) const;
+    bool isSamePort(const LinkSettings& other) const;
 };
