@@ -317,7 +317,7 @@ private Q_SLOTS:
         const QSet<QByteArray> before = senders.acknowledged();
         QProcess shell;
         shell.setWorkingDirectory(QFileInfo(server.ledger).path());
-        static const QRegularExpression recipe("printf .*\\.backup copy\\.db.*"_l1);
+        static const QRegularExpression recipe(R"(printf .*\.backup copy\.db.*)"_l1);
         shell.start(
             "sh"_l1,
             {"-c"_l1, recipe.match(QString::fromUtf8(TestProject::contents(":/server.md"_l1))).captured()});

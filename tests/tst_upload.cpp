@@ -277,7 +277,7 @@ private Q_SLOTS:
             }
             project.run("UPDATE flight_mission SET is_uploaded = 1 WHERE id <> '"_l1 +
                         request.ids().value(0) + "'"_l1);
-            return ScriptedServer::reply("200 {\"status\":5}"_l1);
+            return ScriptedServer::reply(R"(200 {"status":5})"_l1);
         };
         onSmallStack([&] {
             ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
