@@ -342,7 +342,7 @@ private Q_SLOTS:
             counter.countAll();
             const LogFeed feed;
             Uploader uploader(feed);
-            uploader.setInterval(20);
+            uploader.setPace(RetryPace::fixed(20));
             uploader.start();
             const auto waiting = [&] {
                 counter.recount();

@@ -76,7 +76,7 @@ private:
         counter.countAll();
         const LogFeed feed;
         Uploader uploader(feed);
-        uploader.setInterval(Interval);
+        uploader.setPace(RetryPace::growing(Interval));
         uploader.start();
         const auto waiting = [&] {
             counter.recount();
@@ -142,6 +142,49 @@ private Q_SLOTS:
         }
         QCOMPARE(rows.removeDuplicates(), 0);
         QCOMPARE(rows.size(), Rows);
+    }
+
+    /// Later with each failure, each client at a time of its own, and soon again when all is well.
+    void retryPace()
+    {
+        for (const int first : {3000, 100000}) {
+            const int longest = qMax(first, 60000);
+            RetryPace pace = RetryPace::growing(first);
+            for (qint64 middle = first; middle < 40LL * longest; middle *= 2) {
+                const qint64 most = qMin(middle, qint64(longest));
+                QVERIFY(pace.interval() >= most / 2 && pace.interval() <= most * 3 / 2);
+                pace.noteFailed();
+            }
+            QSet<int> drawn;
+            for (int i = 0; i < 100; ++i) {
+                drawn.insert(pace.interval());
+                pace.noteFailed();
+            }
+            QVERIFY(drawn.size() > 50);
+            pace.reset();
+            QVERIFY(pace.interval() <= first * 3 / 2);
+        }
+        RetryPace fixed = RetryPace::fixed(1000);
+        fixed.noteFailed();
+        QCOMPARE(fixed.interval(), 1000);
+    }
+
+    /// Though the next try is far away.
+    void networkComesBack()
+    {
+        m_server->script = [](const PostedRequest&) { return ScriptedServer::reply("slam"_l1); };
+        BacklogCounter counter(Project::open(m_project->path(""_l1)));
+        counter.countAll();
+        const LogFeed feed;
+        Uploader uploader(feed);
+        uploader.start();
+        uploader.setPace(RetryPace::growing(3600000));
+        uploader.look(counter.backlog(), true);
+        QTRY_VERIFY_WITH_TIMEOUT(uploader.secondsToTry() > 1000, 20000);
+        m_server->script = [](const PostedRequest&) { return ScriptedServer::accepted(); };
+        uploader.look(counter.backlog(), false);
+        uploader.look(counter.backlog(), true);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_server->stored.isEmpty(), 20000);
     }
 
     /// Another program holds a file while the second of its missions is sent, for longer than is waited:

@@ -23,6 +23,7 @@
 namespace
 {
 constexpr int RemindInterval = 60000; // milliseconds
+constexpr int FirstRetry = 3000;
 
 /// Uploads what a station records, and never gives up.
 class StationUpload
@@ -34,6 +35,7 @@ public:
         , m_breakpoints(log)
         , m_uploader(log)
     {
+        m_uploader.setPace(RetryPace::growing(FirstRetry));
         QObject::connect(&m_uploader, &Uploader::failed, &m_uploader,
                          [this](const RequestFailure& failure) { noteFailure(failure); });
         QObject::connect(&m_uploader, &Uploader::unmarkable, &m_uploader,

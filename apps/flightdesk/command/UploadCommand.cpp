@@ -56,7 +56,7 @@ public:
         , m_counter(project, m_easyFly ? MissionFormat::video() : MissionFormat::flight())
         , m_uploader(std::make_unique<Uploader>(line.log()))
     {
-        m_uploader->setInterval(interval);
+        m_uploader->setPace(RetryPace::growing(interval));
         m_uploader->setEasyFly(m_easyFly);
         Uploader* const uploader = m_uploader.get();
         QObject::connect(uploader, &Uploader::ready, uploader, [this] {
@@ -282,7 +282,11 @@ int runUpload(const QStringList& arguments)
         QStringLiteral("Uploads all that waits in a project."),
         {{"server"_l1, "Address of the server, http or https."_l1, "URL"_l1},
          {"token"_l1, "Token of the user; better given in the environment variable KV_TOKEN."_l1, "T"_l1},
-         {"interval"_l1, "Time between a failure and the next try (default 3000)."_l1, "MS"_l1, "3000"_l1},
+         {"interval"_l1,
+          "Time from the first failure to the next try (default 3000), drawn at random around it and longer "
+          "with "
+          "each failure that follows, up to a minute."_l1,
+          "MS"_l1, "3000"_l1},
          {"patience"_l1, "Give up after that long without an accepted row (default 60)."_l1, "S"_l1, "60"_l1},
          {"easy-fly"_l1, "Upload the video missions instead of the flight missions."_l1}});
     if (const auto exitCode = line.read(arguments)) {

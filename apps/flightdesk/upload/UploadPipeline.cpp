@@ -22,23 +22,22 @@ void UploadPipeline::noteSending(const QString& kind, const QString& mission)
     m_failure.reset();
 }
 
-void UploadPipeline::noteFailed(const RequestFailure& failure, qint64 now)
+void UploadPipeline::noteFailed(const RequestFailure& failure, qint64 now, int wait)
 {
     m_failure = failure;
-    m_failedAt = now;
+    m_nextTry = now + wait;
     m_mission.clear();
 }
 
-int UploadPipeline::secondsToTry(qint64 now, int interval) const
+int UploadPipeline::secondsToTry(qint64 now) const
 {
-    return m_failure ? int(qMax(qint64(0), (m_failedAt + interval - now + 999) / 1000)) : 0;
+    return m_failure ? int(qMax(qint64(0), (m_nextTry - now + 999) / 1000)) : 0;
 }
 
-QString UploadPipeline::text(qint64 now, int interval,
-                             const std::function<QString(const QString&)>& name) const
+QString UploadPipeline::text(qint64 now, const std::function<QString(const QString&)>& name) const
 {
     if (m_failure) {
-        const int left = secondsToTry(now, interval);
+        const int left = secondsToTry(now);
         return left > 0 ? tr("Failed: %1. Next try in %2 s.").arg(m_failure->headline).arg(left)
                         : tr("Failed: %1. Trying again.").arg(m_failure->headline);
     }

@@ -18,16 +18,16 @@ public:
     void noteBegan(OperatorLog::Rows rows, const QString& mission);
     /// The operator announced a batch of log rows.
     void noteBatch(const QString& mission);
-    void noteFailed(const RequestFailure& failure, qint64 now);
+    /// \param wait  milliseconds to the next try
+    void noteFailed(const RequestFailure& failure, qint64 now, int wait);
     void noteMarked() { m_failure.reset(); }
 
     /// In words, empty when nothing is known to be on its way.
-    /// \param interval  milliseconds between a failure and the next try
-    QString text(qint64 now, int interval, const std::function<QString(const QString& mission)>& name) const;
+    QString text(qint64 now, const std::function<QString(const QString& mission)>& name) const;
     /// Whose rows are on their way.
     const QString& mission() const { return m_mission; }
     /// Until the next try after a failure; 0 while none is waited for.
-    int secondsToTry(qint64 now, int interval) const;
+    int secondsToTry(qint64 now) const;
 
 private:
     void noteSending(const QString& kind, const QString& mission);
@@ -35,5 +35,5 @@ private:
     QString m_kind; ///< of the rows on their way
     QString m_mission;
     std::optional<RequestFailure> m_failure; ///< of the last request
-    qint64 m_failedAt = 0;
+    qint64 m_nextTry = 0;
 };

@@ -21,15 +21,19 @@ CKvControl* control()
 }
 } // namespace
 
-UploadSupervisor::UploadSupervisor(int interval, QObject* parent)
-    : QObject(parent)
-    , m_quietTime(qint64(CKvUpLoadObject::RequestTimeout) + CKvUpLoadObject::ErrorDelay + Margin + interval)
+UploadSupervisor::UploadSupervisor(int interval, QObject* parent) : QObject(parent)
 {
+    setInterval(interval);
 }
 
 UploadSupervisor::~UploadSupervisor()
 {
     showOwnProject();
+}
+
+void UploadSupervisor::setInterval(int interval)
+{
+    m_quietTime = qint64(CKvUpLoadObject::RequestTimeout) + CKvUpLoadObject::ErrorDelay + Margin + interval;
 }
 
 void UploadSupervisor::connectTo(const OperatorLink& link) const

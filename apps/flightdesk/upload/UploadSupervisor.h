@@ -32,6 +32,8 @@ public:
     explicit UploadSupervisor(int interval, QObject* parent = nullptr);
     ~UploadSupervisor() override;
 
+    /// To be told when the operator's start interval changes.
+    void setInterval(int interval);
     /// The operator that is brought back.
     void connectTo(const OperatorLink& link) const;
     /// For an operator that goes through the project by itself: a project folder whose only mission file
@@ -69,7 +71,7 @@ private:
     void showEmptyProject(qint64 now);
     void showOwnProject();
 
-    const qint64 m_quietTime;
+    qint64 m_quietTime = 0;
     QString m_emptyProject;
     QString m_project;        ///< the host's, while the empty one is shown
     qint64 m_emptySince = -1; ///< when that began

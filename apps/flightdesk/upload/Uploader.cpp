@@ -37,8 +37,8 @@ Uploader::Uploader(const LogFeed& log, QObject* parent) : QObject(parent), m_log
 void Uploader::start()
 {
     stop();
-    m_supervisor = std::make_unique<UploadSupervisor>(m_interval);
-    m_operator = new OperatorThread(m_interval, m_easyFly, this);
+    m_supervisor = std::make_unique<UploadSupervisor>(m_pace.interval());
+    m_operator = new OperatorThread(m_pace.interval(), m_easyFly, this);
     m_supervisor->connectTo(m_operator->link());
     connect(m_supervisor.get(), &UploadSupervisor::rearmed, this, &Uploader::noteRearmed);
     connect(m_supervisor.get(), &UploadSupervisor::unmarkable, this, &Uploader::noteUnmarkable);
@@ -97,7 +97,7 @@ void Uploader::goOn()
 {
     const WaitingRows next = m_backlog.after(m_current, m_easyFly);
     const bool newRound = next.file <= m_current.file;
-    const int delay = m_failures > 0 ? m_interval : newRound ? Round : AtOnce;
+    const int delay = m_failures > 0 ? m_pace.interval() : newRound ? Round : AtOnce;
     m_failures = 0;
     m_place = next.file.isEmpty() ? Place::Nowhere : Place::WaitingFile;
     if (m_place == Place::WaitingFile) {
@@ -126,7 +126,15 @@ void Uploader::point(const QString& file, int delay)
     m_firstRow.clear();
     m_operator->setInterval(delay);
     m_supervisor->arm(file);
-    m_operator->setInterval(m_interval);
+    m_operator->setInterval(m_pace.interval());
+}
+
+/// Counts from its next failure on.
+void Uploader::paceOperator()
+{
+    if (m_operator) {
+        m_operator->setInterval(m_pace.interval());
+    }
 }
 
 void Uploader::notePassEnded()
@@ -184,12 +192,10 @@ void Uploader::reset()
     }
 }
 
-void Uploader::setInterval(int milliseconds)
+void Uploader::setPace(const RetryPace& pace)
 {
-    m_interval = milliseconds;
-    if (m_operator) {
-        m_operator->setInterval(milliseconds);
-    }
+    m_pace = pace;
+    paceOperator();
 }
 
 void Uploader::setEasyFly(bool easyFly)
@@ -211,7 +217,10 @@ void Uploader::look(const Backlog& backlog, bool network)
     if (accepted > 0) {
         m_pipeline.noteMarked();
         m_trouble.reset();
+        m_pace.reset();
+        paceOperator();
     }
+    noteNetwork(network);
     if (m_supervisor && accepted != 0) {
         m_supervisor->noteSignOfLife(m_clock.elapsed());
     }
@@ -223,6 +232,20 @@ void Uploader::look(const Backlog& backlog, bool network)
         m_supervisor->look(m_clock.elapsed(), m_backlog.after(m_current, m_easyFly).file, network);
     }
     Q_EMIT changed();
+}
+
+/// A network that comes back is tried at once: no request is in flight while the next try is waited for.
+void Uploader::noteNetwork(bool network)
+{
+    if (network && !m_hasNetwork) {
+        m_pace.reset();
+        paceOperator();
+        if (m_state == State::Running && m_place == Place::WaitingFile && secondsToTry() > 0) {
+            m_failures = 0;
+            leave();
+        }
+    }
+    m_hasNetwork = network;
 }
 
 void Uploader::noteBegan(OperatorLog::Rows rows, const QString& mission)
@@ -255,16 +278,22 @@ void Uploader::noteFailed(const RequestFailure& failure)
         return;
     }
     m_moved = true;
-    m_pipeline.noteFailed(failure, m_clock.elapsed());
     m_trouble = UploadTrouble{failure, m_trouble ? m_trouble->since : QDateTime::currentDateTime()};
     m_supervisor->noteSignOfLife(m_clock.elapsed());
     ++m_failures;
     m_firstRow.clear();
+    const int running = m_pace.interval(); // the operator's timer had it when the request failed
+    m_pace.noteFailed();
+    paceOperator();
+    const bool isLeft = isTimeToLeave();
+    const int wait = isLeft ? m_pace.interval() : running;
+    m_pipeline.noteFailed(failure, m_clock.elapsed(), wait);
+    m_supervisor->setInterval(wait);
     if (m_state == State::Paused) {
         // A failure starts the operator's timer again, and its ticks get through.
         Q_EMIT m_operator->link().startUploadTimer(false);
     }
-    if (isTimeToLeave()) {
+    if (isLeft) {
         leave();
     }
     Q_EMIT changed();
@@ -347,5 +376,5 @@ void Uploader::setState(State state)
 
 QString Uploader::text(const std::function<QString(const QString& mission)>& name) const
 {
-    return m_pipeline.text(m_clock.elapsed(), m_interval, name);
+    return m_pipeline.text(m_clock.elapsed(), name);
 }

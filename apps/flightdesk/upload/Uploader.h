@@ -3,6 +3,7 @@
 
 #include "operator/OperatorLog.h"
 #include "upload/Backlog.h"
+#include "upload/RetryPace.h"
 #include "upload/UploadPipeline.h"
 #include "upload/UploadSupervisor.h"
 
@@ -49,7 +50,7 @@ public:
     /// while a request is tried again.
     const std::optional<UploadTrouble>& trouble() const { return m_trouble; }
     /// Until the next try after a failure; 0 while none is waited for.
-    int secondsToTry() const { return m_pipeline.secondsToTry(m_clock.elapsed(), m_interval); }
+    int secondsToTry() const { return m_pipeline.secondsToTry(m_clock.elapsed()); }
     /// Whose rows are on their way; empty when nothing is known, or requests fail.
     QString mission() const
     {
@@ -68,7 +69,7 @@ public Q_SLOTS:
     void resume();
     /// Has the operator end its round after the batch in flight and begin a new one.
     void reset();
-    void setInterval(int milliseconds);
+    void setPace(const RetryPace& pace);
     void setEasyFly(bool easyFly);
     /// What waits now; to be called about once a second.
     void look(const Backlog& backlog, bool network);
@@ -94,6 +95,8 @@ private:
     void goOn();
     void leave();
     void point(const QString& file, int delay);
+    void paceOperator();
+    void noteNetwork(bool network);
     void noteBegan(OperatorLog::Rows rows, const QString& mission);
     void noteBatch(const QString& mission, const QString& firstRow);
     void noteFailed(const RequestFailure& failure);
@@ -116,7 +119,8 @@ private:
     State m_state = State::Off;
     bool m_easyFly = false;
     bool m_moved = false; ///< since the upload was resumed
-    int m_interval = 3000;
+    bool m_hasNetwork = true;
+    RetryPace m_pace = RetryPace::fixed(3000);
     Backlog m_backlog;
     Place m_place = Place::NotReady;
     WaitingRows m_current; ///< the file, and in easy-fly mode the mission, that was pointed at last

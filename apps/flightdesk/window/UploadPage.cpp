@@ -104,7 +104,7 @@ QLayout* UploadPage::makePipeline()
     connect(m_pause, &QPushButton::clicked, this, &UploadPage::togglePause);
     connect(m_reset, &QPushButton::clicked, m_session.uploader(), &Uploader::reset);
     connect(m_interval, QOverload<int>::of(&QSpinBox::valueChanged), m_session.uploader(),
-            [this](int seconds) { m_session.uploader()->setInterval(seconds * 1000); });
+            [this](int seconds) { m_session.uploader()->setPace(RetryPace::fixed(seconds * 1000)); });
     connect(m_easyFly, &QCheckBox::toggled, m_session.uploader(), &Uploader::setEasyFly);
     connect(m_network, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &UploadPage::setNetwork);
 
