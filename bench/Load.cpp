@@ -52,7 +52,7 @@ int connectTo(const QByteArray& url)
     return socket;
 }
 
-// A request of log rows whose ids are new each time.
+// A request of log rows whose ids are new each time, and sort by time as the library's do.
 class RequestMaker
 {
 public:
@@ -83,12 +83,18 @@ public:
             request.detach();
         }
         for (const int place : m_places) {
-            for (int i = 0; i < IdLength; i += 12) {
-                quint64 bits = m_random();
-                for (int digit = 0; digit < 12; ++digit, bits >>= 4) {
-                    request.data()[place + i + digit] = Digits[bits & 15];
+            quint64 bits = ++m_number;
+            for (int i = 0; i < IdLength; bits = m_random()) {
+                for (const int end = i + 12; i < end; bits <<= 4) {
+                    request.data()[place + i++] = Digits[bits >> 44 & 15];
                 }
             }
+        }
+    }
+    void readIds(const QByteArray& request, std::vector<QByteArray>& ids) const
+    {
+        for (const int place : m_places) {
+            ids.push_back(request.mid(place, IdLength));
         }
     }
 
@@ -96,11 +102,15 @@ private:
     QByteArray m_text;
     std::vector<int> m_places;
     std::mt19937_64 m_random{std::random_device()()};
+    quint64 m_number = static_cast<quint64>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                                std::chrono::system_clock::now().time_since_epoch())
+                                                .count());
 };
 
 struct Client {
     int socket = -1;
-    bool isServed = false;
+    bool isWaiting = false; // for an answer
+    int served = 0;
     QByteArray request;
     qsizetype sent = 0;
     QByteArray reply;
@@ -134,15 +144,16 @@ public:
             warmUp();
         }
         for (std::size_t i = 0; i < m_clients.size(); ++i) {
-            m_later.emplace(0, i);
+            m_later.emplace(m_load.period * static_cast<double>(i) / static_cast<double>(m_clients.size()),
+                            i);
         }
-        while (m_busy > 0 || (!m_later.empty() && since(m_start) < m_load.seconds)) {
+        while (m_busy > 0 || (!m_later.empty() && isOn())) {
             startLater();
             handleEvents();
         }
         m_result.seconds = since(m_start);
         for (const Client& client : m_clients) {
-            m_result.unserved += client.isServed ? 0 : 1;
+            m_result.unserved += client.served > 0 ? 0 : 1;
         }
         return m_result;
     }
@@ -157,15 +168,16 @@ private:
             while (m_busy > 0) {
                 handleEvents();
             }
-            require(client.isServed, "a client is not served"_l1);
+            require(client.served > 0, "a client is not served"_l1);
         }
         m_isWarming = false;
         m_result = {};
         m_start = Clock::now();
     }
+    [[nodiscard]] bool isOn() const { return m_load.backlog > 0 || since(m_start) < m_load.seconds; }
     void startLater()
     {
-        while (!m_later.empty() && m_later.top().first <= since(m_start) && since(m_start) < m_load.seconds) {
+        while (!m_later.empty() && m_later.top().first <= since(m_start) && isOn()) {
             Client& client = m_clients[m_later.top().second];
             m_later.pop();
             ++m_busy;
@@ -191,12 +203,20 @@ private:
         client.sent = 0;
         client.reply.clear();
         client.start = Clock::now();
+        client.isWaiting = true;
+        countAttempt();
         if (client.socket < 0) {
             client.socket = connectTo(m_load.url);
             watch(client, EPOLL_CTL_ADD, EPOLLOUT);
         } else {
             send(client);
         }
+    }
+    void countAttempt()
+    {
+        const auto second = static_cast<std::size_t>(since(m_start));
+        m_result.attempts.resize(std::max(m_result.attempts.size(), second + 1));
+        ++m_result.attempts[second];
     }
     // As Qt's manager: first all of the request, then the reply.
     void send(Client& client)
@@ -220,7 +240,11 @@ private:
         }
         const bool isWhole = client.reply.endsWith('}'); // of the JSON
         if (isWhole) {
+            client.isWaiting = false;
             judge(client);
+        } else if (!client.isWaiting) { // the server takes an idle connection back
+            close(client.socket);
+            client.socket = -1;
         } else if (count == 0 || (count < 0 && errno != EAGAIN)) {
             ++m_result.broken;
             pause(client);
@@ -236,20 +260,29 @@ private:
             return;
         }
         ++m_result.accepted;
-        client.isServed = true;
+        ++client.served;
         m_result.accepting.push_back(time);
-        if (!m_isWarming && since(m_start) < m_load.seconds) {
-            begin(client);
-        } else {
+        m_result.acceptedAt.push_back(since(m_start));
+        if (m_load.keepsIds) {
+            m_maker.readIds(client.request, m_result.ids);
+        }
+        if (m_isWarming || !isOn() || client.served == m_load.backlog) {
             --m_busy;
+        } else if (m_load.period > 0) {
+            --m_busy;
+            m_later.emplace(since(m_start) + std::max(0.0, m_load.period - time), &client - m_clients.data());
+        } else {
+            begin(client);
         }
     }
     void pause(Client& client)
     {
+        client.isWaiting = false;
         close(client.socket);
         client.socket = -1;
         --m_busy;
-        m_later.emplace(since(m_start) + m_load.retryAfter, &client - m_clients.data());
+        const double more = std::max(0.0, m_load.retryUntil - m_load.retryAfter) * m_part(m_random);
+        m_later.emplace(since(m_start) + m_load.retryAfter + more, &client - m_clients.data());
     }
     void watch(Client& client, int how, std::uint32_t what)
     {
@@ -268,6 +301,8 @@ private:
     std::priority_queue<Later, std::vector<Later>, std::greater<>> m_later;
     int m_busy = 0;
     bool m_isWarming = false;
+    std::mt19937 m_random{std::random_device()()};
+    std::uniform_real_distribution<> m_part{0, 1};
     Clock::time_point m_start = Clock::now();
     LoadResult m_result;
 };
@@ -281,6 +316,25 @@ double LoadResult::percentile(double part) const
         sorted.begin() + static_cast<std::ptrdiff_t>(part * static_cast<double>(sorted.size() - 1));
     std::nth_element(sorted.begin(), at, sorted.end());
     return *at;
+}
+
+double LoadResult::longestGap(double from) const
+{
+    double gap = 0;
+    double last = from;
+    for (const double time : acceptedAt) {
+        if (time > from) {
+            gap = std::max(gap, time - last);
+            last = time;
+        }
+    }
+    require(last > from, "nothing was accepted any more"_l1);
+    return gap;
+}
+
+int LoadResult::peakAttempts() const
+{
+    return *std::max_element(attempts.begin(), attempts.end());
 }
 
 LoadResult run(const Load& load)

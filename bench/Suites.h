@@ -18,5 +18,8 @@ void benchServer(Report& report);
 // Of it, what the project's own clients see, and what TLS costs.
 void benchServerClients(Report& report);
 
+// Several of them on PostgreSQL, and what happens when one dies.
+void benchFleet(Report& report);
+
 // What a process of its own measures for benchMemory(): prints its figures.
 void measureInChild(const QStringList& arguments);

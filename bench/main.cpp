@@ -36,6 +36,7 @@ bool runSuites(const QStringList& arguments)
         {"drain", benchDrain},          {"requests", benchRequests},
         {"memory", benchMemory},        {"line", [&logs](Report& report) { benchLine(report, logs); }},
         {"export", benchExport, false}, {"server", benchServer, false},
+        {"fleet", benchFleet, false},
     };
     Report report;
     bool any = false;
@@ -68,6 +69,7 @@ int main(int argc, char* argv[])
             return 0;
         }
         std::cerr << "usage: kvbench [store] [scan] [drain] [requests] [memory] [line] [export] [server] "
+                     "[fleet] "
                      "[LOG.tlog...]"
                   << std::endl;
         return 2;

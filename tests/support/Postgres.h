@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "PgConnection.h"
-#include "Programs.h"
+#include "flightdesk/words/Latin1.h"
+#include "flightserver/PgConnection.h"
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QDebug>
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QStandardPaths>
 #include <QtCore/QTemporaryDir>
 #include <QtNetwork/QTcpServer>
 
@@ -12,8 +16,16 @@
 #include <memory>
 #include <unistd.h>
 
-/// A PostgreSQL server of a test's own, on a loopback port. It does not run as root, so where the test does,
-/// it is the user "postgres".
+/// On loopback; somebody else may take it.
+inline int freePort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    return server.serverPort();
+}
+
+/// A PostgreSQL server of a program's own, on a loopback port. It does not run as root, so where the test
+/// does, it is the user "postgres".
 class Postgres
 {
 public:
@@ -66,10 +78,13 @@ public:
         if (pid == 0) {
             return;
         }
-        for (const QString& child :
-             QString::fromLatin1(TestProject::contents(QStringLiteral("/proc/%1/task/%1/children").arg(pid)))
-                 .split(u' ', Qt::SkipEmptyParts)) {
-            ::kill(child.toInt(), signal);
+        QFile children(QStringLiteral("/proc/%1/task/%1/children").arg(pid));
+        children.open(QIODevice::ReadOnly);
+        const QByteArrayList pids = children.readAll().simplified().split(' ');
+        for (const QByteArray& child : pids) {
+            if (child.toInt() > 0) {
+                ::kill(child.toInt(), signal);
+            }
         }
         ::kill(static_cast<pid_t>(pid), signal);
         if (signal == SIGKILL) {
@@ -107,20 +122,14 @@ public:
     }
 
 private:
-    static int freePort()
-    {
-        QTcpServer server;
-        server.listen(QHostAddress::LocalHost);
-        return server.serverPort();
-    }
     static QStringList asUser(const QString& program)
     {
         const QString path = QStandardPaths::findExecutable(program, {"/usr/lib/postgresql/15/bin"_l1,
                                                                       "/usr/lib/postgresql/16/bin"_l1,
                                                                       "/usr/lib/postgresql/17/bin"_l1});
-        const QStringList user{"setpriv"_l1, "--reuid"_l1,  "postgres"_l1,
-                               "--regid"_l1, "postgres"_l1, "--clear-groups"_l1};
-        return (geteuid() == 0 ? user : QStringList()) + QStringList{path};
+        const QStringList goesAlong{"setpriv"_l1, "--pdeathsig"_l1, "INT"_l1}; // where this program is killed
+        const QStringList user{"--reuid"_l1, "postgres"_l1, "--regid"_l1, "postgres"_l1, "--clear-groups"_l1};
+        return goesAlong + (geteuid() == 0 ? user : QStringList()) + QStringList{path};
     }
     bool run(const QString& program, const QStringList& arguments) const
     {
