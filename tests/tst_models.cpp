@@ -230,7 +230,7 @@ private Q_SLOTS:
                         .arg(event.text, event.trouble ? "!"_l1 : ""_l1);
         }
         QCOMPARE(told.join(u';'), "1000 Mode AUTO;2000 Armed;2500 Low battery!;3000 Mode LAND;"
-                                  "3000 Nothing was heard for 27 s!"_l1);
+                                  "3000 Link lost for 27 s!"_l1);
     }
     void agesAndDurations()
     {

@@ -73,3 +73,11 @@ QString words(const FlightGaps& gaps, qint64 written)
     say(gaps.unreadable, QStringLiteral("%1 rows cannot be read"));
     return words.join(QStringLiteral("; "));
 }
+
+QString missingWords(const Flight& flight, qint64 written)
+{
+    QStringList missing{flight.mission().incompleteWords(), flight.mission().lostWords(),
+                        words(flight.gaps, written)};
+    missing.removeAll({});
+    return missing.join(QStringLiteral("; "));
+}

@@ -33,3 +33,5 @@ private:
 
 /// What is missing of a flight, in words; empty when nothing is.
 QString words(const FlightGaps& gaps, qint64 written);
+/// And that it was not recorded to its end, or what of its log was not.
+QString missingWords(const Flight& flight, qint64 written);

@@ -161,6 +161,12 @@ void FlightRecorder::writeMission(const QString& startedAt, const QString& aircr
         data.insert(missionKeys::LogId, origin.id);
         data.insert(missionKeys::WholeSeconds, m_flight.wholeSeconds);
     }
+    for (const auto& [key, bytes] : {std::pair(missionKeys::SkippedBytes, origin.skippedBytes),
+                                     {missionKeys::TruncatedBytes, origin.truncatedBytes}}) {
+        if (bytes > 0) {
+            data.insert(key, bytes);
+        }
+    }
     QJsonObject row{
         {"id"_l1, m_flight.missionId},
         {"project_id"_l1, m_projectId},

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "window/UploadPage.h"
 
+#include "operator/ServerAddress.h"
 #include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/TableViews.h"
@@ -44,7 +45,10 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
             [this](const QString& text) { m_note->say(text, true); });
     connect(session.uploader(), &Uploader::unmarkable, this,
             [this](const QString&, const QString& words) { m_note->say(words, true); });
-    connect(&session, &WindowSession::projectOpened, this, &UploadPage::showState);
+    connect(&session, &WindowSession::projectOpened, this, [this] {
+        m_note->say({}, false); // what was said of another one
+        showState();
+    });
     showState();
 }
 
@@ -167,6 +171,10 @@ void UploadPage::signIn(const QString& token)
         m_changing = false;
     } catch (const Failure& failure) {
         wrong = failure.words();
+        if (failure.is(Trouble::NoScheme)) {
+            m_server->setText(addressWithScheme(m_server->text()));
+            m_server->setFocus();
+        }
     }
     m_note->say(wrong, true);
     showState();
@@ -200,7 +208,7 @@ void UploadPage::setNetwork(int choice)
 void UploadPage::showState()
 {
     const Uploader::State state = m_session.uploader()->state();
-    const bool used = state == Uploader::State::Running || state == Uploader::State::Paused;
+    const bool used = m_session.isUploading();
     m_who->setText(used ? tr("Signed in to %1").arg(m_session.server())
                         : tr("Not signed in. Enter the server and the token that you have been given."));
     m_who->setToolTip(m_who->text());
