@@ -80,7 +80,9 @@ private Q_SLOTS:
     void keysAndNames()
     {
         const TestProject project;
+        TestProject::addMission(project.missionFile("project/old/flight.kv"_l1), "m"_l1, 5, 5, 5);
         Desk desk(project);
+        QTRY_VERIFY(desk.find<TableView>("Flights"_l1));
         for (int page = 1; page <= 5; ++page) {
             desk.goTo(page);
             QStringList keys{"f"_l1, "v"_l1, "h"_l1}; // the menus'
@@ -140,7 +142,7 @@ private Q_SLOTS:
         const TestProject project;
         Account first("t"), second("t");
         Desk desk(project);
-        QVERIFY(desk.find<QPushButton>("Add logs..."_l1) && desk.find<QPushButton>("Simulate"_l1));
+        QTRY_VERIFY(desk.find<QPushButton>("Add logs..."_l1) && desk.find<QPushButton>("Simulate"_l1));
         project.file("pictures/holiday.jpg"_l1);
         desk.window.flightsPage()->open(project.path("pictures"_l1), false);
         QVERIFY(desk.question().startsWith("This folder is no project. Other files are in it."_l1));
@@ -315,7 +317,7 @@ private Q_SLOTS:
         QVERIFY(desk.window.session().noticeText().startsWith(words));
         QTRY_VERIFY(desk.window.session().missions()->rowCount() == 1);
         QVERIFY(desk.window.session().missions()->stateText(0).endsWith(
-            "15 records wait: the file is read-only"_l1));
+            "16 records wait: the file is read-only"_l1));
         desk.record(interruptedLog());
         QVERIFY2(desk.flight(0).contains("read-only"_l1), qPrintable(desk.flight(0)));
         desk.signIn(QString::fromUtf8(server.url()), "t"_l1);

@@ -132,14 +132,14 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     m_positions = QJsonArray();
     m_statuses = QJsonArray();
     m_sinceWritten.start();
-    if (m_projectId.isEmpty()) {
-        throw Failure(QStringLiteral("cannot write %1/project.ini").arg(m_project.path()));
-    }
     if (const auto trouble = m_project.diskTrouble()) {
         throw Failure(*trouble, {name});
     }
     if (!m_project.readOnlyWords().isEmpty()) {
         throw Failure(Trouble::ReadOnlyProject, {m_project.path()});
+    }
+    if (m_projectId.isEmpty()) {
+        throw Failure(QStringLiteral("cannot write %1/project.ini").arg(m_project.path()));
     }
     m_flight.missionId = newId();
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);

@@ -48,7 +48,7 @@ FlightView::FlightView(WindowSession& session, QWidget* parent)
     , m_parts(new QSplitter(Qt::Vertical))
     , m_readout(new StateLabel)
     , m_export(new QPushButton(tr("&Export...")))
-    , m_folder(new QPushButton(tr("Show in &folder")))
+    , m_folder(new QPushButton(tr("Show in fol&der")))
     , m_upload(new QPushButton(tr("&Upload now")))
 {
     QFont font = m_name->font();

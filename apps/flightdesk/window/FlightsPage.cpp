@@ -142,7 +142,7 @@ QLayout* FlightsPage::makeSearchRow()
     connect(m_from, &QDateEdit::dateChanged, this, &FlightsPage::filter);
     connect(m_to, &QDateEdit::dateChanged, this, &FlightsPage::filter);
     return sideBySide(
-        {{m_search}, {labelFor(tr("&From:"), m_from), m_from, labelFor(tr("&To:"), m_to), m_to}});
+        {{m_search}, {labelFor(tr("F&rom:"), m_from), m_from, labelFor(tr("&To:"), m_to), m_to}});
 }
 
 void FlightsPage::filter()

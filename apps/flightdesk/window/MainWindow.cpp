@@ -259,7 +259,7 @@ void MainWindow::makeBanner()
     auto* const text =
         new QLabel(tr("The server rejected the token. Nothing is uploaded until you sign in again."));
     text->setForegroundRole(QPalette::HighlightedText);
-    auto* const button = new QPushButton(tr("Enter &token"));
+    auto* const button = new QPushButton(tr("Enter to&ken"));
     connect(button, &QPushButton::clicked, this, &MainWindow::askForToken);
     m_banner->setLayout(sideBySide({{text, nullptr, button}}));
     m_banner->hide();

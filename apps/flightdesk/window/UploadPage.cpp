@@ -76,7 +76,7 @@ QWidget* UploadPage::makeFields()
     connect(m_server, &QLineEdit::returnPressed, button, &QPushButton::click);
     connect(m_token, &QLineEdit::returnPressed, button, &QPushButton::click);
     QHBoxLayout* const row = sideBySide(
-        {{labelFor(tr("Ser&ver:"), m_server), m_server, labelFor(tr("To&ken:"), m_token), m_token, button}});
+        {{labelFor(tr("Serve&r:"), m_server), m_server, labelFor(tr("T&oken:"), m_token), m_token, button}});
     row->setStretchFactor(m_server, 2);
     row->setStretchFactor(m_token, 1);
     row->setContentsMargins(0, 0, 0, 0);
@@ -117,7 +117,7 @@ QLayout* UploadPage::makePipeline()
     rows->addWidget(m_state);
     rows->addWidget(m_note);
     rows->addLayout(sideBySide({{m_pause, m_reset, m_easyFly, nullptr}}));
-    rows->addLayout(sideBySide({{labelFor(tr("Retry a&fter:"), m_interval), m_interval},
+    rows->addLayout(sideBySide({{labelFor(tr("Retry &after:"), m_interval), m_interval},
                                 {labelFor(tr("Net&work:"), m_network), m_network, nullptr}}));
     return rows;
 }
@@ -213,7 +213,7 @@ void UploadPage::showState()
                         : tr("Not signed in. Enter the server and the token that you have been given."));
     m_who->setToolTip(m_who->text());
     m_change->setVisible(used);
-    m_change->setText(m_changing ? tr("&Keep this server") : tr("C&hange server..."));
+    m_change->setText(m_changing ? tr("&Keep this server") : tr("Chan&ge server..."));
     m_fields->setVisible(!used || m_changing);
     const bool running = state == Uploader::State::Running;
     const bool trouble =
