@@ -220,7 +220,9 @@ private Q_SLOTS:
             "|| '.000Z', armed = rowid > 1, flight_mode = substr('AUTOLAND', 4 * (rowid > 2) + 1, 4)",
             "UPDATE flight_monitor_detail_log SET message = x'"_l1 +
                 QString::fromLatin1(TelemetryFrame{1783238402500000, frame}.logRecord().toHex()) +
-                "' WHERE rowid = 2"_l1));
+                "' WHERE rowid = 2"_l1,
+            "INSERT INTO flight_complete(flight_mission_id, completed_at, result) "
+            "VALUES('m1', '2026-07-05T08:01:35.500Z', 'interrupted')"));
         MissionFile file(project.db);
         Flight flight(file, file.missions().constFirst());
         QStringList told;
@@ -230,7 +232,14 @@ private Q_SLOTS:
                         .arg(event.text, event.trouble ? "!"_l1 : ""_l1);
         }
         QCOMPARE(told.join(u';'), "1000 Mode AUTO;2000 Armed;2500 Low battery!;3000 Mode LAND;"
-                                  "3000 Link lost for 27 s!"_l1);
+                                  "3000 Link lost for 27 s!;30000 Link lost: nothing was heard for 65 s, "
+                                  "until the recording ended!"_l1);
+        FlightProfile profile;
+        FlightProfile::read(
+            flight, [] {}, [&profile](const FlightProfile& read) { profile = read; });
+        QCOMPARE(profile.period().second % 3600000, 95500);
+        QCOMPARE(profile.silences().size(), 2);
+        QVERIFY(FlightFigures::of(flight).isLinkLost);
     }
     void agesAndDurations()
     {

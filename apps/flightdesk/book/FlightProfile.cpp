@@ -193,12 +193,17 @@ QVector<std::pair<qint64, qint64>> FlightProfile::silences() const
             heard.append(span.msec);
         }
     }
-    if (heard.isEmpty()) {
+    if (heard.size() < 2) {
         return {};
     }
     std::sort(heard.begin(), heard.end());
-    const qint64 usual = (heard.constLast() - heard.constFirst()) / heard.size();
-    const qint64 longest = std::max(FlightFigures::LinkTimeout, 5 * usual);
+    QVector<qint64> gaps;
+    for (int i = 1; i < heard.size(); ++i) {
+        gaps.append(heard.at(i) - heard.at(i - 1));
+    }
+    const auto middle = gaps.begin() + gaps.size() / 2;
+    std::nth_element(gaps.begin(), middle, gaps.end());
+    const qint64 longest = std::max(FlightFigures::LinkTimeout, 5 * *middle);
     heard.append(std::max(heard.constLast(), end));
     QVector<std::pair<qint64, qint64>> silences;
     for (int i = 1; i < heard.size(); ++i) {

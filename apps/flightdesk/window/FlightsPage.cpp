@@ -93,6 +93,7 @@ FlightsPage::FlightsPage(WindowSession& session, QWidget* parent)
     m_splitter->setStretchFactor(0, 5);
     m_splitter->setStretchFactor(1, 4);
     m_splitter->setObjectName(QStringLiteral("book"));
+    m_splitter->setHandleWidth(9);
     m_stack->addWidget(makeEmpty());
     m_stack->addWidget(m_splitter);
     auto* const all = new QVBoxLayout(this);
@@ -110,7 +111,7 @@ void FlightsPage::makeTable()
     m_table->setModel(m_proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({20, 15, 13, 19, 8, 0, 9, 7, 8, 8, 8, 13, 9, 38, 0});
+    m_table->setWidths({20, 15, 13, 19, 10, 0, 9, 7, 8, 8, 8, 13, 9, 38, 0});
     m_table->header()->moveSection(MissionModel::Start, 0);
     // What a pilot looks for first has its room; the aircraft, which is often the same, takes what is left.
     int place = 1;
