@@ -90,8 +90,8 @@ FlightsPage::FlightsPage(WindowSession& session, QWidget* parent)
     m_splitter->addWidget(book);
     m_splitter->addWidget(m_view);
     m_splitter->setChildrenCollapsible(false);
-    m_splitter->setStretchFactor(0, 5);
-    m_splitter->setStretchFactor(1, 4);
+    m_splitter->setStretchFactor(0, 2);
+    m_splitter->setStretchFactor(1, 1);
     m_splitter->setObjectName(QStringLiteral("book"));
     m_splitter->setHandleWidth(9);
     m_stack->addWidget(makeEmpty());
@@ -111,9 +111,9 @@ void FlightsPage::makeTable()
     m_table->setModel(m_proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({20, 15, 13, 19, 10, 0, 9, 7, 8, 8, 8, 13, 9, 38, 0});
+    m_table->setWidths({20, 14, 9, 19, 10, 0, 9, 7, 8, 8, 8, 13, 9, 38, 0});
     m_table->header()->moveSection(MissionModel::Start, 0);
-    // What a pilot looks for first has its room; the aircraft, which is often the same, takes what is left.
+    // What a pilot looks for first has all the room that is left.
     int place = 1;
     for (const int column :
          {int(MissionModel::Mission), int(MissionModel::State), int(MissionModel::Duration),
@@ -121,7 +121,7 @@ void FlightsPage::makeTable()
         m_table->header()->moveSection(m_table->header()->visualIndex(column), place++);
     }
     m_table->header()->setStretchLastSection(false);
-    m_table->header()->setSectionResizeMode(MissionModel::Aircraft, QHeaderView::Stretch);
+    m_table->header()->setSectionResizeMode(MissionModel::State, QHeaderView::Stretch);
     m_table->header()->setMinimumSectionSize(fontMetrics().averageCharWidth() * 7);
     m_table->setMinimumHeight(fontMetrics().height() * 5);
     showDetails(false);
@@ -283,10 +283,12 @@ void FlightsPage::showSums()
 void FlightsPage::resizeEvent(QResizeEvent* event)
 {
     QWidget::resizeEvent(event);
-    const bool wide = width() > fontMetrics().averageCharWidth() * 120;
+    const int character = fontMetrics().averageCharWidth();
+    const bool wide = width() > character * 120;
+    m_table->setColumnWidth(MissionModel::Aircraft, character * (width() > character * 220 ? 22 : 11));
     const Qt::Orientation way = wide ? Qt::Horizontal : Qt::Vertical;
     if (m_splitter->orientation() != way || m_splitter->sizes().constFirst() == 0) {
         m_splitter->setOrientation(way);
-        m_splitter->setSizes(wide ? QList<int>{620, 380} : QList<int>{350, 650});
+        m_splitter->setSizes(wide ? QList<int>{660, 340} : QList<int>{350, 650});
     }
 }

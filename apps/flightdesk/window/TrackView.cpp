@@ -7,6 +7,7 @@
 #include <QtCore/QtMath>
 #include <QtGui/QMouseEvent>
 #include <QtGui/QPainter>
+#include <QtGui/QPainterPath>
 
 #include <algorithm>
 
@@ -150,7 +151,7 @@ QVector<TrackView::Mark> TrackView::marks() const
         if (same == apart.end()) {
             apart.append(mark);
         } else {
-            *same = {mark.at, same->text + tr(", ") + mark.text, mark.colour, mark.side};
+            *same = {mark.at, same->text + tr(", ") + mark.text, mark.colour, same->side};
         }
     }
     return apart;
@@ -170,9 +171,19 @@ void TrackView::drawMark(QPainter& painter, const Mark& mark) const
                           : mark.at.x() > this->width() * 0.6 ? -width - 9.0
                                                               : 9.0;
     const double x = qBound(2.0, mark.at.x() + across, std::max(2.0, double(this->width() - width - 2)));
+    drawText(painter, QPointF(x, qBound(double(line), mark.at.y() + down, double(height() - foot()))),
+             mark.text);
+}
+
+/// On the track as well as off it.
+void TrackView::drawText(QPainter& painter, const QPointF& at, const QString& text) const
+{
+    constexpr int Ground = 3; // pixels around the letters
+    QPainterPath letters;
+    letters.addText(at, font(), text);
+    painter.strokePath(letters, QPen(palette().color(QPalette::Base), Ground));
     painter.setPen(palette().color(QPalette::Text));
-    painter.drawText(QPointF(x, qBound(double(line), mark.at.y() + down, double(height() - foot()))),
-                     mark.text);
+    painter.drawText(at, text);
 }
 
 /// A bar of a round length, and where north is.

@@ -49,6 +49,7 @@ private:
     void draw();
     QVector<Mark> marks() const;
     void drawMark(QPainter& painter, const Mark& mark) const;
+    void drawText(QPainter& painter, const QPointF& at, const QString& text) const;
     void drawScale(QPainter& painter) const;
 
     QVector<FlightProfile::Place> m_track;
