@@ -111,7 +111,7 @@ void FlightsPage::makeTable()
     m_table->setModel(m_proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({20, 14, 9, 19, 10, 0, 9, 7, 8, 8, 8, 13, 9, 38, 0});
+    m_table->setWidths({20, 15, 9, 19, 10, 0, 9, 7, 8, 8, 8, 13, 9, 38, 0});
     m_table->header()->moveSection(MissionModel::Start, 0);
     // What a pilot looks for first has all the room that is left.
     int place = 1;
@@ -268,12 +268,14 @@ void FlightsPage::showSums()
             unknown += missions.record(row).readable ? 1 : 0;
         }
     }
-    m_sums->setText(tr("%1 flights, %2 airborne, %3, %4 records wait")
-                        .arg(QLocale().toString(m_proxy->rowCount()),
-                             MissionModel::durationText(std::llround(airborne)),
-                             MissionModel::distanceText(distance), QLocale().toString(waiting)) +
-                    (unknown > 0 ? tr(" (%1 flights are still being read)").arg(QLocale().toString(unknown))
-                                 : QString()));
+    const QString flights = m_proxy->rowCount() == 1
+                                ? tr("1 flight")
+                                : tr("%1 flights").arg(QLocale().toString(m_proxy->rowCount()));
+    m_sums->setText(
+        tr("%1, %2 airborne, %3, %4 records wait")
+            .arg(flights, MissionModel::durationText(std::llround(airborne)),
+                 MissionModel::distanceText(distance), QLocale().toString(waiting)) +
+        (unknown > 0 ? tr(" (%1 still being read)").arg(QLocale().toString(unknown)) : QString()));
     if (!m_table->currentIndex().isValid() && m_proxy->rowCount() > 0) {
         m_table->setCurrentIndex(m_proxy->index(0, MissionModel::Start));
     }

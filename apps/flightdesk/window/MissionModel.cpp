@@ -177,7 +177,7 @@ QVector<MissionRecord> MissionModel::asLastRead(const MissionsOfFile& file) cons
     QVector<MissionRecord> missions;
     for (const int row : rows) {
         missions.append(m_rows[row].mission);
-        missions.last().readable = false;
+        missions.last().readable = m_rows[row].isGrowing(); // then its recorder has it for a moment
     }
     return missions;
 }

@@ -198,11 +198,9 @@ void TrackView::drawScale(QPainter& painter) const
     painter.drawText(QPointF(Margin + 4, y - 5), text);
     const double north = width() - 2 * Margin;
     painter.drawPolyline(
-        QPolygonF{{QPointF(north - 4, Margin + 8), QPointF(north, Margin), QPointF(north + 4, Margin + 8)}});
-    painter.drawLine(QPointF(north, Margin), QPointF(north, Margin + 18));
-    painter.drawText(
-        QPointF(north - fontMetrics().horizontalAdvance(tr("N")) / 2.0, Margin + 20 + fontMetrics().ascent()),
-        tr("N"));
+        QPolygonF{{QPointF(north - 4, y - 10), QPointF(north, y - 18), QPointF(north + 4, y - 10)}});
+    painter.drawLine(QPointF(north, y - 18), QPointF(north, y));
+    painter.drawText(QPointF(north - 8 - fontMetrics().horizontalAdvance(tr("N")), y - 5), tr("N"));
 }
 
 void TrackView::mouseMoveEvent(QMouseEvent* event)

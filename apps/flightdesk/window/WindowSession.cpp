@@ -304,8 +304,10 @@ QString WindowSession::uploadText() const
 {
     const Backlog backlog = m_missions.backlog(m_uploader.isEasyFly());
     const int hidden = backlog.unreadable.size();
-    const QString unread =
-        hidden > 0 ? tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden) : QString();
+    const QString unread = hidden == 0 ? QString()
+                           : hidden == 1
+                               ? tr(" One file cannot be read: what waits in it is not sent.")
+                               : tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden);
     const QString records = QLocale().toString(backlog.waiting());
     const QString waiting = tr("%1 records wait.").arg(records) + unread;
     const QString looking = tr("Looking through the project's files.");
