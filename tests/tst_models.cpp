@@ -33,11 +33,12 @@ private Q_SLOTS:
     void showsMissionsAsTheirFilesAre()
     {
         const FlightProject project(3, 2, 4);
-        QVERIFY(project.run("UPDATE flight_mission SET name = 'n', started_at = '2024-01-01T08:00:00.000Z', "
-                            "break_point_lng = '8.500000', break_point_lat = '47.000000'",
-                            "UPDATE uas_status SET time = '2024-01-01T09:01:02.500Z'",
-                            "UPDATE pos_data SET is_uploaded = 1, created_at = '2000-01-01 00:00:00.000'",
-                            "UPDATE flight_monitor_detail_log SET created_at = '2020-01-01 00:00:00.000'"));
+        QVERIFY(
+            project.run("UPDATE flight_mission SET name = 'n', started_at = '2024-01-01T08:00:00.000Z', "
+                        "clock_offset = '86400', break_point_lng = '8.500000', break_point_lat = '47.000000'",
+                        "UPDATE uas_status SET time = '2024-01-01T09:01:02.500Z'",
+                        "UPDATE pos_data SET is_uploaded = 1, created_at = '2000-01-01 00:00:00.000'",
+                        "UPDATE flight_monitor_detail_log SET created_at = '2020-01-01 00:00:00.000'"));
         const QString broken = project.file("broken/flight.kv"_l1, QByteArray(5000, 'x'));
         MissionModel model;
         model.update({MissionsOfFile::read(broken), MissionsOfFile::read(project.db)});
@@ -45,8 +46,10 @@ private Q_SLOTS:
         for (int column = MissionModel::Start; column <= MissionModel::State; ++column) {
             row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
         }
-        QCOMPARE(row.join(u'|'), "2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
+        QCOMPARE(row.join(u'|'), "2024-01-02 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
                                  "7 records wait"_l1);
+        MissionFile file(project.db);
+        QCOMPARE(Flight(file, file.missions().constFirst()).start(), model.start(1).toMSecsSinceEpoch());
         QCOMPARE(model.index(1, MissionModel::BreakpointAt).data(Qt::ToolTipRole).toString(),
                  "waypoint 0 at 8.500000, 47.000000"_l1);
         const int years = shown(model, 1, MissionModel::Oldest).section(u' ', 0, 0).toInt() / 365;
