@@ -4,12 +4,15 @@
 #include "KvAlgorthm.h"
 #include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvLocks.h"
 #include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
 #include "KvTableDescription.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QUuid>
+
+#include <optional>
 
 namespace
 {
@@ -70,7 +73,8 @@ QVariant CKvFlightDataDbOperator::_MonitorValue(const QString& strColumn, const 
 }
 
 /// A prepared insert: one of the last batch, where that had the same columns and has not failed, since
-/// preparing takes twice the time of the insert itself.
+/// preparing takes twice the time of the insert itself. One for a table that the connection does not know yet
+/// reads the file; if somebody else holds that, it is the batch which waits for him.
 QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert()
 {
     const QString sql = m_pMonitorColumns->InsertSql(FlightLogTableName);
@@ -80,7 +84,14 @@ QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert()
             return query;
         }
     }
-    QSqlQuery query(*m_pDataBase->DBInstance());
+    const bool bKnown =
+        !m_listFlightMonitorQuery.isEmpty() && !m_listFlightMonitorQuery.constLast().lastError().isValid();
+    const QSqlDatabase& database = *m_pDataBase->DBInstance();
+    std::optional<CNoWait> noWait;
+    if (!bKnown) {
+        noWait.emplace(database);
+    }
+    QSqlQuery query(database);
     query.prepare(sql);
     return query;
 }

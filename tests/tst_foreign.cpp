@@ -495,6 +495,28 @@ private Q_SLOTS:
         }
     }
 
+    /// Messages for a table that the connection has not seen wait for a lock with their batch, not one by
+    /// one.
+    void unknownTable()
+    {
+        const FlightProject project;
+        Recorder recorder(project.db);
+        project.run("DROP TABLE flight_monitor_detail_log");
+        recorder.op.SetFlightMissionFilePath(project.db);
+        auto foreign = std::make_unique<Foreign>("exclusive"_l1, project.db);
+        const int slept = waited([&recorder] {
+            for (int i = 0; i < 50; ++i) {
+                QCoreApplication::processEvents();
+                recorder.write(1);
+            }
+        });
+        QVERIFY2(slept > Wait / 20 && slept < Wait * 3 / 2, QByteArray::number(slept).constData());
+        foreign.reset();
+        QVERIFY(CreateMissionFile(project.db));
+        recorder.write(50);
+        QCOMPARE(stored(project.db), 100);
+    }
+
     /// A file that is moved away in a pause can be put back, as nothing has taken its name.
     void movedAwayInPause()
     {
