@@ -120,12 +120,13 @@ bool CKvFlightDataDbOperator::_EnsureOpen()
         _WarnNoTables();
         return false;
     }
-    const bool bOpen = m_pDataBase->open();
-    if (bOpen) {
+    const bool bOpens = m_pDataBase->open();
+    m_bOpensLater = bOpens && !m_pDataBase->isOpen();
+    if (m_pDataBase->isOpen()) {
         m_bWasThere = true;
         _MakeTables();
     }
-    return bOpen;
+    return bOpens;
 }
 
 /// Tells that the named file has none of its tables, or that it lacks the given one.
@@ -168,6 +169,7 @@ bool CKvFlightDataDbOperator::_MakeTables()
 
 void CKvFlightDataDbOperator::_CloseDataBase()
 {
+    m_bOpensLater = false;
     if (_IsDataBaseOpen()) {
         _FlushFlightMonitor();
         m_listIdleMonitorQuery.clear(); // closing finalises them
