@@ -281,7 +281,7 @@ bool CKvFlightDataDbOperator::_WriteKept()
     bool bTakes = true;
     for (const QString& strFile : m_pKept->Files()) {
         CKvDataBase visit(strFile);
-        bTakes = (_WriteKept(visit, strFile) || strFile != strNamed) && bTakes;
+        bTakes = (_WriteKept(visit, strFile) || !IsSameFile(strFile, strNamed)) && bTakes;
     }
     return bTakes;
 }

@@ -364,6 +364,35 @@ private Q_SLOTS:
         QCOMPARE(g_criticals.size(), 2);
     }
 
+    /// A file that is named in another way is still the one that batches wait for, so they keep their order.
+    void twoPaths()
+    {
+        for (const char* path : {"m1/./flight.kv", "link/flight.kv"}) {
+            const FlightProject project;
+            QVERIFY(QFile::link(project.path("m1"_l1), project.path("link"_l1)));
+            Recorder recorder(project.db);
+            auto foreign = std::make_unique<Foreign>("exclusive"_l1, project.db);
+            recorder.write(50);
+            recorder.op.SetFlightMissionFilePath(project.path(QLatin1String(path)));
+            QCoreApplication::processEvents();
+            const std::function<void()> leave = [&leave, &foreign] { // once short visits have waited
+                if (t_slept < 50000) {
+                    t_whileWaiting = leave;
+                } else {
+                    foreign.reset();
+                }
+            };
+            t_whileWaiting = leave;
+            waited([&recorder] { recorder.write(50); });
+            t_whileWaiting = nullptr;
+            foreign.reset();
+            recorder.write(50);
+            QCOMPARE(project.text("SELECT group_concat(CAST(message AS INTEGER) = rowid - 1, '') FROM "
+                                  "flight_monitor_detail_log"_l1),
+                     QStringLiteral("1").repeated(150));
+        }
+    }
+
     /// A batch beyond SQLite's own memory waits for a reader once, as a small one does.
     void largeBatchBesideReader()
     {
