@@ -19,6 +19,7 @@
 #include <functional>
 #include <memory>
 
+class CKvBoundInsert;
 class CKvDataBase;
 class CKvIdLookUp;
 class CKvKeptBatches;
@@ -243,6 +244,8 @@ private:
                       const std::function<void(const QJsonArray&)>& write);
     void _Keep(const QString& strTable, int nRows, qint64 nBytes, const std::function<void()>& write);
     bool _Transact(const std::function<void()>& write);
+    bool _Run(QSqlQuery& query);
+    void _Run(const CKvBoundInsert& insert);
     bool _WriteKept();
     bool _WriteKept(CKvDataBase& database, const QString& strFile);
     void _EmitUnderLock(const std::function<void()>& emitSignal);
@@ -318,6 +321,7 @@ private:
     QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
     bool m_bWasThere = false;    // the file that the connection names, when it was last opened
     bool m_bOpensLater = false;  // for want of descriptors or room
+    bool m_bUndone = false;      // the transaction, see _Run()
     bool m_bRecords = false;     // has been given something to record
     bool m_bMissionSet = false;  // whether one flies, or none any more
 };

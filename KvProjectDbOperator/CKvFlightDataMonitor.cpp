@@ -108,11 +108,9 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
     const bool bStored = _Store(FlightLogTableName, [&] {
         for (QSqlQuery& query : listQuery) {
             if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
-                CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
+                _Run(CKvBoundInsert(query));
             } else {
-                if (!query.exec()) {
-                    _WarnRefused(query);
-                }
+                _Run(query);
                 query.finish();
             }
         }
@@ -130,8 +128,7 @@ void CKvFlightDataDbOperator::_KeepFlightMonitor(const QByteArray& byte)
         listValue.append(_MonitorValue(column.strName, byte));
     }
     const CKvBoundInsert insert(m_pMonitorColumns->InsertSql(FlightLogTableName), listValue);
-    _Keep(FlightLogTableName, 1, insert.Bytes(),
-          [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
+    _Keep(FlightLogTableName, 1, insert.Bytes(), [this, insert] { _Run(insert); });
 }
 
 void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQuery)
@@ -147,7 +144,7 @@ void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQue
     }
     _Keep(FlightLogTableName, listInsert.size(), nBytes, [this, listInsert] {
         for (const CKvBoundInsert& insert : listInsert) {
-            insert.Execute(*m_pDataBase->DBInstance());
+            _Run(insert);
         }
     });
 }
