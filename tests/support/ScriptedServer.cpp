@@ -127,6 +127,7 @@ QStringList ScriptedServer::paths() const
 void ScriptedServer::settle()
 {
     QNetworkAccessManager manager;
+    manager.setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
     const QNetworkReply* const reply =
         manager.get(QNetworkRequest(QUrl(QString::fromUtf8(url() + "/settled"))));
     QSignalSpy(reply, &QNetworkReply::finished).wait();
