@@ -109,6 +109,8 @@ Application makeWindowApplication(int& argc, char** argv)
     QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps); // as Qt 6 always does
 #endif
     auto application = std::make_unique<QApplication>(argc, argv);
+    // By which a desktop finds the window's icon and name.
+    QApplication::setDesktopFileName(QStringLiteral("flightdesk"));
     QApplication::setStyle(new theme::Style);
     QApplication::setPalette(theme::palette(theme::isDark(QApplication::palette())));
     return application;
