@@ -94,6 +94,7 @@ private:
     void begin();
     void goOn();
     void leave();
+    void startOver();
     void point(const QString& file, int delay);
     void paceOperator();
     void noteNetwork(bool network);
