@@ -144,8 +144,9 @@ public:
             warmUp();
         }
         for (std::size_t i = 0; i < m_clients.size(); ++i) {
-            m_later.emplace(m_load.period * static_cast<double>(i) / static_cast<double>(m_clients.size()),
-                            i);
+            const double spread =
+                m_load.backlog > 0 ? std::max(m_load.retryAfter, m_load.retryUntil) : m_load.period;
+            m_later.emplace(spread * static_cast<double>(i) / static_cast<double>(m_clients.size()), i);
         }
         while (m_busy > 0 || (!m_later.empty() && isOn())) {
             startLater();
@@ -174,7 +175,7 @@ private:
         m_result = {};
         m_start = Clock::now();
     }
-    [[nodiscard]] bool isOn() const { return m_load.backlog > 0 || since(m_start) < m_load.seconds; }
+    [[nodiscard]] bool isOn() const { return since(m_start) < m_load.seconds; }
     void startLater()
     {
         while (!m_later.empty() && m_later.top().first <= since(m_start) && isOn()) {

@@ -17,7 +17,7 @@ struct Load {
     double retryAfter = 3; // seconds after a refusal, as the library does it
     double retryUntil = 0; // where it is later: drawn at random between the two
     double period = 0;     // seconds from one request of a client to its next; 0: at once
-    int backlog = 0; // requests of each client, after which it is done, whatever the seconds are; 0: no end
+    int backlog = 0;       // requests of each client, who begin somewhere in their wait; 0: no end
     bool keepsIds = false; // of what is accepted
     // Each connection is served once, one after the other, before the time begins: a server with a short
     // queue of those who want to connect has some of them try again for half a minute.

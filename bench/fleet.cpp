@@ -47,6 +47,7 @@ public:
         Load probe;
         probe.url = url();
         probe.backlog = 1;
+        probe.seconds = 30;
         probe.retryAfter = 0.1;
         run(probe); // until one is served
     }
@@ -183,7 +184,7 @@ LoadResult liveThrough(Death death, Load load, double* gap)
     load.url = proxy.url();
     LoadResult result;
     const auto start = std::chrono::steady_clock::now();
-    std::thread clients([&] { result = run(load); });
+    std::jthread clients([&] { result = run(load); });
     std::this_thread::sleep_for(std::chrono::seconds(2));
     const double at = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     kill(&fleet, death);
@@ -247,10 +248,11 @@ void benchReturn(Report& report)
         Load load = loadOf(1000, 50);
         load.url = "http://127.0.0.1:" + QByteArray::number(port);
         load.backlog = 20;
+        load.seconds = 600;
         load.retryAfter = from;
         load.retryUntil = until;
         LoadResult result;
-        std::thread clients([&] { result = run(load); });
+        std::jthread clients([&] { result = run(load); });
         std::this_thread::sleep_for(std::chrono::minutes(1));
         const ServerOnDisk server(
             {}, {"--ledger"_l1, fleet.uri(), "--token"_l1, "bench"_l1, "--port"_l1, QString::number(port)});
