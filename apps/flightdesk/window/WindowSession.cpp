@@ -292,6 +292,9 @@ void WindowSession::signIn(const QString& server, const QString& token)
     SKvUserInfo user;
     user.m_strToken = token;
     if (!SetCurUserInfo(user)) {
+        if (!m_server.isEmpty()) {
+            setServerAddress(m_server); // an upload that goes on stays where it is
+        }
         throw Failure(tr("The token holds characters that cannot be sent. Copy it again."));
     }
     m_server = server.trimmed();
