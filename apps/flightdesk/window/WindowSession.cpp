@@ -313,7 +313,7 @@ QString WindowSession::uploadText() const
                                : tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden);
     const QString records = QLocale().toString(backlog.waiting());
     const QString waiting = tr("%1 records wait.").arg(records) + unread;
-    const QString looking = tr("Looking through the project's files.");
+    QString looking = tr("Looking through the project's files.");
     switch (m_uploader.state()) {
     case Uploader::State::Off:
         return tr("Not signed in. ") + (m_looked ? waiting : looking);
