@@ -291,16 +291,13 @@ bool CKvFlightDataDbOperator::_Transact(const std::function<void()>& write)
     return m_pDataBase->commit();
 }
 
-/// Runs a statement of a batch; false when it is refused. With one for which there is no room, or that the
-/// disk fails, SQLite undoes the whole transaction, and would store what follows at once, before what it has
-/// undone and what comes again: so nothing follows.
+/// Runs a statement of a batch; false when it is refused.
 bool CKvFlightDataDbOperator::_Run(QSqlQuery& query)
 {
     if (m_bUndone || query.exec()) {
         return !m_bUndone;
     }
     _WarnRefused(query);
-    m_bUndone = UndoesTransaction(query.lastError());
     return false;
 }
 
@@ -376,9 +373,12 @@ bool CKvFlightDataDbOperator::SelectRecord(QString strFields, QString strTable, 
     return true;
 }
 
-void CKvFlightDataDbOperator::_WarnRefused(const QSqlQuery& query) const
+/// With a statement for which there is no room, or that the disk fails, SQLite undoes the whole transaction,
+/// and would store what follows at once, before what it has undone and what comes again: so nothing follows.
+void CKvFlightDataDbOperator::_WarnRefused(const QSqlQuery& query)
 {
     WarnRefused(m_pDataBase->databaseName(), query.lastQuery(), query.lastError());
+    m_bUndone = m_bUndone || UndoesTransaction(query.lastError());
 }
 
 void CKvFlightDataDbOperator::slotParseJson(QJsonArray jsonArray, QString strFilePath, QString strMissionID,

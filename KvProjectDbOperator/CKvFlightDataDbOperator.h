@@ -216,8 +216,8 @@ private:
     void _WriteFlightMonitor2DB(QList<QSqlQuery>& listQuery);
     void _InsertRecords(const QList<QVariant>& listRecord, const CKvTableDescription& description,
                         const QString& strTable);
-    void _WarnRefused(const QSqlQuery& query) const;
-    void _WarnUnlessUpdated(const QSqlQuery& update, const QString& strID) const;
+    void _WarnRefused(const QSqlQuery& query);
+    void _WarnUnlessUpdated(const QSqlQuery& update, const QString& strID);
     bool _IsRecorded(const QJsonObject& record, const QString& strTable, CKvIdLookUp& lookUp);
     void _InsertPositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
     void _WritePositions(const QJsonArray& jsonArray, const CKvTableDescription& description);
@@ -321,7 +321,7 @@ private:
     QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
     bool m_bWasThere = false;    // the file that the connection names, when it was last opened
     bool m_bOpensLater = false;  // for want of descriptors or room
-    bool m_bUndone = false;      // the transaction, see _Run()
+    bool m_bUndone = false;      // the transaction, see _WarnRefused()
     bool m_bRecords = false;     // has been given something to record
     bool m_bMissionSet = false;  // whether one flies, or none any more
 };

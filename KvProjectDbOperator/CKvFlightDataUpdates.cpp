@@ -34,7 +34,7 @@ QByteArray WithCompletionDegree(const QByteArray& data, double dDegree)
 } // namespace
 
 /// Tells of an update that was refused, or that found no row: to SQLite that is a success.
-void CKvFlightDataDbOperator::_WarnUnlessUpdated(const QSqlQuery& update, const QString& strID) const
+void CKvFlightDataDbOperator::_WarnUnlessUpdated(const QSqlQuery& update, const QString& strID)
 {
     if (!m_pDataBase->isOpen()) {
         WarnOnce(KvSql(), m_pDataBase->databaseName(),

@@ -78,9 +78,8 @@ public:
     QSqlQuery exec(const QString& sql) const;
 
     /// Begins a transaction that may write: the write lock is taken at once, waiting for others.
-    /// \return false, with a line in the log, when no transaction has begun, which is so too when another
-    /// file
-    ///         has taken the place of the open one, or none: what is open then is a file that nobody finds
+    /// \return false, with a line in the log, when no transaction has begun; so too when the open file was
+    ///         moved away, replaced or deleted, as nobody would find what it takes
     bool transaction();
 
     /// Commits the transaction, waiting for others that read. When that fails, the transaction is rolled
@@ -109,15 +108,15 @@ private:
     void _SetBusyTimeout(int nMilliseconds) const;
 
     QSqlDatabase m_database;
-    QString m_strOpenFile;                  ///< what is really open; the database name may run ahead of it
-    QString m_strPlace;                     ///< the same as an absolute path, at which is to be
-    std::pair<quint64, quint64> m_identity; ///< the file of this identity, see IdentityOf()
-    int m_nSettled = 0;                     ///< how many of the opening statements have been run
-    bool m_bRepeatable = false;             ///< what is open, see CKvRepeatable
+    QString m_strOpenFile;      ///< what is really open; the database name may run ahead of it
+    int m_nSettled = 0;         ///< how many of the opening statements have been run
+    bool m_bRepeatable = false; ///< what is open, see CKvRepeatable
     bool m_bInTransaction = false;
     bool m_bToldReadOnly = false;
-    QPointer<QThread> m_pThread;    ///< the one that has the file open
-    mutable int m_nBusyTimeout = 0; ///< what SQLite has been told, milliseconds
+    QString m_strPlace;                     ///< absolute path of the open file
+    std::pair<quint64, quint64> m_identity; ///< what IdentityOf() has said of it
+    QPointer<QThread> m_pThread;            ///< the one that has the file open
+    mutable int m_nBusyTimeout = 0;         ///< what SQLite has been told, milliseconds
     CKvPatience* const m_pPatience;
 };
 

@@ -218,7 +218,7 @@ private Q_SLOTS:
             desk.goTo(2);
             rlimit before{};
             getrlimit(RLIMIT_FSIZE, &before);
-            const rlimit limit{isDisk ? before.rlim_cur : 390 * 1024, before.rlim_max};
+            const rlimit limit{isDisk ? before.rlim_cur : rlim_t(390) * 1024, before.rlim_max};
             std::signal(SIGXFSZ, SIG_IGN);
             setrlimit(RLIMIT_FSIZE, &limit);
             const auto restore = qScopeGuard([&before] { setrlimit(RLIMIT_FSIZE, &before); });

@@ -287,7 +287,7 @@ void FlightsPage::resizeEvent(QResizeEvent* event)
     QWidget::resizeEvent(event);
     const int character = fontMetrics().averageCharWidth();
     const bool wide = width() > character * 120;
-    m_table->setColumnWidth(MissionModel::Aircraft, character * (width() > character * 220 ? 22 : 11));
+    m_table->setColumnWidth(MissionModel::Aircraft, character * (width() > character * 220 ? 24 : 11));
     const Qt::Orientation way = wide ? Qt::Horizontal : Qt::Vertical;
     if (m_splitter->orientation() != way || m_splitter->sizes().constFirst() == 0) {
         m_splitter->setOrientation(way);

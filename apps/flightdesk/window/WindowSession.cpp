@@ -292,6 +292,9 @@ void WindowSession::signIn(const QString& server, const QString& token)
     SKvUserInfo user;
     user.m_strToken = token;
     if (!SetCurUserInfo(user)) {
+        if (!m_server.isEmpty()) {
+            setServerAddress(m_server); // an upload that goes on stays where it is
+        }
         throw Failure(tr("The token holds characters that cannot be sent. Copy it again."));
     }
     m_server = server.trimmed();
@@ -310,7 +313,7 @@ QString WindowSession::uploadText() const
                                : tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden);
     const QString records = QLocale().toString(backlog.waiting());
     const QString waiting = tr("%1 records wait.").arg(records) + unread;
-    const QString looking = tr("Looking through the project's files.");
+    QString looking = tr("Looking through the project's files.");
     switch (m_uploader.state()) {
     case Uploader::State::Off:
         return tr("Not signed in. ") + (m_looked ? waiting : looking);
