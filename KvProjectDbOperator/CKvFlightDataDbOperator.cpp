@@ -4,6 +4,7 @@
 #include "KvAlgorthm.h"
 #include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvIdentity.h"
 #include "KvData/KvLocks.h"
 #include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
@@ -139,9 +140,18 @@ bool CKvFlightDataDbOperator::_EnsureOpen()
     m_bOpensLater = bOpens && !m_pDataBase->isOpen();
     if (m_pDataBase->isOpen()) {
         m_bWasThere = true;
+        m_strPlace = QFileInfo(m_pDataBase->databaseName()).absoluteFilePath();
+        m_identity = IdentityOf(m_strPlace);
         _MakeTables();
     }
     return bOpens;
+}
+
+/// Whether the open file has lost its name since, to another one or to none. It is read no more: SQLite finds
+/// journals by the name, and would take those of the other file for its own.
+bool CKvFlightDataDbOperator::_IsReplaced() const
+{
+    return _IsDataBaseOpen() && IdentityOf(m_strPlace) != m_identity;
 }
 
 /// Tells that the named file has none of its tables, or that it lacks the given one.

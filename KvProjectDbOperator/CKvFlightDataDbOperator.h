@@ -18,6 +18,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 class CKvBoundInsert;
 class CKvDataBase;
@@ -233,6 +234,8 @@ private:
     bool _IsDataBaseOpen() const;
     bool _PointDataBaseAt(const QString& strFile);
     bool _EnsureOpen();
+    bool _IsReplaced() const;
+    bool _IsMonitorTableKnown() const;
     void _WarnNoTables(const QString& strLacked = {}) const;
     static void _WarnNoFile();
     void _TellTaken(const QString& strFile) const;
@@ -318,10 +321,12 @@ private:
     QList<QSqlQuery> m_listIdleMonitorQuery; // see _TakeMonitorInsert()
     std::unique_ptr<CKvTableDescription> m_pMonitorColumns;
     std::unique_ptr<CKvKeptBatches> m_pKept;
-    QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
-    bool m_bWasThere = false;    // the file that the connection names, when it was last opened
-    bool m_bOpensLater = false;  // for want of descriptors or room
-    bool m_bUndone = false;      // the transaction, see _WarnRefused()
-    bool m_bRecords = false;     // has been given something to record
-    bool m_bMissionSet = false;  // whether one flies, or none any more
+    QSet<QString> m_setBareFile;            // locked at the start, when their tables would have been made
+    QString m_strPlace;                     // absolute path of the file that the connection has open
+    std::pair<quint64, quint64> m_identity; // what IdentityOf() has said of it
+    bool m_bWasThere = false;               // the file that the connection names, when it was last opened
+    bool m_bOpensLater = false;             // for want of descriptors or room
+    bool m_bUndone = false;                 // the transaction, see _WarnRefused()
+    bool m_bRecords = false;                // has been given something to record
+    bool m_bMissionSet = false;             // whether one flies, or none any more
 };

@@ -200,10 +200,13 @@ void CKvFlightDataDbOperator::_upload(const QString& strFile)
 
 void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
 {
-    if (m_pDataBase->databaseName() != strFile || m_bOpensLater) {
+    const bool bThere = QFileInfo(strFile).isFile();
+    if (!bThere) { // it has gone since it was queued, and opening would make an empty one
+        _CloseDataBase();
+    } else if (m_pDataBase->databaseName() != strFile || m_bOpensLater || _IsReplaced()) {
         _PointDataBaseAt(strFile);
     }
-    if (!_IsDataBaseOpen()) {
+    if (bThere && !_IsDataBaseOpen()) {
         qDebug() << "Data base not open ";
         return;
     }

@@ -32,6 +32,9 @@ void CKvFlightDataDbOperator::slotWriteFlightMonitor(QByteArray byte)
     }
     m_bRecords = true;
     m_pMonitorColumns->Read(QString::fromLatin1(MonitorColumnsFile));
+    if (!_IsMonitorTableKnown() && _IsReplaced()) {
+        _CloseDataBase();
+    }
     _EnsureOpen();
     if (!_IsDataBaseOpen()) {
         _KeepFlightMonitor(byte);
@@ -72,6 +75,13 @@ QVariant CKvFlightDataDbOperator::_MonitorValue(const QString& strColumn, const 
     return is("created_at") ? QDateTime::currentDateTime().toString(DateTimeMSFormat) : QVariant();
 }
 
+/// Whether the last message's statement could be prepared.
+bool CKvFlightDataDbOperator::_IsMonitorTableKnown() const
+{
+    return !m_listIdleMonitorQuery.isEmpty() || (!m_listFlightMonitorQuery.isEmpty() &&
+                                                 !m_listFlightMonitorQuery.constLast().lastError().isValid());
+}
+
 /// A prepared insert: one of the last batch, where that had the same columns and has not failed, since
 /// preparing takes twice the time of the insert itself. One for a table that the connection does not know yet
 /// reads the file; if somebody else holds that, it is the batch which waits for him.
@@ -84,8 +94,7 @@ QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert()
             return query;
         }
     }
-    const bool bKnown =
-        !m_listFlightMonitorQuery.isEmpty() && !m_listFlightMonitorQuery.constLast().lastError().isValid();
+    const bool bKnown = _IsMonitorTableKnown();
     const QSqlDatabase& database = *m_pDataBase->DBInstance();
     std::optional<CNoWait> noWait;
     if (!bKnown) {

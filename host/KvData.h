@@ -114,6 +114,7 @@ private:
     bool m_bInTransaction = false;
     bool m_bToldReadOnly = false;
     QString m_strPlace;                     ///< absolute path of the open file
+    QString m_strLog;                       ///< where SQLite has its log in WAL mode
     std::pair<quint64, quint64> m_identity; ///< what IdentityOf() has said of it
     QPointer<QThread> m_pThread;            ///< the one that has the file open
     mutable int m_nBusyTimeout = 0;         ///< what SQLite has been told, milliseconds

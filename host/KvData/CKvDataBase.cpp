@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "KvData.h"
+#include "KvIdentity.h"
 #include "KvLocks.h"
 #include "KvOwnThread.h"
 #include "KvPath.h"
@@ -156,6 +157,7 @@ QSqlError CKvDataBase::_SetUp()
     }
     m_strPlace = QFileInfo(m_database.databaseName()).absoluteFilePath();
     m_identity = IdentityOf(m_strPlace);
+    m_strLog = QFileInfo(m_strPlace).canonicalFilePath() + QLatin1String("-wal");
     m_bRepeatable = IsRepeatable(m_strPlace);
     // Else a large batch waits for a reader with every statement, and for nothing: it is the end that has to.
     _Run(QStringLiteral("PRAGMA cache_spill=OFF"));
@@ -216,6 +218,13 @@ QSqlQuery CKvDataBase::exec(const QString& sql) const
         query.exec(sql);
         return query.lastError();
     };
+    // SQLite finds journals by the file's name: it would take those of another file for its own, and delete
+    // them.
+    if (!m_bInTransaction && _CheckPlace().isValid()) {
+        ReportTrouble(ETrouble::Reading, m_strOpenFile,
+                      QStringLiteral("cannot be read now: ") + _CheckPlace().databaseText());
+        return query;
+    }
     if (m_bInTransaction) { // in which nobody else is waited for
         run();
     } else if (IsBusy(_Insist(run))) { // to who reads, it looks as if nothing were there
@@ -364,7 +373,7 @@ bool CKvDataBase::commit()
 /// refused at once.
 void CKvDataBase::_LeaveWriteAheadLog()
 {
-    if (!m_bRepeatable && QFileInfo::exists(m_strOpenFile + QLatin1String("-wal"))) {
+    if (!m_bRepeatable && QFileInfo::exists(m_strLog)) {
         m_nSettled = SafeToWrite;
         _Settle();
     }

@@ -2,12 +2,7 @@
 #include "KvPath.h"
 
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-
-#ifdef Q_OS_UNIX
-#include <sys/stat.h>
-#endif
 
 QString Obstacle(const QString& strFile)
 {
@@ -38,17 +33,4 @@ bool IsForbidden(const QString& strFile)
     // Where the journal, or the file itself, is to be made
     const QFileInfo folder(QFileInfo(strFile).path());
     return !folder.isWritable() || !folder.isExecutable();
-}
-
-FileIdentity IdentityOf(const QString& strFile)
-{
-#ifdef Q_OS_UNIX
-    struct stat status = {};
-    if (stat(QFile::encodeName(strFile).constData(), &status) == 0) {
-        return {status.st_dev, status.st_ino};
-    }
-#else
-    Q_UNUSED(strFile)
-#endif
-    return {};
 }
