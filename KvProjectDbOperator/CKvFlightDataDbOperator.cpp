@@ -317,8 +317,9 @@ bool CKvFlightDataDbOperator::SelectRecord(QString strFields, QString strTable, 
     sql += strTail;
     QSqlQuery query(*m_pDataBase->DBInstance());
     query.setForwardOnly(true);
-    if (!query.exec(sql)) {
-        _WarnRefused(query);
+    const bool bDone = query.exec(sql);
+    _WarnRefused(query);
+    if (!bDone) {
         return false;
     }
     const int nFields = strFields.split(QLatin1Char(',')).size();
@@ -397,10 +398,10 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
         description.BindRecordAsText(query, record);
         query.exec();
         if (query.lastError().type() != QSqlError::NoError) {
-            IsTestServer();  // hosts see in this call that a record was refused
-            if (bPrepared) { // what is told otherwise is that nothing was
-                _WarnRefused(query);
-            }
+            IsTestServer(); // hosts see in this call that a record was refused
+        }
+        if (bPrepared) { // what is told otherwise is that nothing was
+            _WarnRefused(query);
         }
     }
 }
@@ -468,9 +469,8 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
     m_listPosDataQuery.append(insert);
     for (const QJsonValue& element : jsonArray) {
         description.BindRecord(insert, element.toObject());
-        if (!insert.exec()) {
-            _WarnRefused(insert);
-        }
+        insert.exec();
+        _WarnRefused(insert);
     }
     m_listPosDataQuery.clear();
 }
@@ -493,14 +493,11 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
     const QString sql = description.InsertSql(strTableName);
     const auto write = [this, description, sql](const QJsonArray& records) {
         QSqlQuery query(*m_pDataBase->DBInstance());
-        bool bDone = query.prepare(sql);
-        if (bDone) {
+        if (query.prepare(sql)) {
             description.BindRecord(query, records.at(0).toObject());
-            bDone = query.exec();
+            query.exec();
         }
-        if (!bDone) {
-            _WarnRefused(query);
-        }
+        _WarnRefused(query);
     };
     const QJsonArray records{jsonObject};
     if (!_Store(strTableName, [&] { write(records); })) {

@@ -99,9 +99,8 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
             if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
                 CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
             } else {
-                if (!query.exec()) {
-                    _WarnRefused(query);
-                }
+                query.exec();
+                _WarnRefused(query);
                 query.finish();
             }
         }

@@ -28,16 +28,13 @@ CKvBoundInsert::CKvBoundInsert(QString strSql, QVector<QVariant> listValue)
 void CKvBoundInsert::Execute(const QSqlDatabase& database) const
 {
     QSqlQuery query(database);
-    bool bDone = query.prepare(m_strSql);
-    if (bDone) {
+    if (query.prepare(m_strSql)) {
         for (int i = 0; i < m_listValue.size(); ++i) {
             query.bindValue(i, m_listValue[i]);
         }
-        bDone = query.exec();
+        query.exec();
     }
-    if (!bDone) {
-        WarnRefused(database.databaseName(), m_strSql, query.lastError());
-    }
+    WarnRefused(database.databaseName(), m_strSql, query.lastError());
 }
 
 qint64 CKvBoundInsert::Bytes() const

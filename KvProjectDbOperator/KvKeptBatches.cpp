@@ -18,13 +18,22 @@ bool IsFor(const QString& strTable, const QSet<QString>& setTable)
 
 CKvKeptBatches::~CKvKeptBatches()
 {
+    int nFiles = 0;
+    int nAll = 0;
     for (auto file = m_mapBatch.cbegin(); file != m_mapBatch.cend(); ++file) {
         const int nRows = std::accumulate(file->cbegin(), file->cend(), 0,
                                           [](int nSum, const SBatch& batch) { return nSum + batch.nRows; });
         if (nRows > 0) {
-            qCCritical(KvSql, "%s: %d records were not stored and are lost", qUtf8Printable(file.key()),
-                       nRows);
+            TellLoss(file.key(), QStringLiteral("lost"),
+                     QStringLiteral("%1 records were not stored and are lost").arg(nRows));
+            ++nFiles;
+            nAll += nRows;
         }
+    }
+    constexpr int Named = 3; // of which each has a line of its own
+    if (nFiles > Named) {
+        TellLoss(m_mapBatch.lastKey(), QStringLiteral("lost in all"),
+                 QStringLiteral("%1 records of %2 files are lost in all").arg(nAll).arg(nFiles));
     }
 }
 
@@ -33,8 +42,8 @@ void CKvKeptBatches::Keep(const QString& strFile, const QString& strTable, int n
 {
     if (m_nBytes > 0 && m_nBytes + nBytes > MostBytes) {
         if (!m_bFull) {
-            qCCritical(KvSql, "%s: too much waits in memory; records are lost from now on",
-                       qUtf8Printable(strFile));
+            TellLoss(strFile, QStringLiteral("full"),
+                     QStringLiteral("too much waits in memory; records are lost from now on"));
         }
         m_bFull = true;
         return;
