@@ -469,8 +469,9 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
     m_listPosDataQuery.append(insert);
     for (const QJsonValue& element : jsonArray) {
         description.BindRecord(insert, element.toObject());
-        insert.exec();
-        _WarnRefused(insert);
+        if (!insert.exec() || AwaitsTaking()) {
+            _WarnRefused(insert);
+        }
     }
     m_listPosDataQuery.clear();
 }

@@ -99,8 +99,9 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
             if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
                 CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
             } else {
-                query.exec();
-                _WarnRefused(query);
+                if (!query.exec() || AwaitsTaking()) {
+                    _WarnRefused(query);
+                }
                 query.finish();
             }
         }

@@ -248,10 +248,15 @@ void TellLoss(const QString& strFile, const QString& strKind, const QString& str
     }
 }
 
+bool AwaitsTaking()
+{
+    return Memory().bWant;
+}
+
 void WarnRefused(const QString& strFile, const QString& strSql, const QSqlError& error)
 {
     constexpr int Locked = 6;
-    if (!error.isValid() && Memory().bWant) {
+    if (!error.isValid() && AwaitsTaking()) {
         TellTaken(strFile, strSql);
     }
     if (!error.isValid() || IsBusy(error) || ResultCode(error) == Locked || NamesNoColumns(strSql)) {

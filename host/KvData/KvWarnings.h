@@ -47,3 +47,7 @@ void TellLoss(const QString& strFile, const QString& strKind, const QString& str
 /// as is a description that makes no statement. With no error the statement has run: that is told where it
 /// had been refused for want of a table or a column.
 void WarnRefused(const QString& strFile, const QString& strSql, const QSqlError& error);
+
+/// Whether WarnRefused() waits for a statement to run. Where many are run, those that do need not be told of
+/// otherwise.
+bool AwaitsTaking();
