@@ -2,7 +2,9 @@
 #include "CKvFlightDataDbOperator.h"
 
 #include "KvAlgorthm.h"
+#include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvLocks.h"
 #include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
 #include "KvIdLookUp.h"
@@ -20,6 +22,19 @@
 #include <QtCore/QScopedValueRollback>
 
 #include <utility>
+
+namespace
+{
+bool UndoesTransaction(const QSqlError& error)
+{
+    constexpr int NoMemory = 7;
+    constexpr int Interrupted = 9;
+    constexpr int InputOutput = 10;
+    constexpr int Full = 13;
+    const int nCode = ResultCode(error);
+    return nCode == NoMemory || nCode == Interrupted || nCode == InputOutput || nCode == Full;
+}
+} // namespace
 
 CKvFlightDataDbOperator::CKvFlightDataDbOperator(QObject* parent, EUploadEnv eUploadEnv)
     : QObject(parent)
@@ -120,12 +135,13 @@ bool CKvFlightDataDbOperator::_EnsureOpen()
         _WarnNoTables();
         return false;
     }
-    const bool bOpen = m_pDataBase->open();
-    if (bOpen) {
+    const bool bOpens = m_pDataBase->open();
+    m_bOpensLater = bOpens && !m_pDataBase->isOpen();
+    if (m_pDataBase->isOpen()) {
         m_bWasThere = true;
         _MakeTables();
     }
-    return bOpen;
+    return bOpens;
 }
 
 /// Tells that the named file has none of its tables, or that it lacks the given one.
@@ -168,6 +184,7 @@ bool CKvFlightDataDbOperator::_MakeTables()
 
 void CKvFlightDataDbOperator::_CloseDataBase()
 {
+    m_bOpensLater = false;
     if (_IsDataBaseOpen()) {
         _FlushFlightMonitor();
         m_listIdleMonitorQuery.clear(); // closing finalises them
@@ -263,11 +280,41 @@ void CKvFlightDataDbOperator::_Keep(const QString& strTable, int nRows, qint64 n
 
 bool CKvFlightDataDbOperator::_Transact(const std::function<void()>& write)
 {
+    m_bUndone = false;
     if (!m_pDataBase->transaction()) {
         return false;
     }
     write();
+    if (m_bUndone) { // if only the statement is, the rest as well
+        QSqlQuery(*m_pDataBase->DBInstance()).exec(QStringLiteral("ROLLBACK"));
+    }
     return m_pDataBase->commit();
+}
+
+/// Runs a statement of a batch; false when it is refused. With one for which there is no room, or that the
+/// disk fails, SQLite undoes the whole transaction, and would store what follows at once, before what it has
+/// undone and what comes again: so nothing follows.
+bool CKvFlightDataDbOperator::_Run(QSqlQuery& query)
+{
+    if (m_bUndone) {
+        return false;
+    }
+    const bool bDone = query.exec();
+    if (!bDone || AwaitsTaking()) {
+        _WarnRefused(query);
+    }
+    m_bUndone = !bDone && UndoesTransaction(query.lastError());
+    return bDone;
+}
+
+void CKvFlightDataDbOperator::_Run(const CKvBoundInsert& insert)
+{
+    QSqlQuery query(*m_pDataBase->DBInstance());
+    if (insert.PrepareOn(query)) {
+        _Run(query);
+    } else {
+        _WarnRefused(query);
+    }
 }
 
 /// Writes what is kept, hardly waiting for those who hold the files: one short wait for all of them, and
@@ -279,7 +326,7 @@ bool CKvFlightDataDbOperator::_WriteKept()
     bool bTakes = true;
     for (const QString& strFile : m_pKept->Files()) {
         CKvDataBase visit(strFile);
-        bTakes = (_WriteKept(visit, strFile) || strFile != strNamed) && bTakes;
+        bTakes = (_WriteKept(visit, strFile) || !IsSameFile(strFile, strNamed)) && bTakes;
     }
     return bTakes;
 }
@@ -396,12 +443,8 @@ void CKvFlightDataDbOperator::_InsertRecords(const QList<QVariant>& listRecord,
             continue;
         }
         description.BindRecordAsText(query, record);
-        query.exec();
-        if (query.lastError().type() != QSqlError::NoError) {
+        if (!bPrepared || !_Run(query)) {
             IsTestServer(); // hosts see in this call that a record was refused
-        }
-        if (bPrepared) { // what is told otherwise is that nothing was
-            _WarnRefused(query);
         }
     }
 }
@@ -469,9 +512,7 @@ void CKvFlightDataDbOperator::_WritePositions(const QJsonArray& jsonArray,
     m_listPosDataQuery.append(insert);
     for (const QJsonValue& element : jsonArray) {
         description.BindRecord(insert, element.toObject());
-        if (!insert.exec() || AwaitsTaking()) {
-            _WarnRefused(insert);
-        }
+        _Run(insert);
     }
     m_listPosDataQuery.clear();
 }
@@ -496,9 +537,10 @@ void CKvFlightDataDbOperator::slotParseSingleJson(QJsonObject jsonObject, QStrin
         QSqlQuery query(*m_pDataBase->DBInstance());
         if (query.prepare(sql)) {
             description.BindRecord(query, records.at(0).toObject());
-            query.exec();
+            _Run(query);
+        } else {
+            _WarnRefused(query);
         }
-        _WarnRefused(query);
     };
     const QJsonArray records{jsonObject};
     if (!_Store(strTableName, [&] { write(records); })) {

@@ -19,6 +19,7 @@
 #include <functional>
 #include <memory>
 
+class CKvBoundInsert;
 class CKvDataBase;
 class CKvIdLookUp;
 class CKvKeptBatches;
@@ -141,8 +142,8 @@ public Q_SLOTS:
     /// whose name contains "message" takes Base64; one whose name contains "log_count" gets the text
     /// "NULL". A record whose id is in the table already is skipped. A column that a record lacks keeps the
     /// value of the record before; so a record without "id" behind one with an id is dropped. An empty array
-    /// is ignored, without a signal. Without a connection, or with a file that cannot be opened, there is no
-    /// signal and the lock stays held.
+    /// is ignored, without a signal. Without a connection, or with a file that no waiting makes open, there
+    /// is no signal and the lock stays held.
     void slotParseJson(QJsonArray, QString strFilePath, QString strMissionID, unsigned int iOperatorType,
                        QString strFlightMissionFilePath);
     /// Ends the upload of flight monitor rows after the batch in flight and begins a new cycle after 3 s.
@@ -243,6 +244,8 @@ private:
                       const std::function<void(const QJsonArray&)>& write);
     void _Keep(const QString& strTable, int nRows, qint64 nBytes, const std::function<void()>& write);
     bool _Transact(const std::function<void()>& write);
+    bool _Run(QSqlQuery& query);
+    void _Run(const CKvBoundInsert& insert);
     bool _WriteKept();
     bool _WriteKept(CKvDataBase& database, const QString& strFile);
     void _EmitUnderLock(const std::function<void()>& emitSignal);
@@ -317,6 +320,8 @@ private:
     std::unique_ptr<CKvKeptBatches> m_pKept;
     QSet<QString> m_setBareFile; // locked at the start, when their tables would have been made
     bool m_bWasThere = false;    // the file that the connection names, when it was last opened
+    bool m_bOpensLater = false;  // for want of descriptors or room
+    bool m_bUndone = false;      // the transaction, see _Run()
     bool m_bRecords = false;     // has been given something to record
     bool m_bMissionSet = false;  // whether one flies, or none any more
 };

@@ -200,7 +200,7 @@ void CKvFlightDataDbOperator::_upload(const QString& strFile)
 
 void CKvFlightDataDbOperator::_ScanFile(const QString& strFile)
 {
-    if (m_pDataBase->databaseName() != strFile) {
+    if (m_pDataBase->databaseName() != strFile || m_bOpensLater) {
         _PointDataBaseAt(strFile);
     }
     if (!_IsDataBaseOpen()) {

@@ -4,12 +4,15 @@
 #include "KvAlgorthm.h"
 #include "KvBoundInsert.h"
 #include "KvData.h"
+#include "KvData/KvLocks.h"
 #include "KvData/KvOwnThread.h"
 #include "KvData/KvWarnings.h"
 #include "KvTableDescription.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QUuid>
+
+#include <optional>
 
 namespace
 {
@@ -70,7 +73,8 @@ QVariant CKvFlightDataDbOperator::_MonitorValue(const QString& strColumn, const 
 }
 
 /// A prepared insert: one of the last batch, where that had the same columns and has not failed, since
-/// preparing takes twice the time of the insert itself.
+/// preparing takes twice the time of the insert itself. One for a table that the connection does not know yet
+/// reads the file; if somebody else holds that, it is the batch which waits for him.
 QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert()
 {
     const QString sql = m_pMonitorColumns->InsertSql(FlightLogTableName);
@@ -80,7 +84,14 @@ QSqlQuery CKvFlightDataDbOperator::_TakeMonitorInsert()
             return query;
         }
     }
-    QSqlQuery query(*m_pDataBase->DBInstance());
+    const bool bKnown =
+        !m_listFlightMonitorQuery.isEmpty() && !m_listFlightMonitorQuery.constLast().lastError().isValid();
+    const QSqlDatabase& database = *m_pDataBase->DBInstance();
+    std::optional<CNoWait> noWait;
+    if (!bKnown) {
+        noWait.emplace(database);
+    }
+    QSqlQuery query(database);
     query.prepare(sql);
     return query;
 }
@@ -97,11 +108,9 @@ void CKvFlightDataDbOperator::_ExecuteBatch(QList<QSqlQuery> listQuery)
     const bool bStored = _Store(FlightLogTableName, [&] {
         for (QSqlQuery& query : listQuery) {
             if (query.lastError().isValid()) { // not prepared: the file was locked then, or had no tables yet
-                CKvBoundInsert(query).Execute(*m_pDataBase->DBInstance());
+                _Run(CKvBoundInsert(query));
             } else {
-                if (!query.exec() || AwaitsTaking()) {
-                    _WarnRefused(query);
-                }
+                _Run(query);
                 query.finish();
             }
         }
@@ -119,8 +128,7 @@ void CKvFlightDataDbOperator::_KeepFlightMonitor(const QByteArray& byte)
         listValue.append(_MonitorValue(column.strName, byte));
     }
     const CKvBoundInsert insert(m_pMonitorColumns->InsertSql(FlightLogTableName), listValue);
-    _Keep(FlightLogTableName, 1, insert.Bytes(),
-          [this, insert] { insert.Execute(*m_pDataBase->DBInstance()); });
+    _Keep(FlightLogTableName, 1, insert.Bytes(), [this, insert] { _Run(insert); });
 }
 
 void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQuery)
@@ -136,7 +144,7 @@ void CKvFlightDataDbOperator::_KeepFlightMonitor(const QList<QSqlQuery>& listQue
     }
     _Keep(FlightLogTableName, listInsert.size(), nBytes, [this, listInsert] {
         for (const CKvBoundInsert& insert : listInsert) {
-            insert.Execute(*m_pDataBase->DBInstance());
+            _Run(insert);
         }
     });
 }

@@ -272,7 +272,9 @@ void CKvFlightDataDbOperator::_UploadBatch(const SBatchKind& kind, const QString
 void CKvFlightDataDbOperator::_PostBatch(const SBatchKind& kind, QByteArray json, const QString& strID,
                                          const QStringList& listID)
 {
-    KV_TRACE << kind.postMethod << kind.postText << strID << ",idList =" << listID;
+    // As a text, since the two Qts write a list in two ways.
+    KV_TRACE << kind.postMethod << kind.postText << strID
+             << ",idList =" << QLatin1Char('(') + listID.join(QLatin1String(", ")) + QLatin1Char(')');
     Send(this->*kind.pUpLoad, kind.endpoint, RowsBody(strID, std::move(json)), strID, listID);
 }
 

@@ -14,6 +14,7 @@
 #include <QtCore/QTimer>
 #include <QtCore/QUrl>
 #include <QtNetwork/QNetworkAccessManager>
+#include <QtNetwork/QNetworkCookieJar>
 #include <QtNetwork/QNetworkRequest>
 
 #include <algorithm>
@@ -70,11 +71,11 @@ CKvUpLoadObject::~CKvUpLoadObject()
         listLeft.append(m_pReply);
         m_pReply = nullptr;
     }
-    listLeft.append(m_pNetManager);
-    m_pNetManager = nullptr;
     for (QNetworkAccessManager* const pManager : qAsConst(m_listAside)) {
         listLeft.append(pManager);
     }
+    listLeft.append(m_pNetManager); // with the cookies, so it is the last one
+    m_pNetManager = nullptr;
     if (m_nReplySignals > 0) {
         m_pLeftInSignal->append(listLeft);
     } else {
@@ -145,7 +146,7 @@ void CKvUpLoadObject::PostNetWorkReplyMessage()
 }
 
 /// A manager whose requests the line has swallowed would soon send no more. It lives on until they end, as a
-/// late reply counts, and a fresh one takes over.
+/// late reply counts, and a fresh one takes over, with the cookies of both.
 void CKvUpLoadObject::_SetSilentManagerAside()
 {
     const auto ended = [](const QPointer<QNetworkReply>& pReply) { return !pReply || pReply->isFinished(); };
@@ -154,6 +155,7 @@ void CKvUpLoadObject::_SetSilentManagerAside()
     if (_HasUnanswered(m_pNetManager, MostUnanswered)) {
         m_listAside.append(m_pNetManager);
         m_pNetManager = new QNetworkAccessManager;
+        m_pNetManager->setCookieJar(m_listAside.constLast()->cookieJar()); // which has a new parent then
     }
     for (QNetworkAccessManager* const pManager : QList<QNetworkAccessManager*>(m_listAside)) {
         if (m_listAside.size() > MostAside || !_HasUnanswered(pManager, 1)) {

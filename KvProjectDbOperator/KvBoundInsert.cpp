@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "KvBoundInsert.h"
 
-#include "KvData/KvWarnings.h"
-
 #include <QtCore/QByteArray>
-#include <QtSql/QSqlDatabase>
-#include <QtSql/QSqlError>
 #include <QtSql/QSqlQuery>
 
 #include <utility>
@@ -25,16 +21,15 @@ CKvBoundInsert::CKvBoundInsert(QString strSql, QVector<QVariant> listValue)
 {
 }
 
-void CKvBoundInsert::Execute(const QSqlDatabase& database) const
+bool CKvBoundInsert::PrepareOn(QSqlQuery& query) const
 {
-    QSqlQuery query(database);
-    if (query.prepare(m_strSql)) {
-        for (int i = 0; i < m_listValue.size(); ++i) {
-            query.bindValue(i, m_listValue[i]);
-        }
-        query.exec();
+    if (!query.prepare(m_strSql)) {
+        return false;
     }
-    WarnRefused(database.databaseName(), m_strSql, query.lastError());
+    for (int i = 0; i < m_listValue.size(); ++i) {
+        query.bindValue(i, m_listValue[i]);
+    }
+    return true;
 }
 
 qint64 CKvBoundInsert::Bytes() const

@@ -5,7 +5,6 @@
 #include <QtCore/QVariant>
 #include <QtCore/QVector>
 
-class QSqlDatabase;
 class QSqlQuery;
 
 /// A prepared insert with its values, apart from the connection that it was prepared on.
@@ -18,7 +17,8 @@ public:
     /// A value for each placeholder, in their order.
     CKvBoundInsert(QString strSql, QVector<QVariant> listValue);
 
-    void Execute(const QSqlDatabase& database) const;
+    /// Prepares a query and binds the values; false when that fails.
+    bool PrepareOn(QSqlQuery& query) const;
     /// About what it takes in memory.
     qint64 Bytes() const;
 

@@ -2,6 +2,7 @@
 #include "KvKeptBatches.h"
 
 #include "KvData/KvWarnings.h"
+#include "KvMissionTables.h"
 
 #include <algorithm>
 #include <numeric>
@@ -20,11 +21,11 @@ CKvKeptBatches::~CKvKeptBatches()
 {
     int nFiles = 0;
     int nAll = 0;
-    for (auto file = m_mapBatch.cbegin(); file != m_mapBatch.cend(); ++file) {
-        const int nRows = std::accumulate(file->cbegin(), file->cend(), 0,
+    for (const SFile& file : qAsConst(m_listFile)) {
+        const int nRows = std::accumulate(file.listBatch.cbegin(), file.listBatch.cend(), 0,
                                           [](int nSum, const SBatch& batch) { return nSum + batch.nRows; });
         if (nRows > 0) {
-            TellLoss(file.key(), QStringLiteral("lost"),
+            TellLoss(file.strPath, QStringLiteral("lost"),
                      QStringLiteral("%1 records were not stored and are lost").arg(nRows));
             ++nFiles;
             nAll += nRows;
@@ -32,9 +33,36 @@ CKvKeptBatches::~CKvKeptBatches()
     }
     constexpr int Named = 3; // of which each has a line of its own
     if (nFiles > Named) {
-        TellLoss(m_mapBatch.lastKey(), QStringLiteral("lost in all"),
+        TellLoss(m_listFile.constLast().strPath, QStringLiteral("lost in all"),
                  QStringLiteral("%1 records of %2 files are lost in all").arg(nAll).arg(nFiles));
     }
+}
+
+QStringList CKvKeptBatches::Files() const
+{
+    QStringList listPath;
+    for (const SFile& file : m_listFile) {
+        listPath.append(file.strPath);
+    }
+    return listPath;
+}
+
+/// Paths are compared as they lead now: a folder of theirs may have come back meanwhile.
+int CKvKeptBatches::_Find(const QString& strFile) const
+{
+    const auto find = [this](const auto& isIt) {
+        const auto file = std::find_if(m_listFile.cbegin(), m_listFile.cend(), isIt);
+        return file == m_listFile.cend() ? -1 : static_cast<int>(file - m_listFile.cbegin());
+    };
+    const int nSamePath = find([&strFile](const SFile& file) { return file.strPath == strFile; });
+    return nSamePath >= 0 ? nSamePath
+                          : find([&strFile](const SFile& file) { return IsSameFile(file.strPath, strFile); });
+}
+
+QList<CKvKeptBatches::SBatch> CKvKeptBatches::_Batches(const QString& strFile) const
+{
+    const int nFile = _Find(strFile);
+    return nFile >= 0 ? m_listFile[nFile].listBatch : QList<SBatch>();
 }
 
 void CKvKeptBatches::Keep(const QString& strFile, const QString& strTable, int nRows, qint64 nBytes,
@@ -49,14 +77,19 @@ void CKvKeptBatches::Keep(const QString& strFile, const QString& strTable, int n
         return;
     }
     m_nBytes += nBytes;
-    m_mapBatch[strFile].append({strTable, nRows, nBytes, write});
+    int nFile = _Find(strFile);
+    if (nFile < 0) {
+        nFile = m_listFile.size();
+        m_listFile.append({strFile, {}});
+    }
+    m_listFile[nFile].listBatch.append({strTable, nRows, nBytes, write});
 }
 
 bool CKvKeptBatches::HandOver(const QString& strFile, const std::function<bool(const WriteInto&)>& store)
 {
     int nLeft = 0; // those in front that go on waiting
-    for (int nBatches = 1; nBatches > 0; nBatches = m_mapBatch.value(strFile).size() - nLeft) {
-        const QList<SBatch> listBatch = m_mapBatch.value(strFile).mid(nLeft, nBatches);
+    for (int nBatches = 1; nBatches > 0; nBatches = _Batches(strFile).size() - nLeft) {
+        const QList<SBatch> listBatch = _Batches(strFile).mid(nLeft, nBatches);
         QSet<QString> setTaken;
         const bool bStored = store([&listBatch, &setTaken](const QSet<QString>& setTable) {
             setTaken = setTable;
@@ -77,7 +110,8 @@ bool CKvKeptBatches::HandOver(const QString& strFile, const std::function<bool(c
 /// Forgets what has gone into its table; returns how many batches have not.
 int CKvKeptBatches::_Forget(const QString& strFile, const QSet<QString>& setTable, int nFirst, int nBatches)
 {
-    QList<SBatch>& listBatch = m_mapBatch[strFile];
+    const int nFile = _Find(strFile);
+    QList<SBatch>& listBatch = m_listFile[nFile].listBatch;
     const auto first = listBatch.begin() + nFirst;
     const auto end = first + nBatches;
     const auto stored = std::stable_partition(
@@ -88,7 +122,7 @@ int CKvKeptBatches::_Forget(const QString& strFile, const QSet<QString>& setTabl
     m_bFull = m_bFull && stored == end;
     listBatch.erase(stored, end);
     if (listBatch.isEmpty()) {
-        m_mapBatch.remove(strFile);
+        m_listFile.removeAt(nFile);
     }
     return nLeft;
 }

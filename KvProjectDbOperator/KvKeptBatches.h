@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QtCore/QList>
-#include <QtCore/QMap>
 #include <QtCore/QSet>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -12,6 +11,7 @@
 /// Batches that their file has not taken, because somebody else held it or it lacks their table: they wait in
 /// memory, in order, and are written before the next ones. Beyond 64 MiB the newest are given up, a single
 /// one of that size aside, which is an error on Qt's debug output, as are those that still wait at the end.
+/// A file is the same by whatever path it is named.
 class CKvKeptBatches
 {
 public:
@@ -27,9 +27,10 @@ public:
     /// \param nRows   records that are lost with the batch
     /// \param nBytes  about what the batch takes in memory
     void Keep(const QString& strFile, const QString& strTable, int nRows, qint64 nBytes, const Write& write);
-    bool IsEmpty() const { return m_mapBatch.isEmpty(); }
-    bool Has(const QString& strFile) const { return m_mapBatch.contains(strFile); }
-    QStringList Files() const { return m_mapBatch.keys(); }
+    bool IsEmpty() const { return m_listFile.isEmpty(); }
+    bool Has(const QString& strFile) const { return _Find(strFile) >= 0; }
+    /// Each by the path that it was named with first.
+    QStringList Files() const;
 
     /// Writes batches, those whose table is among the given ones.
     using WriteInto = std::function<void(const QSet<QString>&)>;
@@ -46,9 +47,15 @@ private:
         qint64 nBytes;
         Write write;
     };
+    struct SFile {
+        QString strPath;
+        QList<SBatch> listBatch;
+    };
+    int _Find(const QString& strFile) const;
+    QList<SBatch> _Batches(const QString& strFile) const;
     int _Forget(const QString& strFile, const QSet<QString>& setTable, int nFirst, int nBatches);
 
-    QMap<QString, QList<SBatch>> m_mapBatch;
+    QList<SFile> m_listFile;
     qint64 m_nBytes = 0;
     bool m_bFull = false;
 };

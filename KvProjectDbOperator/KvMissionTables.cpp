@@ -4,6 +4,7 @@
 #include "KvAlgorthm.h"
 #include "KvData.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QVector>
 
@@ -30,6 +31,18 @@ QVector<STable> VideoTables()
     return {{FlightLogTableName, GetFlightLogTableContents()},
             {UasStatusTableName, GetUasStatusTableContents()},
             {FlightVideoTableName, GetFlightVideoTableContents()}};
+}
+
+/// Without detours, also through links.
+QString OnePath(const QString& strFile)
+{
+    const QFileInfo info(strFile);
+    if (info.exists()) {
+        return info.canonicalFilePath();
+    }
+    const QString strFolder = info.dir().canonicalPath();
+    return QDir::cleanPath((strFolder.isEmpty() ? info.absolutePath() : strFolder) + QLatin1Char('/') +
+                           info.fileName());
 }
 
 bool HasAll(const QVector<STable>& listTable, const QSet<QString>& setTable)
@@ -82,6 +95,11 @@ bool TakesRows(const QString& strFile)
 {
     const QFileInfo info(strFile);
     return info.isFile() && (info.size() > 0 || strFile.endsWith(QLatin1String(".db")));
+}
+
+bool IsSameFile(const QString& strFile, const QString& strOther)
+{
+    return strFile == strOther || OnePath(strFile) == OnePath(strOther);
 }
 
 QString AwaitedTable(const QString& strFile, const QString& strTable)

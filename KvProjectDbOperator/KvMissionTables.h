@@ -24,6 +24,9 @@ bool MakeVideoTablesWithin(CKvDataBase& database);
 /// and would take none.
 bool TakesRows(const QString& strFile);
 
+/// Whether two paths lead to one mission file, which need not be there.
+bool IsSameFile(const QString& strFile, const QString& strOther);
+
 /// What records for a table have to wait for: one of a mission file's own, in lower case. Nothing, where it
 /// is a host's own or the file is a video mission's, which lacks some for good.
 QString AwaitedTable(const QString& strFile, const QString& strTable);

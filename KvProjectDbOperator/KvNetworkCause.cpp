@@ -43,8 +43,11 @@ QString Words(const QNetworkReply* pReply)
     const int nStatus = HttpStatus(pReply);
     if (nStatus < FirstRefusal && pReply->error() != QNetworkReply::NoError) {
         const QString strErrors = pReply->property(CertificateErrors).toString();
-        return pReply->errorString() +
-               (strErrors.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(strErrors));
+        const QString strWords = pReply->errorString();
+        // Qt 6 has an error of the certificate in its words, behind a colon.
+        return strErrors.isEmpty()
+                   ? strWords
+                   : QStringLiteral("%1 (%2)").arg(strWords.section(QLatin1Char(':'), 0, 0), strErrors);
     }
     const QUrl target = pReply->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
     return QStringLiteral("HTTP status %1").arg(nStatus) +

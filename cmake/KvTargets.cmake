@@ -36,7 +36,9 @@ function(kv_target_defaults target)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
   # As a host may be built: Qt's lower-case keywords belong to others there.
-  target_compile_definitions(${target} PRIVATE QT_NO_KEYWORDS QT_STRICT_ITERATORS ${KV_STRICT_QT})
+  # Nothing that Qt 5.15 calls deprecated, as Qt 6 has none of it.
+  target_compile_definitions(${target} PRIVATE QT_NO_KEYWORDS QT_STRICT_ITERATORS ${KV_STRICT_QT}
+    QT_DISABLE_DEPRECATED_BEFORE=0x050f00)
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow
       $<$<BOOL:${KV_WARNINGS_AS_ERRORS}>:-Werror>)

@@ -10,6 +10,7 @@
 #include <QtSql/QSqlQuery>
 
 #include <functional>
+#include <utility>
 
 #if defined(KVDATA_LIBRARY)
 #define KVDATA_EXPORT Q_DECL_EXPORT
@@ -59,10 +60,11 @@ public:
     ///
     /// Does nothing when that very file is open already, so that prepared statements stay valid; closes
     /// another file first. A file that is locked is open all the same: what this has to set up is tried again
-    /// when the connection is next used.
+    /// when the connection is next used. Where no file descriptor is free, or no room for a new file, the
+    /// answer is true too, with a line in the log, but isOpen() is false until a later open() finds some.
     /// \return false, with a line in the log, for what waiting does not mend: an empty name, a folder that
     ///         does not exist, a path that is a folder, a device or a link that leads nowhere, a file that
-    ///         may not be read or is no database
+    ///         may not be read, or made where there is none, or that is no database
     bool open();
 
     /// Whether a file is open.
@@ -76,7 +78,9 @@ public:
     QSqlQuery exec(const QString& sql) const;
 
     /// Begins a transaction that may write: the write lock is taken at once, waiting for others.
-    /// \return false, with a line in the log, when no transaction has begun
+    /// \return false, with a line in the log, when no transaction has begun, which is so too when another
+    /// file
+    ///         has taken the place of the open one, or none: what is open then is a file that nobody finds
     bool transaction();
 
     /// Commits the transaction, waiting for others that read. When that fails, the transaction is rolled
@@ -97,18 +101,20 @@ private:
     QSqlError _Settle();
     QSqlError _Begin();
     QSqlError _Touch() const;
+    QSqlError _CheckPlace() const;
     void _ReportNotBegun(const QSqlError& error);
     void _CountWaits() const;
     void _LeaveWriteAheadLog();
-    QString _SetUp();
+    QSqlError _SetUp();
     void _SetBusyTimeout(int nMilliseconds) const;
 
     QSqlDatabase m_database;
-    QString m_strOpenFile; ///< what is really open; the database name may run ahead of it
-    int m_nSettled = 0;    ///< how many of the opening statements have been run
+    QString m_strOpenFile;                  ///< what is really open; the database name may run ahead of it
+    QString m_strPlace;                     ///< the same as an absolute path, at which is to be
+    std::pair<quint64, quint64> m_identity; ///< the file of this identity, see IdentityOf()
+    int m_nSettled = 0;                     ///< how many of the opening statements have been run
     bool m_bInTransaction = false;
     bool m_bToldReadOnly = false;
-    bool m_bOpenedEmpty = false;
     QPointer<QThread> m_pThread;    ///< the one that has the file open
     mutable int m_nBusyTimeout = 0; ///< what SQLite has been told, milliseconds
     CKvPatience* const m_pPatience;

@@ -7,6 +7,7 @@ set -eu
 # mood; names that begin with an underscore are the compiler's own.
 exported() {
     nm --dynamic --defined-only --demangle "$1" | cut -d ' ' -f 2- |
+        sed 's/QList<QString>/QStringList/g' | # as Qt 5 has it
         awk '/^[VWu] / && /std::|Q[A-Z]/ && !/Kv/ { next } /^. _/ { next } { print substr($0, 3) }' | LC_ALL=C sort -u
 }
 

@@ -6,6 +6,8 @@
 #include "telemetry/MavlinkMessages.h"
 #include "telemetry/TelemetryLog.h"
 
+#include <sys/stat.h>
+
 namespace
 {
 /// What a reader of other people found in a file: places as longitude, latitude and height, and times.
@@ -226,6 +228,12 @@ private Q_SLOTS:
             0);
         QVERIFY(TestProject::contents(target).endsWith("</kml>\n"));
         QCOMPARE(QDir(QFileInfo(target).path()).entryList({"flights*"_l1}).size(), 1);
+        const QString pipe = flown.path("pipe"_l1);
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        QFile reader(pipe);
+        QVERIFY(reader.open(QIODevice::ReadWrite | QIODevice::Unbuffered)); // who only reads would wait
+        QCOMPARE(flown.write("csv"_l1, pipe).exitCode, 0);
+        QVERIFY(reader.readLine().startsWith("mission,")); // into what is no file, which stays
     }
     /// Who records never waits for an export, and what is recorded meanwhile is not half in it.
     void readsBesideARecorder()

@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include <sys/resource.h>
+
 namespace
 {
 constexpr int Wait = 100; // milliseconds that a connection waits for a lock here
@@ -199,6 +201,7 @@ private Q_SLOTS:
             {"reader"_l1, {"in time"_l1, "late"_l1, "never"_l1}},
             {"idle WAL"_l1, {"late"_l1, "never"_l1}},
             {"replaced"_l1, {"late"_l1}},
+            {"replaced in WAL mode"_l1, {"late"_l1}},
             {"replaced, held"_l1, {"in time"_l1, "late"_l1, "never"_l1}},
             {"moved away"_l1, {"late"_l1, "never"_l1}},
             {"deleted"_l1, {"late"_l1, "never"_l1}}};
@@ -361,6 +364,35 @@ private Q_SLOTS:
         QCOMPARE(g_criticals.size(), 2);
     }
 
+    /// A file that is named in another way is still the one that batches wait for, so they keep their order.
+    void twoPaths()
+    {
+        for (const char* path : {"m1/./flight.kv", "link/flight.kv"}) {
+            const FlightProject project;
+            QVERIFY(QFile::link(project.path("m1"_l1), project.path("link"_l1)));
+            Recorder recorder(project.db);
+            auto foreign = std::make_unique<Foreign>("exclusive"_l1, project.db);
+            recorder.write(50);
+            recorder.op.SetFlightMissionFilePath(project.path(QLatin1String(path)));
+            QCoreApplication::processEvents();
+            const std::function<void()> leave = [&leave, &foreign] { // once short visits have waited
+                if (t_slept < 50000) {
+                    t_whileWaiting = leave;
+                } else {
+                    foreign.reset();
+                }
+            };
+            t_whileWaiting = leave;
+            waited([&recorder] { recorder.write(50); });
+            t_whileWaiting = nullptr;
+            foreign.reset();
+            recorder.write(50);
+            QCOMPARE(project.text("SELECT group_concat(CAST(message AS INTEGER) = rowid - 1, '') FROM "
+                                  "flight_monitor_detail_log"_l1),
+                     QStringLiteral("1").repeated(150));
+        }
+    }
+
     /// A batch beyond SQLite's own memory waits for a reader once, as a small one does.
     void largeBatchBesideReader()
     {
@@ -442,6 +474,32 @@ private Q_SLOTS:
         }
     }
 
+    /// No file descriptor is free for a while: what is recorded then is kept, and no lock.
+    void noDescriptors()
+    {
+        const FlightProject project;
+        Recorder recorder(project.db);
+        Q_EMIT recorder.slotStartUploadTimer(false);
+        rlimit limit = {};
+        QVERIFY(getrlimit(RLIMIT_NOFILE, &limit) == 0);
+        const rlimit none = {0, limit.rlim_max};
+        const QStringList lines = loggedBy(Level::Error, [&] {
+            setrlimit(RLIMIT_NOFILE, &none);
+            recorder.write(1);
+            recorder.op.slotParseJson(Scene::records("p1", "p2"), ":/flight_monitor_detail_log.txt"_l1,
+                                      Mission, 1, project.db);
+            takeLock(recorder);
+            recorder.write(1);
+            setrlimit(RLIMIT_NOFILE, &limit);
+        });
+        QCOMPARE(lines, QStringList("4 "_l1 + project.db +
+                                    ": cannot be opened now: unable to open database file"_l1));
+        recorder.write(50);
+        QCOMPARE(project.text("SELECT ifnull(message, '-') FROM flight_monitor_detail_log LIMIT 4"_l1),
+                 "0 - - 1"_l1);
+        QCOMPARE(stored(project.db), 54);
+    }
+
     /// A read that finds a file locked is told, and its end, and neither again for the locks that follow.
     void lockedReads()
     {
@@ -494,6 +552,28 @@ private Q_SLOTS:
             QCOMPARE(lines.filter("wait in memory"_l1), expected);
             QCOMPARE(stored(bare), 150);
         }
+    }
+
+    /// Messages for a table that the connection has not seen wait for a lock with their batch, not one by
+    /// one.
+    void unknownTable()
+    {
+        const FlightProject project;
+        Recorder recorder(project.db);
+        project.run("DROP TABLE flight_monitor_detail_log");
+        recorder.op.SetFlightMissionFilePath(project.db);
+        auto foreign = std::make_unique<Foreign>("exclusive"_l1, project.db);
+        const int slept = waited([&recorder] {
+            for (int i = 0; i < 50; ++i) {
+                QCoreApplication::processEvents();
+                recorder.write(1);
+            }
+        });
+        QVERIFY2(slept > Wait / 20 && slept < Wait * 3 / 2, QByteArray::number(slept).constData());
+        foreign.reset();
+        QVERIFY(CreateMissionFile(project.db));
+        recorder.write(50);
+        QCOMPARE(stored(project.db), 100);
     }
 
     /// A file that is moved away in a pause can be put back, as nothing has taken its name.

@@ -5,13 +5,13 @@
 #include <QtSql/QSqlError>
 
 #include <atomic>
-#include <sys/fsuid.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace
 {
 constexpr uid_t Nobody = 65534;
+const uid_t User = getuid();
 
 std::atomic<qint64> secondsAhead{0}; ///< the system's clock, as this process sees it
 
@@ -202,11 +202,11 @@ private Q_SLOTS:
         for (const auto& [path, reason] : refused) {
             CKvDataBase database(path);
             const QStringList lines = loggedBy(Level::Error, [&database] {
-                const auto user = setfsuid(Nobody); // nothing is refused to root
+                syscall(SYS_setresuid, Nobody, Nobody, -1); // nothing is refused to root
                 for (int i = 0; i < 3; ++i) {
                     QVERIFY(!database.open() && !database.isOpen());
                 }
-                setfsuid(static_cast<uid_t>(user));
+                syscall(SYS_setresuid, User, User, -1);
             });
             QCOMPARE(lines, QStringList{"4 "_l1 + path + ": cannot be opened: "_l1 + reason});
             database.close();

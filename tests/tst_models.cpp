@@ -33,11 +33,12 @@ private Q_SLOTS:
     void showsMissionsAsTheirFilesAre()
     {
         const FlightProject project(3, 2, 4);
-        QVERIFY(project.run("UPDATE flight_mission SET name = 'n', started_at = '2024-01-01T08:00:00.000Z', "
-                            "break_point_lng = '8.500000', break_point_lat = '47.000000'",
-                            "UPDATE uas_status SET time = '2024-01-01T09:01:02.500Z'",
-                            "UPDATE pos_data SET is_uploaded = 1, created_at = '2000-01-01 00:00:00.000'",
-                            "UPDATE flight_monitor_detail_log SET created_at = '2020-01-01 00:00:00.000'"));
+        QVERIFY(
+            project.run("UPDATE flight_mission SET name = 'n', started_at = '2024-01-01T08:00:00.000Z', "
+                        "clock_offset = '86400', break_point_lng = '8.500000', break_point_lat = '47.000000'",
+                        "UPDATE uas_status SET time = '2024-01-01T09:01:02.500Z'",
+                        "UPDATE pos_data SET is_uploaded = 1, created_at = '2000-01-01 00:00:00.000'",
+                        "UPDATE flight_monitor_detail_log SET created_at = '2020-01-01 00:00:00.000'"));
         const QString broken = project.file("broken/flight.kv"_l1, QByteArray(5000, 'x'));
         MissionModel model;
         model.update({MissionsOfFile::read(broken), MissionsOfFile::read(project.db)});
@@ -45,8 +46,10 @@ private Q_SLOTS:
         for (int column = MissionModel::Start; column <= MissionModel::State; ++column) {
             row.append(column == MissionModel::Oldest ? QString() : shown(model, 1, column));
         }
-        QCOMPARE(row.join(u'|'), "2024-01-01 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
+        QCOMPARE(row.join(u'|'), "2024-01-02 08:00|1:01:02|1|3|2|4|7||waypoint 0||not ended, "
                                  "7 records wait"_l1);
+        MissionFile file(project.db);
+        QCOMPARE(Flight(file, file.missions().constFirst()).start(), model.start(1).toMSecsSinceEpoch());
         QCOMPARE(model.index(1, MissionModel::BreakpointAt).data(Qt::ToolTipRole).toString(),
                  "waypoint 0 at 8.500000, 47.000000"_l1);
         const int years = shown(model, 1, MissionModel::Oldest).section(u' ', 0, 0).toInt() / 365;
@@ -220,7 +223,9 @@ private Q_SLOTS:
             "|| '.000Z', armed = rowid > 1, flight_mode = substr('AUTOLAND', 4 * (rowid > 2) + 1, 4)",
             "UPDATE flight_monitor_detail_log SET message = x'"_l1 +
                 QString::fromLatin1(TelemetryFrame{1783238402500000, frame}.logRecord().toHex()) +
-                "' WHERE rowid = 2"_l1));
+                "' WHERE rowid = 2"_l1,
+            "INSERT INTO flight_complete(flight_mission_id, completed_at, result) "
+            "VALUES('m1', '2026-07-05T08:01:35.500Z', 'interrupted')"));
         MissionFile file(project.db);
         Flight flight(file, file.missions().constFirst());
         QStringList told;
@@ -230,7 +235,14 @@ private Q_SLOTS:
                         .arg(event.text, event.trouble ? "!"_l1 : ""_l1);
         }
         QCOMPARE(told.join(u';'), "1000 Mode AUTO;2000 Armed;2500 Low battery!;3000 Mode LAND;"
-                                  "3000 Nothing was heard for 27 s!"_l1);
+                                  "3000 Link lost for 27 s!;30000 Link lost: nothing was heard for 65 s, "
+                                  "until the recording ended!"_l1);
+        FlightProfile profile;
+        FlightProfile::read(
+            flight, [] {}, [&profile](const FlightProfile& read) { profile = read; });
+        QCOMPARE(profile.period().second % 3600000, 95500);
+        QCOMPARE(profile.silences().size(), 2);
+        QVERIFY(FlightFigures::of(flight).isLinkLost);
     }
     void agesAndDurations()
     {

@@ -157,8 +157,22 @@ private Q_SLOTS:
             QCOMPARE(project.rows().size(), before);
         }
         const FlownProject project;
-        const ProgramResult cut = project.desk("record"_l1, {project.file("cut.tlog"_l1, sound.chopped(7))});
+        QCOMPARE(project.desk("record"_l1, {project.file("text.tlog"_l1, "no flight")}).exitCode, 1);
+        QVERIFY(!QFile::exists(project.path("project"_l1)));
+        const ProgramResult cut =
+            project.desk("record"_l1, {project.file("cut.tlog"_l1, "noise" + sound.chopped(7))});
         QVERIFY2(cut.exitCode == 0 && cut.out.contains("cut off at 1:47"), cut.out.constData());
+        for (const auto& [command, words] :
+             {std::pair("status --json", R"("log_truncated_bytes":)"),
+              {"status", "log cut off"},
+              {"logbook", ", log cut off"},
+              {"export cut --format tlog --output ",
+               "; 5 unreadable bytes of its log were skipped; its log is cut off in a last record of "}}) {
+            QStringList parts = QString::fromLatin1(command).split(u' ');
+            parts.last() += parts.last().isEmpty() ? project.path("again.tlog"_l1) : QString();
+            const ProgramResult told = project.desk(parts.first(), parts.mid(1));
+            QVERIFY2(told.out.contains(words) && !told.err.contains('%'), (told.out + told.err).constData());
+        }
         const QString whole = project.file("whole.tlog"_l1, sound),
                       copy = project.file("copy.tlog"_l1, sound);
         QCOMPARE(project.desk("record"_l1, {whole}).exitCode, 0);

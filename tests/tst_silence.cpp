@@ -260,7 +260,7 @@ private Q_SLOTS:
         QTest::newRow("written") << true << "takes records again"
                                  << "(the last of 12 files)";
         QTest::newRow("lost") << false << "lost"
-                              << "9.kv: 12 records of 12 files are lost in all";
+                              << "11.kv: 12 records of 12 files are lost in all";
     }
     void theEndOfManyIsTold()
     {

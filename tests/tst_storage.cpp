@@ -217,6 +217,25 @@ private Q_SLOTS:
         }
     }
 
+    /// Whichever write finds no room, once: what SQLite undoes comes again, in its order.
+    void fullDiskKeepsOrder()
+    {
+        for (int n = 1, failures = 1; failures > 0; ++n) {
+            const FlightProject project;
+            disk.mount(project.path("m1"_l1));
+            Recorder recorder(project.db);
+            recorder.write(50);
+            disk.failAt(FaultVfs::Write, n, 13, false);
+            recorder.write(50);
+            failures = disk.failures();
+            disk.clear();
+            recorder.write(50);
+            QCOMPARE(project.text("SELECT group_concat(CAST(message AS INTEGER) = rowid - 1, '') FROM "
+                                  "flight_monitor_detail_log"_l1),
+                     QStringLiteral("1").repeated(150));
+        }
+    }
+
     /// The power goes while tables are made: a file has none of them then or all.
     void tablesAtOnce_data()
     {

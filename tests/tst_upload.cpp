@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "support/Rows.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 
@@ -97,6 +98,53 @@ private Q_SLOTS:
         }
         const QString message = m_server->requests[3].records().at(0)["message"_l1].toString();
         QCOMPARE(QByteArray::fromBase64(message.toLatin1(), QByteArray::Base64UrlEncoding), bytes);
+    }
+
+    /// What is stored and sent for a value hangs neither on the Qt that recorded it nor on the one that
+    /// uploads it: the lines that are compared with are the same for both.
+    void eitherQt_data() { addRows(); }
+    void eitherQt()
+    {
+        const FlightProject project;
+        const auto described = [&project](const QString& table, const QByteArray& columns) {
+            return project.file(table + ".txt"_l1, columns);
+        };
+        const QByteArray record =
+            R"({"id":"1","flight_mission_id":"m1","time":V,"roll":V,"armed":V,"lng":V})";
+        const QByteArray literal = cell("json").toUtf8();
+        const QJsonObject object = QJsonDocument::fromJson(QByteArray(record).replace("V", literal)).object();
+        const QString uas = "uas_status"_l1;
+        const QString pos = "pos_data"_l1;
+        {
+            Host host(EUploadEnv::None, project.db);
+            const QString file = described(uas, "id TEXT mission_id TEXT flight_mission_id TEXT "
+                                                "time TEXT roll REAL armed INTEGER flight_mode TEXT");
+            Q_EMIT host.slotParseSingleJson(object, file, uas);
+            host.op.slotParseJson(
+                {object},
+                described(pos, "id TEXT speed REAL flight_mission_id TEXT time TEXT lng REAL alt REAL"),
+                "m1"_l1, 1, project.db);
+        }
+        QVERIFY(project.run("UPDATE uas_status SET created_at = 'now'",
+                            "UPDATE pos_data SET created_at = 'now'",
+                            "INSERT INTO flight_mission(id) VALUES('m1')"));
+        QStringList stored;
+        for (const char* column : {"mission_id", "time", "roll", "armed", "flight_mode"}) {
+            stored += project.text("SELECT quote("_l1 + QLatin1String(column) + ") FROM uas_status"_l1);
+        }
+        for (const char* column : {"speed", "time", "lng", "alt"}) {
+            stored += project.text("SELECT quote("_l1 + QLatin1String(column) + ") FROM pos_data"_l1);
+        }
+        QCOMPARE(stored.join(u' '), cell("stored"));
+
+        ArmedHost uploader(EUploadEnv::OncePerRequest, project.db);
+        Q_EMIT uploader.slotStartUpload();
+        QTRY_COMPARE(m_server->requests.size(), 3);
+        const auto body = [](const char* column) {
+            return "flight_mission_id=m1&data=[" + cell(column).toUtf8() + ']';
+        };
+        QCOMPARE(m_server->requests[1].body, body("as text"));
+        QCOMPARE(m_server->requests[2].body, body("as it is"));
     }
 
     /// Missions that reach the server, of three: "a" has rows of all kinds, "b" a position in the same file,

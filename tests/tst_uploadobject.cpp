@@ -177,12 +177,14 @@ private Q_SLOTS:
         const QByteArray body = R"({"status":1})";
         server.sendMore("/13", ScriptedServer::file(body).wire);
         QTRY_COMPARE(upload.outcomes, QStringList{QString::fromUtf8("finished " + body)});
-        server.sendMore("/0", ScriptedServer::file(body).wire);
+        server.sendMore("/0",
+                        ScriptedServer::file(body).wire.replace("\r\n\r\n", "\r\nSet-Cookie: a=b\r\n\r\n"));
         QTRY_COMPARE(upload.outcomes.size(), 2);
         server.script = [](const PostedRequest&) { return ScriptedServer::accepted(); };
         upload.PostNetWorkReplyMessage();
         QTRY_COMPARE(upload.outcomes.size(), 3);
         QVERIFY(upload.outcomes.constLast().startsWith("finished"_l1));
+        QCOMPARE(server.requests.constLast().headers["cookie"], QByteArray("a=b")); // of another manager
     }
 
     /// A receiver runs an event loop in a reply's signal, in which that reply's manager is given up.

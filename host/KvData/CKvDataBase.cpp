@@ -2,11 +2,11 @@
 #include "KvData.h"
 #include "KvLocks.h"
 #include "KvOwnThread.h"
+#include "KvPath.h"
 #include "KvPatience.h"
 #include "KvTrouble.h"
 #include "KvWarnings.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFileInfo>
 #include <QtCore/QUuid>
@@ -52,27 +52,8 @@ int LockWait(const QString& strFile)
                          IsInTrouble(ETrouble::Writing, strFile) ? KnownLockWait : CKvPatience::Visits);
 }
 
-/// What is wrong with a path that SQLite would take, or explain worse; empty when nothing is.
-QString Obstacle(const QString& strFile)
-{
-    const QFileInfo info(strFile);
-    if (strFile.isEmpty()) {
-        return QStringLiteral("no file is named");
-    }
-    if (info.isFile() || strFile.startsWith(QLatin1Char(':'))) { // ":memory:"
-        return {};
-    }
-    if (info.exists()) {
-        return info.isDir() ? QStringLiteral("it is a folder") : QStringLiteral("it is a device");
-    }
-    if (info.isSymLink()) {
-        return QStringLiteral("it is a link that leads nowhere");
-    }
-    return info.dir().exists() ? QString() : QStringLiteral("its folder does not exist");
-}
-
-/// Whether an error stays however long one waits.
-bool IsForGood(const QSqlError& error)
+/// Whether a file's error stays however long one waits.
+bool IsForGood(const QSqlError& error, const QString& strFile)
 {
     constexpr int Permission = 3;
     constexpr int Corrupt = 11;
@@ -80,8 +61,8 @@ bool IsForGood(const QSqlError& error)
     constexpr int Authorization = 23;
     constexpr int NoDatabase = 26;
     const int nCode = ResultCode(error);
-    return nCode == Permission || nCode == ReadOnly || nCode == Corrupt || nCode == CannotOpen ||
-           nCode == Authorization || nCode == NoDatabase;
+    return nCode == Permission || nCode == ReadOnly || nCode == Corrupt || nCode == Authorization ||
+           nCode == NoDatabase || (nCode == CannotOpen && IsForbidden(strFile));
 }
 
 /// An upload looks into a video mission's file for what only flights have. A breakpoint, which reads the
@@ -137,30 +118,35 @@ bool CKvDataBase::open()
     }
     // SQLite takes an empty name for a temporary database that forgets everything.
     QString strTrouble = Obstacle(strFile);
-    if (strTrouble.isEmpty()) {
-        strTrouble = _SetUp();
-    }
-    if (strTrouble.isEmpty()) {
-        m_pThread = QThread::currentThread();
-        m_strOpenFile = strFile;
-        ClearTrouble(ETrouble::Opening, strFile);
-        return true;
+    bool bForGood = !strTrouble.isEmpty();
+    if (!bForGood) {
+        const QSqlError error = _SetUp();
+        bForGood = IsForGood(error, strFile);
+        strTrouble = error.databaseText();
+        if (!bForGood && isOpen()) {
+            m_pThread = QThread::currentThread();
+            m_strOpenFile = strFile;
+            ClearTrouble(ETrouble::Opening, strFile);
+            return true;
+        }
     }
     close();
-    ReportTrouble(ETrouble::Opening, strFile, QStringLiteral("cannot be opened: ") + strTrouble);
-    return false;
+    ReportTrouble(ETrouble::Opening, strFile,
+                  QLatin1String(bForGood ? "cannot be opened: " : "cannot be opened now: ") + strTrouble);
+    return !bForGood;
 }
 
-/// Opens the file; returns what is wrong with it for good.
-QString CKvDataBase::_SetUp()
+/// Opens the file; returns the last error.
+QSqlError CKvDataBase::_SetUp()
 {
     m_nBusyTimeout = LockPoll;
     m_database.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(m_nBusyTimeout));
     m_nSettled = 0;
-    m_bOpenedEmpty = QFileInfo(m_database.databaseName()).size() == 0;
     if (!m_database.open()) {
-        return m_database.lastError().databaseText();
+        return m_database.lastError();
     }
+    m_strPlace = QFileInfo(m_database.databaseName()).absoluteFilePath();
+    m_identity = IdentityOf(m_strPlace);
     // Else a large batch waits for a reader with every statement, and for nothing: it is the end that has to.
     _Run(QStringLiteral("PRAGMA cache_spill=OFF"));
     QSqlError error;
@@ -168,7 +154,7 @@ QString CKvDataBase::_SetUp()
         error = _Settle();
         return m_nSettled < SafeToWrite ? error : QSqlError();
     });
-    return IsForGood(error) ? error.databaseText() : QString();
+    return error;
 }
 
 /// Runs what is left of the opening statements; returns the error of the one that has to be run again.
@@ -287,7 +273,11 @@ bool CKvDataBase::transaction()
 
 QSqlError CKvDataBase::_Begin()
 {
-    QSqlError error = _Settle();
+    QSqlError error = _CheckPlace();
+    if (error.isValid()) {
+        return error;
+    }
+    error = _Settle();
     if (m_nSettled >= SafeToWrite) {
         error = _Run(QStringLiteral("BEGIN IMMEDIATE"));
     }
@@ -301,38 +291,39 @@ QSqlError CKvDataBase::_Begin()
     return error;
 }
 
-/// Writes what is there already into a page that every transaction writes. A file that was moved away or
-/// replaced lets a transaction begin and end well, and refuses what is between; or takes it, where opening
-/// had made it anew.
+/// A file that was moved away, replaced or deleted takes what nobody ever finds. SQLite refuses that only
+/// with a rollback journal, where it writes, and where the file was not empty when it was opened.
+QSqlError CKvDataBase::_CheckPlace() const
+{
+    if (IdentityOf(m_strPlace) == m_identity) {
+        return {};
+    }
+    return {{},
+            QStringLiteral("it was moved, replaced or deleted"),
+            QSqlError::TransactionError,
+            QString::number(ReadOnly)};
+}
+
+/// Writes what is there already into a page that every transaction writes: a file that is read-only lets a
+/// transaction begin and end well, and refuses what is between.
 QSqlError CKvDataBase::_Touch() const
 {
-    const auto read = [this](const char* pragma) {
-        QSqlQuery query(m_database);
-        query.setForwardOnly(true);
-        query.exec(QLatin1String(pragma));
-        return query.next() ? query.value(0) : QVariant();
-    };
-    if (m_bOpenedEmpty && read("PRAGMA page_count").toInt() == 1 &&
-        QFileInfo(m_strOpenFile).size() > read("PRAGMA page_size").toLongLong()) {
-        return {{},
-                QStringLiteral("attempt to write an empty file"),
-                QSqlError::TransactionError,
-                QString::number(ReadOnly)};
-    }
-    return _Run(QStringLiteral("PRAGMA user_version=") + read("PRAGMA user_version").toString());
+    QSqlQuery query(m_database);
+    query.setForwardOnly(true);
+    query.exec(QStringLiteral("PRAGMA user_version"));
+    const QString strVersion = query.next() ? query.value(0).toString() : QString();
+    query.finish();
+    return _Run(QStringLiteral("PRAGMA user_version=") + strVersion);
 }
 
 void CKvDataBase::_ReportNotBegun(const QSqlError& error)
 {
-    QString strText = QStringLiteral("cannot be written: ") + error.databaseText();
-    if (ResultCode(error) == ReadOnly) {
-        // Another connection may write what has taken the file's place, which does not mend this one.
-        if (std::exchange(m_bToldReadOnly, true)) {
-            return;
-        }
-        strText += QStringLiteral(", or one that was moved or replaced");
+    // Another connection may write what has taken the file's place, which does not mend this one.
+    if (ResultCode(error) == ReadOnly && std::exchange(m_bToldReadOnly, true)) {
+        return;
     }
-    ReportTrouble(ETrouble::Writing, m_strOpenFile, strText);
+    ReportTrouble(ETrouble::Writing, m_strOpenFile,
+                  QStringLiteral("cannot be written: ") + error.databaseText());
 }
 
 bool CKvDataBase::commit()
@@ -341,7 +332,10 @@ bool CKvDataBase::commit()
     if (!m_bInTransaction) {
         return false; // transaction() has said why
     }
-    const QSqlError error = _Insist([this] { return _Run(QStringLiteral("COMMIT")); });
+    const QSqlError error = _Insist([this] {
+        const QSqlError elsewhere = _CheckPlace();
+        return elsewhere.isValid() ? elsewhere : _Run(QStringLiteral("COMMIT"));
+    });
     m_bInTransaction = false;
     if (!error.isValid()) {
         m_bToldReadOnly = false;

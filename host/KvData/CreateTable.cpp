@@ -24,20 +24,14 @@ public:
         : m_database(database), m_bBusy(m_database.driver()->property(Waited).toBool())
     {
     }
-    ~CSharedWait()
-    {
-        m_database.driver()->setProperty(Waited, m_bBusy);
-        if (m_nTimeout > 0) {
-            QSqlQuery(m_database).exec(QStringLiteral("PRAGMA busy_timeout=%1").arg(m_nTimeout));
-        }
-    }
+    ~CSharedWait() { m_database.driver()->setProperty(Waited, m_bBusy); }
     Q_DISABLE_COPY(CSharedWait)
 
     /// Runs a statement; a name is bound to each of its placeholders.
     QSqlQuery Run(const QString& sql, const QStringList& names = {})
     {
-        if (m_bBusy) {
-            StopWaiting();
+        if (m_bBusy && !m_noWait) {
+            m_noWait.emplace(m_database);
         }
         QElapsedTimer waited;
         waited.start();
@@ -60,19 +54,10 @@ public:
     QString File() const { return m_database.databaseName(); }
 
 private:
-    void StopWaiting()
-    {
-        QSqlQuery query(m_database);
-        if (m_nTimeout == 0 && query.exec(QStringLiteral("PRAGMA busy_timeout")) && query.next()) {
-            m_nTimeout = query.value(0).toInt();
-            query.exec(QStringLiteral("PRAGMA busy_timeout=0"));
-        }
-    }
-
     static constexpr const char* Waited = "kvWaitedForLock";
     QSqlDatabase m_database;
     bool m_bBusy;
-    int m_nTimeout = 0; ///< milliseconds that the connection waits otherwise
+    std::optional<CNoWait> m_noWait;
 };
 
 bool Exists(CSharedWait& connection, const QString& type, const QString& name)

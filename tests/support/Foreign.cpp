@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foreign.h"
 
+#include <QtCore/QProcess>
+
 #include <sqlite3.h>
 
 #include <map>
@@ -49,6 +51,14 @@ Foreign::Foreign(const QString& kind, const QString& file) : m_kind(kind), m_fil
     const auto statement = statements.find(kind);
     if (statement != statements.end()) {
         hold(statement->second);
+    } else if (kind == "replaced in WAL mode"_l1) {
+        hold(statements.at("idle WAL"_l1));
+        // By another process: see below
+        QProcess::execute("sh"_l1, {"-c"_l1,
+                                    "for f in '' -wal; do cp $0$f $0.copy$f && mv $0$f $0.away$f; done; rm "
+                                    "$0-shm; for f in '' -wal; do mv $0.copy$f $0$f; done"_l1,
+                                    file});
+        return;
     } else if (kind != "none"_l1) {
         // Before anything is held: a close of the file frees this process' locks
         QFile::copy(file, file + ".copy"_l1);

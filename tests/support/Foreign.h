@@ -20,7 +20,8 @@ void countSleeps();
 int waited(const std::function<void()>& function);
 
 /// Another user of a mission file, for as long as the object lives: "exclusive", "reserved", "reader",
-/// "idle WAL"; or one who has "replaced", "moved away" or "deleted" it and puts it back.
+/// "idle WAL"; or one who has "replaced" it, "replaced in WAL mode" it and its log, "moved away" or "deleted"
+/// it and puts it back.
 class Foreign
 {
 public:

@@ -110,6 +110,13 @@ void writeSingle(P p, Host&& host)
     Q_EMIT host.slotParseSingleJson({{"id"_l1, "m1"_l1}}, p.file("x.txt"_l1, "id TEXT"), "flight_mission"_l1);
 }
 
+void writeToFailing(P p, FaultVfs::Step step, int code)
+{
+    FaultVfs::install().failAt(step, 1, code, true);
+    write(p, "id TEXT", p.db);
+    FaultVfs::install().clear();
+}
+
 void update(P p, const QString& column, const QString& mission)
 {
     Host(EUploadEnv::None, p.db).op.slotUpdateGeneralOneValue(1, column, 1, mission);
@@ -258,12 +265,9 @@ const QMap<QString, std::function<void(P)>> Mistakes = {
          const Foreign foreign("exclusive"_l1, p.db);
          look(EUploadEnv::WholeProject);
      }},
-    {"a full disk"_l1,
-     [](P p) {
-         FaultVfs::install().failAt(FaultVfs::Write, 1, 13, true);
-         write(p, "id TEXT", p.db);
-         FaultVfs::install().clear();
-     }},
+    {"a full disk"_l1, [](P p) { writeToFailing(p, FaultVfs::Write, 13); }},
+    {"a mission file that may not be written"_l1, [](P p) { writeToFailing(p, FaultVfs::Write, 8); }},
+    {"no file descriptor, or no room for a new file"_l1, [](P p) { writeToFailing(p, FaultVfs::Open, 14); }},
     {"one operator for both roles"_l1,
      [](P p) {
          const ScriptedServer server;

@@ -65,9 +65,11 @@ QSet<QString> PostedRequest::rows() const
         {"/flight/uasstatusupload", "uas_status/"_l1},
         {"/flight/detailupload", "flight_monitor_detail_log/"_l1},
         {"/flight/upload4video", "flight_video_mission/"_l1}};
-    QStringList rows = ids();
-    rows.replaceInStrings(QRegExp("^"_l1), tables.value(path));
-    return {rows.cbegin(), rows.cend()};
+    QSet<QString> rows;
+    for (const QString& id : ids()) {
+        rows.insert(tables.value(path) + id);
+    }
+    return rows;
 }
 
 ScriptedServer::ScriptedServer(const Reply& always)
@@ -125,6 +127,7 @@ QStringList ScriptedServer::paths() const
 void ScriptedServer::settle()
 {
     QNetworkAccessManager manager;
+    manager.setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
     const QNetworkReply* const reply =
         manager.get(QNetworkRequest(QUrl(QString::fromUtf8(url() + "/settled"))));
     QSignalSpy(reply, &QNetworkReply::finished).wait();

@@ -30,10 +30,7 @@ public:
 
     void take(const FlightStatus& status)
     {
-        const qint64 silence = status.msec - m_msec;
-        if (m_msec != flightTime::Unknown && silence > FlightFigures::LinkTimeout) {
-            m_events.append({m_msec, words("Nothing was heard for %1 s").arg(silence / 1000), true});
-        }
+        noteSilence(status.msec, words(m_armed ? "Link lost for %1 s" : "Nothing was heard for %1 s"));
         const QString mode = status.values.at(FlightStatus::Mode).toString();
         if (mode != m_mode && !mode.isEmpty()) {
             m_events.append({status.msec, words("Mode %1").arg(mode)});
@@ -46,7 +43,22 @@ public:
         m_msec = status.msec;
     }
 
+    /// \param msec  when the recording ended; nothing may have been heard for a while before
+    void end(qint64 msec)
+    {
+        noteSilence(msec, words(m_armed ? "Link lost: nothing was heard for %1 s, until the recording ended"
+                                        : "Nothing was heard for %1 s, until the recording ended"));
+    }
+
 private:
+    void noteSilence(qint64 until, const QString& text)
+    {
+        const bool known = m_msec != flightTime::Unknown && until != flightTime::Unknown;
+        if (known && until - m_msec > FlightFigures::LinkTimeout) {
+            m_events.append({m_msec, text.arg((until - m_msec) / 1000), true});
+        }
+    }
+
     QVector<FlightEvent>& m_events;
     qint64 m_msec = flightTime::Unknown;
     QString m_mode;
@@ -79,6 +91,7 @@ QVector<FlightEvent> FlightEvent::of(Flight& flight, const std::function<void()>
             changes.take(status);
         }
     });
+    changes.end(flight.end());
     const int most = events.size() + MostEvents;
     RowWalk rows = flight.walk(FlightLogTableName, {QStringLiteral("message"), QStringLiteral("created_at")});
     while (const QVector<QVariant>* const row = rows.next()) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "book/FlightProfile.h"
 
+#include "export/FlightFigures.h"
+
 #include <KvAlgorthm.h>
 
 #include <algorithm>
@@ -176,7 +178,40 @@ std::pair<qint64, qint64> FlightProfile::period() const
             widen(spans.constLast().msec);
         }
     }
-    return period.first > period.second ? std::pair<qint64, qint64>{0, 0} : period;
+    if (period.first > period.second) {
+        return {0, 0};
+    }
+    period.second = std::max(period.second, end);
+    return period;
+}
+
+QVector<std::pair<qint64, qint64>> FlightProfile::silences() const
+{
+    QVector<qint64> heard;
+    for (const Value value : {Height, Battery}) { // positions and states
+        for (const Span& span : values[value]) {
+            heard.append(span.msec);
+        }
+    }
+    if (heard.size() < 2) {
+        return {};
+    }
+    std::sort(heard.begin(), heard.end());
+    QVector<qint64> gaps;
+    for (int i = 1; i < heard.size(); ++i) {
+        gaps.append(heard.at(i) - heard.at(i - 1));
+    }
+    const auto middle = gaps.begin() + gaps.size() / 2;
+    std::nth_element(gaps.begin(), middle, gaps.end());
+    const qint64 longest = std::max(FlightFigures::LinkTimeout, 5 * *middle);
+    heard.append(std::max(heard.constLast(), end));
+    QVector<std::pair<qint64, qint64>> silences;
+    for (int i = 1; i < heard.size(); ++i) {
+        if (heard.at(i) - heard.at(i - 1) > longest) {
+            silences.append({heard.at(i - 1), heard.at(i)});
+        }
+    }
+    return silences;
 }
 
 FlightProfile FlightProfile::of(const QVector<FlightSample>& samples)
@@ -207,6 +242,7 @@ void FlightProfile::read(Flight& flight, const std::function<void()>& step, cons
     const QVector<Rows::Look> conditions = statuses.look();
     const int height = isKnown(places, RelativeAlt) ? RelativeAlt : Alt;
     FlightProfile profile;
+    profile.end = flight.end();
     profile.percent = !isKnown(conditions, Volts) && isKnown(conditions, Percent);
     const int battery = profile.percent ? Percent : Volts;
     readTrack(places, &profile.track);

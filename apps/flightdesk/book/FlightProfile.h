@@ -26,10 +26,13 @@ struct FlightProfile {
     QVector<Place> track;
     std::array<QVector<Span>, Values> values; ///< metres above the start, metres a second, volts or per cent
     bool percent = false;                     ///< the battery told no volts
+    qint64 end = flightTime::Unknown;         ///< of its recording, where the aircraft may have been silent
 
     bool isEmpty() const { return track.isEmpty() && values[Height].isEmpty() && values[Battery].isEmpty(); }
-    /// The time of the first and of the last of all that is known.
+    /// The time of the first and of the last of all that is known, or of the recording's end.
     std::pair<qint64, qint64> period() const;
+    /// Between which times nothing was heard, the last one until the recording ended.
+    QVector<std::pair<qint64, qint64>> silences() const;
 
     /// Of a flight that goes on; times count from where its samples do.
     static FlightProfile of(const QVector<FlightSample>& samples);

@@ -82,7 +82,7 @@ void FlightReader::exportTo(const QString& path, const ExportFormat& format, con
             withFlight(file, mission, [&](Flight& flight) {
                 const qint64 written = target.add(flight);
                 target.commit();
-                const QString missing = words(flight.gaps, written);
+                const QString missing = missingWords(flight, written);
                 const QString text =
                     tr("%1 %2 are in %3")
                         .arg(QLocale().toString(written), QLatin1String(format.records), path);

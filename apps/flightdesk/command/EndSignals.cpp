@@ -56,5 +56,5 @@ void EndSignals::quit()
     if (::read(m_pipe[0], &byte, 1) == 1) {
         m_signal = static_cast<unsigned char>(byte);
     }
-    QCoreApplication::quit();
+    QCoreApplication::exit(); // quit() of Qt 6 asks the windows first, and one that records asks in turn
 }

@@ -125,9 +125,7 @@ private:
     /// What came of a flight; told at once unless other flights are still to come into its file.
     void report(const Flight& flight, const QString& target, qint64 written)
     {
-        QStringList lacking{flight.mission().incompleteWords(), words(flight.gaps, written)};
-        lacking.removeAll({});
-        const QString missing = lacking.join(QStringLiteral("; "));
+        const QString missing = missingWords(flight, written);
         m_told.append(
             QStringLiteral("%1: %2, %3 %4")
                 .arg(target, flight.name(), QString::number(written), QLatin1String(m_format.records)) +
@@ -210,7 +208,9 @@ int runExport(const QStringList& arguments)
     const QStringList files = project.missionFiles({QStringLiteral("*.kv"), QStringLiteral("*.db")});
     for (int i = 0; i < files.size(); ++i) {
         flights.add(files.at(i));
-        line.console().progress(QStringLiteral("export"), i + 1, files.size());
+        if (line.positionals().isEmpty()) { // else most files are only looked into
+            line.console().progress(QStringLiteral("export"), i + 1, files.size());
+        }
     }
     return flights.finish();
 }

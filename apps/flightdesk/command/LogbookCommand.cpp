@@ -163,6 +163,12 @@ private:
         }
     }
 
+    static QString endWords(const Flight& flight, const FlightFigures& figures)
+    {
+        const QString cut = flight.mission().cutWords();
+        return cut.isEmpty() ? figures.end : figures.end + QStringLiteral(", ") + cut;
+    }
+
     static QStringList texts(const Flight& flight, const FlightFigures& figures)
     {
         const QString start =
@@ -181,7 +187,7 @@ private:
                 fixed(figures.highest, 1, QStringLiteral(" m")),
                 fixed(figures.fastest, 1, QStringLiteral(" m/s")),
                 fixed(figures.batteryUsed, 0, QStringLiteral(" %")),
-                figures.end,
+                endWords(flight, figures),
                 Total::waitingText(figures.waiting)};
     }
 
@@ -199,7 +205,7 @@ private:
                                      rounded(figures.highest, 1000),
                                      rounded(figures.fastest, 1000),
                                      rounded(figures.batteryUsed, 10),
-                                     figures.end,
+                                     endWords(flight, figures),
                                      figures.waiting,
                                      flight.mission().id};
         QJsonObject facts;

@@ -90,9 +90,12 @@ private:
 class LogDesk
 {
 public:
-    LogDesk(CommandLine& line, Account& account, const Project& project)
-        : m_line(line), m_account(account), m_project(project)
+    /// A new project is made for the first log that is sound: a refused one leaves nothing behind.
+    LogDesk(CommandLine& line, Account& account) : m_line(line), m_account(account)
     {
+        if (!Project::isNewFolder(line.project())) {
+            m_project = Project::open(line.project());
+        }
     }
 
     void record(const QString& path)
@@ -105,7 +108,13 @@ public:
             const LogFlights flights(path, split, [this](const FrameSource&) { return !isEnding(); });
             details.insert("skipped_bytes"_l1, flights.skippedBytes());
             details.insert("truncated_bytes"_l1, flights.truncatedBytes());
-            m_known.check(m_project, formatOf(m_line), flights, m_line.isSet(QStringLiteral("anyway")));
+            const bool anyway = m_line.isSet(QStringLiteral("anyway"));
+            if (m_project) {
+                m_known.check(*m_project, formatOf(m_line), flights, anyway);
+            } else {
+                flights.check(anyway);
+                m_project = Project::make(m_line.project());
+            }
             record(path, flights, details);
         } catch (const Failure& failure) {
             none.error = failure.is(Trouble::Stopped) ? QStringLiteral("stopped, nothing was recorded")
@@ -124,7 +133,7 @@ public:
 private:
     void record(const QString& path, const LogFlights& flights, const QJsonObject& details)
     {
-        LogRecorder recorder(m_project, formatOf(m_line), path, flights);
+        LogRecorder recorder(*m_project, formatOf(m_line), path, flights);
         const QString label = QFileInfo(path).completeBaseName();
         while (recorder.step()) {
             m_line.console().progress(label, recorder.log().position(), recorder.log().size());
@@ -143,7 +152,7 @@ private:
 
     CommandLine& m_line;
     Account& m_account;
-    const Project& m_project;
+    std::optional<Project> m_project;
     KnownLogs m_known;
     const EndSignals m_end;
 };
@@ -158,8 +167,7 @@ int runRecord(const QStringList& arguments)
         return *exitCode;
     }
     Account account(line.console());
-    const Project project = Project::makeInNewFolder(line.project());
-    LogDesk desk(line, account, project);
+    LogDesk desk(line, account);
     for (const QString& path : line.positionals()) {
         if (!desk.isEnding()) {
             desk.record(path);

@@ -99,10 +99,12 @@ private:
         const QString name = mission.hasRow ? mission.name : QStringLiteral("(no mission row)");
         const QString incomplete = mission.incompleteWords();
         if (!m_details) {
-            const QString begun = mission.startedAt.left(16).replace(QLatin1Char('T'), QLatin1Char(' '));
-            m_lines.add({mission.id.right(8), begun,
+            QStringList lacking{incomplete, mission.cutWords()};
+            lacking.removeAll({});
+            m_lines.add({mission.id.right(8), mission.begun().toString(QStringLiteral("yyyy-MM-dd hh:mm")),
                          mission.seconds ? durationWords(*mission.seconds) : QString(), name,
-                         counted(sum.recorded, "record"), uploadWords(sum), incomplete});
+                         counted(sum.recorded, "record"), uploadWords(sum),
+                         lacking.join(QStringLiteral(", "))});
             return;
         }
         m_console.line(QStringLiteral("%1  %2  %3").arg(mission.id, name, path));
@@ -151,6 +153,12 @@ private:
         if (mission.isIncomplete) {
             details.insert("incomplete"_l1, mission.incompleteWords());
             details.insert("whole_seconds"_l1, mission.wholeSeconds);
+        }
+        if (mission.truncatedBytes > 0) {
+            details.insert("log_truncated_bytes"_l1, mission.truncatedBytes);
+        }
+        if (mission.skippedBytes > 0) {
+            details.insert("log_skipped_bytes"_l1, mission.skippedBytes);
         }
         m_missions.append(details);
     }

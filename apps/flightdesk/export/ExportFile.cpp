@@ -4,6 +4,7 @@
 #include "words/Failure.h"
 
 #include <QtCore/QDateTime>
+#include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
 
 #include <cstdio>
@@ -11,8 +12,12 @@
 ExportFile::ExportFile(const QString& path, const ExportFormat& format)
 {
     bool open = false;
+    const QFileInfo there(path);
     if (isStandardOutput(path)) {
         open = m_output.open(stdout, QIODevice::WriteOnly);
+    } else if (there.exists() && !there.isFile()) { // a device or a pipe, which no file may replace
+        m_output.setFileName(path);
+        open = m_output.open(QIODevice::WriteOnly);
     } else {
         m_file.setFileName(path);
         open = m_file.open(QIODevice::WriteOnly);
@@ -31,7 +36,7 @@ void ExportFile::commit()
     if (!written) {
         throw Failure(
             QStringLiteral("%1 was not written: %2")
-                .arg(m_file.fileName().isEmpty() ? QStringLiteral("standard output") : m_file.fileName(),
+                .arg(device().fileName().isEmpty() ? QStringLiteral("standard output") : device().fileName(),
                      device().errorString()));
     }
 }
@@ -72,4 +77,12 @@ QString words(const FlightGaps& gaps, qint64 written)
                           : QStringLiteral("%1 damaged records were left out"));
     say(gaps.unreadable, QStringLiteral("%1 rows cannot be read"));
     return words.join(QStringLiteral("; "));
+}
+
+QString missingWords(const Flight& flight, qint64 written)
+{
+    QStringList missing{flight.mission().incompleteWords(), flight.mission().lostWords(),
+                        words(flight.gaps, written)};
+    missing.removeAll({});
+    return missing.join(QStringLiteral("; "));
 }

@@ -11,7 +11,8 @@
 class ExportFile
 {
 public:
-    /// \param path  "-" is standard output. Throws Failure when it cannot be written.
+    /// \param path  "-" is standard output; a device is written to as it is. Throws Failure when it cannot be
+    /// written.
     ExportFile(const QString& path, const ExportFormat& format);
 
     /// What a flight's records became; its gaps tell what is missing.
@@ -24,7 +25,10 @@ public:
     static QString name(Flight& flight, const ExportFormat& format);
 
 private:
-    QIODevice& device() { return m_file.fileName().isEmpty() ? static_cast<QIODevice&>(m_output) : m_file; }
+    QFileDevice& device()
+    {
+        return m_file.fileName().isEmpty() ? static_cast<QFileDevice&>(m_output) : m_file;
+    }
 
     QSaveFile m_file;
     QFile m_output;
@@ -33,3 +37,5 @@ private:
 
 /// What is missing of a flight, in words; empty when nothing is.
 QString words(const FlightGaps& gaps, qint64 written);
+/// And that it was not recorded to its end, or what of its log was not.
+QString missingWords(const Flight& flight, qint64 written);

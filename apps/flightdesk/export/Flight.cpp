@@ -73,13 +73,18 @@ qint64 Flight::corrected(qint64 msec) const
 
 qint64 Flight::start()
 {
-    const qint64 told = flightTime::read(m_mission.startedAt);
-    if (told != flightTime::Unknown) {
-        return corrected(told);
+    const QDateTime told = m_mission.begun();
+    if (told.isValid()) {
+        return told.toMSecsSinceEpoch();
     }
     RowWalk rows = walk(PosDataTableName, PositionColumns);
     const QVector<QVariant>* const first = rows.next();
     return first ? corrected(timeOf(*first)) : flightTime::Unknown;
+}
+
+qint64 Flight::end() const
+{
+    return corrected(flightTime::read(m_mission.completedAt));
 }
 
 RowWalk Flight::walk(const QString& table, const QStringList& columns)

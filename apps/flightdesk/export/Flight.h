@@ -62,6 +62,8 @@ public:
     QString name() const;
     /// When it began; Unknown when neither the mission nor a position tells.
     qint64 start();
+    /// When its recording ended; Unknown while it goes on, or when that broke off.
+    qint64 end() const;
     /// By the aircraft's clock, for times of the recorder.
     qint64 corrected(qint64 msec) const;
     qint64 waiting() { return m_file.waiting(m_mission.id); }

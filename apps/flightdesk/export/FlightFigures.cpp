@@ -70,7 +70,7 @@ private:
     std::optional<FlightPoint> m_before; ///< the last position, where the aircraft was airborne
 };
 
-QString endOf(const Flight& flight, qint64 lastHeard)
+QString endOf(const Flight& flight, bool isSilent)
 {
     const MissionCount& mission = flight.mission();
     if (mission.isIncomplete) {
@@ -82,9 +82,7 @@ QString endOf(const Flight& flight, qint64 lastHeard)
     if (mission.result == QLatin1String("completed")) {
         return QStringLiteral("landed");
     }
-    const qint64 end = flight.corrected(flightTime::read(mission.completedAt));
-    const bool silent = lastHeard != flightTime::Unknown && end - lastHeard > FlightFigures::LinkTimeout;
-    const QString how = silent ? QStringLiteral("link lost") : QStringLiteral("interrupted");
+    const QString how = isSilent ? QStringLiteral("link lost") : QStringLiteral("interrupted");
     return mission.breakpoint && mission.breakpoint->waypoint > 0
                ? QStringLiteral("%1 at waypoint %2").arg(how).arg(mission.breakpoint->waypoint)
                : how;
@@ -114,7 +112,10 @@ FlightFigures FlightFigures::of(Flight& flight, const std::function<void()>& ste
     });
     figures.gaps = flight.gaps;
     figures.start = flight.start();
-    figures.end = endOf(flight, lastHeard);
+    const bool isSilent = lastHeard != flightTime::Unknown && flight.end() != flightTime::Unknown &&
+                          flight.end() - lastHeard > LinkTimeout;
+    figures.isLinkLost = isSilent && flight.mission().result == QLatin1String("interrupted");
+    figures.end = endOf(flight, isSilent);
     figures.waiting = flight.waiting();
     return figures;
 }

@@ -20,6 +20,7 @@ struct FlightFigures {
     double fastest = UnknownNumber;     ///< metres a second, of the airborne positions
     double batteryUsed = UnknownNumber; ///< per cent; unknown when it was changed
     QString end;                        ///< in words
+    bool isLinkLost = false;            ///< nothing was heard of an armed aircraft before the recording ended
     qint64 waiting = 0;                 ///< rows for upload
     FlightGaps gaps;
 

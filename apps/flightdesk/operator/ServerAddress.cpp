@@ -5,13 +5,17 @@
 
 #include <KvAlgorthm.h>
 
+QString addressWithScheme(const QString& text)
+{
+    const QString rest = text.trimmed().section(QStringLiteral("://"), -1);
+    return QStringLiteral("https://") + (rest.isEmpty() ? QStringLiteral("fly.example") : rest);
+}
+
 void setServerAddress(const QString& text)
 {
     const QString address = text.trimmed();
     if (SetServerIP(address.toUtf8())) {
         return;
     }
-    const QString rest = address.section(QStringLiteral("://"), -1);
-    throw Failure(Trouble::NoScheme, {address, QStringLiteral("https://") +
-                                                   (rest.isEmpty() ? QStringLiteral("fly.example") : rest)});
+    throw Failure(Trouble::NoScheme, {address, addressWithScheme(address)});
 }

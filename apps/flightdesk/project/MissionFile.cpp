@@ -15,6 +15,7 @@
 #include <QtSql/QSqlRecord>
 
 #include <algorithm>
+#include <cmath>
 
 namespace
 {
@@ -87,6 +88,29 @@ QString MissionCount::incompleteWords() const
     const QString stored = durationWords(seconds.value_or(0));
     return wholeSeconds > 0 ? QStringLiteral("incomplete (%1 of %2)").arg(stored, durationWords(wholeSeconds))
                             : QStringLiteral("incomplete (%1)").arg(stored);
+}
+
+QString MissionCount::cutWords() const
+{
+    return truncatedBytes > 0 ? QStringLiteral("log cut off") : QString();
+}
+
+QString MissionCount::lostWords() const
+{
+    QStringList words;
+    if (skippedBytes > 0) {
+        words.append(QStringLiteral("%1 unreadable bytes of its log were skipped").arg(skippedBytes));
+    }
+    if (truncatedBytes > 0) {
+        words.append(QStringLiteral("its log is cut off in a last record of %1 bytes").arg(truncatedBytes));
+    }
+    return words.join(QStringLiteral("; "));
+}
+
+QDateTime MissionCount::begun() const
+{
+    const QDateTime told = QDateTime::fromString(startedAt, Qt::ISODateWithMs);
+    return told.isValid() ? told.addMSecs(std::llround(clockOffset * 1000)).toUTC() : told;
 }
 
 KindCount& KindCount::operator+=(const KindCount& other)
@@ -234,6 +258,8 @@ void MissionFile::readRows(const QString& table, QVector<MissionCount>* missions
         mission.clockOffset = fields.value("clock_offset"_l1).toDouble();
         mission.logId = document.value(missionKeys::LogId).toString();
         mission.wholeSeconds = qint64(document.value(missionKeys::WholeSeconds).toDouble());
+        mission.skippedBytes = qint64(document.value(missionKeys::SkippedBytes).toDouble());
+        mission.truncatedBytes = qint64(document.value(missionKeys::TruncatedBytes).toDouble());
         mission.isIncomplete = document.contains(missionKeys::Incomplete);
     });
 }

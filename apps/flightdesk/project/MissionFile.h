@@ -5,6 +5,7 @@
 
 #include <KvData.h>
 
+#include <QtCore/QDateTime>
 #include <QtCore/QHash>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
@@ -64,10 +65,19 @@ struct MissionCount {
     bool isIncomplete = false;     ///< it was not recorded to its end
     std::optional<qint64> seconds; ///< how long it is as far as it is stored
     qint64 wholeSeconds = 0;       ///< and as its log has it; 0 when that is not known
+    qint64 skippedBytes = 0;       ///< of its log, which are no telemetry
+    qint64 truncatedBytes = 0;     ///< of a last record that its log breaks off in
     QVector<KindCount> kinds;
 
     /// "incomplete (4 s of 22:57)"; empty for a flight that is whole.
     QString incompleteWords() const;
+    /// "log cut off"; empty for a flight whose log is not.
+    QString cutWords() const;
+    /// What of its log was not recorded; empty when nothing is known to be missing.
+    QString lostWords() const;
+    /// When it began, in UTC and by the vehicle's clock, as all days and times that are shown; invalid when
+    /// the mission does not tell.
+    QDateTime begun() const;
 };
 
 /// `result` of a flight whose end nobody wrote: its recorder died.
@@ -80,6 +90,8 @@ namespace missionKeys
 const QString Log = QStringLiteral("log");
 const QString LogId = QStringLiteral("log_id");
 const QString WholeSeconds = QStringLiteral("log_seconds");
+const QString SkippedBytes = QStringLiteral("log_skipped_bytes");
+const QString TruncatedBytes = QStringLiteral("log_truncated_bytes");
 const QString Incomplete = QStringLiteral("incomplete");
 } // namespace missionKeys
 

@@ -10,11 +10,6 @@ namespace
 const char* const OldestSql = "SELECT created_at FROM %1 WHERE rowid = "
                               "(SELECT min(rowid) FROM %1 WHERE is_uploaded = 0)";
 
-QDateTime isoTime(const QString& text)
-{
-    return QDateTime::fromString(text, Qt::ISODateWithMs);
-}
-
 /// What one value of the file is; empty when there is none.
 QString valueIn(MissionFile& file, const QString& table, const char* sql)
 {
@@ -59,6 +54,13 @@ KindCount MissionRecord::all() const
     return sum;
 }
 
+QString MissionRecord::version() const
+{
+    return QStringLiteral("%1 %2 %3 %4 %5")
+        .arg(QString::number(all().recorded), QString::number(clockOffset),
+             QString::number(int(isIncomplete)), completedAt, result);
+}
+
 MissionsOfFile MissionsOfFile::read(const QString& path)
 {
     MissionFile file(path);
@@ -68,7 +70,7 @@ MissionsOfFile MissionsOfFile::read(const QString& path)
         MissionRecord mission;
         static_cast<MissionCount&>(mission) = count;
         mission.file = path;
-        mission.start = isoTime(count.startedAt);
+        mission.start = count.begun();
         mission.obstacle = obstacleOf(count.hasRow, MissionFile::markObstacle(path));
         mission.oldestWaiting = oldestWaiting(file, mission);
         result.missions.append(mission);

@@ -20,6 +20,8 @@ struct MissionRecord : MissionCount {
 
     KindCount kind(const QString& table) const;
     KindCount all() const;
+    /// Differs when anything has changed that figures and events are made of.
+    QString version() const;
 };
 
 /// All missions of one file; one record that is not readable when the file is not.

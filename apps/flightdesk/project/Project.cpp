@@ -59,11 +59,15 @@ Project Project::make(const QString& path)
     return project;
 }
 
-Project Project::makeInNewFolder(const QString& path)
+bool Project::isNewFolder(const QString& path)
 {
     const QDir folder(path);
-    const bool isNew = path.isEmpty() || !folder.exists() || folder.isEmpty();
-    return isNew ? make(path) : open(path);
+    return path.isEmpty() || !folder.exists() || folder.isEmpty();
+}
+
+Project Project::makeInNewFolder(const QString& path)
+{
+    return isNewFolder(path) ? make(path) : open(path);
 }
 
 Project Project::open(const QString& path)

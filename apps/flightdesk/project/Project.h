@@ -13,6 +13,8 @@ class Project
 public:
     /// Whether a folder is a project: it holds project.ini, or another host's flights in its folders.
     static bool isProject(const QString& path);
+    /// Whether a folder is missing or empty.
+    static bool isNewFolder(const QString& path);
     /// Opens a project, which is made of any folder that is none, and makes it the current one of the
     /// process. Throws Failure.
     static Project make(const QString& path);

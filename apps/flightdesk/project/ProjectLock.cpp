@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "project/ProjectLock.h"
 
+#include <QtCore/QFileInfo>
+
 ProjectLock::ProjectLock(const Project& project, Use use)
     : m_use(use)
     , m_path(project.path() +
@@ -8,6 +10,16 @@ ProjectLock::ProjectLock(const Project& project, Use use)
     , m_file(m_path)
 {
     m_file.setStaleLockTime(0); // only that of a process that is gone
+}
+
+QString ProjectLock::holder()
+{
+    if (isTaken() || !QFileInfo::exists(m_path)) {
+        return {};
+    }
+    QString words = take(); // what a process that is gone has left is nobody's
+    release();
+    return words;
 }
 
 QString ProjectLock::take()

@@ -17,6 +17,8 @@ public:
     /// Takes the lock, or keeps it where it was taken before.
     /// \return who has it otherwise, in words; empty when this object has it
     QString take();
+    /// Who has it, in words; empty when nobody else has. Nothing is written where nobody took it.
+    QString holder();
     bool isTaken() const { return m_file.isLocked(); }
     void release() { m_file.unlock(); }
 

@@ -131,14 +131,14 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     m_positions = QJsonArray();
     m_statuses = QJsonArray();
     m_sinceWritten.start();
-    if (m_projectId.isEmpty()) {
-        throw Failure(QStringLiteral("cannot write %1/project.ini").arg(m_project.path()));
-    }
     if (const auto trouble = m_project.diskTrouble()) {
         throw Failure(*trouble, {name});
     }
     if (!m_project.readOnlyWords().isEmpty()) {
         throw Failure(Trouble::ReadOnlyProject, {m_project.path()});
+    }
+    if (m_projectId.isEmpty()) {
+        throw Failure(QStringLiteral("cannot write %1/project.ini").arg(m_project.path()));
     }
     m_flight.missionId = newId();
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
@@ -159,6 +159,12 @@ void FlightRecorder::writeMission(const QString& startedAt, const QString& aircr
         data.insert(missionKeys::Log, harmless(origin.log));
         data.insert(missionKeys::LogId, origin.id);
         data.insert(missionKeys::WholeSeconds, m_flight.wholeSeconds);
+    }
+    for (const auto& [key, bytes] : {std::pair(missionKeys::SkippedBytes, origin.skippedBytes),
+                                     {missionKeys::TruncatedBytes, origin.truncatedBytes}}) {
+        if (bytes > 0) {
+            data.insert(key, bytes);
+        }
     }
     QJsonObject row{
         {"id"_l1, m_flight.missionId},

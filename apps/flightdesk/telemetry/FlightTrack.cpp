@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/FlightTrack.h"
 
+#include <algorithm>
+
 namespace
 {
 double number(const QJsonValue& value)
@@ -39,4 +41,12 @@ void FlightTrack::add(const QVector<FlightSample>& samples)
             m_stride *= 2;
         }
     }
+}
+
+void FlightTrack::cutAt(double seconds)
+{
+    const auto later =
+        std::find_if(m_samples.begin(), m_samples.end(),
+                     [seconds](const FlightSample& sample) { return sample.seconds > seconds; });
+    m_samples.erase(later, m_samples.end());
 }

@@ -31,6 +31,8 @@ public:
     static constexpr int MostSamples = 1200;
 
     void add(const QVector<FlightSample>& samples);
+    /// Forgets what is later: it was flown, and is not stored.
+    void cutAt(double seconds);
     const QVector<FlightSample>& samples() const { return m_samples; }
 
 private:

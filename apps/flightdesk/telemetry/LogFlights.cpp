@@ -184,7 +184,7 @@ QString LogFlights::remark() const
 /// Of flights that are split the ends are not known beforehand.
 LogOrigin LogFlights::origin() const
 {
-    return {fileName(m_path), m_id, m_rule.perArming ? 0 : m_lastUsec};
+    return {fileName(m_path), m_id, m_rule.perArming ? 0 : m_lastUsec, m_skipped, m_truncated};
 }
 
 QString LogFlights::name(quint8 vehicle, int number) const

@@ -40,6 +40,8 @@ struct LogOrigin {
     QString log;        ///< file name; empty when it is none
     QString id;         ///< tells its content from any other
     qint64 endUsec = 0; ///< when the flight ends in it; 0 when that is not known
+    qint64 skippedBytes = 0;
+    qint64 truncatedBytes = 0;
 };
 
 /// The flights of a telemetry log: one for each vehicle or, split, for each of its armings. Every frame of a

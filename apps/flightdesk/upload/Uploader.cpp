@@ -3,6 +3,7 @@
 
 #include "operator/OperatorThread.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QTimer>
 
 #include <utility>
@@ -215,6 +216,10 @@ void Uploader::look(const Backlog& backlog, bool network)
     if (m_supervisor && accepted != 0) {
         m_supervisor->noteSignOfLife(m_clock.elapsed());
     }
+    if (m_state == State::Running && m_place == Place::WaitingFile && !QFileInfo::exists(m_current.file)) {
+        startOver();
+        m_backlog = withoutUnmarkable(backlog);
+    }
     if (m_state == State::Running && m_place != Place::NotReady) {
         const bool done = m_easyFly && !m_backlog.holds(m_current);
         if (m_place == Place::Nowhere || done) {
@@ -223,6 +228,17 @@ void Uploader::look(const Backlog& backlog, bool network)
         m_supervisor->look(m_clock.elapsed(), m_backlog.after(m_current, m_easyFly).file, network);
     }
     Q_EMIT changed();
+}
+
+/// Without the file that was pointed at, which was discarded: the operator would rest there until the
+/// supervisor finds it. What was in flight is not for the next file, so that takes another operator.
+void Uploader::startOver()
+{
+    const auto trouble = m_trouble;
+    const auto unmarkable = m_unmarkable;
+    start();
+    m_trouble = trouble;
+    m_unmarkable = unmarkable;
 }
 
 void Uploader::noteBegan(OperatorLog::Rows rows, const QString& mission)

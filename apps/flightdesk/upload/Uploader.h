@@ -93,6 +93,7 @@ private:
     void begin();
     void goOn();
     void leave();
+    void startOver();
     void point(const QString& file, int delay);
     void noteBegan(OperatorLog::Rows rows, const QString& mission);
     void noteBatch(const QString& mission, const QString& firstRow);

@@ -33,6 +33,8 @@ DownloadPanel::DownloadPanel(WindowSession& session, FileDownload::Way way, cons
 {
     m_url->setPlaceholderText(tr("https://fly.example/map.zip"));
     m_path->setPlaceholderText(QDir::homePath() + tr("/map.zip"));
+    m_path->setAccessibleName(tr("Save as"));
+    m_progress->setAccessibleName(title);
     m_progress->setRange(0, Steps);
     m_progress->setValue(0);
     auto* const choose = new QPushButton(tr("Choose..."));

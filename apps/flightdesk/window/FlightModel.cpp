@@ -147,10 +147,21 @@ void FlightModel::removeVehicles()
     }
 }
 
+void FlightModel::clear()
+{
+    beginResetModel();
+    m_rows.clear();
+    endResetModel();
+}
+
 void FlightModel::finish(int flight, const RecordedFlight& result)
 {
     row(flight)->name = result.name; // which of a log's flights it is was not known before
     row(flight)->result = result;
+    if (!result.incomplete.isEmpty()) {
+        constexpr int Whole = 1; // the seconds are
+        row(flight)->track.cutAt(double(result.seconds) + Whole);
+    }
     noteChanged(row(flight));
 }
 
@@ -174,6 +185,8 @@ QVariant FlightModel::data(const QModelIndex& index, int role) const
         return text;
     case PercentRole:
         return row.percent;
+    case Qt::ForegroundRole:
+        return theme::foreground(index.column() == State ? accent(row) : std::nullopt);
     default:
         return {};
     }
@@ -188,10 +201,20 @@ QString FlightModel::stateText(const VehicleState& vehicle)
     return vehicle.lost == 0 ? text : tr("%1, %2 lost").arg(text, QLocale().toString(vehicle.lost));
 }
 
+std::optional<theme::Accent> FlightModel::accent(const Row& row)
+{
+    if (row.isSilent() || (row.result && !row.result->error.isEmpty())) {
+        return theme::Accent::Trouble;
+    }
+    const bool lacks = row.result && (!row.result->incomplete.isEmpty() || !row.result->remark.isEmpty());
+    return lacks ? std::optional(theme::Accent::Warning) : std::nullopt;
+}
+
 QString FlightModel::stateText(const Row& row)
 {
     if (row.vehicle) {
-        return stateText(row.vehicle->state);
+        const QString text = stateText(row.vehicle->state);
+        return row.isSilent() ? tr("link lost, last: %1").arg(text) : text;
     }
     if (!row.result) {
         return row.started ? tr("recording") : tr("waits for its turn");

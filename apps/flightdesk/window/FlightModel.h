@@ -5,6 +5,7 @@
 #include "station/StationState.h"
 #include "telemetry/FlightTrack.h"
 #include "window/TableModel.h"
+#include "window/Theme.h"
 
 #include <QtCore/QQueue>
 
@@ -33,6 +34,8 @@ public:
     /// A vehicle's flight has ended, or what another station left open has got its end.
     void noteEnded(const RecordedFlight& flight);
     void removeVehicles();
+    /// Forgets all of them; none is being recorded.
+    void clear();
 
     int flightAt(int row) const { return m_rows.value(row).flight; }
     bool isRunning(int row) const { return flightAt(row) > 0 && !m_rows[row].result; }
@@ -56,12 +59,15 @@ private:
         FlightTrack track;
         std::optional<RecordedFlight> result;
         std::optional<Vehicle> vehicle;
+
+        bool isSilent() const { return vehicle && percent == 0 && vehicle->before.size() > 1; }
     };
     Row* row(int flight);
     void noteVehicle(const VehicleState& state, const QString& name);
     void noteChanged(const Row* row);
     static int percentHeard(const Vehicle& vehicle);
     static QString stateText(const Row& row);
+    static std::optional<theme::Accent> accent(const Row& row);
     static QString stateText(const VehicleState& vehicle);
 
     QVector<Row> m_rows;

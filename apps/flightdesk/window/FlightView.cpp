@@ -40,6 +40,7 @@ FlightView::FlightView(WindowSession& session, QWidget* parent)
     , m_session(session)
     , m_name(new QLabel)
     , m_facts(new QLabel)
+    , m_state(new StateLabel)
     , m_track(new TrackView)
     , m_profile(new ProfileView)
     , m_happened(new TableView(tr("Events"), tr("Modes, arming, messages of the vehicle and gaps of the link "
@@ -47,7 +48,7 @@ FlightView::FlightView(WindowSession& session, QWidget* parent)
     , m_parts(new QSplitter(Qt::Vertical))
     , m_readout(new StateLabel)
     , m_export(new QPushButton(tr("&Export...")))
-    , m_folder(new QPushButton(tr("Show in &folder")))
+    , m_folder(new QPushButton(tr("Show in fol&der")))
     , m_upload(new QPushButton(tr("&Upload now")))
 {
     QFont font = m_name->font();
@@ -59,17 +60,20 @@ FlightView::FlightView(WindowSession& session, QWidget* parent)
     }
     m_events.setHorizontalHeaderLabels({tr("Time"), tr("What happened")});
     m_happened->setModel(&m_events);
-    m_happened->setWidths({7, 20});
+    m_happened->setWidths({7});
+    m_happened->header()->setSectionResizeMode(1, QHeaderView::Stretch);
     m_happened->setMinimumHeight(fontMetrics().height() * 4);
     for (QWidget* const part : std::initializer_list<QWidget*>{m_track, m_profile, m_happened}) {
         m_parts->addWidget(part);
     }
     m_parts->setChildrenCollapsible(false);
-    m_parts->setSizes({250, 250, 120});
+    m_parts->setSizes({230, 230, 170});
+    m_parts->setObjectName(QStringLiteral("flight"));
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_name);
     layout->addWidget(m_facts);
+    layout->addWidget(m_state);
     layout->addWidget(m_parts, 1);
     layout->addLayout(makeButtons());
 
@@ -115,7 +119,7 @@ void FlightView::show(int row)
     if (mission.file != m_file || mission.id != m_mission || row < 0) {
         m_file = mission.file;
         m_mission = mission.id;
-        m_read = -1;
+        m_read.clear();
         showProfile(m_mission, {});
         showEvents(m_mission, {});
         pointAt(flightTime::Unknown);
@@ -126,24 +130,30 @@ void FlightView::show(int row)
     showFacts();
 }
 
+QWidget* FlightView::charts() const
+{
+    return m_profile;
+}
+
 void FlightView::showFacts()
 {
     const int row = this->row();
     if (row < 0) {
         m_name->setText(tr("No flight is selected."));
         m_facts->clear();
+        m_state->clear();
         return;
     }
     const MissionModel& missions = *m_session.missions();
     const MissionRecord& mission = missions.record(row);
-    if (m_read != mission.all().recorded && mission.readable) { // it may be recorded just now
-        m_read = mission.all().recorded;
+    if (m_read != mission.version() && mission.readable) { // it may be recorded just now
+        m_read = mission.version();
         m_session.reader()->open(m_file, m_mission);
     }
     m_name->setText(mission.name.isEmpty() ? mission.id : mission.name);
     QStringList facts;
-    if (mission.start.isValid()) {
-        facts.append(mission.start.toString(QStringLiteral("yyyy-MM-dd hh:mm")) + tr(" UTC"));
+    if (missions.start(row).isValid()) {
+        facts.append(missions.start(row).toString(QStringLiteral("yyyy-MM-dd hh:mm")) + tr(" UTC"));
     }
     facts.append(mission.aircraft);
     if (const FlightFigures* const figures = missions.figures(row)) {
@@ -157,8 +167,9 @@ void FlightView::showFacts()
         }
         facts.append(words(figures->gaps, 1));
     }
-    facts.append(missions.stateText(row));
+    facts.append(mission.lostWords());
     facts.removeAll({});
+    m_state->sayIn(missions.accent(row), missions.stateText(row));
     m_facts->setText(facts.join(QStringLiteral("  \u00b7  ")));
     m_track->setBreakpoint(mission.breakpoint);
     m_upload->setEnabled(mission.all().waiting > 0);

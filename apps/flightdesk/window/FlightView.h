@@ -26,6 +26,7 @@ public:
 
     /// \param row  of the missions; below 0 for none
     void show(int row);
+    QWidget* charts() const;
     /// Asks where to, and writes the flight that is shown.
     void chooseExport();
 
@@ -46,9 +47,10 @@ private:
     WindowSession& m_session;
     QString m_file;
     QString m_mission;
-    qint64 m_read = -1; ///< rows that the flight had when it was read
+    QString m_read; ///< version of the flight when it was read
     QLabel* m_name;
     QLabel* m_facts;
+    StateLabel* m_state;
     TrackView* m_track;
     ProfileView* m_profile;
     QStandardItemModel m_events;

@@ -90,8 +90,10 @@ FlightsPage::FlightsPage(WindowSession& session, QWidget* parent)
     m_splitter->addWidget(book);
     m_splitter->addWidget(m_view);
     m_splitter->setChildrenCollapsible(false);
-    m_splitter->setStretchFactor(0, 4);
-    m_splitter->setStretchFactor(1, 5);
+    m_splitter->setStretchFactor(0, 2);
+    m_splitter->setStretchFactor(1, 1);
+    m_splitter->setObjectName(QStringLiteral("book"));
+    m_splitter->setHandleWidth(9);
     m_stack->addWidget(makeEmpty());
     m_stack->addWidget(m_splitter);
     auto* const all = new QVBoxLayout(this);
@@ -109,11 +111,18 @@ void FlightsPage::makeTable()
     m_table->setModel(m_proxy);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(MissionModel::Start, Qt::DescendingOrder);
-    m_table->setWidths({20, 15, 13, 20, 9, 0, 9, 7, 8, 8, 8, 13, 9, 10, 0});
+    m_table->setWidths({20, 15, 9, 19, 10, 0, 9, 7, 8, 8, 8, 13, 9, 38, 0});
     m_table->header()->moveSection(MissionModel::Start, 0);
-    m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::Distance), 5);
-    m_table->header()->moveSection(m_table->header()->visualIndex(MissionModel::State), 6);
-    m_table->header()->setStretchLastSection(true);
+    // What a pilot looks for first has all the room that is left.
+    int place = 1;
+    for (const int column :
+         {int(MissionModel::Mission), int(MissionModel::State), int(MissionModel::Duration),
+          int(MissionModel::Distance), int(MissionModel::Aircraft)}) {
+        m_table->header()->moveSection(m_table->header()->visualIndex(column), place++);
+    }
+    m_table->header()->setStretchLastSection(false);
+    m_table->header()->setSectionResizeMode(MissionModel::State, QHeaderView::Stretch);
+    m_table->header()->setMinimumSectionSize(fontMetrics().averageCharWidth() * 7);
     m_table->setMinimumHeight(fontMetrics().height() * 5);
     showDetails(false);
 }
@@ -134,7 +143,7 @@ QLayout* FlightsPage::makeSearchRow()
     connect(m_from, &QDateEdit::dateChanged, this, &FlightsPage::filter);
     connect(m_to, &QDateEdit::dateChanged, this, &FlightsPage::filter);
     return sideBySide(
-        {{m_search}, {labelFor(tr("&From:"), m_from), m_from, labelFor(tr("&To:"), m_to), m_to}});
+        {{m_search}, {labelFor(tr("F&rom:"), m_from), m_from, labelFor(tr("&To:"), m_to), m_to}});
 }
 
 void FlightsPage::filter()
@@ -143,7 +152,7 @@ void FlightsPage::filter()
     const QDate to = m_to->date() == AnyDay ? QDate(9999, 12, 31) : m_to->date();
     const MissionModel* const missions = m_session.missions();
     m_proxy->setCondition([missions, from, to](const QModelIndex& row) {
-        const QDate day = missions->record(row.row()).start.date();
+        const QDate day = missions->start(row.row()).date();
         return from == AnyDay && to.year() == 9999 ? true : day >= from && day <= to;
     });
     showSums();
@@ -211,6 +220,11 @@ void FlightsPage::open(const QString& path, bool make)
     }
 }
 
+QWidget* FlightsPage::table() const
+{
+    return m_table;
+}
+
 void FlightsPage::find()
 {
     m_search->setFocus();
@@ -227,10 +241,14 @@ void FlightsPage::showSums()
 {
     const MissionModel& missions = *m_session.missions();
     const bool open = m_session.hasProject();
+    const bool looking = open && !m_session.hasLooked();
+    m_first->setVisible(!looking);
+    m_second->setVisible(!looking);
     m_hint->setText(
-        open ? tr("There are no flights in this project yet.\nAdd the logs of flights, or "
-                  "simulate one to see how it works.")
-             : tr("A project is a folder that keeps your flights.\nMake one, or open one that you have."));
+        looking ? tr("Looking through the project's files.")
+        : open  ? tr("There are no flights in this project yet.\nAdd the logs of flights, or "
+                      "simulate one to see how it works.")
+                : tr("A project is a folder that keeps your flights.\nMake one, or open one that you have."));
     m_first->setText(open ? tr("&Add logs...") : tr("&New project..."));
     m_second->setText(open ? tr("&Simulate") : tr("&Open project..."));
     m_stack->setCurrentIndex(open && missions.rowCount() > 0 ? 1 : 0);
@@ -239,18 +257,25 @@ void FlightsPage::showSums()
     double airborne = 0;
     double distance = 0;
     qint64 waiting = 0;
+    int unknown = 0;
     for (int i = 0; i < m_proxy->rowCount(); ++i) {
         const int row = m_proxy->mapToSource(m_proxy->index(i, 0)).row();
         waiting += missions.record(row).all().waiting;
         if (const FlightFigures* const figures = missions.figures(row)) {
             airborne += figures->airborne;
             distance += figures->distance;
+        } else {
+            unknown += missions.record(row).readable ? 1 : 0;
         }
     }
-    m_sums->setText(tr("%1 flights, %2 airborne, %3, %4 records wait")
-                        .arg(QLocale().toString(m_proxy->rowCount()),
-                             MissionModel::durationText(std::llround(airborne)),
-                             MissionModel::distanceText(distance), QLocale().toString(waiting)));
+    const QString flights = m_proxy->rowCount() == 1
+                                ? tr("1 flight")
+                                : tr("%1 flights").arg(QLocale().toString(m_proxy->rowCount()));
+    m_sums->setText(
+        tr("%1, %2 airborne, %3, %4 records wait")
+            .arg(flights, MissionModel::durationText(std::llround(airborne)),
+                 MissionModel::distanceText(distance), QLocale().toString(waiting)) +
+        (unknown > 0 ? tr(" (%1 still being read)").arg(QLocale().toString(unknown)) : QString()));
     if (!m_table->currentIndex().isValid() && m_proxy->rowCount() > 0) {
         m_table->setCurrentIndex(m_proxy->index(0, MissionModel::Start));
     }
@@ -260,10 +285,12 @@ void FlightsPage::showSums()
 void FlightsPage::resizeEvent(QResizeEvent* event)
 {
     QWidget::resizeEvent(event);
-    const bool wide = width() > fontMetrics().averageCharWidth() * 120;
+    const int character = fontMetrics().averageCharWidth();
+    const bool wide = width() > character * 120;
+    m_table->setColumnWidth(MissionModel::Aircraft, character * (width() > character * 220 ? 22 : 11));
     const Qt::Orientation way = wide ? Qt::Horizontal : Qt::Vertical;
     if (m_splitter->orientation() != way || m_splitter->sizes().constFirst() == 0) {
         m_splitter->setOrientation(way);
-        m_splitter->setSizes(wide ? QList<int>{560, 440} : QList<int>{350, 650});
+        m_splitter->setSizes(wide ? QList<int>{660, 340} : QList<int>{350, 650});
     }
 }

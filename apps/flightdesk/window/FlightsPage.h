@@ -33,6 +33,7 @@ public:
     void chooseNew();
     /// To the field that finds flights.
     void find();
+    QWidget* table() const;
     /// Columns that count what is in the files.
     void showDetails(bool show);
     FlightView* flightView() const { return m_view; }

@@ -55,7 +55,7 @@ QLayout* LogPage::makeFilter(WindowSession& session)
         show();
     });
     followEnd();
-    return sideBySide({{labelFor(tr("&Text:"), text), text, details, labelFor(tr("Le&vel:"), level), level}});
+    return sideBySide({{labelFor(tr("&Text:"), text), text, details, labelFor(tr("&Level:"), level), level}});
 }
 
 /// The newest line stays in view, whatever changes the range, until the user scrolls away from it.
@@ -75,7 +75,7 @@ QLayout* LogPage::makePlace(const QString& file)
     auto* const place =
         new QLabel(file.isEmpty() ? tr("The log is not kept in a file.") : tr("File: %1").arg(file));
     place->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    auto* const show = new QPushButton(tr("Open &folder"));
+    auto* const show = new QPushButton(tr("&Open folder"));
     show->setEnabled(!file.isEmpty());
     connect(show, &QPushButton::clicked, this,
             [file] { QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(file).absolutePath())); });

@@ -114,11 +114,23 @@ void MainWindow::makeMenus()
         m_flights->find();
     });
     find->setShortcut(QKeySequence::Find);
+    addWay(view, tr("&List of flights"), tr("Ctrl+Shift+L"), m_flights->table());
+    addWay(view, tr("&Charts of the flight"), tr("Ctrl+Shift+C"), m_flights->flightView()->charts());
     QAction* const details = view->addAction(tr("&Details for developers"));
     details->setCheckable(true);
     connect(details, &QAction::toggled, m_flights, &FlightsPage::showDetails);
     connect(details, &QAction::toggled, m_upload, &UploadPage::showDetails);
     makeHelpMenu();
+}
+
+/// A key that leads to a part of the first page.
+void MainWindow::addWay(QMenu* menu, const QString& title, const QString& keys, QWidget* part)
+{
+    QAction* const way = menu->addAction(title, this, [this, part] {
+        m_tabs->setCurrentWidget(m_flights);
+        part->setFocus();
+    });
+    way->setShortcut(QKeySequence(keys));
 }
 
 void MainWindow::makeFileMenu()
@@ -247,7 +259,7 @@ void MainWindow::makeBanner()
     auto* const text =
         new QLabel(tr("The server rejected the token. Nothing is uploaded until you sign in again."));
     text->setForegroundRole(QPalette::HighlightedText);
-    auto* const button = new QPushButton(tr("Enter &token"));
+    auto* const button = new QPushButton(tr("Enter to&ken"));
     connect(button, &QPushButton::clicked, this, &MainWindow::askForToken);
     m_banner->setLayout(sideBySide({{text, nullptr, button}}));
     m_banner->hide();

@@ -44,6 +44,7 @@ protected:
 private:
     void addPage(QWidget* page, const QString& title);
     void makeMenus();
+    void addWay(QMenu* menu, const QString& title, const QString& keys, QWidget* part);
     void makeFileMenu();
     void makeHelpMenu();
     void showRecent();

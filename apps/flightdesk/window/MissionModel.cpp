@@ -103,6 +103,33 @@ bool MissionModel::Row::isGrowing() const
     return mission.completedAt.isEmpty() && grew.isValid() && !grew.hasExpired(Lasting);
 }
 
+std::optional<theme::Accent> MissionModel::Row::accent() const
+{
+    const bool isStuck = mission.obstacle != Obstacle::None && mission.all().waiting > 0;
+    if (!mission.readable || isStuck || (figures && figures->isLinkLost)) {
+        return theme::Accent::Trouble;
+    }
+    const bool lacks = (mission.isIncomplete && !isGrowing()) || mission.truncatedBytes > 0;
+    return lacks ? std::optional(theme::Accent::Warning) : std::nullopt;
+}
+
+/// A mission that does not tell began with its first position.
+QDateTime MissionModel::Row::start() const
+{
+    const bool told = mission.start.isValid() || !figures || figures->start == flightTime::Unknown;
+    return told ? mission.start : QDateTime::fromMSecsSinceEpoch(figures->start, Qt::UTC);
+}
+
+qint64 MissionModel::acceptedOf(const QString& file) const
+{
+    qint64 accepted = 0;
+    const QVector<int> rows = m_rowsOfFile.value(file);
+    for (const int row : rows) {
+        accepted += m_rows.at(row).mission.all().marked;
+    }
+    return accepted;
+}
+
 void MissionModel::setUploading(const QString& mission)
 {
     if (mission != m_uploading) {
@@ -126,9 +153,9 @@ QVector<MissionRecord> MissionModel::takeUnfigured()
 {
     QVector<MissionRecord> unfigured;
     for (Row& row : m_rows) {
-        const qint64 recorded = row.mission.all().recorded;
-        if (row.mission.readable && row.figured != recorded && !row.isGrowing()) {
-            row.figured = recorded;
+        const QString version = row.mission.version();
+        if (row.mission.readable && row.figured != version && !row.isGrowing()) {
+            row.figured = version;
             unfigured.append(row.mission);
         }
     }
@@ -150,7 +177,7 @@ QVector<MissionRecord> MissionModel::asLastRead(const MissionsOfFile& file) cons
     QVector<MissionRecord> missions;
     for (const int row : rows) {
         missions.append(m_rows[row].mission);
-        missions.last().readable = false;
+        missions.last().readable = m_rows[row].isGrowing(); // then its recorder has it for a moment
     }
     return missions;
 }
@@ -244,6 +271,8 @@ QVariant MissionModel::data(const QModelIndex& index, int role) const
     }
     case WaitedRole:
         return row.waited;
+    case Qt::ForegroundRole:
+        return theme::foreground(column == State ? row.accent() : std::nullopt);
     default:
         return {};
     }
@@ -290,6 +319,9 @@ QString MissionModel::stateText(const Row& row) const
                      : mission.breakpoint ? tr("interrupted at waypoint %1").arg(mission.breakpoint->waypoint)
                                           : tr("interrupted"));
     }
+    if (mission.truncatedBytes > 0) {
+        parts.append(mission.cutWords());
+    }
     if (parts.isEmpty() || !row.isGrowing() || mission.id == m_uploading) {
         parts.append(waitingText(mission));
     }
@@ -308,7 +340,7 @@ QVariant MissionModel::text(const Row& row, int column) const
     case Aircraft:
         return mission.aircraft;
     case Start:
-        return mission.start.toString(QStringLiteral("yyyy-MM-dd hh:mm"));
+        return row.start().toString(QStringLiteral("yyyy-MM-dd hh:mm"));
     case Duration:
         return mission.seconds ? durationText(*mission.seconds) : QString();
     case Oldest:
@@ -341,7 +373,7 @@ QVariant MissionModel::sortValue(const Row& row, int column) const
     const MissionRecord& mission = row.mission;
     switch (column) {
     case Start:
-        return mission.start;
+        return row.start();
     case Duration:
         return mission.seconds.value_or(-1);
     case Distance:

@@ -5,6 +5,7 @@
 #include "project/MissionRecord.h"
 #include "upload/Backlog.h"
 #include "window/TableModel.h"
+#include "window/Theme.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QHash>
@@ -56,7 +57,13 @@ public:
     const MissionRecord& record(int row) const { return m_rows.at(row).mission; }
     /// Null until they are known.
     const FlightFigures* figures(int row) const;
+    /// Invalid for a flight that does not tell.
+    QDateTime start(int row) const { return m_rows.at(row).start(); }
     QString stateText(int row) const { return stateText(m_rows.at(row)); }
+    /// For a state that is not to be overlooked: the flight broke off, or cannot be read or sent.
+    std::optional<theme::Accent> accent(int row) const { return m_rows.at(row).accent(); }
+    /// Records of a file that the server has accepted.
+    qint64 acceptedOf(const QString& file) const;
     /// Name of a mission, or its id.
     QString nameOf(const QString& mission) const;
 
@@ -73,11 +80,13 @@ private:
     struct Row {
         MissionRecord mission;
         bool waited = false;
-        QElapsedTimer grew;  ///< since rows were added
-        qint64 figured = -1; ///< rows when figures were asked for
+        QElapsedTimer grew; ///< since rows were added
+        QString figured;    ///< version when figures were asked for
         std::optional<FlightFigures> figures;
 
         bool isGrowing() const;
+        std::optional<theme::Accent> accent() const;
+        QDateTime start() const;
     };
     QVector<MissionRecord> asLastRead(const MissionsOfFile& file) const;
     void removeRowsOf(const QString& file, int keep);

@@ -12,7 +12,8 @@
 
 namespace
 {
-constexpr int Gap = 6; // pixels
+constexpr int Gap = 6;         // pixels
+constexpr double Noise = 0.05; // of a step, not worth another one
 constexpr theme::Accent Accents[] = {theme::Accent::Height, theme::Accent::Speed, theme::Accent::Battery};
 
 /// Milliseconds between two marks of the time axis.
@@ -34,12 +35,14 @@ ProfileView::ProfileView(QWidget* parent) : QWidget(parent)
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(tr("Height, speed and battery over time"));
-    setToolTip(tr("Point at a moment, or go through the flight with the arrow keys."));
+    setToolTip(tr(
+        "Point at a moment, or go through the flight with the arrow keys, Page Up and Down, Home and End."));
 }
 
 void ProfileView::setProfile(const FlightProfile& profile)
 {
     m_profile = profile;
+    m_silences = profile.silences();
     std::tie(m_from, m_to) = profile.period();
     m_to = std::max(m_to, m_from + 1000);
     m_drawn = {};
@@ -140,6 +143,7 @@ void ProfileView::draw()
         painter.fillRect(strip(value), palette().color(QPalette::Base));
     }
     if (!m_profile.isEmpty()) {
+        drawSilences(painter);
         drawTimes(painter);
         for (int value = 0; value < FlightProfile::Values; ++value) {
             drawStrip(painter, value);
@@ -152,13 +156,35 @@ void ProfileView::drawTimes(QPainter& painter) const
     const int bottom = strip(FlightProfile::Values - 1).bottom();
     const int room = fontMetrics().horizontalAdvance(QStringLiteral("00:00:00")) + 2 * Gap;
     const qint64 step = timeStep(m_to - m_from, std::max(1, strip(0).width() / room));
+    int free = 0; // from here on
     for (qint64 msec = m_from; msec <= m_to; msec += step) {
         painter.setPen(scale::gridColour(palette()));
         painter.drawLine(QPointF(x(msec), strip(0).top()), QPointF(x(msec), bottom));
         painter.setPen(palette().color(QPalette::Text));
         const int width = fontMetrics().horizontalAdvance(clock(msec - m_from));
         const int left = std::min(int(x(msec)) - width / 2, this->width() - width);
-        painter.drawText(left, bottom + Gap / 2 + fontMetrics().ascent(), clock(msec - m_from));
+        if (left >= free) {
+            painter.drawText(left, bottom + Gap / 2 + fontMetrics().ascent(), clock(msec - m_from));
+            free = left + width + Gap;
+        }
+    }
+}
+
+/// A lost link is no line that is missing: it is seen at a glance.
+void ProfileView::drawSilences(QPainter& painter) const
+{
+    const QColor trouble = theme::accent(palette(), theme::Accent::Trouble);
+    QColor shade = trouble;
+    shade.setAlphaF(0.2);
+    const QString text = tr("nothing heard");
+    for (const auto& [from, to] : qAsConst(m_silences)) {
+        const QRectF band(QPointF(x(from), strip(0).top()),
+                          QPointF(x(to), strip(FlightProfile::Values - 1).bottom()));
+        painter.fillRect(band, shade);
+        painter.setPen(trouble);
+        if (fontMetrics().horizontalAdvance(text) + 2 * Gap < band.width()) {
+            painter.drawText(band, Qt::AlignCenter, text);
+        }
     }
 }
 
@@ -178,41 +204,51 @@ void ProfileView::drawStrip(QPainter& painter, int value) const
         const double step =
             scale::niceStep(std::max(high - low, 0.1) * 0.98,
                             std::max(1, std::min(4, area.height() / (fontMetrics().height() * 3 / 2))));
-        constexpr double Noise = 0.05; // of a step, not worth another one
         const double bottom = std::min(low, std::floor(low / step + Noise) * step);
-        const double title = double(fontMetrics().height()) / std::max(area.height(), 1); // stands above
+        const double line = fontMetrics().height();
+        const double title = (line + Gap) / std::max(area.height(), 1); // stands above
         const double top = bottom + std::max(high - bottom, 0.1) / std::max(1 - title, 0.2);
-        const double first = std::ceil(bottom / step - Noise) * step;
-        const int marks = int((top - first) / step) + 1;
-        for (int i = 0; i < marks; ++i) {
-            const double mark = first + i * step;
-            const double y = area.bottom() - (mark - bottom) / (top - bottom) * area.height();
-            painter.setPen(scale::gridColour(palette()));
-            painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));
-            painter.setPen(palette().color(QPalette::Text));
-            const QString text = QString::number(mark, 'f', step < 0.1 ? 2 : step < 1 ? 1 : 0);
-            if (y - area.top() > fontMetrics().height() / 2.0) {
-                painter.drawText(
-                    QRectF(0, y - fontMetrics().height(), area.left() - Gap, fontMetrics().height() * 1.4),
-                    Qt::AlignRight | Qt::AlignVCenter, text);
-            }
-        }
-        drawLine(painter, value, bottom, top);
+        drawMarks(painter, value, {bottom, top, step});
+        drawLine(painter, value, {bottom, top, step});
     }
     painter.setPen(theme::accent(palette(), Accents[value]));
     painter.drawText(area.adjusted(Gap, 1, 0, 0), Qt::AlignLeft | Qt::AlignTop,
                      known ? titles[value] : titles[value] + tr(": not recorded"));
 }
 
+/// Lines at round numbers, and the numbers beside them.
+void ProfileView::drawMarks(QPainter& painter, int value, const Range& range) const
+{
+    const QRect area = strip(value);
+    const double line = fontMetrics().height();
+    const double first = std::ceil(range.bottom / range.step - Noise) * range.step;
+    const int marks = int((range.top - first) / range.step) + 1;
+    double free = area.bottom() + line; // above here
+    for (int i = 0; i < marks; ++i) {
+        const double mark = first + i * range.step;
+        const double y = area.bottom() - (mark - range.bottom) / (range.top - range.bottom) * area.height();
+        painter.setPen(scale::gridColour(palette()));
+        painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));
+        painter.setPen(palette().color(QPalette::Text));
+        const double label = std::max(double(area.top()), std::min(y - line / 2, area.bottom() - line));
+        if (label + line <= free) { // else it would stand on the one below
+            free = label;
+            painter.drawText(QRectF(0, label, area.left() - Gap, line), Qt::AlignRight | Qt::AlignVCenter,
+                             QString::number(mark, 'f',
+                                             range.step < 0.1 ? 2
+                                             : range.step < 1 ? 1
+                                                              : 0));
+        }
+    }
+}
+
 /// From the least to the greatest of each pixel; interrupted where nothing was heard.
-void ProfileView::drawLine(QPainter& painter, int value, double bottom, double top) const
+void ProfileView::drawLine(QPainter& painter, int value, const Range& range) const
 {
     const QVector<FlightProfile::Span>& spans = m_profile.values.at(std::size_t(value));
     const QRect area = strip(value);
-    const qint64 usual = (m_to - m_from) / std::max<int>(1, spans.size());
-    const qint64 silence = std::max(qint64(5000), 5 * usual);
     const auto y = [&](double number) {
-        return area.bottom() - (number - bottom) / (top - bottom) * area.height();
+        return area.bottom() - (number - range.bottom) / (range.top - range.bottom) * area.height();
     };
     painter.setPen(QPen(theme::accent(palette(), Accents[value]), 1));
     QPolygonF line;
@@ -220,7 +256,7 @@ void ProfileView::drawLine(QPainter& painter, int value, double bottom, double t
         const auto pixel = int(x(spans.at(i).msec));
         double low = spans.at(i).low;
         double high = spans.at(i).high;
-        const bool broken = i > 0 && spans.at(i).msec - spans.at(i - 1).msec > silence;
+        const bool broken = i > 0 && isSilent(spans.at(i - 1).msec, spans.at(i).msec);
         for (++i; i < spans.size() && int(x(spans.at(i).msec)) == pixel; ++i) {
             low = std::fmin(low, spans.at(i).low);
             high = std::fmax(high, spans.at(i).high);
@@ -235,6 +271,13 @@ void ProfileView::drawLine(QPainter& painter, int value, double bottom, double t
     painter.drawPolyline(line);
 }
 
+bool ProfileView::isSilent(qint64 from, qint64 to) const
+{
+    return std::any_of(m_silences.cbegin(), m_silences.cend(), [from, to](const auto& silence) {
+        return silence.first < to && from < silence.second;
+    });
+}
+
 void ProfileView::mouseMoveEvent(QMouseEvent* event)
 {
     const QRect area = strip(0);
@@ -245,13 +288,14 @@ void ProfileView::mouseMoveEvent(QMouseEvent* event)
 void ProfileView::keyPressEvent(QKeyEvent* event)
 {
     constexpr int Steps = 200;
-    const int way = event->key() == Qt::Key_Right ? 1 : event->key() == Qt::Key_Left ? -1 : 0;
-    if (way == 0) {
+    const QHash<int, int> steps{{Qt::Key_Right, 1},    {Qt::Key_Left, -1},   {Qt::Key_PageDown, 20},
+                                {Qt::Key_PageUp, -20}, {Qt::Key_End, Steps}, {Qt::Key_Home, -Steps}};
+    if (!steps.contains(event->key())) {
         QWidget::keyPressEvent(event);
         return;
     }
     const qint64 now = std::max(m_cursor, m_from);
-    Q_EMIT pointedAt(qBound(m_from, now + way * (m_to - m_from) / Steps, m_to));
+    Q_EMIT pointedAt(qBound(m_from, now + steps.value(event->key()) * (m_to - m_from) / Steps, m_to));
 }
 
 void ProfileView::resizeEvent(QResizeEvent* event)

@@ -36,16 +36,27 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
+    /// Of the numbers of a strip.
+    struct Range {
+        double bottom;
+        double top;
+        double step; ///< from mark to mark
+    };
+
     QRect strip(int value) const;
     double x(qint64 msec) const;
     void draw();
     void drawTimes(QPainter& painter) const;
     void drawStrip(QPainter& painter, int value) const;
-    void drawLine(QPainter& painter, int value, double bottom, double top) const;
+    void drawMarks(QPainter& painter, int value, const Range& range) const;
+    void drawLine(QPainter& painter, int value, const Range& range) const;
+    void drawSilences(QPainter& painter) const;
+    bool isSilent(qint64 from, qint64 to) const;
     const FlightProfile::Span* spanAt(int value, qint64 msec) const;
     QString valueText(int value, double number) const;
 
     FlightProfile m_profile;
+    QVector<std::pair<qint64, qint64>> m_silences;
     qint64 m_from = 0;
     qint64 m_to = 0;
     qint64 m_cursor = flightTime::Unknown;

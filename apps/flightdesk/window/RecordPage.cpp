@@ -62,6 +62,7 @@ RecordPage::RecordPage(WindowSession& session, QWidget* parent)
     splitter->setStretchFactor(1, 1);
     splitter->setSizes({150, 500});
     splitter->setChildrenCollapsible(false);
+    splitter->setObjectName(QStringLiteral("recordings"));
     auto* const layout = new QVBoxLayout(this);
     layout->addLayout(makeControls());
     layout->addWidget(m_station);
@@ -124,6 +125,7 @@ QWidget* RecordPage::makePlots()
     plots->addWidget(m_profile);
     plots->setSizes({500, 500});
     plots->setChildrenCollapsible(false);
+    plots->setObjectName(QStringLiteral("plots"));
     connect(m_profile, &ProfileView::pointedAt, this, [this](qint64 msec) {
         m_track->setCursorTime(msec);
         m_profile->setCursorTime(msec);
@@ -173,11 +175,12 @@ void RecordPage::askToStop()
 {
     const int row = selectedRow();
     const int flight = m_session.flights()->flightAt(row);
-    auto* const question =
-        new QMessageBox(QMessageBox::Question, tr("Stop recording"),
-                        tr("Stop recording %1, and what to do with the part that is recorded?")
-                            .arg(m_session.flights()->index(row, FlightModel::Name).data().toString()),
-                        QMessageBox::NoButton, this);
+    auto* const question = new QMessageBox(
+        QMessageBox::Question, tr("Stop recording"),
+        tr("Stop recording %1, and what to do with the part that is recorded?")
+                .arg(m_session.flights()->index(row, FlightModel::Name).data().toString()) +
+            (m_session.isUploading() ? tr("\n\nWhat the server has accepted of it stays there.") : QString()),
+        QMessageBox::NoButton, this);
     question->setAttribute(Qt::WA_DeleteOnClose);
     const auto offer = [&](const QString& text, QMessageBox::ButtonRole role, bool keep) {
         connect(question->addButton(text, role), &QPushButton::clicked, this, [this, flight, keep] {

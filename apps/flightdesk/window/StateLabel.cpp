@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "window/StateLabel.h"
 
-#include "window/Theme.h"
-
 #include <QtCore/QEvent>
 #include <QtWidgets/QApplication>
 
@@ -13,9 +11,14 @@ StateLabel::StateLabel(const QString& text) : QLabel(text)
 
 void StateLabel::say(const QString& text, bool trouble)
 {
+    sayIn(trouble ? std::optional(theme::Accent::Trouble) : std::nullopt, text);
+}
+
+void StateLabel::sayIn(const std::optional<theme::Accent>& accent, const QString& text)
+{
     setText(text);
-    if (trouble != m_trouble) {
-        m_trouble = trouble;
+    if (accent != m_accent) {
+        m_accent = accent;
         colour();
     }
 }
@@ -31,9 +34,9 @@ void StateLabel::changeEvent(QEvent* event)
 void StateLabel::colour()
 {
     QPalette colours;
-    if (m_trouble) {
+    if (m_accent) {
         const QPalette all = QApplication::palette();
-        colours.setColor(QPalette::WindowText, theme::accent(all, theme::Accent::Trouble));
+        colours.setColor(QPalette::WindowText, theme::accent(all, *m_accent));
     }
     setPalette(colours);
 }

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "window/Theme.h"
+
 #include <QtWidgets/QLabel>
 
-/// A line that says how things are; trouble stands out.
+/// A sentence about how things are, in colour when they are not well.
 class StateLabel : public QLabel
 {
     Q_OBJECT
@@ -12,6 +14,7 @@ public:
     explicit StateLabel(const QString& text = {});
 
     void say(const QString& text, bool trouble);
+    void sayIn(const std::optional<theme::Accent>& accent, const QString& text);
 
 protected:
     void changeEvent(QEvent* event) override;
@@ -19,5 +22,5 @@ protected:
 private:
     void colour();
 
-    bool m_trouble = false;
+    std::optional<theme::Accent> m_accent;
 };

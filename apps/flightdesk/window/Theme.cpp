@@ -2,6 +2,7 @@
 #include "window/Theme.h"
 
 #include <QtGui/QPainter>
+#include <QtWidgets/QApplication>
 #include <QtWidgets/QStyleOption>
 
 namespace theme
@@ -36,9 +37,14 @@ QPalette palette(bool dark)
 
 QColor accent(const QPalette& palette, Accent accent)
 {
-    const char* const light[] = {"#1f6fb2", "#1f6fb2", "#2e7d32", "#8a5a00", "#c62828", "#b3261e"};
-    const char* const dark[] = {"#6db3f2", "#6db3f2", "#81c784", "#e0b050", "#ff8a80", "#ff8a80"};
+    const char* const light[] = {"#1f6fb2", "#1f6fb2", "#2e7d32", "#8a5a00", "#c62828", "#b3261e", "#8a5a00"};
+    const char* const dark[] = {"#6db3f2", "#6db3f2", "#81c784", "#e0b050", "#ff8a80", "#ff8a80", "#e0b050"};
     return {isDark(palette) ? dark[int(accent)] : light[int(accent)]};
+}
+
+QVariant foreground(const std::optional<Accent>& accent)
+{
+    return accent ? QVariant(theme::accent(QApplication::palette(), *accent)) : QVariant();
 }
 
 Style::Style() : QProxyStyle(QStringLiteral("Fusion")) {}

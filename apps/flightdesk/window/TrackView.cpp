@@ -7,13 +7,15 @@
 #include <QtCore/QtMath>
 #include <QtGui/QMouseEvent>
 #include <QtGui/QPainter>
+#include <QtGui/QPainterPath>
 
 #include <algorithm>
 
 namespace
 {
 constexpr double Room = 1.25; // for the marks
-constexpr double Reach = 20;  // pixels within which the mouse finds the track
+constexpr int Margin = 10;
+constexpr double Reach = 20; // pixels within which the mouse finds the track
 } // namespace
 
 TrackView::TrackView(QWidget* parent) : QWidget(parent)
@@ -66,16 +68,23 @@ void TrackView::fit()
         bounds |= QRectF(place, QSizeF(0.1, 0.1)); // an empty rectangle would not count
     }
     m_centre = bounds.center();
-    m_perPixel = std::max(
-        {bounds.width() * Room / std::max(1, width()), bounds.height() * Room / std::max(1, height()), 0.02});
+    const int room = std::max(1, height() - foot());
+    m_perPixel =
+        std::max({bounds.width() * Room / std::max(1, width()), bounds.height() * Room / room, 0.02});
     m_drawn = {};
     update();
+}
+
+/// What the scale takes, below the track.
+int TrackView::foot() const
+{
+    return fontMetrics().height() + 2 * Margin;
 }
 
 QPointF TrackView::pixel(const QPointF& metres) const
 {
     return {width() / 2.0 + (metres.x() - m_centre.x()) / m_perPixel,
-            height() / 2.0 - (metres.y() - m_centre.y()) / m_perPixel};
+            (height() - foot()) / 2.0 - (metres.y() - m_centre.y()) / m_perPixel};
 }
 
 void TrackView::paintEvent(QPaintEvent*)
@@ -117,40 +126,69 @@ void TrackView::draw()
     }
     painter.setPen(QPen(theme::accent(palette(), theme::Accent::Track), 1.5));
     painter.drawPolyline(line);
-    const QColor text = palette().color(QPalette::Text);
-    drawMark(painter, pixel(m_metres.constLast()), tr("end"), text);
-    drawMark(painter, pixel(m_metres.constFirst()), tr("start"),
-             theme::accent(palette(), theme::Accent::Speed));
-    if (m_breakpoint) {
-        drawMark(painter, pixel(metres(m_breakpoint->lng, m_breakpoint->lat)), tr("breakpoint"),
-                 theme::accent(palette(), theme::Accent::Breakpoint));
+    for (const Mark& mark : marks()) {
+        drawMark(painter, mark);
     }
     drawScale(painter);
 }
 
+/// Those that lie on each other get one name for all.
+QVector<TrackView::Mark> TrackView::marks() const
+{
+    constexpr double Near = 12; // pixels
+    QVector<Mark> all{{pixel(m_metres.constFirst()), tr("start"),
+                       theme::accent(palette(), theme::Accent::Speed), Side::Below},
+                      {pixel(m_metres.constLast()), tr("end"), palette().color(QPalette::Text), Side::Above}};
+    if (m_breakpoint) {
+        all.append({pixel(metres(m_breakpoint->lng, m_breakpoint->lat)), tr("breakpoint"),
+                    theme::accent(palette(), theme::Accent::Breakpoint), Side::Beside});
+    }
+    QVector<Mark> apart;
+    for (const Mark& mark : qAsConst(all)) {
+        const auto same = std::find_if(apart.begin(), apart.end(), [&mark](const Mark& other) {
+            return (other.at - mark.at).manhattanLength() < Near;
+        });
+        if (same == apart.end()) {
+            apart.append(mark);
+        } else {
+            *same = {mark.at, same->text + tr(", ") + mark.text, mark.colour, same->side};
+        }
+    }
+    return apart;
+}
+
 /// A dot and its name, which stays inside and off the names of the other marks: the start's stands below, the
 /// end's above and the breakpoint's beside.
-void TrackView::drawMark(QPainter& painter, const QPointF& at, const QString& text,
-                         const QColor& colour) const
+void TrackView::drawMark(QPainter& painter, const Mark& mark) const
 {
     painter.setPen(QPen(palette().color(QPalette::Base), 1));
-    painter.setBrush(colour);
-    painter.drawEllipse(at, 5, 5);
+    painter.setBrush(mark.colour);
+    painter.drawEllipse(mark.at, 5, 5);
     const int line = fontMetrics().height();
-    const int width = fontMetrics().horizontalAdvance(text);
-    const double down = text == tr("start") ? line + 4 : text == tr("end") ? -8 : line / 3.0;
-    const double across = text != tr("breakpoint")       ? -width / 2.0
-                          : at.x() > this->width() * 0.6 ? -width - 9.0
-                                                         : 9.0;
-    const double x = qBound(2.0, at.x() + across, std::max(2.0, double(this->width() - width - 2)));
+    const int width = fontMetrics().horizontalAdvance(mark.text);
+    const double down = mark.side == Side::Below ? line + 4 : mark.side == Side::Above ? -8 : line / 3.0;
+    const double across = mark.side != Side::Beside           ? -width / 2.0
+                          : mark.at.x() > this->width() * 0.6 ? -width - 9.0
+                                                              : 9.0;
+    const double x = qBound(2.0, mark.at.x() + across, std::max(2.0, double(this->width() - width - 2)));
+    drawText(painter, QPointF(x, qBound(double(line), mark.at.y() + down, double(height() - foot()))),
+             mark.text);
+}
+
+/// On the track as well as off it.
+void TrackView::drawText(QPainter& painter, const QPointF& at, const QString& text) const
+{
+    constexpr int Ground = 3; // pixels around the letters
+    QPainterPath letters;
+    letters.addText(at, font(), text);
+    painter.strokePath(letters, QPen(palette().color(QPalette::Base), Ground));
     painter.setPen(palette().color(QPalette::Text));
-    painter.drawText(QPointF(x, qBound(double(line), at.y() + down, height() - 4.0)), text);
+    painter.drawText(at, text);
 }
 
 /// A bar of a round length, and where north is.
 void TrackView::drawScale(QPainter& painter) const
 {
-    constexpr int Margin = 10;
     const double length = scale::niceStep(width() * m_perPixel / 4, 1) / 2;
     const QString text = length < 1000 ? tr("%1 m").arg(length) : tr("%1 km").arg(length / 1000);
     const double y = height() - Margin;
@@ -160,11 +198,9 @@ void TrackView::drawScale(QPainter& painter) const
     painter.drawText(QPointF(Margin + 4, y - 5), text);
     const double north = width() - 2 * Margin;
     painter.drawPolyline(
-        QPolygonF{{QPointF(north - 4, Margin + 8), QPointF(north, Margin), QPointF(north + 4, Margin + 8)}});
-    painter.drawLine(QPointF(north, Margin), QPointF(north, Margin + 18));
-    painter.drawText(
-        QPointF(north - fontMetrics().horizontalAdvance(tr("N")) / 2.0, Margin + 20 + fontMetrics().ascent()),
-        tr("N"));
+        QPolygonF{{QPointF(north - 4, y - 10), QPointF(north, y - 18), QPointF(north + 4, y - 10)}});
+    painter.drawLine(QPointF(north, y - 18), QPointF(north, y));
+    painter.drawText(QPointF(north - 8 - fontMetrics().horizontalAdvance(tr("N")), y - 5), tr("N"));
 }
 
 void TrackView::mouseMoveEvent(QMouseEvent* event)

@@ -34,11 +34,22 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
+    enum class Side { Above, Below, Beside };
+    struct Mark {
+        QPointF at;
+        QString text;
+        QColor colour;
+        Side side; ///< where its name stands
+    };
+
     void fit();
+    int foot() const;
     QPointF metres(double lng, double lat) const;
     QPointF pixel(const QPointF& metres) const;
     void draw();
-    void drawMark(QPainter& painter, const QPointF& at, const QString& text, const QColor& colour) const;
+    QVector<Mark> marks() const;
+    void drawMark(QPainter& painter, const Mark& mark) const;
+    void drawText(QPainter& painter, const QPointF& at, const QString& text) const;
     void drawScale(QPainter& painter) const;
 
     QVector<FlightProfile::Place> m_track;

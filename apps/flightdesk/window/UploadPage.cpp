@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "window/UploadPage.h"
 
+#include "operator/ServerAddress.h"
 #include "window/Rows.h"
 #include "window/StateLabel.h"
 #include "window/TableViews.h"
@@ -44,7 +45,10 @@ UploadPage::UploadPage(WindowSession& session, QWidget* parent)
             [this](const QString& text) { m_note->say(text, true); });
     connect(session.uploader(), &Uploader::unmarkable, this,
             [this](const QString&, const QString& words) { m_note->say(words, true); });
-    connect(&session, &WindowSession::projectOpened, this, &UploadPage::showState);
+    connect(&session, &WindowSession::projectOpened, this, [this] {
+        m_note->say({}, false); // what was said of another one
+        showState();
+    });
     showState();
 }
 
@@ -72,7 +76,7 @@ QWidget* UploadPage::makeFields()
     connect(m_server, &QLineEdit::returnPressed, button, &QPushButton::click);
     connect(m_token, &QLineEdit::returnPressed, button, &QPushButton::click);
     QHBoxLayout* const row = sideBySide(
-        {{labelFor(tr("Ser&ver:"), m_server), m_server, labelFor(tr("To&ken:"), m_token), m_token, button}});
+        {{labelFor(tr("Serve&r:"), m_server), m_server, labelFor(tr("T&oken:"), m_token), m_token, button}});
     row->setStretchFactor(m_server, 2);
     row->setStretchFactor(m_token, 1);
     row->setContentsMargins(0, 0, 0, 0);
@@ -113,7 +117,7 @@ QLayout* UploadPage::makePipeline()
     rows->addWidget(m_state);
     rows->addWidget(m_note);
     rows->addLayout(sideBySide({{m_pause, m_reset, m_easyFly, nullptr}}));
-    rows->addLayout(sideBySide({{labelFor(tr("Retry a&fter:"), m_interval), m_interval},
+    rows->addLayout(sideBySide({{labelFor(tr("Retry &after:"), m_interval), m_interval},
                                 {labelFor(tr("Net&work:"), m_network), m_network, nullptr}}));
     return rows;
 }
@@ -167,6 +171,10 @@ void UploadPage::signIn(const QString& token)
         m_changing = false;
     } catch (const Failure& failure) {
         wrong = failure.words();
+        if (failure.is(Trouble::NoScheme)) {
+            m_server->setText(addressWithScheme(m_server->text()));
+            m_server->setFocus();
+        }
     }
     m_note->say(wrong, true);
     showState();
@@ -200,12 +208,12 @@ void UploadPage::setNetwork(int choice)
 void UploadPage::showState()
 {
     const Uploader::State state = m_session.uploader()->state();
-    const bool used = state == Uploader::State::Running || state == Uploader::State::Paused;
+    const bool used = m_session.isUploading();
     m_who->setText(used ? tr("Signed in to %1").arg(m_session.server())
                         : tr("Not signed in. Enter the server and the token that you have been given."));
     m_who->setToolTip(m_who->text());
     m_change->setVisible(used);
-    m_change->setText(m_changing ? tr("&Keep this server") : tr("C&hange server..."));
+    m_change->setText(m_changing ? tr("&Keep this server") : tr("Chan&ge server..."));
     m_fields->setVisible(!used || m_changing);
     const bool running = state == Uploader::State::Running;
     const bool trouble =

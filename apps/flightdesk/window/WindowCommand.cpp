@@ -16,6 +16,7 @@
 #include <QtGui/QScreen>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QComboBox>
+#include <QtWidgets/QSplitter>
 
 namespace
 {
@@ -27,6 +28,19 @@ constexpr QLatin1String LinksKey = "links"_l1;
 constexpr QLatin1String SpeedKey = "speed"_l1;
 constexpr QLatin1String HeartbeatKey = "heartbeat"_l1;
 constexpr QLatin1String GeometryKey = "geometry"_l1;
+constexpr QLatin1String SplitterKey = "splitters/%1"_l1;
+
+/// Those that have a name are remembered.
+QHash<QString, QSplitter*> splittersOf(const MainWindow& window)
+{
+    QHash<QString, QSplitter*> splitters;
+    for (QSplitter* const splitter : window.findChildren<QSplitter*>()) {
+        if (!splitter->objectName().isEmpty()) {
+            splitters.insert(QString(SplitterKey).arg(splitter->objectName()), splitter);
+        }
+    }
+    return splitters;
+}
 
 QString makeLogFile()
 {
@@ -49,6 +63,10 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     speed->setCurrentIndex(memory.value(SpeedKey, speed->currentIndex()).toInt());
     window.setRecentProjects(memory.value(RecentKey).toStringList());
     window.show();
+    const QHash<QString, QSplitter*> splitters = splittersOf(window);
+    for (auto it = splitters.begin(); it != splitters.end(); ++it) {
+        it.value()->restoreState(memory.value(it.key()).toByteArray());
+    }
     const QString folder = project.isEmpty() ? memory.value(ProjectKey).toString() : project;
     if (!folder.isEmpty()) {
         window.flightsPage()->open(folder, !project.isEmpty() && !QFileInfo::exists(project));
@@ -67,6 +85,9 @@ int showWindow(const QString& project, const QString& server, bool forDevelopers
     memory.setValue(HeartbeatKey, links->hasHeartbeat());
     memory.setValue(SpeedKey, speed->currentIndex());
     memory.setValue(GeometryKey, window.saveGeometry());
+    for (auto it = splitters.begin(); it != splitters.end(); ++it) {
+        memory.setValue(it.key(), it.value()->saveState());
+    }
     return exitCode;
 }
 
@@ -88,6 +109,8 @@ Application makeWindowApplication(int& argc, char** argv)
     QApplication::setAttribute(Qt::AA_UseHighDpiPixmaps); // as Qt 6 always does
 #endif
     auto application = std::make_unique<QApplication>(argc, argv);
+    // By which a desktop finds the window's icon and name.
+    QApplication::setDesktopFileName(QStringLiteral("flightdesk"));
     QApplication::setStyle(new theme::Style);
     QApplication::setPalette(theme::palette(theme::isDark(QApplication::palette())));
     return application;

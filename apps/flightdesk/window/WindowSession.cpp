@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "window/WindowSession.h"
 
+#include "operator/ServerAddress.h"
 #include "words/Failure.h"
 
 #include <KvAlgorthm.h>
@@ -8,6 +9,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFileInfo>
 #include <QtCore/QLocale>
+#include <QtCore/QScopeGuard>
 
 #include <algorithm>
 
@@ -45,16 +47,21 @@ void WindowSession::followUpload()
         }
         noteTrouble();
     });
+    connect(
+        &m_uploader, &Uploader::changed, this,
+        [this] {
+            if (m_lock && !isUploading()) {
+                m_lock->release(); // only who uploads keeps others from it
+            }
+        },
+        Qt::QueuedConnection); // it is off for a moment whenever it begins anew
 }
 
 void WindowSession::noteFinished(int flight, const RecordedFlight& result)
 {
     RecordedFlight told = result;
     if (m_unwanted.remove(flight)) {
-        if (!result.file.isEmpty()) {
-            m_project->removeMissionFile(result.file);
-        }
-        told.error = tr("discarded");
+        told.error = discard(result.file);
         told.interruption.reset();
     } else {
         m_breakpoints.noteRecorded(result);
@@ -70,6 +77,17 @@ void WindowSession::noteFinished(int flight, const RecordedFlight& result)
     m_log.note(tr("%1: %2").arg(told.name, told.error.isEmpty() ? tr("recorded") : told.error),
                int(told.error.isEmpty() ? Level::Info : Level::Warn));
     Q_EMIT sampled(flight);
+}
+
+/// \return what became of the flight
+QString WindowSession::discard(const QString& file)
+{
+    const qint64 sent = m_missions.acceptedOf(file);
+    if (!file.isEmpty()) {
+        m_project->removeMissionFile(file);
+    }
+    return sent == 0 ? tr("discarded")
+                     : tr("discarded here; the server has %1 records of it").arg(QLocale().toString(sent));
 }
 
 WindowSession::~WindowSession()
@@ -117,8 +135,9 @@ void WindowSession::openProject(const QString& path, bool make)
     m_reader.forget();
     m_project = project;
     m_lock = std::make_unique<ProjectLock>(project, ProjectLock::Use::Uploading);
-    m_otherUploads = m_lock->take();
+    m_otherUploads = m_lock->holder();
     m_missions.clear();
+    m_flights.clear();
     startWatch();
     m_log.note(tr("Opened %1").arg(m_project->path()), int(Level::Info));
     Q_EMIT projectOpened();
@@ -140,6 +159,7 @@ void WindowSession::noteLooked(bool network)
 {
     m_network = network;
     m_looked = true;
+    m_otherUploads = m_lock->holder();
     const Backlog backlog = m_missions.backlog(m_uploader.isEasyFly());
     m_uploader.look(backlog, network);
     notePace(backlog);
@@ -254,16 +274,21 @@ void WindowSession::signIn(const QString& server, const QString& token)
     if (!m_project) {
         throw Failure(tr("Open a project first."));
     }
-    m_otherUploads = m_lock->take();
-    if (!m_otherUploads.isEmpty()) {
-        throw Failure(m_otherUploads);
+    if (!m_project->readOnlyWords().isEmpty()) {
+        throw Failure(m_project->readOnlyWords());
     }
     if (token.isEmpty()) {
         throw Failure(tr("Enter the token that the server has given you."));
     }
-    if (!SetServerIP(server.trimmed().toUtf8())) {
+    if (server.trimmed().isEmpty()) {
         throw Failure(tr("Enter the server's address, as in https://fly.example."));
     }
+    m_otherUploads = m_lock->take();
+    if (!m_otherUploads.isEmpty()) {
+        throw Failure(m_otherUploads);
+    }
+    const auto release = qScopeGuard([this] { isUploading() ? (void)0 : m_lock->release(); });
+    setServerAddress(server);
     SKvUserInfo user;
     user.m_strToken = token;
     if (!SetCurUserInfo(user)) {
@@ -279,13 +304,16 @@ QString WindowSession::uploadText() const
 {
     const Backlog backlog = m_missions.backlog(m_uploader.isEasyFly());
     const int hidden = backlog.unreadable.size();
-    const QString unread =
-        hidden > 0 ? tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden) : QString();
+    const QString unread = hidden == 0 ? QString()
+                           : hidden == 1
+                               ? tr(" One file cannot be read: what waits in it is not sent.")
+                               : tr(" %1 files cannot be read: what waits in them is not sent.").arg(hidden);
     const QString records = QLocale().toString(backlog.waiting());
     const QString waiting = tr("%1 records wait.").arg(records) + unread;
+    const QString looking = tr("Looking through the project's files.");
     switch (m_uploader.state()) {
     case Uploader::State::Off:
-        return tr("Not signed in. ") + waiting;
+        return tr("Not signed in. ") + (m_looked ? waiting : looking);
     case Uploader::State::TokenRejected:
         return tr("The server rejected the token. Enter a new one and sign in; the upload goes on then.");
     case Uploader::State::Paused:
@@ -294,7 +322,7 @@ QString WindowSession::uploadText() const
         break;
     }
     if (!m_looked) {
-        return tr("Looking through the project's files.");
+        return looking;
     }
     if (backlog.rows.isEmpty()) {
         return hidden > 0 ? waiting : tr("Everything is uploaded.");

@@ -37,6 +37,14 @@ public:
     bool hasProject() const { return m_project.has_value(); }
     QString projectPath() const { return m_project ? m_project->path() : QString(); }
     bool hasNetwork() const { return m_network; }
+    /// Whether the project's files have been looked through since it was opened.
+    bool hasLooked() const { return m_looked; }
+    /// Whether somebody is signed in whose upload goes on, or is paused.
+    bool isUploading() const
+    {
+        return m_uploader.state() == Uploader::State::Running ||
+               m_uploader.state() == Uploader::State::Paused;
+    }
 
     void record(const FlightTask& task);
     /// Ends a recording for good.
@@ -81,6 +89,7 @@ private:
     void followStation();
     void startWatch();
     void noteLooked(bool network);
+    QString discard(const QString& file);
     void noteFinished(int flight, const RecordedFlight& result);
     void notePace(const Backlog& backlog);
     void noteTrouble();
