@@ -304,11 +304,14 @@ bool CKvFlightDataDbOperator::_Transact(const std::function<void()>& write)
 /// Runs a statement of a batch; false when it is refused.
 bool CKvFlightDataDbOperator::_Run(QSqlQuery& query)
 {
-    if (m_bUndone || query.exec()) {
-        return !m_bUndone;
+    if (m_bUndone) {
+        return false;
     }
-    _WarnRefused(query);
-    return false;
+    const bool bDone = query.exec();
+    if (!bDone || AwaitsTaking()) {
+        _WarnRefused(query);
+    }
+    return bDone;
 }
 
 void CKvFlightDataDbOperator::_Run(const CKvBoundInsert& insert)
@@ -368,8 +371,9 @@ bool CKvFlightDataDbOperator::SelectRecord(QString strFields, QString strTable, 
     sql += strTail;
     QSqlQuery query(*m_pDataBase->DBInstance());
     query.setForwardOnly(true);
-    if (!query.exec(sql)) {
-        _WarnRefused(query);
+    const bool bDone = query.exec(sql);
+    _WarnRefused(query);
+    if (!bDone) {
         return false;
     }
     const int nFields = strFields.split(QLatin1Char(',')).size();

@@ -232,13 +232,14 @@ void CKvFlightDataDbOperator::_WarnOfOrphans() const
         _WarnIfNoMission();
         return;
     }
+    const QString strText = QStringLiteral(
+        "keeps messages of \"%1\", of which it has no row in flight_mission; they are not uploaded");
     QSqlQuery query = m_pDataBase->exec(QLatin1String(SelectOrphanSql));
     if (query.next()) {
-        WarnOnce(
-            KvSql(), m_pDataBase->databaseName(),
-            QStringLiteral(
-                "keeps messages of \"%1\", of which it has no row in flight_mission; they are not uploaded")
-                .arg(query.value(0).toString()));
+        WarnOnce(KvSql(), m_pDataBase->databaseName(), strText.arg(query.value(0).toString()));
+    } else if (query.isActive()) {
+        TellOver(m_pDataBase->databaseName(), strText,
+                 QStringLiteral("keeps no messages without a row in flight_mission any more"));
     }
 }
 
@@ -272,7 +273,7 @@ void CKvFlightDataDbOperator::_WarnIfElsewhere() const
 {
     if (m_pCheckTimer && m_pDataBase->databaseName() != m_strFlightMissionFilePath) {
         WarnOnce(
-            KvHost(), m_strFlightMissionFilePath,
+            KvSql(), m_strFlightMissionFilePath,
             QStringLiteral("its messages go into other files, as the operator that records them looks for "
                            "what to upload there; use one to record and another to upload"));
     }

@@ -39,9 +39,10 @@ void CKvFlightDataDbOperator::_WarnUnlessUpdated(const QSqlQuery& update, const 
     if (!m_pDataBase->isOpen()) {
         WarnOnce(KvSql(), m_pDataBase->databaseName(),
                  QStringLiteral("is not open: an update of flight mission \"%1\" is lost").arg(strID));
-    } else if (update.lastError().isValid()) {
-        _WarnRefused(update);
-    } else if (update.numRowsAffected() == 0) {
+        return;
+    }
+    _WarnRefused(update);
+    if (!update.lastError().isValid() && update.numRowsAffected() == 0) {
         WarnOnce(KvSql(), m_pDataBase->databaseName(),
                  QStringLiteral("has no flight mission \"%1\" to update").arg(strID));
     }

@@ -19,13 +19,22 @@ bool IsFor(const QString& strTable, const QSet<QString>& setTable)
 
 CKvKeptBatches::~CKvKeptBatches()
 {
+    int nFiles = 0;
+    int nAll = 0;
     for (const SFile& file : qAsConst(m_listFile)) {
         const int nRows = std::accumulate(file.listBatch.cbegin(), file.listBatch.cend(), 0,
                                           [](int nSum, const SBatch& batch) { return nSum + batch.nRows; });
         if (nRows > 0) {
-            qCCritical(KvSql, "%s: %d records were not stored and are lost", qUtf8Printable(file.strPath),
-                       nRows);
+            TellLoss(file.strPath, QStringLiteral("lost"),
+                     QStringLiteral("%1 records were not stored and are lost").arg(nRows));
+            ++nFiles;
+            nAll += nRows;
         }
+    }
+    constexpr int Named = 3; // of which each has a line of its own
+    if (nFiles > Named) {
+        TellLoss(m_listFile.constLast().strPath, QStringLiteral("lost in all"),
+                 QStringLiteral("%1 records of %2 files are lost in all").arg(nAll).arg(nFiles));
     }
 }
 
@@ -61,8 +70,8 @@ void CKvKeptBatches::Keep(const QString& strFile, const QString& strTable, int n
 {
     if (m_nBytes > 0 && m_nBytes + nBytes > MostBytes) {
         if (!m_bFull) {
-            qCCritical(KvSql, "%s: too much waits in memory; records are lost from now on",
-                       qUtf8Printable(strFile));
+            TellLoss(strFile, QStringLiteral("full"),
+                     QStringLiteral("too much waits in memory; records are lost from now on"));
         }
         m_bFull = true;
         return;

@@ -122,14 +122,20 @@ private Q_SLOTS:
                 return TestProject::values(recorder.flight().file, sql);
             };
             TestProject::run(recorder.flight().file, {"UPDATE flight_mission SET is_uploaded = 1"_l1});
+            QByteArray log;
             int seconds = 0;
             for (const qint64 leap : flown.leaps) {
                 for (const int end = seconds + 10; seconds < end; ++seconds) {
                     const qint64 now = Start + seconds * Second;
                     const quint64 vehicleTime = flown.vehicle ? quint64(now + flown.vehicle) : 0;
                     const mavlink::SystemTime time{vehicleTime, 0};
-                    recorder.take({now + leap, mavlink::encode({2, 1, 1, mavlink::payload(time)}, 0)});
+                    log += TelemetryFrame{now + leap, mavlink::encode({2, 1, 1, mavlink::payload(time)}, 0)}
+                               .logRecord();
                 }
+            }
+            const auto source = LogFlights(folder.file("clock.tlog"_l1, log), false).open(0);
+            for (TelemetryFrame frame; source->next(&frame);) {
+                recorder.take(frame);
             }
             recorder.flush(); // nothing is left to memory, whatever becomes of the recorder
             QByteArray stamps;

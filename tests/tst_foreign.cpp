@@ -500,7 +500,7 @@ private Q_SLOTS:
         QCOMPARE(stored(project.db), 54);
     }
 
-    /// A read that finds a file locked is told, and not again for each of the locks that follow.
+    /// A read that finds a file locked is told, and its end, and neither again for the locks that follow.
     void lockedReads()
     {
         const FlightProject project;
@@ -516,7 +516,8 @@ private Q_SLOTS:
                               const Foreign foreign("exclusive"_l1, project.db);
                               database.exec("SELECT count(*) FROM pos_data"_l1);
                           }),
-                 QStringList("3 "_l1 + project.db + ": cannot be read now: database is locked"_l1));
+                 QStringList({"3 "_l1 + project.db + ": cannot be read now: database is locked"_l1,
+                              "3 "_l1 + project.db + ": can be read again, after 0 s"_l1}));
     }
 
     /// Records for a file without their table wait for it, whatever else the file has got meanwhile.

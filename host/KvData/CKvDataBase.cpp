@@ -234,7 +234,7 @@ QSqlQuery CKvDataBase::exec(const QString& sql) const
         ClearTrouble(ETrouble::Reading, m_strOpenFile);
     }
     const QSqlError error = query.lastError();
-    if (error.isValid() && !LacksTableByDesign(m_strOpenFile, sql, error)) {
+    if (!LacksTableByDesign(m_strOpenFile, sql, error)) {
         WarnRefused(m_strOpenFile, sql, error);
     }
     return query;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "KvTrouble.h"
 
+#include "KvCrowd.h"
 #include "KvLog.h"
-#include "KvWarnings.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QMap>
@@ -13,7 +13,7 @@
 
 namespace
 {
-constexpr qint64 Calm = 1200000; // milliseconds between two lines with the same words
+constexpr qint64 Calm = Forgotten; // between two lines with the same words
 
 struct STold {
     QElapsedTimer since;
@@ -22,6 +22,8 @@ struct STold {
 
 struct STrouble {
     QString strText; ///< empty while the file is well
+    qint64 nSince = 0;
+    bool bTold = false; ///< since then
     QMap<QString, STold> mapTold;
 };
 
@@ -39,6 +41,9 @@ STroubles& Troubles()
 /// How often the trouble has come since it was told; 0 when there is nothing to tell.
 int TimesToTell(STrouble& trouble, const QString& strText)
 {
+    if (trouble.strText.isEmpty()) {
+        trouble.nSince = Now();
+    }
     if (std::exchange(trouble.strText, strText) == strText) {
         return 0;
     }
@@ -48,7 +53,21 @@ int TimesToTell(STrouble& trouble, const QString& strText)
         return 0;
     }
     told.since.start();
+    trouble.bTold = true;
     return std::exchange(told.nTimes, 0);
+}
+
+QString News(ETrouble eTrouble)
+{
+    switch (eTrouble) {
+    case ETrouble::Opening:
+        return QStringLiteral("can be opened again");
+    case ETrouble::Writing:
+        return QStringLiteral("can be written again");
+    case ETrouble::Reading:
+        break;
+    }
+    return QStringLiteral("can be read again");
 }
 } // namespace
 
@@ -59,6 +78,7 @@ void ReportTrouble(ETrouble eTrouble, const QString& strFile, const QString& str
         const QMutexLocker lock(&Troubles().mutex);
         nTimes = TimesToTell(Troubles().map[{eTrouble, strFile}], strText);
     }
+    JoinCrowd(strFile, News(eTrouble));
     const auto beside = nTimes > 0 ? AmongFiles(strFile, strText) : std::nullopt;
     if (beside) {
         Logger::instance().write(eTrouble == ETrouble::Reading ? Level::Warn : Level::Error,
@@ -70,10 +90,22 @@ void ReportTrouble(ETrouble eTrouble, const QString& strFile, const QString& str
 
 void ClearTrouble(ETrouble eTrouble, const QString& strFile)
 {
-    const QMutexLocker lock(&Troubles().mutex);
-    const auto trouble = Troubles().map.find({eTrouble, strFile});
-    if (trouble != Troubles().map.end()) {
+    qint64 nTook = 0;
+    {
+        const QMutexLocker lock(&Troubles().mutex);
+        const auto trouble = Troubles().map.find({eTrouble, strFile});
+        if (trouble == Troubles().map.end() || trouble->strText.isEmpty()) {
+            return;
+        }
+        nTook = trouble->bTold ? Now() - trouble->nSince : -1;
         trouble->strText.clear();
+        trouble->bTold = false;
+    }
+    const bool bLast = LeaveCrowd(strFile, News(eTrouble));
+    const auto beside = nTook >= 0 ? AmongFiles(strFile, News(eTrouble), bLast) : std::nullopt;
+    if (beside) {
+        Logger::instance().write(Level::Warn,
+                                 strFile + QStringLiteral(": ") + News(eTrouble) + After(nTook) + *beside);
     }
 }
 

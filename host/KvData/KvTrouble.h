@@ -12,7 +12,7 @@ enum class ETrouble { Opening, Writing, Reading };
 /// remembers. Where the same goes for many files of a project, see AmongFiles().
 void ReportTrouble(ETrouble eTrouble, const QString& strFile, const QString& strText);
 
-/// The file opens, takes rows, or is read.
+/// The file opens, takes rows, or is read: the end is told where the trouble was.
 void ClearTrouble(ETrouble eTrouble, const QString& strFile);
 
 bool IsInTrouble(ETrouble eTrouble, const QString& strFile);

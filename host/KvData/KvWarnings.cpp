@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "KvWarnings.h"
 
+#include "KvCrowd.h"
 #include "KvLocks.h"
 #include "KvLog.h"
 
-#include <QtCore/QDeadlineTimer>
-#include <QtCore/QHash>
 #include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QMutex>
@@ -13,6 +12,7 @@
 #include <QtSql/QSqlError>
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <utility>
 
@@ -23,18 +23,8 @@ Q_LOGGING_CATEGORY(KvSql, "kv.sql", QtWarningMsg)
 namespace
 {
 constexpr int MostRemembered = 20000; // things that are wrong, and statements
-constexpr qint64 Forgotten = 1200000; // milliseconds without a fault after which it is news
-constexpr qint64 Hour = 3600000;
-constexpr int MostWarnings = 3; // about one thing within an hour
+constexpr int MostWarnings = 3;       // about one thing within an hour
 constexpr int MostLines = MostWarnings + 1;
-constexpr int Named = 3;         // files of a project that are told of with the same
-constexpr int MostOfOneSort = 9; // lines about a project's files, within an hour
-
-/// The monotonic clock, in milliseconds.
-qint64 Now()
-{
-    return QDeadlineTimer::current().deadline();
-}
 
 struct STrouble {
     QString strAbout;
@@ -52,10 +42,11 @@ struct SRefusal {
     qint64 nSeen = 0;
 };
 
-struct SCrowd {
-    QHash<QString, int> mapPlace; // of each file, from 1 on, in the order in which they came
-    QList<qint64> listLine;       // when one was told of
-    qint64 nSince = 0;            // the first of them
+/// A statement that a file refuses for want of a table or a column.
+struct SWant {
+    QString strKind;
+    qint64 nSince = 0;
+    bool bTold = false;
 };
 
 using Key = std::pair<QString, QString>;
@@ -64,7 +55,8 @@ struct SMemory {
     QMutex mutex;
     QMap<Key, SThing> mapThing;     // by name, and the kind of what is wrong with it
     QMap<Key, SRefusal> mapRefused; // by file, statement and words
-    QMap<Key, SCrowd> mapCrowd;     // by project, and what is told of its files
+    QMap<Key, SWant> mapWant;       // by file and statement
+    std::atomic<bool> bWant{false}; // whether there are any
 };
 
 SMemory& Memory()
@@ -80,19 +72,6 @@ typename Map::mapped_type& Remembered(Map& map, const Key& key)
         map.clear();
     }
     return map[key];
-}
-
-/// Whether one more line is left within the hour; it counts as written then.
-bool TakeLine(QList<qint64>& listLine, int nMost, qint64 nNow)
-{
-    while (!listLine.isEmpty() && listLine.constFirst() <= nNow - Hour) {
-        listLine.removeFirst();
-    }
-    if (listLine.size() >= nMost) {
-        return false;
-    }
-    listLine.append(nNow);
-    return true;
 }
 
 bool IsNews(SThing& thing, const QString& strAbout, const QString& strText)
@@ -118,16 +97,16 @@ bool IsNews(SThing& thing, const QString& strAbout, const QString& strText)
 
 /// Takes out what was wrong with a part, or with the whole of it; empty where nothing was or something still
 /// is, or where too much was told already: then the log's last word stays that something is wrong.
-QString Recovery(const QString& strWhole, const QString& strAbout, const QString& strNews)
+QString Recovery(const Key& whole, const QString& strAbout, const QString& strNews)
 {
     const QMutexLocker lock(&Memory().mutex);
-    const auto thing = Memory().mapThing.find({strWhole, {}});
+    const auto thing = Memory().mapThing.find(whole);
     if (thing == Memory().mapThing.end() || thing->mapTrouble.isEmpty()) {
         return {};
     }
     QMap<QString, STrouble> mapLeft = thing->mapTrouble;
     for (auto trouble = mapLeft.begin(); trouble != mapLeft.end();) {
-        const bool bOver = trouble->strAbout == strAbout || trouble->strAbout == strWhole;
+        const bool bOver = trouble->strAbout == strAbout || trouble->strAbout == whole.first;
         trouble = bOver ? mapLeft.erase(trouble) : std::next(trouble);
     }
     const qint64 nNow = Now();
@@ -138,13 +117,7 @@ QString Recovery(const QString& strWhole, const QString& strAbout, const QString
     if (!mapLeft.isEmpty()) {
         return {};
     }
-    constexpr int Second = 1000;
-    constexpr int Minute = 60 * Second;
-    const qint64 nTook = nNow - thing->nSince;
-    return QStringLiteral("%1, after %2 %3")
-        .arg(strNews)
-        .arg(nTook / (nTook < Minute ? Second : Minute))
-        .arg(nTook < Minute ? QLatin1String("s") : QLatin1String("min"));
+    return strNews + After(nNow - thing->nSince);
 }
 
 void Tell(const QLoggingCategory& category, const QString& strAbout, const QString& strText)
@@ -153,75 +126,10 @@ void Tell(const QLoggingCategory& category, const QString& strAbout, const QStri
     qCWarning(category, "%s: %s", qUtf8Printable(strAbout), qUtf8Printable(strText));
 }
 
-bool IsPowerOfTen(quint64 nTimes)
-{
-    while (nTimes % 10 == 0) {
-        nTimes /= 10;
-    }
-    return nTimes == 1;
-}
-
 /// What comes before the first of what differs from file to file.
 QString Kind(const QString& strText)
 {
     return strText.left(strText.indexOf(QLatin1Char('"')));
-}
-
-/// The folder of a mission file's folder.
-QString ProjectOf(const QString& strFile)
-{
-    return strFile.section(QLatin1Char('/'), 0, -3);
-}
-
-/// The crowd of a file, in which it has a place then; it begins anew every hour.
-SCrowd& Crowd(const QString& strFile, const QString& strKind, qint64 nNow)
-{
-    SCrowd& crowd = Remembered(Memory().mapCrowd, {ProjectOf(strFile), strKind});
-    if (crowd.mapPlace.isEmpty() || crowd.nSince <= nNow - Hour) {
-        crowd.mapPlace.clear();
-        crowd.nSince = nNow;
-    }
-    return crowd;
-}
-
-/// How many other files of the project something is the matter with now.
-int OthersInTrouble(const QString& strFile, qint64 nNow)
-{
-    const QString strProject = ProjectOf(strFile);
-    const auto& mapThing = Memory().mapThing;
-    int nOthers = 0;
-    for (auto thing = mapThing.lowerBound({strProject, {}});
-         thing != mapThing.end() && thing.key().first.startsWith(strProject); ++thing) {
-        const bool bNow =
-            std::any_of(thing->mapTrouble.cbegin(), thing->mapTrouble.cend(),
-                        [nNow](const STrouble& trouble) { return trouble.nSeen > nNow - Forgotten; });
-        const bool bWhole = thing.key().second.isEmpty();
-        nOthers +=
-            bNow && bWhole && thing.key().first != strFile && ProjectOf(thing.key().first) == strProject;
-    }
-    return nOthers;
-}
-
-/// Tells the end of what was wrong with a file: of the first ones by name, and then once all of them are
-/// well.
-void TellEnd(const QString& strFile, const QString& strKind, const QString& strText)
-{
-    QString strBeside;
-    {
-        const QMutexLocker lock(&Memory().mutex);
-        const qint64 nNow = Now();
-        SCrowd& crowd = Crowd(strFile, strKind, nNow);
-        if (!crowd.mapPlace.contains(strFile)) {
-            crowd.mapPlace.insert(strFile, crowd.mapPlace.size() + 1);
-        }
-        const bool bNamed = crowd.mapPlace.value(strFile) <= Named;
-        if ((!bNamed && OthersInTrouble(strFile, nNow) > 0) ||
-            !TakeLine(crowd.listLine, MostOfOneSort, nNow)) {
-            return;
-        }
-        strBeside = bNamed ? QString() : QStringLiteral(" (the last of %1 files)").arg(crowd.mapPlace.size());
-    }
-    Tell(KvSql(), strFile, strText + strBeside);
 }
 
 /// Statements that differ in their values alone are the same.
@@ -246,31 +154,44 @@ bool NamesNoColumns(const QString& strSql)
     return strSql.endsWith(QLatin1String("()VALUES()")) || strSql.endsWith(QLatin1String(",)"));
 }
 
-void TellOfFile(const QString& strFile, const QString& strKind, const QString& strText)
+/// Whether it is the file that has to be mended, not a value or the statement.
+bool IsWant(const QString& strWords)
 {
-    if (const std::optional<QString> beside = AmongFiles(strFile, strKind)) {
+    return strWords.startsWith(QLatin1String("no such ")) ||
+           strWords.contains(QLatin1String("has no column named"));
+}
+
+void TellOfFile(const QString& strFile, const QString& strKind, const QString& strText, bool bLast = false)
+{
+    if (const std::optional<QString> beside = AmongFiles(strFile, strKind, bLast)) {
         Tell(KvSql(), strFile, strText + *beside);
     }
 }
-} // namespace
 
-std::optional<QString> AmongFiles(const QString& strFile, const QString& strKind)
+/// Tells the end of what was wrong with a file.
+void TellEnd(const QString& strFile, const QString& strKind, const QString& strNews, const QString& strText)
 {
-    const QMutexLocker lock(&Memory().mutex);
-    const qint64 nNow = Now();
-    SCrowd& crowd = Crowd(strFile, strKind, nNow);
-    const bool bNew = !crowd.mapPlace.contains(strFile);
-    if (bNew) {
-        crowd.mapPlace.insert(strFile, crowd.mapPlace.size() + 1);
+    if (!strText.isEmpty()) {
+        TellOfFile(strFile, strNews, strText, LeaveCrowd(strFile, strKind));
     }
-    const int nPlace = crowd.mapPlace.value(strFile);
-    const bool bSum = bNew && (nPlace == Named + 1 || IsPowerOfTen(static_cast<quint64>(nPlace)));
-    if ((nPlace > Named && !bSum) || !TakeLine(crowd.listLine, MostOfOneSort, nNow)) {
-        return std::nullopt;
-    }
-    return nPlace > Named ? QStringLiteral(" (as %1 other files; more are only counted)").arg(nPlace - 1)
-                          : QString();
 }
+
+/// Tells that a file takes a statement which it refused for want of something.
+void TellTaken(const QString& strFile, const QString& strSql)
+{
+    const QString strBeginning = Beginning(strSql);
+    SWant want;
+    {
+        const QMutexLocker lock(&Memory().mutex);
+        want = Memory().mapWant.take({strFile, WithoutNumbers(strBeginning)});
+        Memory().bWant = !Memory().mapWant.isEmpty();
+    }
+    if (want.bTold) {
+        const QString strNews = QStringLiteral("SQLite takes \"%1\" again").arg(strBeginning);
+        TellEnd(strFile, want.strKind, strNews, strNews + After(Now() - want.nSince));
+    }
+}
+} // namespace
 
 void WarnOnce(const QLoggingCategory& category, const QString& strAbout, const QString& strText,
               const QString& strWhole)
@@ -281,6 +202,9 @@ void WarnOnce(const QLoggingCategory& category, const QString& strAbout, const Q
     {
         const QMutexLocker lock(&Memory().mutex);
         bNews = IsNews(Remembered(Memory().mapThing, key), strAbout, strText);
+    }
+    if (&category == &KvSql()) {
+        JoinCrowd(key.first, key.second);
     }
     if (bNews && &category == &KvSql()) {
         TellOfFile(strAbout, Kind(strText), strText);
@@ -302,17 +226,39 @@ void WellAgain(const QString& strAbout)
 void TellWellAgain(const QLoggingCategory& category, const QString& strWhole, const QString& strAbout,
                    const QString& strNews)
 {
-    const QString strRecovery = Recovery(strWhole, strAbout, strNews);
-    if (!strRecovery.isEmpty() && &category == &KvSql()) {
-        TellEnd(strWhole, strNews, strRecovery);
+    const QString strRecovery = Recovery({strWhole, {}}, strAbout, strNews);
+    if (&category == &KvSql()) {
+        TellEnd(strWhole, {}, strNews, strRecovery);
     } else if (!strRecovery.isEmpty()) {
         Tell(category, strWhole, strRecovery);
     }
 }
 
+void TellOver(const QString& strFile, const QString& strText, const QString& strNews)
+{
+    const QString strKind = Kind(strText);
+    TellEnd(strFile, strKind, strNews, Recovery({strFile, strKind}, strFile, strNews));
+}
+
+void TellLoss(const QString& strFile, const QString& strKind, const QString& strText)
+{
+    if (const std::optional<QString> beside = AmongFiles(strFile, strKind)) {
+        Logger::instance(); // listens from now on
+        qCCritical(KvSql, "%s: %s", qUtf8Printable(strFile), qUtf8Printable(strText + *beside));
+    }
+}
+
+bool AwaitsTaking()
+{
+    return Memory().bWant;
+}
+
 void WarnRefused(const QString& strFile, const QString& strSql, const QSqlError& error)
 {
     constexpr int Locked = 6;
+    if (!error.isValid() && AwaitsTaking()) {
+        TellTaken(strFile, strSql);
+    }
     if (!error.isValid() || IsBusy(error) || ResultCode(error) == Locked || NamesNoColumns(strSql)) {
         return;
     }
@@ -329,6 +275,12 @@ void WarnRefused(const QString& strFile, const QString& strSql, const QSqlError&
         refusal.nTimes = refusal.nSeen <= nNow - Forgotten ? 1 : refusal.nTimes + 1;
         refusal.nSeen = nNow;
         nTimes = refusal.nTimes;
+        if (IsWant(strWords)) {
+            SWant& want = Remembered(Memory().mapWant, {strFile, WithoutNumbers(strBeginning)});
+            want = {strKind, want.strKind.isEmpty() ? nNow : want.nSince, want.bTold || IsPowerOfTen(nTimes)};
+            Memory().bWant = true;
+            JoinCrowd(strFile, strKind);
+        }
     }
     if (IsPowerOfTen(nTimes)) {
         TellOfFile(strFile, strKind,

@@ -4,8 +4,6 @@
 #include <QtCore/QLoggingCategory>
 #include <QtCore/QString>
 
-#include <optional>
-
 class QSqlError;
 
 /// \file
@@ -33,17 +31,23 @@ void WellAgain(const QString& strAbout);
 
 /// Nothing is wrong with a part of a whole, or with the whole itself, any more: "whole: news, after 12 min",
 /// once that was the last that was wrong with it. Such lines count with the warnings; one more than of these
-/// is told, so that an hour has four lines about a thing at most. Where many files of a project were not
-/// well, the ends of the first three are told, and that of the last.
+/// is told, so that an hour has four lines about a thing at most.
 void TellWellAgain(const QLoggingCategory& category, const QString& strWhole, const QString& strAbout,
                    const QString& strNews);
 
-/// Whether a line of a kind is written about a file, and what it says beside: the files of a project share
-/// ten lines of a kind within an hour. Three files are named; the fourth, tenth, hundredth, ... stands for
-/// the others.
-std::optional<QString> AmongFiles(const QString& strFile, const QString& strKind);
+/// What was told of a mission file in such words, up to their first quotation mark, is over: "file: news,
+/// after 12 min".
+void TellOver(const QString& strFile, const QString& strText, const QString& strNews);
+
+/// Tells of records of a file that are lost, as an error.
+void TellLoss(const QString& strFile, const QString& strKind, const QString& strText);
 
 /// Tells of a statement that SQLite refused, at the first, tenth, hundredth, ... time; after twenty minutes
 /// without it, it is the first again. One that found the file locked is not refused, and is told elsewhere,
-/// as is a description that makes no statement.
+/// as is a description that makes no statement. With no error the statement has run: that is told where it
+/// had been refused for want of a table or a column.
 void WarnRefused(const QString& strFile, const QString& strSql, const QSqlError& error);
+
+/// Whether WarnRefused() waits for a statement to run. Where many are run, those that do need not be told of
+/// otherwise.
+bool AwaitsTaking();

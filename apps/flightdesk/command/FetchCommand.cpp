@@ -2,6 +2,7 @@
 #include "command/CommandLine.h"
 #include "command/Commands.h"
 #include "download/FileDownload.h"
+#include "words/Failure.h"
 #include "words/Latin1.h"
 
 #include <QtCore/QCoreApplication>
@@ -10,18 +11,15 @@
 
 namespace
 {
-struct Fetched {
-    qint64 bytes = 0;
-    QString error; ///< empty when the file is in its place
-};
-
-Fetched fetch(const CommandLine& line, const QString& url, const QString& path, Console& console)
+/// \return bytes of the file, which is in its place then. Throws Failure.
+qint64 fetch(const CommandLine& line, const QString& url, const QString& path, Console& console)
 {
     const auto way =
         line.isSet(QStringLiteral("external")) ? FileDownload::Way::Program : FileDownload::Way::Direct;
     const auto download = FileDownload::make(way, line.log());
     const QString label = QFileInfo(path).fileName();
-    Fetched fetched;
+    qint64 size = 0;
+    QString why;
     const QObject scope;
     QObject::connect(download.get(), &FileDownload::progress, &scope, [&](qint64 received, qint64 total) {
         if (total > 0) {
@@ -29,12 +27,16 @@ Fetched fetch(const CommandLine& line, const QString& url, const QString& path, 
         }
     });
     QObject::connect(download.get(), &FileDownload::ended, &scope, [&](qint64 bytes, const QString& error) {
-        fetched = {bytes, error};
+        size = bytes;
+        why = error;
         QCoreApplication::quit();
     });
     QTimer::singleShot(0, download.get(), [&] { download->start(url, path); });
     QCoreApplication::exec();
-    return fetched;
+    if (!why.isEmpty()) {
+        throw Failure(why);
+    }
+    return size;
 }
 } // namespace
 
@@ -58,17 +60,21 @@ int runFetch(const QStringList& arguments)
         return BadUsage;
     }
     Console& console = line.console();
-    const Fetched fetched = fetch(line, url, path, console);
-    const bool done = fetched.error.isEmpty();
-    console.document({{"ok"_l1, done},
-                      {"url"_l1, url},
-                      {"file"_l1, path},
-                      {"bytes"_l1, done ? fetched.bytes : 0},
-                      {"error"_l1, fetched.error}});
-    if (!done) {
-        console.error(QStringLiteral("%1: %2").arg(url, fetched.error));
+    const auto document = [&](qint64 bytes, const QString& error) {
+        console.document({{"ok"_l1, error.isEmpty()},
+                          {"url"_l1, url},
+                          {"file"_l1, path},
+                          {"bytes"_l1, bytes},
+                          {"error"_l1, error}});
+    };
+    try {
+        const qint64 bytes = fetch(line, url, path, console);
+        document(bytes, QString());
+        console.line(QStringLiteral("%1: %2 bytes").arg(path, QString::number(bytes)));
+    } catch (const Failure& failure) {
+        document(0, failure.words());
+        console.error(QStringLiteral("%1: %2").arg(url, failure.words()));
         return NotDone;
     }
-    console.line(QStringLiteral("%1: %2 bytes").arg(path, QString::number(fetched.bytes)));
     return Done;
 }

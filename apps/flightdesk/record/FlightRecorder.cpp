@@ -132,7 +132,6 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     m_flight.name = name;
     m_flight.clockOffset = clockOffset;
     m_tracker = VehicleTracker();
-    m_stamps = SteadyStamps();
     m_startUsec = startUsec;
     m_lastUsec = startUsec;
     m_flight.wholeSeconds = qMax(qint64(0), (origin.endUsec - startUsec) / Second);
@@ -198,9 +197,8 @@ void FlightRecorder::writeMission(const QString& startedAt, const QString& aircr
     writeText({row}, QStringLiteral(":/%1.txt").arg(m_format.missionTable));
 }
 
-void FlightRecorder::take(TelemetryFrame frame)
+void FlightRecorder::take(const TelemetryFrame& frame)
 {
-    frame.usec = m_stamps.next(frame.usec);
     m_lastUsec = frame.usec;
     Q_EMIT m_link.message(frame.logRecord());
     ++m_flight.messages;

@@ -4,7 +4,6 @@
 #include "operator/OperatorLink.h"
 #include "project/Project.h"
 #include "telemetry/LogFlights.h"
-#include "telemetry/SteadyStamps.h"
 #include "telemetry/VehicleTracker.h"
 
 #include <QtCore/QElapsedTimer>
@@ -33,7 +32,7 @@ struct RecordedFlight {
     qint64 seconds = 0;                ///< as far as it is stored
     qint64 wholeSeconds = 0;           ///< as its log has it; 0 when that is not known
     bool isKnown = false;              ///< nothing was recorded: the error names the mission that has its log
-    QString error;                     ///< empty when nothing failed; to be stopped by somebody is no failure
+    QString error; ///< the words of the Failure that it ended with; to be stopped by somebody is no failure
 };
 
 /// Records flights into mission files of a project, one after another, with one operator. A flight is pulled
@@ -57,11 +56,11 @@ public:
     /// \param clockOffset  VehicleTracker::clockOffset() where frames from before tell it
     void begin(qint64 startUsec, const QString& name, const QString& aircraft, const LogOrigin& origin = {},
                std::optional<double> clockOffset = {});
-    /// Records a frame. Its stamp is in microseconds since 1970, and need not be behind the one before
-    /// (SteadyStamps). What waits in memory is written when the first of it is a second old, with the
-    /// frame that comes then. Throws Failure when that cannot be written: status records wait for another
-    /// try, up to 49 messages are lost, and the flight goes on with the next frame.
-    void take(TelemetryFrame frame);
+    /// Records a frame. Its stamp is in microseconds since 1970, and not before that of the frame before.
+    /// What waits in memory is written when the first of it is a second old, with the frame that comes then.
+    /// Throws Failure when that cannot be written: status records wait for another try, up to 49 messages are
+    /// lost, and the flight goes on with the next frame.
+    void take(const TelemetryFrame& frame);
     /// Writes what waits in memory: for a flight of which no frame may come for a while. Throws Failure.
     void flush();
     /// Writes what the file did not take, where it does now.
@@ -127,7 +126,6 @@ private:
     RecordedFlight m_flight;
     QString m_planId;
     VehicleTracker m_tracker;
-    SteadyStamps m_stamps;
     qint64 m_lastUsec = 0; ///< of the latest frame
     QJsonArray m_positions;
     QJsonArray m_statuses;

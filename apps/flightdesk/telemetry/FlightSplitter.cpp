@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "telemetry/FlightSplitter.h"
 
-#include "telemetry/MavlinkCodec.h"
-#include "telemetry/MavlinkMessages.h"
-
 #include <limits>
 
 namespace
@@ -94,20 +91,19 @@ void FlightSplitter::noteHeartbeat(const TelemetryFrame& frame, const Key& key)
     if (!message) {
         return;
     }
-    const auto heartbeat = mavlink::read<mavlink::Heartbeat>(message->payload);
-    if (!heartbeat.isAutopilots()) {
+    const auto heartbeat = Autopilot::heartbeat(*message);
+    if (!heartbeat) {
         if (!m_vehicles.contains(key)) {
             release(key);
         }
         return;
     }
     Vehicle* vehicle = introduce(key);
-    if (!vehicle || vehicle->component.value_or(message->component) != message->component) {
+    if (!vehicle || !vehicle->autopilot.speaks(*message)) {
         return;
     }
-    vehicle->component = message->component;
     vehicle->heardUsec = frame.usec;
-    if (heartbeat.isArmed()) {
+    if (heartbeat->isArmed()) {
         vehicle->armed = true;
         takeOff(key, vehicle);
     } else if (vehicle->armed) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "telemetry/Autopilot.h"
 #include "telemetry/FrameSource.h"
 
 #include <QtCore/QMap>
@@ -76,12 +77,12 @@ private:
     using Key = std::pair<int, quint8>; ///< link and system
 
     struct Vehicle {
-        int flight = 0;                  ///< 0: none
-        bool inAir = false;              ///< armed, or disarmed a moment ago
-        bool hasFlown = false;           ///< has been in the air
-        bool armed = false;              ///< as last heard
-        std::optional<quint8> component; ///< the autopilot's
-        qint64 heardUsec = 0;            ///< latest heartbeat of that
+        int flight = 0;        ///< 0: none
+        bool inAir = false;    ///< armed, or disarmed a moment ago
+        bool hasFlown = false; ///< has been in the air
+        bool armed = false;    ///< as last heard
+        Autopilot autopilot;
+        qint64 heardUsec = 0; ///< latest heartbeat of that
         qint64 disarmedUsec = 0;
         QQueue<TelemetryFrame> waiting; ///< what may become the pre-roll of its next flight
         int waitingBytes = 0;

@@ -31,7 +31,7 @@ public:
 private:
     TelemetryLog m_log;
     FlightSplitter m_splitter;
-    SteadyStamps m_stamps; ///< what a flight's length is measured by
+    SteadyStamps m_stamps; ///< a log has the times of a clock that someone may have set
     TelemetryFrame m_frame;
 };
 
@@ -47,8 +47,9 @@ struct LogOrigin {
 /// The flights of a telemetry log: one for each vehicle or, split, for each of its armings. Every frame of a
 /// vehicle is in one of its flights; frames of others are in each flight that goes on when they came.
 ///
-/// A mission's name tells whether there are others, and a bad log is to leave nothing behind, so the log is
-/// read once before it is recorded.
+/// A log is read twice, here and then to be recorded. A mission's name tells whether there are others, a
+/// first vehicle has the frames from before it was heard, and a bad log is to leave nothing behind: none of
+/// that is known before its end, and to keep its frames until then would take as much memory as it is long.
 class LogFlights
 {
 public:

@@ -18,7 +18,6 @@ struct Heartbeat {
     quint32 customMode = 0;
     quint8 type = 0, autopilot = 0, baseMode = 0, systemStatus = 0, version = 3;
     auto fields() { return std::tie(customMode, type, autopilot, baseMode, systemStatus, version); }
-    /// Ground stations, gimbals and cameras send heartbeats too.
     bool isAutopilots() const { return autopilot != NoAutopilot && type != GroundStation; }
     bool isArmed() const { return (baseMode & ArmedFlag) != 0; }
 };

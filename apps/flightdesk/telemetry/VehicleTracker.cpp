@@ -141,21 +141,16 @@ std::optional<Interruption> VehicleTracker::interruption(qint64 endUsec) const
     return interruption;
 }
 
-/// The first autopilot heard is the vehicle. Ground stations and payloads send heartbeats too.
 bool VehicleTracker::isOurs(const mavlink::Message& message)
 {
     if (message.id == mavlink::Heartbeat::Id) {
-        if (!mavlink::read<mavlink::Heartbeat>(message.payload).isAutopilots()) {
-            return false;
-        }
-        if (!m_vehicle) {
-            m_vehicle = message.system;
-        }
+        return Autopilot::heartbeat(message) && m_autopilot.speaks(message);
     }
+    const std::optional<quint8>& vehicle = m_autopilot.system();
     // The count of waypoints also comes from the ground station, while it sends the vehicle a new mission.
-    const bool forVehicle = m_vehicle && message.id == mavlink::MissionCount::Id &&
-                            mavlink::read<mavlink::MissionCount>(message.payload).targetSystem == *m_vehicle;
-    return !m_vehicle || *m_vehicle == message.system || forVehicle;
+    const bool forVehicle = vehicle && message.id == mavlink::MissionCount::Id &&
+                            mavlink::read<mavlink::MissionCount>(message.payload).targetSystem == *vehicle;
+    return !vehicle || *vehicle == message.system || forVehicle;
 }
 
 QJsonObject VehicleTracker::position(qint64 usec, const mavlink::GlobalPositionInt& here)

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "telemetry/Autopilot.h"
 #include "telemetry/Breakpoint.h"
 #include "telemetry/FrameSource.h"
-#include "telemetry/MavlinkCodec.h"
-#include "telemetry/MavlinkMessages.h"
 
 #include <QtCore/QJsonObject>
 #include <QtCore/QString>
@@ -40,7 +39,7 @@ private:
     QJsonObject status(qint64 usec, const mavlink::Heartbeat& heartbeat) const;
     QJsonObject position(qint64 usec, const mavlink::GlobalPositionInt& here);
 
-    std::optional<quint8> m_vehicle;               ///< system id, known from its first heartbeat on
+    Autopilot m_autopilot;
     std::optional<mavlink::SysStatus> m_sysStatus; ///< the latest, nothing until the first
     std::optional<mavlink::GpsRawInt> m_gps;
     std::optional<mavlink::Attitude> m_attitude;
