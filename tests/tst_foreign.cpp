@@ -7,8 +7,6 @@
 #include <memory>
 #include <vector>
 
-#include <sys/resource.h>
-
 namespace
 {
 constexpr int Wait = 100; // milliseconds that a connection waits for a lock here
@@ -472,32 +470,6 @@ private Q_SLOTS:
                      comesBack ? QStringList()
                                : QStringList(scene.file + ": 36 records were not stored and are lost"_l1));
         }
-    }
-
-    /// No file descriptor is free for a while: what is recorded then is kept, and no lock.
-    void noDescriptors()
-    {
-        const FlightProject project;
-        Recorder recorder(project.db);
-        Q_EMIT recorder.slotStartUploadTimer(false);
-        rlimit limit = {};
-        QVERIFY(getrlimit(RLIMIT_NOFILE, &limit) == 0);
-        const rlimit none = {0, limit.rlim_max};
-        const QStringList lines = loggedBy(Level::Error, [&] {
-            setrlimit(RLIMIT_NOFILE, &none);
-            recorder.write(1);
-            recorder.op.slotParseJson(Scene::records("p1", "p2"), ":/flight_monitor_detail_log.txt"_l1,
-                                      Mission, 1, project.db);
-            takeLock(recorder);
-            recorder.write(1);
-            setrlimit(RLIMIT_NOFILE, &limit);
-        });
-        QCOMPARE(lines, QStringList("4 "_l1 + project.db +
-                                    ": cannot be opened now: unable to open database file"_l1));
-        recorder.write(50);
-        QCOMPARE(project.text("SELECT ifnull(message, '-') FROM flight_monitor_detail_log LIMIT 4"_l1),
-                 "0 - - 1"_l1);
-        QCOMPARE(stored(project.db), 54);
     }
 
     /// A read that finds a file locked is told, and its end, and neither again for the locks that follow.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/FaultVfs.h"
+#include "support/Foreign.h"
 #include "support/ScriptedServer.h"
 #include "support/TestProject.h"
 
@@ -215,6 +216,26 @@ private Q_SLOTS:
             QVERIFY2(!QTest::currentTestFailed(), qPrintable(QString::number(n)));
             QVERIFY(m_server->stored.contains(stored));
         }
+    }
+
+    /// No file descriptor is free for a while: what is recorded then is kept, and no lock.
+    void noDescriptors()
+    {
+        const FlightProject project;
+        disk.mount(project.path("m1"_l1));
+        Recorder recorder(project.db);
+        Q_EMIT recorder.slotStartUploadTimer(false);
+        disk.failAt(FaultVfs::Open, 1, 14, true);
+        recorder.write(1);
+        recorder.op.slotParseJson({QJsonObject{{"flight_mission_id"_l1, "m1"_l1}}},
+                                  ":/flight_monitor_detail_log.txt"_l1, "m1"_l1, 1, project.db);
+        takeLock(recorder);
+        recorder.write(1);
+        disk.clear();
+        recorder.write(50);
+        QCOMPARE(project.text("SELECT ifnull(message, '-') FROM flight_monitor_detail_log LIMIT 3"_l1),
+                 "0 - 1"_l1);
+        QCOMPARE(project.waiting("flight_monitor_detail_log"_l1), 53);
     }
 
     /// Whichever write finds no room, once: what SQLite undoes comes again, in its order.
