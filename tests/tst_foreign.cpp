@@ -431,6 +431,53 @@ private Q_SLOTS:
         }
     }
 
+    /// A file is put back with rows in its log, whose name belonged to an empty one that the operator has
+    /// open: that is read no more, as SQLite finds the log by its name and would delete it.
+    void putBackWithItsLog()
+    {
+        for (const EUploadEnv env : {EUploadEnv::None, EUploadEnv::OncePerRequest}) {
+            const FlightProject project(0, 0, 0);
+            const QString away = project.path("away"_l1);
+            {
+                const Foreign wal("idle WAL"_l1, project.db);
+                TestProject::addMission(project.db, "m2"_l1, 0, 0, 500);
+                QVERIFY(QFile::copy(project.db, away) &&
+                        QFile::copy(project.db + "-wal"_l1, away + "-wal"_l1));
+            }
+            Recorder recorder(project.db, env);
+            QVERIFY(QFile::remove(project.db));
+            recorder.op.SetFlightMissionFilePath(project.db);
+            QVERIFY(QFile::remove(project.db) && QFile::rename(away + "-wal"_l1, project.db + "-wal"_l1) &&
+                    QFile::rename(away, project.db));
+            recorder.write(env == EUploadEnv::None ? 50 : 0);
+            Q_EMIT recorder.slotCheckNewData();
+            Q_EMIT recorder.slotStartUpload();
+            QCOMPARE(stored(project.db), 500 + recorder.written);
+        }
+    }
+
+    /// A pass comes to a file that was deleted since it began: that is not made anew.
+    void goneInMidPass()
+    {
+        const FlightProject project(1, 1, 1);
+        const QString other = project.missionFile("m2/flight.kv"_l1);
+        TestProject::addMission(other, "m2"_l1, 1, 1, 1);
+        QString gone;
+        ScriptedServer server;
+        ArmedHost host(EUploadEnv::WholeProject);
+        connect(&host.op, &CKvFlightDataDbOperator::UpLoading, this,
+                [&](const QString&, const QString& mission) {
+                    if (gone.isEmpty()) {
+                        gone = mission == Mission ? other : project.db;
+                        QFile::remove(gone);
+                    }
+                });
+        Q_EMIT host.slotStartUpload();
+        QTRY_VERIFY(!gone.isEmpty() && TestProject::waiting(gone == other ? project.db : other) == 0);
+        Q_EMIT host.slotStartUpload(); // the file that is left
+        QVERIFY(!QFile::exists(gone));
+    }
+
     /// An operator ends whose call before has used up the wait for a lock.
     void endAfterWait()
     {
