@@ -3,6 +3,7 @@
 
 #include "KvData.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QMutex>
 #include <QtCore/QStringList>
@@ -18,7 +19,7 @@ QStringList& Places()
 }
 } // namespace
 
-CKvRepeatable::CKvRepeatable(const QString& strFile) : m_strPlace(QFileInfo(strFile).absoluteFilePath())
+CKvRepeatable::CKvRepeatable(const QString& strFile) : m_strPlace(QDir::cleanPath(QFileInfo(strFile).absoluteFilePath()))
 {
     const QMutexLocker lock(&g_mutex);
     Places().append(m_strPlace);
@@ -33,5 +34,5 @@ CKvRepeatable::~CKvRepeatable()
 bool IsRepeatable(const QString& strPlace)
 {
     const QMutexLocker lock(&g_mutex);
-    return Places().contains(strPlace);
+    return Places().contains(QDir::cleanPath(strPlace));
 }

@@ -113,7 +113,8 @@ void FlightModel::addVehicleSamples(const VehicleSamples& vehicle)
 int FlightModel::percentHeard(const Vehicle& vehicle)
 {
     const VehicleState& now = vehicle.state;
-    const bool isNew = vehicle.before.size() < 2;
+    const bool isNew =
+        vehicle.before.size() <= HeardOver; // all of it counts, also what came before the first state
     const VehicleState then = isNew ? VehicleState() : vehicle.before.head();
     const qint64 came = now.frames - then.frames;
     return came == 0 ? 0 : int(100 * came / (came + now.missed - then.missed));
