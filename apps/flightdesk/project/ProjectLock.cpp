@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "project/ProjectLock.h"
 
+#include "project/MissionFile.h"
+
 #include <QtCore/QFileInfo>
 
 ProjectLock::ProjectLock(const Project& project, Use use)
-    : m_use(use)
+    : m_project(project)
+    , m_use(use)
     , m_path(project.path() +
              (use == Use::Recording ? QStringLiteral("/station.lock") : QStringLiteral("/upload.lock")))
     , m_file(m_path)
@@ -22,6 +25,17 @@ QString ProjectLock::holder()
     return words;
 }
 
+QString ProjectLock::whyNotWritable() const
+{
+    const QString full =
+        m_project.diskTrouble() == Trouble::NoRoom ? obstacleWords(Obstacle::DiskFull) : QString();
+    if (m_use == Use::Uploading && !full.isEmpty()) {
+        return troubleWords(Trouble::NotSendable, {full});
+    }
+    return QStringLiteral("cannot write %1").arg(m_path) +
+           (full.isEmpty() ? full : QLatin1String(": ") + full);
+}
+
 QString ProjectLock::take()
 {
     if (m_file.isLocked() || m_file.tryLock(0)) {
@@ -31,7 +45,7 @@ QString ProjectLock::take()
     QString host;
     QString program;
     if (!m_file.getLockInfo(&process, &host, &program)) {
-        return QStringLiteral("cannot write %1").arg(m_path);
+        return whyNotWritable();
     }
     const QString doing =
         m_use == Use::Recording ? QStringLiteral("records into") : QStringLiteral("uploads from");

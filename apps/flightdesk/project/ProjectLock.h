@@ -23,6 +23,9 @@ public:
     void release() { m_file.unlock(); }
 
 private:
+    QString whyNotWritable() const;
+
+    const Project m_project;
     const Use m_use;
     const QString m_path;
     QLockFile m_file;
