@@ -19,7 +19,8 @@ QStringList& Places()
 }
 } // namespace
 
-CKvRepeatable::CKvRepeatable(const QString& strFile) : m_strPlace(QDir::cleanPath(QFileInfo(strFile).absoluteFilePath()))
+CKvRepeatable::CKvRepeatable(const QString& strFile)
+    : m_strPlace(QDir::cleanPath(QFileInfo(strFile).absoluteFilePath()))
 {
     const QMutexLocker lock(&g_mutex);
     Places().append(m_strPlace);
