@@ -108,9 +108,8 @@ private:
     void _SetBusyTimeout(int nMilliseconds) const;
 
     QSqlDatabase m_database;
-    QString m_strOpenFile;      ///< what is really open; the database name may run ahead of it
-    int m_nSettled = 0;         ///< how many of the opening statements have been run
-    bool m_bRepeatable = false; ///< what is open, see CKvRepeatable
+    QString m_strOpenFile; ///< what is really open; the database name may run ahead of it
+    int m_nSettled = 0;    ///< how many of the opening statements have been run
     bool m_bInTransaction = false;
     bool m_bToldReadOnly = false;
     QString m_strPlace;                     ///< absolute path of the open file
@@ -142,23 +141,6 @@ KVDATA_EXPORT bool CreateMissionTables(QSqlDatabase* database);
 ///
 /// \return false, with a line in the log, when the file cannot be made or lacks a table afterwards
 KVDATA_EXPORT bool CreateMissionFile(const QString& path);
-
-/// While it lives, connections of this process that open a mission file do not wait for the disk at each
-/// commit: for records that can be had again, as from a flight's log. A loss of power may then take the last
-/// commits, but never the file; the end of the process takes nothing. The file is in SQLite's WAL mode
-/// meanwhile, so that what a killed process has written stands partly in the file with "-wal" behind its
-/// name, until the next connection opens it. When this has gone, the next connection that opens the file
-/// brings all of it to the disk; one that is open is pointed at it again for that.
-class KVDATA_EXPORT CKvRepeatable
-{
-public:
-    explicit CKvRepeatable(const QString& strFile);
-    ~CKvRepeatable();
-    Q_DISABLE_COPY(CKvRepeatable)
-
-private:
-    const QString m_strPlace;
-};
 
 /// Kinds of aircraft that a host controls.
 enum class EPlaneType : int {

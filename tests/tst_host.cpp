@@ -182,30 +182,6 @@ private Q_SLOTS:
         QCOMPARE(QDir(project.path("logs"_l1)).entryList(QDir::Files).size(), 3); // it rotates
     }
 
-    /// Rows that can be had again stand in the log until the end, and then in one file at rest.
-    void repeatable()
-    {
-        const FlightProject project(0, 0, 0);
-        const QString log = project.db + "-wal"_l1;
-        const auto insert = [](CKvDataBase& database, const QString& id) {
-            database.exec("INSERT INTO pos_data(id) VALUES('"_l1 + id + "')"_l1);
-        };
-        CKvDataBase database(project.db);
-        {
-            const CKvRepeatable repeatable(project.path("m1/../m1/flight.kv"_l1));
-            const CKvRepeatable same(project.db);
-            QVERIFY(database.open() && database.transaction());
-            insert(database, "a"_l1);
-            QVERIFY(database.commit() && QFile::exists(log));
-        }
-        database.close();
-        QVERIFY(database.open());
-        insert(database, "b"_l1);
-        QVERIFY(!QFile::exists(log));
-        QCOMPARE(project.text("SELECT id FROM pos_data"_l1), "a b"_l1);
-        QCOMPARE(project.text("PRAGMA journal_mode"_l1), "delete"_l1);
-    }
-
     /// What no waiting mends: said once, with the path and the reason, and nothing is held or made.
     void openRefuses()
     {

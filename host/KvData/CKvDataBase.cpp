@@ -5,7 +5,6 @@
 #include "KvOwnThread.h"
 #include "KvPath.h"
 #include "KvPatience.h"
-#include "KvRepeatable.h"
 #include "KvTrouble.h"
 #include "KvWarnings.h"
 
@@ -40,15 +39,7 @@ const char* const OpeningStatements[] = {
     "PRAGMA journal_mode=DELETE",
     "PRAGMA shrink_memory",
 };
-// The disk is not waited for at each commit, and the file stays whole all the same.
-const char* const RepeatableStatements[] = {
-    "PRAGMA synchronous=NORMAL",
-    "PRAGMA temp_store=MEMORY",
-    "PRAGMA journal_mode=WAL",
-    "PRAGMA shrink_memory",
-};
 constexpr int AllSettled = static_cast<int>(std::size(OpeningStatements));
-static_assert(std::size(RepeatableStatements) == std::size(OpeningStatements));
 constexpr int SafeToWrite = AllSettled - 2;
 
 constexpr int ReadOnly = 8; // SQLite's code; at opening: a journal that is to be rolled back
@@ -158,7 +149,6 @@ QSqlError CKvDataBase::_SetUp()
     m_strPlace = QFileInfo(m_database.databaseName()).absoluteFilePath();
     m_identity = IdentityOf(m_strPlace);
     m_strLog = QFileInfo(m_strPlace).canonicalFilePath() + QLatin1String("-wal");
-    m_bRepeatable = IsRepeatable(m_strPlace);
     // Else a large batch waits for a reader with every statement, and for nothing: it is the end that has to.
     _Run(QStringLiteral("PRAGMA cache_spill=OFF"));
     QSqlError error;
@@ -173,8 +163,7 @@ QSqlError CKvDataBase::_SetUp()
 QSqlError CKvDataBase::_Settle()
 {
     while (m_nSettled < AllSettled) {
-        const auto& statements = m_bRepeatable ? RepeatableStatements : OpeningStatements;
-        QSqlError error = _Run(QLatin1String(statements[m_nSettled]));
+        QSqlError error = _Run(QLatin1String(OpeningStatements[m_nSettled]));
         if (error.isValid()) {
             return error;
         }
@@ -373,7 +362,7 @@ bool CKvDataBase::commit()
 /// refused at once.
 void CKvDataBase::_LeaveWriteAheadLog()
 {
-    if (!m_bRepeatable && QFileInfo::exists(m_strLog)) {
+    if (QFileInfo::exists(m_strLog)) {
         m_nSettled = SafeToWrite;
         _Settle();
     }

@@ -5,7 +5,6 @@
 #include "words/Latin1.h"
 
 #include <KvAlgorthm.h>
-#include <KvData.h>
 #include <KvProjectDbOperator/CKvFlightDataDbOperator.h>
 
 #include <QtCore/QCoreApplication>
@@ -82,14 +81,6 @@ void FlightRecorder::pointOperator()
     Q_EMIT m_link.missionId(m_flight.missionId);
 }
 
-/// All of a flight has come, and is to survive what may happen to the machine from now on.
-void FlightRecorder::settle()
-{
-    if (std::exchange(m_repeatable, nullptr)) {
-        pointOperator();
-    }
-}
-
 RecordedFlight FlightRecorder::record(FrameSource& source, const QString& name, const QString& aircraft,
                                       const LogOrigin& origin)
 {
@@ -127,7 +118,6 @@ void FlightRecorder::recordFrames(FrameSource& source, const QString& name, cons
 void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString& aircraft,
                            const LogOrigin& origin, std::optional<double> clockOffset)
 {
-    m_repeatable.reset();
     m_flight = RecordedFlight();
     m_flight.name = name;
     m_flight.clockOffset = clockOffset;
@@ -153,9 +143,6 @@ void FlightRecorder::begin(qint64 startUsec, const QString& name, const QString&
     m_flight.missionId = newId();
     m_flight.file = m_project.createMissionFile(m_format, m_flight.missionId, startUsec);
     Q_EMIT fileMade(m_flight.file);
-    if (!origin.id.isEmpty()) {
-        m_repeatable = std::make_unique<CKvRepeatable>(m_flight.file);
-    }
     // Flights of one name in one project fly the same plan.
     m_planId = UidToString(QUuid::createUuidV5(QUuid(m_projectId), m_flight.name));
     pointOperator();
@@ -287,7 +274,6 @@ RecordedFlight FlightRecorder::breakOff(const Failure& why)
         if (trouble == Trouble::Stopped || trouble == Trouble::BrokeOff) {
             flush();
         }
-        settle();
         noteStored();
         m_flight.incomplete =
             troubleWords(trouble, {m_flight.name, durationWords(m_flight.seconds), why.words()});
@@ -352,7 +338,6 @@ RecordedFlight FlightRecorder::end(qint64 endUsec, const QString& reason)
 {
     try {
         endMission(qMax(endUsec, m_lastUsec), reason);
-        settle();
         verify();
         writeBreakpoint();
         m_flight.seconds = (m_lastUsec - m_startUsec) / Second;

@@ -14,7 +14,6 @@
 #include <memory>
 
 class CKvFlightDataDbOperator;
-class CKvRepeatable;
 class Failure;
 
 /// What became of one flight.
@@ -100,7 +99,6 @@ private:
     void recordFrames(FrameSource& source, const QString& name, const QString& aircraft,
                       const LogOrigin& origin);
     void makeOperator();
-    void settle();
     void abandonOperator();
     void pointOperator();
     void writeMission(const QString& startedAt, const QString& aircraft, const LogOrigin& origin);
@@ -122,7 +120,6 @@ private:
     QString m_projectId;
     OperatorLink m_link;
     std::unique_ptr<CKvFlightDataDbOperator> m_operator;
-    std::unique_ptr<CKvRepeatable> m_repeatable; ///< of a flight from a log
     RecordedFlight m_flight;
     QString m_planId;
     VehicleTracker m_tracker;
