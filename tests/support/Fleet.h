@@ -7,15 +7,16 @@
 
 #include <QtCore/QSet>
 
+#include <array>
+
 /// Two databases that follow each other, and two servers on them.
 struct Fleet {
     explicit Fleet(const QStringList& options = {"--token"_l1, "secret"_l1})
     {
         primary->followSynchronously();
         initLedger(primary->uri().toStdString());
-        for (auto& server : servers) {
-            server = std::make_unique<ServerProcess>(QStringList{"--ledger"_l1, uri()} + options);
-        }
+        const QStringList arguments = QStringList{"--ledger"_l1, uri()} + options;
+        servers = {std::make_unique<ServerProcess>(arguments), std::make_unique<ServerProcess>(arguments)};
     }
     /// Both hosts, so that whichever can be written is found.
     QString uri() const
@@ -45,5 +46,5 @@ struct Fleet {
     std::unique_ptr<Postgres> primary = std::make_unique<Postgres>();
     std::unique_ptr<Postgres> standby = std::make_unique<Postgres>(primary.get());
     const QStringList hosts{primary->place(), standby->place()};
-    std::unique_ptr<ServerProcess> servers[2];
+    std::array<std::unique_ptr<ServerProcess>, 2> servers;
 };

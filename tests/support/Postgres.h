@@ -35,13 +35,10 @@ public:
         QFile::setPermissions(m_folder.path(), QFile::Permissions(0x7777));
         const QStringList from{"-h"_l1, "127.0.0.1"_l1, "-p"_l1,
                                QString::number(primary ? primary->m_port : 0)};
-        const bool made =
-            primary
-                ? run("pg_basebackup"_l1,
-                      QStringList{"-D"_l1, data(), "-U"_l1, "fleet"_l1, "-R"_l1, "-c"_l1, "fast"_l1} + from)
-                : run("initdb"_l1, {"-D"_l1, data(), "-U"_l1, "fleet"_l1, "-A"_l1, "trust"_l1,
-                                    "--no-locale"_l1, "-E"_l1, "UTF8"_l1, "--no-sync"_l1});
-        if (!made) {
+        const QStringList mine{"-D"_l1, data(), "-U"_l1, "fleet"_l1};
+        const QStringList anew{"-A"_l1, "trust"_l1, "--no-locale"_l1, "-E"_l1, "UTF8"_l1, "--no-sync"_l1};
+        const QStringList copied{"-R"_l1, "-c"_l1, "fast"_l1};
+        if (!(primary ? run("pg_basebackup"_l1, mine + copied + from) : run("initdb"_l1, mine + anew))) {
             qWarning() << "no PostgreSQL server here";
         } else if (start() && !primary) {
             execute("CREATE DATABASE flights", "postgres"_l1);
